@@ -1,0 +1,35 @@
+# planex_build_flags: how every target of this project is compiled. Nothing of it reaches callers.
+add_library(planex_build_flags INTERFACE)
+
+# The same bits on every machine and at every optimisation level: no contraction of a * b + c to
+# a fused operation, and no vectorised sums in Eigen. The two -fno flags let loops vectorise and
+# change no result: floating-point exceptions and errno are not read anywhere.
+target_compile_options(
+  planex_build_flags
+  INTERFACE -ffp-contract=off
+            -fno-trapping-math
+            -fno-math-errno
+            $<$<CONFIG:Release>:-O2>
+            -Wall
+            -Wextra
+            -Wpedantic
+            -Wconversion
+            -Wshadow
+            $<$<BOOL:${PLANEX_WERROR}>:-Werror>)
+target_compile_definitions(planex_build_flags INTERFACE EIGEN_DONT_VECTORIZE EIGEN_MPL2_ONLY)
+
+# Standards are set per target, not globally, so that a parent project keeps its own.
+function(planex_set_target_defaults target)
+  target_link_libraries(${target} PRIVATE planex_build_flags)
+  set_target_properties(
+    ${target}
+    PROPERTIES C_STANDARD 99
+               C_STANDARD_REQUIRED ON
+               C_EXTENSIONS OFF
+               CXX_STANDARD 17
+               CXX_STANDARD_REQUIRED ON
+               CXX_EXTENSIONS OFF
+               C_VISIBILITY_PRESET hidden
+               CXX_VISIBILITY_PRESET hidden
+               VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
