@@ -1,0 +1,33 @@
+#pragma once
+
+namespace cmnalg {
+
+/// A point or vector of N components (N = 2 or 3) of type float, double or int.
+///
+/// An aggregate without invariant; lists are etl::Vector<Vec<N, T>>, contiguous, without padding
+/// between points.
+template <int N, typename T>
+struct Vec;
+
+template <typename T>
+struct Vec<2, T> {
+  T x{};
+  T y{};
+
+  friend constexpr bool operator==(const Vec& a, const Vec& b) { return a.x == b.x && a.y == b.y; }
+  friend constexpr bool operator!=(const Vec& a, const Vec& b) { return !(a == b); }
+};
+
+template <typename T>
+struct Vec<3, T> {
+  T x{};
+  T y{};
+  T z{};
+
+  friend constexpr bool operator==(const Vec& a, const Vec& b) {
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+  }
+  friend constexpr bool operator!=(const Vec& a, const Vec& b) { return !(a == b); }
+};
+
+}  // namespace cmnalg

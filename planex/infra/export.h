@@ -1,0 +1,7 @@
+#pragma once
+
+/// Marks a function or class as part of the library's interface.
+///
+/// All code is compiled with hidden visibility, so that what is not marked stays out of the
+/// dynamic symbol table. Valid C and C++.
+#define PLANEX_EXPORT __attribute__((visibility("default")))
