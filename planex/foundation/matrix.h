@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "planex/infra/allocator.h"
 #include "planex/infra/export.h"

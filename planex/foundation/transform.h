@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #include "planex/foundation/matrix.h"
 #include "planex/infra/export.h"

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "planex/foundation/pixel_type.h"
+#include "planex/infra/allocator.h"
+#include "planex/infra/export.h"
+
+namespace cmnalg {
+
+/// A pitched pixel buffer, owned or borrowed.
+///
+/// Pixel (x, y) lives at element x + y * pitch; the buffer holds pitch * height elements. A buffer
+/// is empty (no memory), valid with memory, or invalidated by a failed creation; a successful
+/// creation makes it valid again. Refusals are warnings on the logger "Image" and false; only
+/// copying throws (std::bad_alloc), and then leaves the target as it was.
+class PLANEX_EXPORT ImageData {
+ public:
+  ImageData() = default;
+  ImageData(const ImageData& other);
+  ImageData(ImageData&& other) noexcept;
+  ImageData& operator=(const ImageData& other);
+  ImageData& operator=(ImageData&& other) noexcept;
+  ~ImageData();
+
+  /// Allocates. A present buffer of exactly the needed byte size is kept with its contents;
+  /// nothing is cleared.
+  /// @param pitch     pixels between the starts of two rows; 0 means width
+  /// @param allocator must outlive the buffer
+  /// @return false, the image invalidated, with "Cannot create image of type
+  ///         IMAGE_TYPE_INVALID.", "Cannot create image with negative width or height.", "Line
+  ///         pitch cannot be smaller than the image width." or "Failed to allocate." (also where
+  ///         pitch * height has no 32-bit integer)
+  bool Create(ImageType type, int width, int height, int pitch, const etl::Allocator& allocator);
+
+  /// Wraps, adopts or copies the caller's pixels.
+  ///
+  /// @param data   height rows of pitch pixels
+  /// @param clone  copy the pixels into memory of this image (from `allocator`); otherwise the
+  ///               pixels stay where they are and must outlive the image
+  /// @param transferOwnership  the memory is given back through `allocator` by this image
+  /// @return false, the image invalidated, with "Invalid pointer in image creation.", "Cannot
+  ///         create image with negative width or height.", "Line pitch cannot be smaller than
+  ///         the image width.", "Invalid combination of flags, cannot clone the data and transfer
+  ///         ownership.", "Unexpected programming error." (the image's own pixels in another
+  ///         shape; in their present shape nothing happens and the result is true) or "Failed to
+  ///         allocate."; an invalid type is refused as in the allocating form
+  bool Create(void* data, ImageType type, int width, int height, int pitch, bool clone,
+              const etl::Allocator& allocator, bool transferOwnership);
+
+  /// Deep copy with the source's pitch and allocator. @return false as above
+  bool Copy(const ImageData& other);
+
+  /// Releases the buffer; type, sizes and pitch become those of an empty image of that type.
+  void Deallocate() noexcept;
+  /// Releases the buffer; type invalid, sizes 0, not valid, no allocator.
+  void InvalidateImage() noexcept;
+
+  /// Whether it is valid, of a type below 11, and has sizes that go with its buffer: all 0
+  /// without one, 0 <= width <= pitch and 0 <= height with one.
+  bool IsConsistent() const;
+
+  /// The pixel as a double; RGB gives (R + G + B) / 3, an invalid type 0. No bounds check.
+  double GetPixel(int x, int y) const;
+  /// Stores v in the pixel's type. Integer types take v truncated toward zero and clamped to the
+  /// range of the 32-bit (64-bit types: 64-bit) integer of their signedness, and keep the low
+  /// bits that fit; NaN is stored as 0. RGB sets all channels to the low byte; an invalid type
+  /// does nothing. No bounds check.
+  void SetPixel(int x, int y, double v);
+
+  ImageType GetType() const { return type_; }
+  int GetWidth() const { return width_; }
+  int GetHeight() const { return height_; }
+  int GetPitch() const { return pitch_; }
+  void* GetData() { return data_; }
+  const void* GetData() const { return data_; }
+  bool OwnsData() const { return owns_; }
+  bool IsValid() const { return valid_; }
+  /// Bytes of the buffer: height * pitch * bytes per pixel.
+  std::size_t GetBufferSize() const;
+  const etl::Allocator& GetAllocator() const;
+
+ private:
+  void* data_ = nullptr;
+  ImageType type_ = IMAGE_TYPE_INVALID;
+  std::int32_t pitch_ = 0;
+  std::int32_t width_ = 0;
+  std::int32_t height_ = 0;
+  bool owns_ = false;
+  bool valid_ = true;
+  const etl::Allocator* allocator_ = nullptr;
+};
+
+}  // namespace cmnalg
