@@ -18,6 +18,14 @@ target_compile_options(
             $<$<BOOL:${PLANEX_WERROR}>:-Werror>)
 target_compile_definitions(planex_build_flags INTERFACE EIGEN_DONT_VECTORIZE EIGEN_MPL2_ONLY)
 
+# A list for -fsanitize, in library and tests alike; the first report ends the program.
+set(PLANEX_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
+if(PLANEX_SANITIZE)
+  target_compile_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE}
+                         -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE})
+endif()
+
 # Standards are set per target, not globally, so that a parent project keeps its own.
 function(planex_set_target_defaults target)
   target_link_libraries(${target} PRIVATE planex_build_flags)

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Runs clang-tidy over all sources, or over those named as arguments.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+cmake --preset tidy >/dev/null
+if [ $# -eq 0 ]; then
+  mapfile -t sources < <(git ls-files '*.cc' '*.c')
+  set -- "${sources[@]}"
+fi
+# Without -n1 one process would take all files, and one core.
+printf '%s\0' "$@" | xargs -0 -n1 -P"$(nproc)" clang-tidy-14 -p build/tidy --quiet

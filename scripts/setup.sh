@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that are missing. Usage: scripts/setup.sh [GROUP...]
+# The groups stand below; without an argument: build test.
+set -euo pipefail
+
+declare -A packages=(
+  [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev"
+  [test]="libgtest-dev libgmock-dev libbenchmark-dev"
+  [lint]="git clang-format-14 clang-tidy-14 libomp-14-dev"
+  [check]="git valgrind gcovr"
+)
+
+[ $# -gt 0 ] || set -- build test
+missing=()
+for group in "$@"; do
+  if [ -z "${packages[$group]+set}" ]; then
+    echo "setup.sh: no group '$group'; there are: ${!packages[*]}" >&2
+    exit 2
+  fi
+  for package in ${packages[$group]}; do
+    status=$(dpkg-query --show --showformat '${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$status" = installed ] || missing+=("$package")
+  done
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  if ! command -v sudo >/dev/null; then
+    echo "setup.sh: please install as root: ${missing[*]}" >&2
+    exit 1
+  fi
+  as_root=(sudo)
+fi
+echo "Installing: ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null
