@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Usage: package_test.sh STEP SOURCE_DIR BUILD_DIR CC CXX CMAKE LIBDIR VERSION
+# STEP install lays the package out in a scratch prefix; each other step uses what lies there.
+set -euo pipefail
+export LC_ALL=C
+step=$1 source_dir=$2 build_dir=$3 cc=$4 cxx=$5 cmake=$6 libdir=$7 version=$8
+here=$source_dir/tests/package
+scratch=$build_dir/tests/package/scratch
+prefix=$scratch/prefix
+
+strict=(-Wall -Wextra -Wpedantic -Werror -fsyntax-only)
+headers() {
+  (cd "$prefix/include" && find planex -name '*.h' | sort)
+}
+
+case "$step" in
+  install)
+    rm -rf "$scratch"
+    "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
+    # Exported targets come in one file more per configuration, named after it.
+    diff <(sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$here/installed_files.txt" | sort) \
+      <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|planexTargets-[a-z]*\.cmake|planexTargets-config.cmake|' | sort)
+    ;;
+  headers)
+    [ "$(headers | wc -l)" -gt 20 ]
+    for header in $(headers); do
+      echo "#include <$header>" | "$cxx" -std=c++17 "${strict[@]}" -x c++ -I"$prefix/include" -
+    done
+    for header in planex/api/planex.h planex/api/records.h planex/version.h; do
+      echo "#include <$header>" | "$cc" -std=c99 "${strict[@]}" -x c -I"$prefix/include" -
+    done
+    ;;
+  cmake)
+    # The prefix was moved since it was configured: nothing in it may name another place.
+    ! grep -rIl -e "$source_dir" -e "$build_dir" "$prefix"
+    "$cmake" -S "$here/consumer" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
+      -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+    "$cmake" --build "$scratch/cmake"
+    "$scratch/cmake/c_consumer"
+    "$scratch/cmake/cxx_consumer"
+    ;;
+  pkgconfig)
+    export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+    read -ra flags < <(pkg-config --cflags --libs "planex = $version")
+    flags+=("-Wl,-rpath,$prefix/$libdir")
+    "$cc" -std=c99 "$here/consumer/c_consumer.c" -o "$scratch/c_consumer" "${flags[@]}"
+    "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
+    "$scratch/c_consumer"
+    "$scratch/cxx_consumer"
+    ;;
+  *)
+    echo "no step '$step'"
+    exit 2
+    ;;
+esac
