@@ -76,7 +76,8 @@ class PLANEX_EXPORT Logger {
   void Publish(const LogRecord& record) const;
 
   mutable std::shared_mutex handlersMutex_;
-  std::shared_ptr<const HandlerList> handlers_;  // replaced as a whole: publishing works on a snapshot
+  std::shared_ptr<const HandlerList>
+      handlers_;  // replaced as a whole: publishing works on a snapshot
   Logger* const parent_;
   std::atomic<bool> useParentHandlers_{true};
   const std::string name_;

@@ -30,12 +30,12 @@ enum class ArrayType : std::int32_t {
 /// document agrees with it is `allocate` called, once, for rows * rowElems * elemSize bytes that
 /// the visitor fills without padding. Null from `allocate` is a reading error.
 struct BigDataArray {
-  const char* elemType = "";      ///< name of the element type, for example "float32"
-  std::size_t elemSize = 1;       ///< bytes of one element
-  std::size_t rowElems = 0;       ///< elements in one row
-  std::size_t rows = 0;           ///< number of rows
-  const void* data = nullptr;     ///< writing: first byte of row 0; may be null when empty
-  std::size_t rowPitchBytes = 0;  ///< writing: bytes between the starts of two rows
+  const char* elemType = "";        ///< name of the element type, for example "float32"
+  std::size_t elemSize = 1;         ///< bytes of one element
+  std::size_t rowElems = 0;         ///< elements in one row
+  std::size_t rows = 0;             ///< number of rows
+  const void* data = nullptr;       ///< writing: first byte of row 0; may be null when empty
+  std::size_t rowPitchBytes = 0;    ///< writing: bytes between the starts of two rows
   std::function<void*()> allocate;  ///< reading: memory for the whole block
 };
 
@@ -82,14 +82,15 @@ class PLANEX_EXPORT IVisitor {
     if (IsReading() && !HasError()) value = static_cast<Enum>(number);
   }
 
-  /// The object itself: its class name, then its members through object.Visit.
+  /// The object itself, called by whoever starts a visit (a serialiser's Serialize, say) around
+  /// object.Visit; a Visit names the members only.
   virtual void BeginVisiting(const char* className) = 0;
   virtual void EndVisiting(const char* className) = 0;
-  /// The members that an object inherits, between its own BeginVisiting and EndVisiting.
+  /// The members that an object inherits: its Visit calls these around Base::Visit.
   virtual void BeginVisitingBaseClass(const char* className) = 0;
   virtual void EndVisitingBaseClass(const char* className) = 0;
 
-  // A nested plain object; VisitPlainSubObject walks these in the right order.
+  // A nested plain object; visitPlainSubObject in sub_object.h calls these in the right order.
   virtual bool RecursionIntoSubObjectsMeaningful() const { return true; }
   virtual bool NeedsToKnowNumOfMembers() const { return false; }
   virtual void SkipSubObject(const char* name) { static_cast<void>(name); }
@@ -111,6 +112,9 @@ class PLANEX_EXPORT IVisitor {
   /// Stands before every element of an array of arrays but the first.
   virtual void VisitArraySeparator() = 0;
   virtual void EndVisitingArray(ArrayType type) = 0;
+  /// Reading: reports that the object cannot take an array of the length that the last
+  /// BeginVisitingArray gave; the visitor names the class.
+  virtual void SetArraySizeMismatch() { SetError("Serialized array size mismatch"); }
 
   // The elements of an array of primitives, as many as the last BeginVisitingArray counted.
   virtual void VisitPodArray(bool* values) = 0;
