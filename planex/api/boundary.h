@@ -1,0 +1,24 @@
+#pragma once
+
+#include <utility>
+
+#include "planex/api/calibration_exception.h"
+#include "planex/api/log_callback_handler.h"
+
+namespace tavik::planex {
+
+/// Runs the body of one exported function and returns its result.
+///
+/// A CalibrationException becomes one SEVERE record and false. Any other exception passes on to the
+/// caller: bad input is refused by checks before it can raise one, what remains is std::bad_alloc.
+template <typename Body>
+bool guarded(Body&& body) {
+  try {
+    return std::forward<Body>(body)();
+  } catch (const CalibrationException& error) {
+    error.logError(interfaceLogger());
+    return false;
+  }
+}
+
+}  // namespace tavik::planex
