@@ -99,5 +99,15 @@ PLANEX_EXPORT const char* GetType(const Image& image);
 /// Copies PixelSize, Origin and HandleZeroPixels.
 PLANEX_EXPORT void CopyImageMetadata(const Image& from, Image& to);
 
+/// Whether the image has pixels to work on: PixelSize not negative (a NaN fails), a type below 11
+/// that is also the type of its buffer, a buffer of at least one byte, and a width of at least 1.
+/// Unlike IsConsistent it accepts infinite PixelSize and any Origin.
+inline bool HoldsPixels(const Image& image) {
+  const Vec<3, double>& size = image.PixelSize;
+  return size.x >= 0 && size.y >= 0 && size.z >= 0 && bytesPerPixel(image.GetType()) > 0 &&
+         image.GetType() == image.GetImageData().GetType() && image.GetData() != nullptr &&
+         image.GetRawBufferSize() > 0 && image.GetWidth() >= 1;
+}
+
 }  // namespace impro
 }  // namespace cmnalg

@@ -1,0 +1,114 @@
+#include "planex/processing/calibration_block.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include "planex/infra/containers.h"
+#include "planex/processing/calibration_kernel.h"
+#include "planex/processing/row_parallel.h"
+
+namespace datafusion::planex::basic {
+namespace {
+
+struct Block {
+  int columnBegin;
+  int columnEnd;
+  int rowBegin;
+  int rowEnd;
+
+  int Columns() const { return columnEnd - columnBegin; }
+  bool IsEmpty() const { return columnBegin >= columnEnd || rowBegin >= rowEnd; }
+  bool IsInside(const cmnalg::Image& image) const {
+    return columnBegin >= 0 && columnEnd <= image.GetWidth() && rowBegin >= 0 &&
+           rowEnd <= image.GetHeight();
+  }
+};
+
+const std::byte* samples(const cmnalg::Image& image, int column, int row) {
+  const std::ptrdiff_t pixel = static_cast<std::ptrdiff_t>(row) * image.GetPitch() + column;
+  const auto pixelBytes = static_cast<std::ptrdiff_t>(bytesPerPixel(image.GetType()));
+  return static_cast<const std::byte*>(image.GetData()) + pixel * pixelBytes;
+}
+
+}  // namespace
+
+bool applyCalibration(const cmnalg::Image& range, const double& a, const double& b, const double& c,
+                      const double& d, const double& missingValue, const double* lensCoefficients,
+                      const double* transform, cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z,
+                      bool doublePrecision) {
+  if (range.IsSignedType() && range.IsIntegerType()) return false;
+  const auto block = doublePrecision ? applyCalibrationBlock<double> : applyCalibrationBlock<float>;
+  return block(0, range.GetWidth(), 0, range.GetHeight(), range, a, b, c, d, missingValue,
+               lensCoefficients, transform, x, z);
+}
+
+template <typename P>
+bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int rowEnd,
+                           const cmnalg::Image& range, const double& a, const double& b,
+                           const double& c, const double& d, const double& missingValue,
+                           const double* lensCoefficients, const double* transform,
+                           cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z) {
+  if (lensCoefficients == nullptr || transform == nullptr) return false;
+  constexpr bool kDouble = sizeof(P) == sizeof(double);
+  const kernel::CalibrateRow calibrate =
+      kernel::calibrateRow(range.GetType(), kDouble, kernel::lensVariant(lensCoefficients),
+                           cmnalg::currentInstructionSet());
+  if (calibrate == nullptr) return false;
+  const Block block{columnBegin, columnEnd, rowBegin, rowEnd};
+  if (block.IsEmpty()) return true;
+  if (!block.IsInside(range) || !block.IsInside(x) || !block.IsInside(z)) return false;
+
+  kernel::CalibrationConstants constants{b, d, {}, {}};
+  for (int i = 0; i < 7; ++i) constants.lens[i] = lensCoefficients[i];
+  for (int i = 0; i < 9; ++i) constants.transform[i] = transform[i];
+  etl::Vector<double> xNormalised(static_cast<std::size_t>(block.Columns()));
+  kernel::fillNormalisedColumns(kDouble, a, c, columnBegin, block.Columns(), xNormalised.data());
+  const float missing = static_cast<float>(missingValue);
+  const kernel::MarkMissingRow mark =
+      std::isnan(missing) ? nullptr : kernel::markMissingRow(range.GetType());
+
+  threading_helpers::forEachRowBlock(rowBegin, rowEnd, block.Columns(), [&](int first, int last) {
+    for (int row = first; row < last; ++row) {
+      const std::byte* in = samples(range, columnBegin, row);
+      float* xRow = x.GetRowPtr(row) + columnBegin;
+      float* zRow = z.GetRowPtr(row) + columnBegin;
+      calibrate(in, xNormalised.data(), block.Columns(), constants, xRow, zRow);
+      if (mark != nullptr) mark(in, block.Columns(), missing, xRow, zRow);
+    }
+  });
+  return true;
+}
+
+template bool applyCalibrationBlock<float>(int, int, int, int, const cmnalg::Image&, const double&,
+                                           const double&, const double&, const double&,
+                                           const double&, const double*, const double*,
+                                           cmnalg::ImageOf<float>&, cmnalg::ImageOf<float>&);
+template bool applyCalibrationBlock<double>(int, int, int, int, const cmnalg::Image&, const double&,
+                                            const double&, const double&, const double&,
+                                            const double&, const double*, const double*,
+                                            cmnalg::ImageOf<float>&, cmnalg::ImageOf<float>&);
+
+bool applyCalibrationSheetCurve(const double* sheetCurve, cmnalg::ImageOf<float>& x,
+                                cmnalg::ImageOf<float>& z) {
+  return applyCalibrationBlockSheetCurve(0, x.GetWidth(), 0, x.GetHeight(), sheetCurve, x, z);
+}
+
+bool applyCalibrationBlockSheetCurve(int columnBegin, int columnEnd, int rowBegin, int rowEnd,
+                                     const double* sheetCurve, cmnalg::ImageOf<float>& x,
+                                     cmnalg::ImageOf<float>& z) {
+  if (sheetCurve == nullptr) return false;
+  const Block block{columnBegin, columnEnd, rowBegin, rowEnd};
+  if (block.IsEmpty()) return true;
+  if (!block.IsInside(x) || !block.IsInside(z)) return false;
+  const kernel::SheetCurveRow correct = kernel::sheetCurveRow(cmnalg::currentInstructionSet());
+  threading_helpers::forEachRowBlock(rowBegin, rowEnd, block.Columns(), [&](int first, int last) {
+    for (int row = first; row < last; ++row) {
+      correct(sheetCurve, block.Columns(), x.GetRowPtr(row) + columnBegin,
+              z.GetRowPtr(row) + columnBegin);
+    }
+  });
+  return true;
+}
+
+}  // namespace datafusion::planex::basic

@@ -1,0 +1,318 @@
+#include "planex/processing/rectification_kernel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "planex/foundation/pixel_dispatch.h"
+#include "planex/processing/cell_rules.h"
+
+namespace datafusion::planex::kernel {
+namespace {
+
+using cmnalg::InstructionSet;
+using cmnalg::KernelVariants;
+
+template <typename Pixel>
+PLANEX_ALWAYS_INLINE bool isMeasured(Pixel raw) {
+  if constexpr (std::is_floating_point_v<Pixel>) {
+    return raw == raw;
+  } else {
+    return raw != 0;
+  }
+}
+
+/// Rounds half away from zero as the sum says: add or subtract 0.5, to be truncated.
+PLANEX_ALWAYS_INLINE double beforeTruncation(double value) {
+  return value >= 0.0 ? value + 0.5 : value - 0.5;
+}
+
+/// Half-width at a target height: rounded, at least 0 (also for NaN), at most the maximum.
+PLANEX_ALWAYS_INLINE std::int32_t halfWidthAt(double height, double slope, double intercept) {
+  const double rounded = slope * height + intercept + 0.5;
+  const double atMost = rounded < kMaximumHalfWidth ? rounded : double{kMaximumHalfWidth};
+  return static_cast<std::int32_t>(rounded >= 1.0 ? atMost : 0.0);
+}
+
+template <typename XPixel, typename ZPixel, bool kMean>
+struct PlaceRowKernel {
+  template <bool>
+  static PLANEX_ALWAYS_INLINE int run(const void* xSamples, const void* zSamples,
+                                      const SplatCoefficients& coefficients,
+                                      const PlacedPoints& points) {
+    const auto* __restrict x = static_cast<const XPixel*>(xSamples);
+    const auto* __restrict z = static_cast<const ZPixel*>(zSamples);
+    const SplatCoefficients k = coefficients;
+    std::int32_t* __restrict columns = points.column;
+    std::int32_t* __restrict halfWidths = points.halfWidth;
+    std::int32_t* __restrict quantised = points.quantised;
+    double* __restrict heights = points.height;
+    const int count = points.count;
+    std::int32_t widest = 0;
+#pragma omp simd reduction(max : widest)
+    for (int i = 0; i < count; ++i) {
+      const double column =
+          beforeTruncation(static_cast<double>(x[i]) * k.columnScale + k.columnOffset);
+      const double height = static_cast<double>(z[i]) * k.heightScale + k.heightOffset;
+      const bool inReach = (column > -1.0 - kMaximumHalfWidth) & (column < k.columnLimit);
+      const bool inRange =
+          kMean ? (height > 0.0) & (height <= 65535.0) : (height >= 1.0) & (height < 65536.0);
+      const bool used = isMeasured(z[i]) & inReach & inRange;
+      const double safeHeight = used ? height : 1.0;
+      const std::int32_t cell = static_cast<std::int32_t>(safeHeight);
+      const std::int32_t width = halfWidthAt(kMean ? safeHeight : static_cast<double>(cell),
+                                             k.widthSlope, k.widthIntercept);
+      const std::int32_t usedWidth = used ? width : 0;
+      columns[i] = static_cast<std::int32_t>(used ? column : double{kDroppedColumn});
+      halfWidths[i] = usedWidth;
+      widest = widest < usedWidth ? usedWidth : widest;
+      if constexpr (kMean) {
+        heights[i] = safeHeight;
+      } else {
+        quantised[i] = cell;
+      }
+    }
+    return widest;
+  }
+};
+
+// The modes in which one point wins.
+//
+// A point is stored once, as its key, in the array of its half-width. Then, from the widest
+// half-width down, each array takes the minimum of three neighbours of the next wider one: a
+// splat of half-width w becomes three splats of half-width w - 1. The last array holds the
+// winner of every cell, and the cell rule is applied once. The work hardly depends on w.
+
+/// Rank in the upper half; in the lower half the point's index, which settles ties and finds the
+/// point again. Without intensity the rank alone is enough.
+template <typename Rule, typename Key, bool kWithIntensity>
+struct KeyOf {
+  static constexpr int kShift = kWithIntensity ? static_cast<int>(sizeof(Key)) * 4 : 0;
+  static constexpr Key kEmpty = static_cast<Key>(~Key{0});
+
+  static PLANEX_ALWAYS_INLINE Key make(std::uint32_t rank, int index) {
+    if constexpr (kWithIntensity) {
+      return static_cast<Key>((static_cast<Key>(rank) << kShift) | static_cast<Key>(index));
+    } else {
+      static_cast<void>(index);
+      return static_cast<Key>(rank);
+    }
+  }
+  static PLANEX_ALWAYS_INLINE std::size_t index(Key key) {
+    return static_cast<std::size_t>(key & ((Key{1} << kShift) - 1));
+  }
+};
+
+template <typename Rule, typename Key, bool kWithIntensity>
+struct WinnerRowKernel {
+  using Keys = KeyOf<Rule, Key, kWithIntensity>;
+
+  template <bool>
+  static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, int widest,
+                                       const std::uint8_t* intensity, const TargetRow& target,
+                                       void* scratch) {
+    const std::ptrdiff_t stride = std::ptrdiff_t{target.width} + 2 * kMargin;
+    Key* levels = static_cast<Key*>(scratch);
+    std::memset(levels, 0xFF, sizeof(Key) * static_cast<std::size_t>(stride * (widest + 1)));
+    scatter(points, intensity, levels + kMargin, stride);
+    for (int width = widest; width > 0; --width) {
+      Key* wider = levels + kMargin + width * stride;
+      joinLevels(wider, wider - stride, 1 - width, std::ptrdiff_t{target.width} + width - 1);
+    }
+    if constexpr (kWithIntensity) {
+      storeWithIntensity(levels + kMargin, points, intensity, target);
+    } else {
+      storeHeights(levels + kMargin, target);
+    }
+  }
+
+ private:
+  static PLANEX_ALWAYS_INLINE void scatter(const PlacedPoints& points,
+                                           const std::uint8_t* intensity, Key* levels,
+                                           std::ptrdiff_t stride) {
+    for (int i = 0; i < points.count; ++i) {
+      const auto ranked =
+          static_cast<std::uint32_t>(Rule::kRanksIntensity ? intensity[i] : points.quantised[i]);
+      const Key key = Keys::make(Rule::rank(ranked), i);
+      Key& cell = levels[points.halfWidth[i] * stride + points.column[i]];
+      cell = key < cell ? key : cell;
+    }
+  }
+
+  /// narrow[k] takes the best of itself and wide[k - 1 ... k + 1], for k in [begin, end).
+  static PLANEX_ALWAYS_INLINE void joinLevels(const Key* __restrict wide, Key* __restrict narrow,
+                                              std::ptrdiff_t begin, std::ptrdiff_t end) {
+#pragma omp simd
+    for (std::ptrdiff_t k = begin; k < end; ++k) {
+      const Key left = wide[k - 1] < wide[k] ? wide[k - 1] : wide[k];
+      const Key right = wide[k + 1] < narrow[k] ? wide[k + 1] : narrow[k];
+      narrow[k] = left < right ? left : right;
+    }
+  }
+
+  static PLANEX_ALWAYS_INLINE void storeHeights(const Key* __restrict best,
+                                                const TargetRow& target) {
+    std::uint16_t* __restrict height = target.height;
+    const int width = target.width;
+#pragma omp simd
+    for (int k = 0; k < width; ++k) {
+      const std::uint32_t stored = height[k];
+      const std::uint32_t candidate = Rule::heightOfRank(best[k]);
+      const bool replace = (best[k] != Keys::kEmpty) & Rule::replaces(candidate, 0, stored, 0);
+      height[k] = static_cast<std::uint16_t>(replace ? candidate : stored);
+    }
+  }
+
+  static PLANEX_ALWAYS_INLINE void storeWithIntensity(const Key* best, const PlacedPoints& points,
+                                                      const std::uint8_t* intensity,
+                                                      const TargetRow& target) {
+    for (int k = 0; k < target.width; ++k) {
+      if (best[k] == Keys::kEmpty) continue;
+      const std::size_t i = Keys::index(best[k]);
+      const auto height = static_cast<std::uint32_t>(points.quantised[i]);
+      if (!Rule::replaces(height, intensity[i], target.height[k], target.intensity[k])) continue;
+      target.height[k] = static_cast<std::uint16_t>(height);
+      target.intensity[k] = intensity[i];
+    }
+  }
+};
+
+// MEAN: sums are formed in the order of the points, as each cell's rounding depends on it.
+
+/// Sums of one cell.
+template <bool kWithIntensity>
+struct CellSums {
+  double height;
+  double count;
+};
+template <>
+struct CellSums<true> {
+  double height;
+  double count;
+  double intensity;
+  double unused;  // keeps a cell one vector wide
+};
+
+template <bool kWithIntensity, bool kOverwrite>
+struct MeanRowKernel {
+  using Sums = CellSums<kWithIntensity>;
+
+  template <bool>
+  static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, int /*widest*/,
+                                       const std::uint8_t* intensity, const TargetRow& target,
+                                       void* scratch) {
+    const std::size_t cells = static_cast<std::size_t>(target.width) + 2 * kMargin;
+    Sums* row = static_cast<Sums*>(scratch);
+    std::memset(static_cast<void*>(row), 0, sizeof(Sums) * cells);
+    for (int i = 0; i < points.count; ++i) {
+      const double height = points.height[i];
+      const std::ptrdiff_t column = points.column[i];
+      const std::ptrdiff_t halfWidth = points.halfWidth[i];
+      Sums* cell = row + kMargin + column - halfWidth;
+      for (std::ptrdiff_t k = 0; k <= 2 * halfWidth; ++k) {
+        cell[k].height += height;
+        cell[k].count += 1.0;
+        if constexpr (kWithIntensity) cell[k].intensity += static_cast<double>(intensity[i]);
+      }
+    }
+    for (int k = 0; k < target.width; ++k) {
+      if (row[kMargin + k].count > 0.0) store(row[kMargin + k], target, k);
+    }
+  }
+
+ private:
+  static PLANEX_ALWAYS_INLINE void store(const Sums& sums, const TargetRow& target, int k) {
+    const double n = sums.count;
+    const double oldHeight = kOverwrite ? 0.0 : double{target.height[k]};
+    const double heightWeight = kOverwrite || oldHeight == 0.0 ? n : n * 2.0;
+    const double height =
+        kOverwrite ? sums.height / n : (oldHeight * n + sums.height) / heightWeight;
+    target.height[k] = static_cast<std::uint16_t>(std::min(height, 65535.0));
+    if constexpr (kWithIntensity) {
+      const double oldIntensity = kOverwrite ? 0.0 : double{target.intensity[k]};
+      // The weight looks at the height just written, not at the one before.
+      const double weight = kOverwrite || target.height[k] == 0 ? n : n * 2.0;
+      const double mean =
+          kOverwrite ? sums.intensity / n : (oldIntensity * n + sums.intensity) / weight;
+      target.intensity[k] = static_cast<std::uint8_t>(std::min(mean + 0.5, 255.0));
+    }
+  }
+};
+
+using ResolveSignature = void(const PlacedPoints&, int, const std::uint8_t*, const TargetRow&,
+                              void*);
+
+std::size_t rowCells(int targetWidth) {
+  return static_cast<std::size_t>(targetWidth) + 2 * kMargin;
+}
+
+template <typename Rule, typename Key, bool kWithIntensity>
+Resolver winner(int targetWidth, int largest, InstructionSet set) {
+  using Kernel = WinnerRowKernel<Rule, Key, kWithIntensity>;
+  return {KernelVariants<Kernel, ResolveSignature>::choose(set),
+          sizeof(Key) * rowCells(targetWidth) * static_cast<std::size_t>(largest + 1)};
+}
+
+template <typename Rule>
+Resolver winnerWithIntensity(int pointCount, int targetWidth, int largest, InstructionSet set) {
+  return pointCount <= 65536 ? winner<Rule, std::uint32_t, true>(targetWidth, largest, set)
+                             : winner<Rule, std::uint64_t, true>(targetWidth, largest, set);
+}
+
+template <bool kWithIntensity, bool kOverwrite>
+Resolver mean(int targetWidth, InstructionSet set) {
+  using Kernel = MeanRowKernel<kWithIntensity, kOverwrite>;
+  return {KernelVariants<Kernel, ResolveSignature>::choose(set),
+          sizeof(CellSums<kWithIntensity>) * rowCells(targetWidth)};
+}
+
+}  // namespace
+
+PlaceRow placeRow(cmnalg::ImageType xType, cmnalg::ImageType zType, bool isMean,
+                  InstructionSet set) {
+  using Signature = int(const void*, const void*, const SplatCoefficients&, const PlacedPoints&);
+  PlaceRow chosen = nullptr;
+  cmnalg::dispatchMeasuredType(zType, [&](auto z) {
+    return cmnalg::dispatchMeasuredType(xType, [&](auto x) {
+      using X = typename decltype(x)::type;
+      using Z = typename decltype(z)::type;
+      chosen = isMean ? KernelVariants<PlaceRowKernel<X, Z, true>, Signature>::choose(set)
+                      : KernelVariants<PlaceRowKernel<X, Z, false>, Signature>::choose(set);
+      return true;
+    });
+  });
+  return chosen;
+}
+
+int largestHalfWidth(const SplatCoefficients& k) {
+  return std::max(halfWidthAt(1.0, k.widthSlope, k.widthIntercept),
+                  halfWidthAt(65535.0, k.widthSlope, k.widthIntercept));
+}
+
+Resolver resolver(RectificationMode mode, bool withIntensity, bool overwrite, int pointCount,
+                  int targetWidth, int largest, InstructionSet set) {
+  switch (mode) {
+    case RectificationMode::MEAN:
+      if (withIntensity) {
+        return overwrite ? mean<true, true>(targetWidth, set) : mean<true, false>(targetWidth, set);
+      }
+      return overwrite ? mean<false, true>(targetWidth, set) : mean<false, false>(targetWidth, set);
+    case RectificationMode::LOWEST:
+      return withIntensity ? winnerWithIntensity<LowestRule>(pointCount, targetWidth, largest, set)
+                           : winner<LowestRule, std::uint16_t, false>(targetWidth, largest, set);
+    case RectificationMode::HIGHEST:
+      return withIntensity ? winnerWithIntensity<HighestRule>(pointCount, targetWidth, largest, set)
+                           : winner<HighestRule, std::uint16_t, false>(targetWidth, largest, set);
+    case RectificationMode::DARKEST:
+      if (!withIntensity) break;
+      return winnerWithIntensity<DarkestRule>(pointCount, targetWidth, largest, set);
+    case RectificationMode::BRIGHTEST:
+      if (!withIntensity) break;
+      return winnerWithIntensity<BrightestRule>(pointCount, targetWidth, largest, set);
+  }
+  return {nullptr, 0};
+}
+
+}  // namespace datafusion::planex::kernel

@@ -1,0 +1,80 @@
+#include "planex/processing/row_parallel.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <mutex>
+
+namespace datafusion::threading_helpers {
+namespace {
+
+std::atomic<std::int64_t> minimumPixelsPerThread{kDefaultMinimumPixelsPerThread};
+
+int teamSize(std::int64_t rows, std::int64_t pixelsPerRow) {
+  if (omp_in_parallel() != 0) return 1;
+  const std::int64_t minimum = std::max<std::int64_t>(minimumPixelsPerThread.load(), 1);
+  const std::int64_t byWork = std::max<std::int64_t>(rows * pixelsPerRow / minimum, 1);
+  return static_cast<int>(
+      std::min({static_cast<std::int64_t>(omp_get_max_threads()), rows, byWork}));
+}
+
+/// Keeps the first exception of a team for the thread that opened it.
+class ExceptionCarrier {
+ public:
+  void capture() noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!first_) first_ = std::current_exception();
+  }
+  void rethrow() const {
+    if (first_) std::rethrow_exception(first_);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::exception_ptr first_;
+};
+
+}  // namespace
+
+int getThreadCount() {
+  int count = 1;
+#pragma omp parallel
+  {
+#pragma omp single
+    count = omp_get_num_threads();
+  }
+  return count;
+}
+
+void setMinimumPixelsPerThread(std::int64_t pixels) { minimumPixelsPerThread = pixels; }
+
+void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
+                  void (*body)(void* context, int first, int last), void* context) {
+  if (rowBegin >= rowEnd) return;
+  const int rows = rowEnd - rowBegin;
+  const int wanted = teamSize(rows, pixelsPerRow);
+  if (wanted == 1) {
+    body(context, rowBegin, rowEnd);
+    return;
+  }
+  ExceptionCarrier failure;
+#pragma omp parallel num_threads(wanted)
+  {
+    const int threads = omp_get_num_threads();
+    const int thread = omp_get_thread_num();
+    const int share = rows / threads;
+    const int larger = rows - share * threads;  // so many threads take one row more
+    const int first = rowBegin + thread * share + std::min(thread, larger);
+    const int last = first + share + (thread < larger ? 1 : 0);
+    try {
+      if (first < last) body(context, first, last);
+    } catch (...) {
+      failure.capture();
+    }
+  }
+  failure.rethrow();
+}
+
+}  // namespace datafusion::threading_helpers

@@ -1,0 +1,55 @@
+#include "planex/processing/row_parallel.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "tests/support/instruction_sets.h"
+
+namespace datafusion::threading_helpers {
+namespace {
+
+std::vector<std::pair<int, int>> blocksOf(int begin, int end, int threads) {
+  omp_set_num_threads(threads);
+  std::mutex mutex;
+  std::vector<std::pair<int, int>> blocks;
+  forEachRowBlock(begin, end, 10, [&](int first, int last) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    blocks.emplace_back(first, last);
+  });
+  omp_set_num_threads(omp_get_num_procs());
+  std::sort(blocks.begin(), blocks.end());
+  return blocks;
+}
+
+TEST(RowParallel, GivesTheFirstThreadsOneRowMore) {
+  const SmallTeams teams;
+  using Blocks = std::vector<std::pair<int, int>>;
+  EXPECT_EQ(blocksOf(5, 15, 4), (Blocks{{5, 8}, {8, 11}, {11, 13}, {13, 15}}));
+  EXPECT_EQ(blocksOf(0, 2, 7), (Blocks{{0, 1}, {1, 2}}));
+  EXPECT_EQ(blocksOf(0, 9, 1), (Blocks{{0, 9}}));
+  EXPECT_EQ(blocksOf(3, 3, 4), Blocks{});
+}
+
+TEST(RowParallel, KeepsSmallWorkOnTheCallingThread) { EXPECT_EQ(blocksOf(0, 100, 4).size(), 1u); }
+
+TEST(RowParallel, CarriesAnExceptionOutOfTheTeam) {
+  const SmallTeams teams;
+  for (const int threads : {1, 4}) {
+    omp_set_num_threads(threads);
+    EXPECT_THROW(forEachRowBlock(0, 8, 10,
+                                 [](int first, int) {
+                                   if (first == 0) throw std::length_error("row");
+                                 }),
+                 std::length_error);
+  }
+  omp_set_num_threads(omp_get_num_procs());
+}
+
+}  // namespace
+}  // namespace datafusion::threading_helpers
