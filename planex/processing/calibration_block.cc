@@ -6,33 +6,10 @@
 
 #include "planex/infra/containers.h"
 #include "planex/processing/calibration_kernel.h"
+#include "planex/processing/pixel_block.h"
 #include "planex/processing/row_parallel.h"
 
 namespace datafusion::planex::basic {
-namespace {
-
-struct Block {
-  int columnBegin;
-  int columnEnd;
-  int rowBegin;
-  int rowEnd;
-
-  int Columns() const { return columnEnd - columnBegin; }
-  bool IsEmpty() const { return columnBegin >= columnEnd || rowBegin >= rowEnd; }
-  bool IsInside(const cmnalg::Image& image) const {
-    return columnBegin >= 0 && columnEnd <= image.GetWidth() && rowBegin >= 0 &&
-           rowEnd <= image.GetHeight();
-  }
-};
-
-const std::byte* samples(const cmnalg::Image& image, int column, int row) {
-  const std::ptrdiff_t pixel = static_cast<std::ptrdiff_t>(row) * image.GetPitch() + column;
-  const auto pixelBytes = static_cast<std::ptrdiff_t>(bytesPerPixel(image.GetType()));
-  return static_cast<const std::byte*>(image.GetData()) + pixel * pixelBytes;
-}
-
-}  // namespace
-
 bool applyCalibration(const cmnalg::Image& range, const double& a, const double& b, const double& c,
                       const double& d, const double& missingValue, const double* lensCoefficients,
                       const double* transform, cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z,
@@ -55,7 +32,7 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
       kernel::calibrateRow(range.GetType(), kDouble, kernel::lensVariant(lensCoefficients),
                            cmnalg::currentInstructionSet());
   if (calibrate == nullptr) return false;
-  const Block block{columnBegin, columnEnd, rowBegin, rowEnd};
+  const PixelBlock block{columnBegin, columnEnd, rowBegin, rowEnd};
   if (block.IsEmpty()) return true;
   if (!block.IsInside(range) || !block.IsInside(x) || !block.IsInside(z)) return false;
 
@@ -70,7 +47,7 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
 
   threading_helpers::forEachRowBlock(rowBegin, rowEnd, block.Columns(), [&](int first, int last) {
     for (int row = first; row < last; ++row) {
-      const std::byte* in = samples(range, columnBegin, row);
+      const std::byte* in = pixelAddress(range, columnBegin, row);
       float* xRow = x.GetRowPtr(row) + columnBegin;
       float* zRow = z.GetRowPtr(row) + columnBegin;
       calibrate(in, xNormalised.data(), block.Columns(), constants, xRow, zRow);
@@ -98,7 +75,7 @@ bool applyCalibrationBlockSheetCurve(int columnBegin, int columnEnd, int rowBegi
                                      const double* sheetCurve, cmnalg::ImageOf<float>& x,
                                      cmnalg::ImageOf<float>& z) {
   if (sheetCurve == nullptr) return false;
-  const Block block{columnBegin, columnEnd, rowBegin, rowEnd};
+  const PixelBlock block{columnBegin, columnEnd, rowBegin, rowEnd};
   if (block.IsEmpty()) return true;
   if (!block.IsInside(x) || !block.IsInside(z)) return false;
   const kernel::SheetCurveRow correct = kernel::sheetCurveRow(cmnalg::currentInstructionSet());

@@ -7,6 +7,7 @@
 #include "planex/infra/containers.h"
 #include "planex/infra/logger.h"
 #include "planex/processing/image_overlap.h"
+#include "planex/processing/pixel_block.h"
 #include "planex/processing/rectification_kernel.h"
 #include "planex/processing/row_parallel.h"
 
@@ -29,12 +30,6 @@ bool sameSize(const Image& a, const Image& b) {
 }
 
 void clear(Image& image) { std::memset(image.GetData(), 0, image.GetRawBufferSize()); }
-
-const std::byte* rowOf(const Image& image, int row) {
-  const std::size_t rowBytes =
-      static_cast<std::size_t>(image.GetPitch()) * bytesPerPixel(image.GetType());
-  return static_cast<const std::byte*>(image.GetData()) + static_cast<std::size_t>(row) * rowBytes;
-}
 
 kernel::SplatCoefficients splatCoefficients(const Image& x, const Image& z,
                                             const cmnalg::Vec<2, double>& lateralSpacing,
@@ -100,7 +95,8 @@ bool rectifyRows(const Image& x, const Image& z, const ImageOf<std::uint8_t>* in
   threading_helpers::forEachRowBlock(0, x.GetHeight(), points, [&](int first, int last) {
     RowScratch scratch(points, mean, resolver.scratchBytes);
     for (int row = first; row < last; ++row) {
-      const int widest = place(rowOf(x, row), rowOf(z, row), coefficients, scratch.Points());
+      const int widest =
+          place(pixelAddress(x, 0, row), pixelAddress(z, 0, row), coefficients, scratch.Points());
       const kernel::TargetRow out{
           target.GetRowPtr(row),
           targetIntensity != nullptr ? targetIntensity->GetRowPtr(row) : nullptr,
