@@ -181,62 +181,84 @@ struct WinnerRowKernel {
 
 // MEAN: sums are formed in the order of the points, as each cell's rounding depends on it.
 
-/// Sums of one cell.
+/// Sums of one cell, one vector wide: height, count and, with intensity, intensity and a lane
+/// that stays 0.
 template <bool kWithIntensity>
 struct CellSums {
-  double height;
-  double count;
-};
-template <>
-struct CellSums<true> {
-  double height;
-  double count;
-  double intensity;
-  double unused;  // keeps a cell one vector wide
+  typedef double Lanes __attribute__((vector_size(kWithIntensity ? 32 : 16)));
+  static constexpr int kLanes = kWithIntensity ? 4 : 2;
 };
 
 template <bool kWithIntensity, bool kOverwrite>
 struct MeanRowKernel {
-  using Sums = CellSums<kWithIntensity>;
+  using Cell = CellSums<kWithIntensity>;
+  using Lanes = typename Cell::Lanes;
 
   template <bool>
   static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, int /*widest*/,
                                        const std::uint8_t* intensity, const TargetRow& target,
                                        void* scratch) {
+    auto* sums = static_cast<double*>(scratch);
     const std::size_t cells = static_cast<std::size_t>(target.width) + 2 * kMargin;
-    Sums* row = static_cast<Sums*>(scratch);
-    std::memset(static_cast<void*>(row), 0, sizeof(Sums) * cells);
+    std::memset(sums, 0, sizeof(Lanes) * cells);
     for (int i = 0; i < points.count; ++i) {
-      const double height = points.height[i];
-      const std::ptrdiff_t column = points.column[i];
       const std::ptrdiff_t halfWidth = points.halfWidth[i];
-      Sums* cell = row + kMargin + column - halfWidth;
-      for (std::ptrdiff_t k = 0; k <= 2 * halfWidth; ++k) {
-        cell[k].height += height;
-        cell[k].count += 1.0;
-        if constexpr (kWithIntensity) cell[k].intensity += static_cast<double>(intensity[i]);
+      double* first = sums + (kMargin + points.column[i] - halfWidth) * Cell::kLanes;
+      Lanes point;
+      if constexpr (kWithIntensity) {
+        point = Lanes{points.height[i], 1.0, static_cast<double>(intensity[i]), 0.0};
+      } else {
+        point = Lanes{points.height[i], 1.0};
       }
+      addToSpan(first, halfWidth, point);
     }
-    for (int k = 0; k < target.width; ++k) {
-      if (row[kMargin + k].count > 0.0) store(row[kMargin + k], target, k);
-    }
+    store(sums + kMargin * Cell::kLanes, target);
   }
 
  private:
-  static PLANEX_ALWAYS_INLINE void store(const Sums& sums, const TargetRow& target, int k) {
-    const double n = sums.count;
-    const double oldHeight = kOverwrite ? 0.0 : double{target.height[k]};
-    const double heightWeight = kOverwrite || oldHeight == 0.0 ? n : n * 2.0;
-    const double height =
-        kOverwrite ? sums.height / n : (oldHeight * n + sums.height) / heightWeight;
-    target.height[k] = static_cast<std::uint16_t>(std::min(height, 65535.0));
-    if constexpr (kWithIntensity) {
-      const double oldIntensity = kOverwrite ? 0.0 : double{target.intensity[k]};
-      // The weight looks at the height just written, not at the one before.
-      const double weight = kOverwrite || target.height[k] == 0 ? n : n * 2.0;
-      const double mean =
-          kOverwrite ? sums.intensity / n : (oldIntensity * n + sums.intensity) / weight;
-      target.intensity[k] = static_cast<std::uint8_t>(std::min(mean + 0.5, 255.0));
+  static PLANEX_ALWAYS_INLINE void add(double* cell, const Lanes& point) {
+    Lanes sum;
+    std::memcpy(&sum, cell, sizeof sum);
+    sum += point;
+    std::memcpy(cell, &sum, sizeof sum);
+  }
+
+  static PLANEX_ALWAYS_INLINE void addToSpan(double* first, std::ptrdiff_t halfWidth,
+                                             const Lanes& point) {
+    if (halfWidth == 1) {  // the usual width, without a loop
+      add(first, point);
+      add(first + Cell::kLanes, point);
+      add(first + 2 * Cell::kLanes, point);
+      return;
+    }
+    for (std::ptrdiff_t k = 0; k <= 2 * halfWidth; ++k) add(first + k * Cell::kLanes, point);
+  }
+
+  static PLANEX_ALWAYS_INLINE void store(const double* __restrict sums, const TargetRow& target) {
+    std::uint16_t* __restrict heights = target.height;
+    std::uint8_t* __restrict intensities = target.intensity;
+    const int width = target.width;
+#pragma omp simd
+    for (std::ptrdiff_t k = 0; k < width; ++k) {
+      const double heightSum = sums[k * Cell::kLanes];
+      const double count = sums[k * Cell::kLanes + 1];
+      const bool hit = count > 0.0;
+      const double n = hit ? count : 1.0;
+      const double stored = static_cast<double>(heights[k]);
+      const double height =
+          kOverwrite ? heightSum / n : (stored * n + heightSum) / (stored != 0.0 ? n * 2.0 : n);
+      const double cell = hit ? std::min(height, 65535.0) : stored;
+      const std::int32_t written = static_cast<std::int32_t>(cell);
+      heights[k] = static_cast<std::uint16_t>(written);
+      if constexpr (kWithIntensity) {
+        const double intensitySum = sums[k * Cell::kLanes + 2];
+        const double before = static_cast<double>(intensities[k]);
+        // The weight looks at the height just written, not at the one before.
+        const double mean = kOverwrite ? intensitySum / n
+                                       : (before * n + intensitySum) / (written != 0 ? n * 2.0 : n);
+        const double rounded = hit ? std::min(mean + 0.5, 255.0) : before;
+        intensities[k] = static_cast<std::uint8_t>(static_cast<std::int32_t>(rounded));
+      }
     }
   }
 };
@@ -265,7 +287,7 @@ template <bool kWithIntensity, bool kOverwrite>
 Resolver mean(int targetWidth, InstructionSet set) {
   using Kernel = MeanRowKernel<kWithIntensity, kOverwrite>;
   return {KernelVariants<Kernel, ResolveSignature>::choose(set),
-          sizeof(CellSums<kWithIntensity>) * rowCells(targetWidth)};
+          sizeof(typename CellSums<kWithIntensity>::Lanes) * rowCells(targetWidth)};
 }
 
 }  // namespace
