@@ -12,8 +12,9 @@ namespace cmnalg {
 
 /// Dense row-major matrix of float or double: element (r, c) is at Data()[r * Pitch() + c].
 ///
-/// Refusals are warnings on the logger "Matrix" and false. Copies are deep; a copy that finds no
-/// memory throws std::bad_alloc and leaves the target as it was.
+/// Refusals are warnings on the logger "Matrix" and false. Copies are deep, with pitch = width and
+/// memory from the source's allocator; a copy that finds no memory throws std::bad_alloc and leaves
+/// the target as it was. A matrix that was moved from is empty.
 template <typename T>
 class Matrix {
  public:
@@ -44,7 +45,8 @@ class Matrix {
               const etl::Allocator& allocator = etl::StandardMemAllocator::Default());
 
   /// Makes the matrix a view of the caller's rows * pitch elements, which must outlive it and
-  /// are never freed by it. Same checks as Create; null data are refused as failed memory.
+  /// are never freed by it. Same checks as Create; null data are refused as failed memory. The
+  /// elements must not be this matrix's own: those are freed here.
   bool CreateExternal(T* data, int rows, int cols, int pitch = 0);
 
   int Width() const { return width_; }
@@ -57,16 +59,17 @@ class Matrix {
   T* operator[](int row) { return data_ + static_cast<std::ptrdiff_t>(row) * pitch_; }
   const T* operator[](int row) const { return data_ + static_cast<std::ptrdiff_t>(row) * pitch_; }
 
-  /// The matrix product, each sum in order of the inner index. Factors that do not fit give an
-  /// empty matrix.
+  /// The matrix product, each sum in order of the inner index. Factors that do not fit, silently,
+  /// and a product that cannot be created, with Create's warning, give an empty matrix.
   Matrix operator*(const Matrix& right) const;
 
   /// The member `name` as an array of rows. Reading takes the number of rows from the outer and
   /// the number of columns from the first inner array; rows of other lengths are a size-mismatch
-  /// error, an empty outer array leaves the matrix as it was.
+  /// error, an empty outer array leaves the matrix as it was. So does every error.
   void Visit(etl::IVisitor& visitor, const char* name);
 
  private:
+  void Read(etl::IVisitor& visitor, std::size_t rows);
   void Release() noexcept;
 
   T* data_ = nullptr;

@@ -7,8 +7,13 @@
 
 namespace cmnalg::math {
 
-/// Inverts a square matrix by LU decomposition with partial pivoting (Golub and Van Loan, Matrix
-/// Computations, 4th ed., section 3.4).
+/// Inverts a square matrix by LU decomposition with partial pivoting, in double, after rows and
+/// columns have been scaled by powers of two to a largest element near 1. Source: Golub and Van
+/// Loan, Matrix Computations, 4th ed., sections 3.4 and 3.5.2.
+///
+/// The matrix counts as singular when the estimated reciprocal condition of the scaled matrix is
+/// not above n epsilon, epsilon being that of T: its inverse would be rounding errors. A last row
+/// (0, ..., 0, 1) is that of the inverse, too, without any error.
 ///
 /// @param out receives the inverse, with pitch = width; untouched on failure
 /// @return false when `in` is empty, not square ("Input or output matrix is not correct size."),

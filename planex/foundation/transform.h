@@ -33,8 +33,12 @@ class Transform final : public etl::IVisitable {
  public:
   /// The identity.
   Transform();
+  // Copies only, no moves, so that a transform always has its matrix.
+  Transform(const Transform&) = default;
+  Transform& operator=(const Transform& other);
 
-  /// Sets matrix and declared type, after checking that the matrix is not more general.
+  /// Sets matrix and declared type, after checking that the matrix is not more general. A type
+  /// beyond HOMOGRAPHY is stored as it is; users of the transform refuse it.
   /// @return false, the transform unchanged, with a warning on the logger "Matrix": "Input
   ///         matrix is not correct size." or "The matrix represents a transform more general
   ///         than the desired transform type, check transform matrix or adjust the desired
@@ -69,12 +73,14 @@ class Transform final : public etl::IVisitable {
   ///     TRANSLATION  a translation component is not 0
   ///     IDENTITY     otherwise
   ///
-  /// An element that is NaN fails every comparison above that would accept it.
+  /// NaN counts as different from everything: in the bottom row it gives HOMOGRAPHY, in L AFFINE,
+  /// in the translation TRANSLATION. Evaluated in double.
   TransformType GetTypeNumerical() const;
 
   const char* GetClassName() const override;  ///< "Transform2D" or "Transform3D"
   /// Members "Type" (the type's text) and "Matrix". A text that names no type, and a matrix of
-  /// another size, are reading errors.
+  /// another size, are reading errors, which leave the transform as it was; the declared type
+  /// is not compared with the matrix.
   void Visit(etl::IVisitor& visitor) override;
   std::unique_ptr<etl::IVisitable> CloneVisitable() const override;
 
