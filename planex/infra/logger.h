@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdarg>
 #include <cstdint>
 #include <memory>
 #include <shared_mutex>
@@ -72,12 +73,14 @@ class PLANEX_EXPORT Logger {
   Logger(std::string name, Logger* parent, std::int32_t level);
 
   std::shared_ptr<const HandlerList> Handlers() const;
-  void SetHandlers(std::shared_ptr<const HandlerList> handlers);
+  template <typename Change>
+  void ChangeHandlers(const Change& change);
+  void LogFormatted(std::int32_t level, const char* format, std::va_list args);
   void Publish(const LogRecord& record) const;
 
   mutable std::shared_mutex handlersMutex_;
-  std::shared_ptr<const HandlerList>
-      handlers_;  // replaced as a whole: publishing works on a snapshot
+  // Never changed, only replaced as a whole: publishing works on a snapshot, without the lock.
+  std::shared_ptr<const HandlerList> handlers_;
   Logger* const parent_;
   std::atomic<bool> useParentHandlers_{true};
   const std::string name_;

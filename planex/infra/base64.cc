@@ -1,0 +1,97 @@
+#include "planex/infra/base64.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+namespace etl::base64 {
+namespace {
+
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "groups are stored as 32-bit words");
+
+constexpr std::uint32_t kInvalid = 0xff000000U;  // no three bytes reach these bits
+
+/// For every character its six bits, where they stand among the three bytes of a group; the first
+/// byte is the lowest of the word.
+using PlacedValues = std::array<std::uint32_t, 256>;
+
+constexpr PlacedValues placedValues(int shift) {
+  PlacedValues values{};
+  for (auto& value : values) value = kInvalid;
+  for (std::uint32_t i = 0; i < 64; ++i) {
+    const std::uint32_t bits = i << shift;
+    values[static_cast<unsigned char>(kAlphabet[i])] =
+        bits >> 16 | (bits & 0xff00U) | (bits & 0xffU) << 16;
+  }
+  return values;
+}
+
+constexpr PlacedValues kFirst = placedValues(18);
+constexpr PlacedValues kSecond = placedValues(12);
+constexpr PlacedValues kThird = placedValues(6);
+constexpr PlacedValues kFourth = placedValues(0);
+
+std::uint32_t group(const char* text) {
+  std::uint32_t c = 0;
+  std::memcpy(&c, text, sizeof c);
+  return kFirst[c & 0xff] | kSecond[c >> 8 & 0xff] | kThird[c >> 16 & 0xff] | kFourth[c >> 24];
+}
+
+/// The last group: one to three bytes.
+bool decodeLast(const char* text, std::size_t size, unsigned char* bytes) {
+  char filled[4];
+  std::memcpy(filled, text, sizeof filled);
+  for (std::size_t i = size + 1; i < 4; ++i) filled[i] = kAlphabet[0];  // in place of the padding
+  const std::uint32_t bits = group(filled);
+  if (bits >> (8 * size) != 0) return false;  // a bad character, or unused bits that are set
+  std::memcpy(bytes, &bits, size);
+  return true;
+}
+
+void encodeGroup(std::uint32_t bits, char* text) {
+  text[0] = kAlphabet[bits >> 18 & 63];
+  text[1] = kAlphabet[bits >> 12 & 63];
+  text[2] = kAlphabet[bits >> 6 & 63];
+  text[3] = kAlphabet[bits & 63];
+}
+
+}  // namespace
+
+void appendEncoded(const unsigned char* bytes, std::size_t size, std::string& text) {
+  const std::size_t start = text.size();
+  text.resize(start + encodedSize(size));
+  char* out = text.data() + start;
+  for (; size >= 3; size -= 3, bytes += 3, out += 4) {
+    encodeGroup(std::uint32_t{bytes[0]} << 16 | std::uint32_t{bytes[1]} << 8 | bytes[2], out);
+  }
+  if (size == 0) return;
+  encodeGroup(std::uint32_t{bytes[0]} << 16 | (size == 2 ? std::uint32_t{bytes[1]} << 8 : 0), out);
+  out[3] = '=';
+  if (size == 1) out[2] = '=';
+}
+
+bool decodedSize(std::string_view text, std::size_t& size) {
+  if (text.size() % 4 != 0) return false;
+  size = text.size() / 4 * 3;
+  if (text.empty() || text.back() != '=') return true;
+  size -= text[text.size() - 2] == '=' ? 2 : 1;
+  return true;
+}
+
+bool decode(std::string_view text, unsigned char* bytes) {
+  std::size_t size = 0;
+  if (!decodedSize(text, size)) return false;
+  if (text.empty()) return true;
+  const char* in = text.data();
+  const char* const last = in + text.size() - 4;
+  std::uint32_t seen = 0;
+  for (; in != last; in += 4, bytes += 3) {
+    const std::uint32_t bits = group(in);
+    seen |= bits;
+    std::memcpy(bytes, &bits, sizeof bits);  // the fourth byte is the next group's first
+  }
+  return (seen & kInvalid) == 0 && decodeLast(in, size - (text.size() / 4 - 1) * 3, bytes);
+}
+
+}  // namespace etl::base64

@@ -1,0 +1,162 @@
+#include "planex/infra/logger.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace base {
+namespace {
+
+thread_local bool insideHandler = false;
+
+/// Marks this thread as running handlers, also when one of them throws.
+class HandlerScope {
+ public:
+  HandlerScope() { insideHandler = true; }
+  ~HandlerScope() { insideHandler = false; }
+  HandlerScope(const HandlerScope&) = delete;
+  HandlerScope& operator=(const HandlerScope&) = delete;
+};
+
+std::string formatted(const char* format, std::va_list args) {
+  std::va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, format, args);
+  std::string text;
+  if (length < 0) {
+    text = format;  // cannot be filled in: better than nothing
+  } else {
+    text.resize(static_cast<std::size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+}  // namespace
+
+Logger::Logger(std::string name, Logger* parent, std::int32_t level)
+    : handlers_(std::make_shared<const HandlerList>()),
+      parent_(parent),
+      name_(std::move(name)),
+      level_(level) {}
+
+// The root and the map of the others are never destroyed: static objects of a caller may log
+// from their destructors.
+Logger& Logger::GetRoot() {
+  static auto* const root = new Logger("", nullptr, WARNING);
+  return *root;
+}
+
+Logger& Logger::Get(const std::string& name) {
+  Logger& root = GetRoot();
+  if (name.empty()) return root;
+  static auto* const mutex = new std::mutex;
+  static auto* const loggers = new std::map<std::string, std::unique_ptr<Logger>>;
+  const std::lock_guard lock(*mutex);
+  const auto found = loggers->find(name);
+  if (found != loggers->end()) return *found->second;
+  std::unique_ptr<Logger> logger(new Logger(name, &root, INHERIT));
+  return *loggers->emplace(name, std::move(logger)).first->second;
+}
+
+bool Logger::IsLoggable(std::int32_t level) const {
+  for (const Logger* logger = this; logger != nullptr; logger = logger->parent_) {
+    const std::int32_t threshold = logger->level_;
+    if (threshold != INHERIT) return level >= threshold;
+  }
+  return true;  // the root's level was set to INHERIT: there is nobody left to refuse
+}
+
+void Logger::LogFormatted(std::int32_t level, const char* format, std::va_list args) {
+  Log(level, formatted(format, args));
+}
+
+// A function with variable arguments cannot hand them on but as a va_list of its own.
+#define PLANEX_LOG_AT(level)           \
+  if (!IsLoggable(level)) return;      \
+  std::va_list args;                   \
+  va_start(args, format);              \
+  LogFormatted((level), format, args); \
+  va_end(args)
+
+void Logger::Severe(const char* format, ...) { PLANEX_LOG_AT(SEVERE); }
+void Logger::Warning(const char* format, ...) { PLANEX_LOG_AT(WARNING); }
+void Logger::Info(const char* format, ...) { PLANEX_LOG_AT(INFO); }
+void Logger::Config(const char* format, ...) { PLANEX_LOG_AT(CONFIG); }
+void Logger::Fine(const char* format, ...) { PLANEX_LOG_AT(FINE); }
+void Logger::Finer(const char* format, ...) { PLANEX_LOG_AT(FINER); }
+void Logger::Finest(const char* format, ...) { PLANEX_LOG_AT(FINEST); }
+
+#undef PLANEX_LOG_AT
+
+void Logger::Log(std::int32_t level, const std::string& message) {
+  LogRecord record;
+  record.level = level;
+  record.loggerName = name_;
+  record.message = message;
+  record.timestamp = static_cast<std::uint32_t>(std::time(nullptr));
+  Publish(record);
+}
+
+void Logger::Publish(const LogRecord& record) const {
+  if (insideHandler) return;
+  const HandlerScope scope;
+  for (const Logger* logger = this; logger != nullptr;) {
+    const std::shared_ptr<const HandlerList> handlers = logger->Handlers();
+    for (const auto& handler : *handlers) {
+      if (handler->IsLoggable(record)) handler->Publish(record);
+    }
+    logger = logger->useParentHandlers_ ? logger->parent_ : nullptr;
+  }
+}
+
+std::shared_ptr<const Logger::HandlerList> Logger::Handlers() const {
+  const std::shared_lock lock(handlersMutex_);
+  return handlers_;
+}
+
+/// Replaces the list by `change` of a copy of it. The former list, and with it handlers that
+/// nobody else holds, goes after the lock is released, because their destructors may log.
+template <typename Change>
+void Logger::ChangeHandlers(const Change& change) {
+  std::shared_ptr<const HandlerList> former;
+  const std::unique_lock lock(handlersMutex_);
+  auto handlers = std::make_shared<HandlerList>(*handlers_);
+  change(*handlers);
+  former = std::exchange(handlers_, std::move(handlers));
+}
+
+void Logger::AddHandler(std::unique_ptr<LogHandler> handler) {
+  if (handler == nullptr) return;
+  const std::shared_ptr<LogHandler> added = std::move(handler);
+  ChangeHandlers([&](HandlerList& handlers) { handlers.push_back(added); });
+}
+
+void Logger::RemoveAllHandlers(bool all) {
+  ChangeHandlers([&](HandlerList& handlers) {
+    const auto goes = [&](const auto& handler) { return all || handler->IsRemovable(); };
+    handlers.erase(std::remove_if(handlers.begin(), handlers.end(), goes), handlers.end());
+  });
+}
+
+void Logger::ReplaceAllHandlers(std::unique_ptr<LogHandler> handler) {
+  const std::shared_ptr<LogHandler> added = std::move(handler);
+  ChangeHandlers([&](HandlerList& handlers) {
+    handlers.clear();
+    if (added != nullptr) handlers.push_back(added);
+  });
+}
+
+std::shared_ptr<LogHandler> Logger::GetHandler(const std::string& name) const {
+  const std::shared_ptr<const HandlerList> handlers = Handlers();
+  for (const auto& handler : *handlers) {
+    if (handler->GetName() == name) return handler;
+  }
+  return nullptr;
+}
+
+}  // namespace base
