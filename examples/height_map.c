@@ -189,6 +189,7 @@ static bool printMeasurements(const Chain* chain) {
   Feature feature;
   double plateRoughness = 0;
   int count = 0, off = 0;
+  bool complete;
   FILE* file = openIn(chain->folder, "truth.txt", "r");
   if (file == NULL) return false;
   sources.pointNoise = row * chain->rowHeight;
@@ -206,15 +207,17 @@ static bool printMeasurements(const Chain* chain) {
     if (count++ == 0) plateRoughness = roughness(map, &feature.b);
     off += !good;
   }
+  complete = count > 0 && feof(file) != 0;
   fclose(file);
   printf(
-      "\nexplained by line noise of %.2f pixel (%.1f um in Z, left on the plate: %.1f um a cell),\n"
-      "range values in steps of %g pixel, heights in steps of %.2f um%s.\n",
-      chain->scan.rowNoise, 1e3 * sources.pointNoise, 1e3 * plateRoughness,
-      chain->scan.traits.scaleZ, 1e3 * map->transform.scaleZ,
-      sources.mean ? ", and on the cylinder by the width of the columns"
-                   : ", and by a mode that takes one point of a cell for all");
-  if (count == 0) return failed("reading truth.txt");
+      "\nexplained: line noise of %.2f pixel (%.1f um in Z; %.1f um are left in a cell of the "
+      "plate),\n",
+      chain->scan.rowNoise, 1e3 * sources.pointNoise, 1e3 * plateRoughness);
+  printf("range values in steps of %g pixel, heights in steps of %.2f um, and %s\n",
+         chain->scan.traits.scaleZ, 1e3 * map->transform.scaleZ,
+         sources.mean ? "the width of columns on the cylinder"
+                      : "a mode that takes one point of a cell for all");
+  if (!complete) return failed("reading truth.txt");
   return off == 0 || failed("a deviation that noise and grid do not explain");
 }
 
