@@ -7,7 +7,8 @@
    mode is one of PLANEX_RECTIFICATION_...: 0 mean (the default), 1 highest, 2 lowest, 3 darkest,
    4 brightest. Exits with 1 when a step fails or a measurement is further from the truth than
    noise and grid explain. */
-#define _POSIX_C_SOURCE 199309L /* clock_gettime */
+/* clock_gettime; NOLINTNEXTLINE(bugprone-reserved-identifier): the name is POSIX's. */
+#define _POSIX_C_SOURCE 199309L
 
 #include <math.h>
 #include <planex/api/planex.h>
@@ -230,7 +231,7 @@ static bool writeHeightPng(FILE* file, const HeightMap* map) {
   if (levels == NULL) return false;
   for (i = 0; i < count; ++i) {
     const double level = (map->z[i] - map->transform.originZ) / map->transform.scaleZ;
-    levels[i] = isnan(level) ? 0 : (uint16_t)(level + 0.5);
+    levels[i] = isnan(level) ? 0 : (uint16_t)lround(level);
   }
   written = writeGreyPng(file, levels, 16, map->width, map->height);
   free(levels);

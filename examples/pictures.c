@@ -150,17 +150,17 @@ static void drawMap(Canvas* canvas, const float* heights, int width, double zMin
 static void drawColorBar(Canvas* canvas, int x, double zMin, double zMax) {
   const int top = 70, bottom = canvas->height - 40, barWidth = 36;
   const double step = roundStep(zMax - zMin, 5);
-  double z;
+  const int first = (int)ceil(zMin / step), last = (int)floor(zMax / step + 1e-9);
   char text[32];
-  int y;
+  int y, i;
   for (y = top; y < bottom; ++y) {
     fill(canvas, x, y, barWidth, 1, falseColor((double)(bottom - y) / (bottom - top)));
   }
   write(canvas, x, 24, "mm");
-  for (z = ceil(zMin / step) * step; z <= zMax + 1e-9 * step; z += step) {
-    y = bottom - (int)((z - zMin) / (zMax - zMin) * (bottom - top));
+  for (i = first; i <= last; ++i) {
+    y = bottom - (int)((i * step - zMin) / (zMax - zMin) * (bottom - top));
     fill(canvas, x + barWidth, y - 1, 8, 2, kInk);
-    snprintf(text, sizeof text, "%g", fabs(z) < 1e-9 * step ? 0.0 : z);
+    snprintf(text, sizeof text, "%g", i * step);
     write(canvas, x + barWidth + 14, y - kGlyphHeight * kFontScale / 2, text);
   }
 }
