@@ -25,7 +25,7 @@ enum class ZeroPixels : std::int32_t {
 ///     physical = index * PixelSize + Origin
 ///
 /// Creation reports refusals as ImageData does and never throws; copying an image is deep and
-/// may throw std::bad_alloc.
+/// may throw std::bad_alloc. An image that was moved from has no buffer.
 class PLANEX_EXPORT Image : public etl::IVisitable {
  public:
   Vec<3, double> PixelSize{1, 1, 1};
@@ -57,6 +57,8 @@ class PLANEX_EXPORT Image : public etl::IVisitable {
               const etl::Allocator& allocator, bool transferOwnership);
 
   /// The type of the pixels; ImageOf<T> answers with its fixed type.
+  /// Creating or assigning another type through a reference to Image leaves an ImageOf<T>
+  /// invalidated; creation says "Unexpected programming error." and returns false.
   virtual ImageType GetType() const;
   bool IsIntegerType() const { return isIntegerType(GetType()); }
   bool IsFloatingType() const { return isFloatingType(GetType()); }
@@ -83,12 +85,24 @@ class PLANEX_EXPORT Image : public etl::IVisitable {
   const char* GetClassName() const override;  ///< "Image", for every pixel type
   /// Members "PixelSize", "Origin" (sub-objects x, y, z), "HandleZeroPixels" ("Default",
   /// "MissingData", "Unknown" for any other value, which reads back as 2) and "Data" with
-  /// "ImageType", "Width", "Height" and "Pixels" (rows without padding). When read, the decoded
-  /// pixels must have exactly the announced size before anything is allocated.
+  /// "ImageType" (the name in documents), "Width", "Height" and "Pixels" (rows without padding).
+  ///
+  /// When read, the decoded pixels must have exactly the announced size before anything is
+  /// allocated; the buffer is a fresh one with pitch = width. Sizes that are negative or have too
+  /// large a product, names of no type, "invalid" with other sizes than 0 x 0, and in an
+  /// ImageOf<T> another type than T's are reading errors. On an error the image stays as it was.
   void Visit(etl::IVisitor& visitor) override;
   std::unique_ptr<etl::IVisitable> CloneVisitable() const override;
 
+ protected:
+  /// Whether pixels of that type may be stored; invalid types always may, as "no pixels".
+  virtual bool CanHold(ImageType type) const;
+
  private:
+  bool TakeOver(const Image& other, bool clone);
+  bool RefuseType();
+  void VisitData(etl::IVisitor& visitor, ImageData& data) const;
+
   ImageData data_;
 };
 

@@ -13,8 +13,10 @@ namespace cmnalg {
 ///
 /// Pixel (x, y) lives at element x + y * pitch; the buffer holds pitch * height elements. A buffer
 /// is empty (no memory), valid with memory, or invalidated by a failed creation; a successful
-/// creation makes it valid again. Refusals are warnings on the logger "Image" and false; only
-/// copying throws (std::bad_alloc), and then leaves the target as it was.
+/// creation makes it valid again. An image of some size but without a pixel (10 x 0) has a buffer
+/// of no use, 0 x 0 has none. One that was moved from is empty, of invalid type. Refusals are
+/// warnings on the logger "Image" and false; only copying throws (std::bad_alloc), and then leaves
+/// the target as it was.
 class PLANEX_EXPORT ImageData {
  public:
   ImageData() = default;
@@ -24,8 +26,8 @@ class PLANEX_EXPORT ImageData {
   ImageData& operator=(ImageData&& other) noexcept;
   ~ImageData();
 
-  /// Allocates. A present buffer of exactly the needed byte size is kept with its contents;
-  /// nothing is cleared.
+  /// Allocates. A present buffer, owned or borrowed, of exactly the needed byte size is kept with
+  /// its contents; nothing is cleared.
   /// @param pitch     pixels between the starts of two rows; 0 means width
   /// @param allocator must outlive the buffer
   /// @return false, the image invalidated, with "Cannot create image of type
@@ -38,18 +40,23 @@ class PLANEX_EXPORT ImageData {
   ///
   /// @param data   height rows of pitch pixels
   /// @param clone  copy the pixels into memory of this image (from `allocator`); otherwise the
-  ///               pixels stay where they are and must outlive the image
+  ///               pixels stay where they are and must outlive the image. A present buffer of
+  ///               the same type, width and height and at least that pitch takes the copy and
+  ///               keeps its pitch, owned or borrowed
   /// @param transferOwnership  the memory is given back through `allocator` by this image
   /// @return false, the image invalidated, with "Invalid pointer in image creation.", "Cannot
   ///         create image with negative width or height.", "Line pitch cannot be smaller than
   ///         the image width.", "Invalid combination of flags, cannot clone the data and transfer
-  ///         ownership.", "Unexpected programming error." (the image's own pixels in another
-  ///         shape; in their present shape nothing happens and the result is true) or "Failed to
-  ///         allocate."; an invalid type is refused as in the allocating form
+  ///         ownership.", "Unexpected programming error." (the image's own buffer in another
+  ///         shape, or a view that starts inside the memory it owns; its buffer in the present
+  ///         shape: nothing happens, true), "Cannot create image of type IMAGE_TYPE_INVALID." or
+  ///         "Failed to allocate." (without cloning, too, where pitch * height has no 32-bit
+  ///         integer)
   bool Create(void* data, ImageType type, int width, int height, int pitch, bool clone,
               const etl::Allocator& allocator, bool transferOwnership);
 
-  /// Deep copy with the source's pitch and allocator. @return false as above
+  /// Deep copy with the source's pitch and allocator, always into memory of its own.
+  /// @return false, the image invalidated, with "Failed to allocate."
   bool Copy(const ImageData& other);
 
   /// Releases the buffer; type, sizes and pitch become those of an empty image of that type.
@@ -79,9 +86,21 @@ class PLANEX_EXPORT ImageData {
   bool IsValid() const { return valid_; }
   /// Bytes of the buffer: height * pitch * bytes per pixel.
   std::size_t GetBufferSize() const;
+  /// The allocator of the buffer, the standard one where there is none.
   const etl::Allocator& GetAllocator() const;
 
  private:
+  bool Clone(const void* data, ImageType type, int width, int height, int pitch,
+             const etl::Allocator& allocator);
+  bool Duplicate(const ImageData& other);
+  void FillFrom(const void* data, int pitch);
+  bool Allocate(ImageType type, int width, int height, int pitch, const etl::Allocator& allocator);
+  void Describe(ImageType type, int width, int height, int pitch) noexcept;
+  void Release() noexcept;
+  bool Refuse(const char* text);
+  bool LiesInOwnBuffer(const void* data) const;
+  unsigned char* PixelAddress(int x, int y) const;
+
   void* data_ = nullptr;
   ImageType type_ = IMAGE_TYPE_INVALID;
   std::int32_t pitch_ = 0;

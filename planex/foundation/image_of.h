@@ -8,7 +8,8 @@ namespace cmnalg {
 
 /// An image whose pixels are of type T.
 ///
-/// Instances exist for the eleven pixel types.
+/// Instances exist for the eleven pixel types. Its documents are those of Image; reading accepts
+/// pixels of type T only.
 template <typename T>
 class ImageOf final : public Image {
  public:
@@ -60,6 +61,9 @@ class ImageOf final : public Image {
       for (int x = 0; x < GetWidth(); ++x) row[x] = value;
     }
   }
+
+ protected:
+  bool CanHold(ImageType type) const override { return type == kType || bytesPerPixel(type) == 0; }
 
  private:
   static constexpr ImageType kType = PixelTypeOf<T>::value;
