@@ -49,8 +49,10 @@ bool decodeLast(const char* text, std::size_t size, unsigned char* bytes) {
   return true;
 }
 
-void encodeGroup(std::uint32_t bits, char* text) {
-  text[0] = kAlphabet[bits >> 18 & 63];
+void encodeGroup(const unsigned char* bytes, char* text) {
+  const std::uint32_t bits =
+      std::uint32_t{bytes[0]} << 16 | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]};
+  text[0] = kAlphabet[bits >> 18];
   text[1] = kAlphabet[bits >> 12 & 63];
   text[2] = kAlphabet[bits >> 6 & 63];
   text[3] = kAlphabet[bits & 63];
@@ -58,17 +60,28 @@ void encodeGroup(std::uint32_t bits, char* text) {
 
 }  // namespace
 
-void appendEncoded(const unsigned char* bytes, std::size_t size, std::string& text) {
-  const std::size_t start = text.size();
-  text.resize(start + encodedSize(size));
-  char* out = text.data() + start;
-  for (; size >= 3; size -= 3, bytes += 3, out += 4) {
-    encodeGroup(std::uint32_t{bytes[0]} << 16 | std::uint32_t{bytes[1]} << 8 | bytes[2], out);
+void Encoder::Append(const unsigned char* bytes, std::size_t size) {
+  while (restSize_ > 0 && size > 0) {
+    rest_[restSize_++] = *bytes++;
+    --size;
+    if (restSize_ == 3) Finish();
   }
-  if (size == 0) return;
-  encodeGroup(std::uint32_t{bytes[0]} << 16 | (size == 2 ? std::uint32_t{bytes[1]} << 8 : 0), out);
-  out[3] = '=';
-  if (size == 1) out[2] = '=';
+  const std::size_t start = text_.size();
+  text_.resize(start + size / 3 * 4);
+  char* out = text_.data() + start;
+  for (; size >= 3; size -= 3, bytes += 3, out += 4) encodeGroup(bytes, out);
+  if (size > 0) std::memcpy(rest_ + restSize_, bytes, size);
+  restSize_ += size;
+}
+
+void Encoder::Finish() {
+  if (restSize_ == 0) return;
+  char group[4];
+  std::memset(rest_ + restSize_, 0, 3 - restSize_);
+  encodeGroup(rest_, group);
+  std::memset(group + restSize_ + 1, '=', 3 - restSize_);
+  text_.append(group, sizeof group);
+  restSize_ = 0;
 }
 
 bool decodedSize(std::string_view text, std::size_t& size) {

@@ -7,12 +7,20 @@
 /// Bytes as text in the standard alphabet of RFC 4648, section 4, with padding.
 namespace etl::base64 {
 
-/// @return the characters that `size` bytes take, a multiple of four
-constexpr std::size_t encodedSize(std::size_t size) { return (size / 3 + (size % 3 != 0)) * 4; }
+/// Appends the text of bytes that come in pieces.
+class Encoder {
+ public:
+  explicit Encoder(std::string& text) : text_(text) {}
 
-/// Appends the text of `size` bytes. Texts of pieces may be joined when all pieces but the last
-/// have a multiple of three bytes.
-void appendEncoded(const unsigned char* bytes, std::size_t size, std::string& text);
+  void Append(const unsigned char* bytes, std::size_t size);
+  /// Writes what is left, with padding; nothing may be appended after it.
+  void Finish();
+
+ private:
+  std::string& text_;
+  unsigned char rest_[3] = {};  // bytes that do not fill a group yet
+  std::size_t restSize_ = 0;
+};
 
 /// Length of what `text` stands for, from its length and padding alone.
 ///

@@ -140,38 +140,49 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
   enum class LevelKind { Object, SubObject, Array };
   struct Level {
     LevelKind kind;
-    etl::ArrayType arrayType;
     const cJSON* node;
-    const cJSON* next;  // array: first element not yet visited
-    std::size_t count;  // array: its length
-    etl::String name;   // class of an object or sub-object, member name of an array
+    etl::String name;          // class of an object, also when empty; member name of an array
+    etl::ArrayType arrayType;  // array only, like what follows
+    std::size_t count;         // its length
+    const cJSON* next;         // first element not yet visited
   };
 
   void Parse(const char* text);
-  const cJSON* Find(const cJSON* object, const char* name) const;
-  const cJSON* FindMember(const char* name) const;
   const cJSON* CheckedRoot();
-  void VisitObject(const cJSON* node, const char* className, etl::IVisitable& object);
-  const cJSON* NumberMember(const char* name);
-  const cJSON* TakeArray(const char* name);
+  void VisitObject(const cJSON* node, etl::IVisitable& object);
+
+  const cJSON* Find(const cJSON* object, const char* name) const;
+  const char* FindText(const cJSON* object, const char* name) const;
+  const cJSON* Lookup(const char* name);
+  const cJSON* Member(const char* name);
+  const cJSON* ObjectMember(const char* name);
+  const char* TextMember(const char* name);
   template <typename T>
-  void ReadNumber(T& value, const char* name);
+  bool Assign(const cJSON* node, T& value, const char* name);
+  template <typename T>
+  void ReadMember(T& value, const char* name);
+
+  bool IsInside(LevelKind kind) const;
+  bool IsInsideArrayOf(etl::ArrayType type) const;
+  void Enter(LevelKind kind, const cJSON* node, const char* name);
+  void Leave(LevelKind kind);
+  const cJSON* NextArray(const char* name);
   template <typename T>
   void ReadPodArray(T* values);
-  void ReadBase64(const cJSON& text, unsigned char* bytes, std::size_t size, const char* name);
-  bool AgreesWithShape(const cJSON* node, const etl::BigDataArray& array, std::size_t& bytes);
-  void PushLevel(LevelKind kind, const cJSON* node, const char* name);
-  bool PopLevel(LevelKind kind, const char* className);
-  const char* ClassName() const;
-  const char* ArrayName() const;
-  void FailMember(const char* name);
-  void FailNumber(const char* name);
-  void FailInClass(const char* text);
+  const char* CheckedBigData(const etl::BigDataArray& array, std::size_t& bytes);
+  void FillBigData(const etl::BigDataArray& array, const char* text, std::size_t bytes,
+                   const char* name);
+
+  const etl::String& ClassName() const;
+  void FailMember(const char* name, const char* what);
+  void FailMissing(const char* name);
+  void FailBase64(const char* name);
+  void FailInClass(const etl::String& text);
 
   cJSON* owned_ = nullptr;
   const cJSON* root_ = nullptr;
   const bool exactNames_;
-  const cJSON* pendingObject_ = nullptr;  // what the next BeginVisiting enters
+  const cJSON* objectNode_ = nullptr;  // what the next BeginVisiting enters
   std::vector<Level> levels_;
   etl::String error_;
 };

@@ -115,25 +115,25 @@ class PLANEX_EXPORT JsonVisitingSerializer final : public etl::IVisitor {
   const etl::String& GetErrorDescription() const override { return error_; }
 
  private:
-  enum class LevelKind { Object, SubObject, Array };
+  enum class LevelKind { Wrapper, Object, SubObject, Array };  // Wrapper: of "class" and "data"
   struct Level {
     LevelKind kind;
     etl::ArrayType arrayType;
-    std::size_t count;  // elements announced for an array
-    bool empty;         // nothing written in it so far
+    std::size_t announced;  // elements of an array
+    std::size_t written;    // members or elements so far
   };
 
+  void WriteObject(etl::IVisitable& object);
   bool BeginMember(const char* name);
-  bool BeginElement();
+  bool BeginArrayValue(const char* name);
+  void Separate();
+  void NewLine();
   void Open(LevelKind kind, char bracket);
   void Close(char bracket);
-  bool Closes(LevelKind kind) const;
-  void BeginClassAndData(const char* className);
-  void EndClassAndData();
-  void NewLine();
+  bool IsInside(LevelKind kind) const;
   void PutText(std::string_view text) { pending_.append(text); }
   void PutQuoted(std::string_view text);
-  void PutBase64Member(const void* bytes, std::size_t size, const char* name);
+  void PutBase64(const void* bytes, std::size_t size);
   void PutBase64Rows(const etl::BigDataArray& array);
   template <typename T>
   void PutNumber(T value);
@@ -141,7 +141,6 @@ class PLANEX_EXPORT JsonVisitingSerializer final : public etl::IVisitor {
   void WriteNumber(T value, const char* name);
   template <typename T>
   void WritePodArray(const T* values);
-  void FlushIfLarge();
   void Flush();
 
   etl::OutStream& stream_;
@@ -149,6 +148,7 @@ class PLANEX_EXPORT JsonVisitingSerializer final : public etl::IVisitor {
   int floatDigits_ = 9;
   int doubleDigits_ = 17;
   Details details_ = Details::Full;
+  bool objectExpected_ = false;  // a member name is written, BeginVisiting gives its value
   std::vector<Level> levels_;
   std::string pending_;  // not yet in the stream
   etl::String error_;
