@@ -160,11 +160,12 @@ PLANEX_PIN_LAYOUT(
     offsetof(WorldRangeTraits, zMax) == 56 && offsetof(WorldRangeTraits, zLevels) == 64);
 PLANEX_PIN_LAYOUT(sizeof(SplatSettings) == 24 && offsetof(SplatSettings, splatA) == 0 &&
                   offsetof(SplatSettings, splatB) == 8 && offsetof(SplatSettings, splatC) == 16);
-PLANEX_PIN_LAYOUT(
-    sizeof(RangeTransform) == 48 && offsetof(RangeTransform, scaleX) == 0 &&
-    offsetof(RangeTransform, originX) == 8 && offsetof(RangeTransform, scaleY) == 16 &&
-    offsetof(RangeTransform, originY) == 24 && offsetof(RangeTransform, scaleZ) == 32 &&
-    offsetof(RangeTransform, originZ) == 40);
+PLANEX_PIN_LAYOUT(sizeof(RangeTransform) == 48 && offsetof(RangeTransform, scaleX) == 0 &&
+                  offsetof(RangeTransform, originX) == 8 &&
+                  offsetof(RangeTransform, scaleY) == 16 &&
+                  offsetof(RangeTransform, originY) == 24 &&
+                  offsetof(RangeTransform, scaleZ) == 32 &&
+                  offsetof(RangeTransform, originZ) == 40);
 
 #undef PLANEX_PIN_LAYOUT
 
