@@ -1,0 +1,238 @@
+#include "planex/model/point_mapping.h"
+
+#include "planex/foundation/matrix_inverse.h"
+#include "planex/infra/logger.h"
+#include "planex/model/model_checks.h"
+#include "planex/model/point_mapping_kernel.h"
+#include "planex/model/skewed_pose.h"
+
+namespace datafusion::planex {
+namespace {
+
+using cmnalg::Vec;
+using kernel::MappingPlan;
+using kernel::MappingStep;
+using Matrix = cmnalg::Matrix<double>;
+
+bool refuse(const char* message) {
+  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
+  return false;
+}
+
+CoordinateSystem normalised(CoordinateSystem system) {
+  return system == CoordinateSystem::Pixel || system == CoordinateSystem::Calibrated
+             ? system
+             : CoordinateSystem::Aligned;
+}
+
+/// Puts together the steps between two coordinate systems. Each function appends its steps, or
+/// warns and returns false when the model lacks what they need.
+class PlanBuilder {
+ public:
+  explicit PlanBuilder(const CalibrationModel& model) : model_(model) {}
+
+  const MappingPlan& Plan() const { return plan_; }
+
+  bool PixelToCalibrated() {
+    if (!homographyUsable(model_)) return refuse("Invalid perspective matrix.");
+    if (!sheetCurveUsable(model_)) return refuse("Invalid sheet curve.");
+    AddNormalisation(MappingStep::Normalise);
+    plan_.Add(MappingStep::Undistort, model_.LensCoefficients.data(), 7);
+    plan_.Add(MappingStep::Project, model_.Homography.Data(), 9);
+    AddSheetCurve(MappingStep::ApplySheetCurve);
+    return true;
+  }
+
+  bool CalibratedToPixel() {
+    Matrix inverse;
+    if (!homographyUsable(model_) || !cmnalg::math::Inverse(inverse, model_.Homography)) {
+      return refuse("Invalid perspective matrix.");
+    }
+    if (!sheetCurveUsable(model_)) return refuse("Invalid sheet curve.");
+    AddSheetCurve(MappingStep::RemoveSheetCurve);
+    plan_.Add(MappingStep::Project, inverse.Data(), 9);
+    plan_.Add(MappingStep::Distort, model_.LensCoefficients.data(), 7);
+    AddNormalisation(MappingStep::Denormalise);
+    return true;
+  }
+
+  // In the plane: homographies with A and its inverse.
+  bool CalibratedToAligned2D() {
+    return AddAlignment(MappingStep::Project, 9, false,
+                        [](const Matrix& e) { return inPlaneAlignment(e); });
+  }
+  bool AlignedToCalibrated2D() {
+    return AddAlignment(MappingStep::Project, 9, true,
+                        [](const Matrix& e) { return inPlaneAlignment(e); });
+  }
+
+  // In space: E and its inverse.
+  bool CalibratedToAligned3D() {
+    return AddAlignment(MappingStep::Transform, 12, false, [](const Matrix& e) { return e; });
+  }
+  bool AlignedToCalibrated3D() {
+    return AddAlignment(MappingStep::Transform, 12, true, [](const Matrix& e) { return e; });
+  }
+
+  void Profile(MappingStep step, double yOffset, double yScale) {
+    const double coefficients[2] = {yScale, yOffset};
+    plan_.Add(step, coefficients, 2);
+  }
+
+ private:
+  void AddNormalisation(MappingStep step) {
+    const double coefficients[3] = {model_.FocalLength, model_.LensCenter.x, model_.LensCenter.y};
+    plan_.Add(step, coefficients, 3);
+  }
+
+  void AddSheetCurve(MappingStep step) {
+    if (!model_.SheetCurve.empty()) plan_.Add(step, model_.SheetCurve.data(), 6);
+  }
+
+  template <typename PartOf>
+  bool AddAlignment(MappingStep step, int count, bool inverted, PartOf partOf) {
+    if (!poseUsable(model_)) return refuse("Invalid pose matrix.");
+    Matrix matrix = partOf(skewedPose(model_));
+    if (inverted) {
+      Matrix inverse;
+      if (!cmnalg::math::Inverse(inverse, matrix)) return refuse("Invalid pose matrix.");
+      matrix = inverse;
+    }
+    plan_.Add(step, matrix.Data(), count);
+    return true;
+  }
+
+  const CalibrationModel& model_;
+  MappingPlan plan_;
+};
+
+template <typename Point>
+bool run(const MappingPlan& plan, const etl::Vector<Point>& in, etl::Vector<Point>& out) {
+  out.resize(in.size());
+  kernel::mapPointsKernel<Point>(cmnalg::currentInstructionSet())(plan, in.data(), out.data(),
+                                                                  in.size());
+  return true;
+}
+
+bool addPlaneSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem to) {
+  if (from == CoordinateSystem::Pixel && !builder.PixelToCalibrated()) return false;
+  if (from == CoordinateSystem::Aligned && !builder.AlignedToCalibrated2D()) return false;
+  if (to == CoordinateSystem::Pixel) return builder.CalibratedToPixel();
+  return to == CoordinateSystem::Calibrated || builder.CalibratedToAligned2D();
+}
+
+bool addSpaceSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem to, double yOffset,
+                   double yScale) {
+  if (from == CoordinateSystem::Pixel) {
+    if (!builder.PixelToCalibrated()) return false;
+    builder.Profile(MappingStep::ProfileToWorld, yOffset, yScale);
+  }
+  if (from == CoordinateSystem::Aligned && !builder.AlignedToCalibrated3D()) return false;
+  if (to == CoordinateSystem::Pixel) {
+    builder.Profile(MappingStep::WorldToProfile, yOffset, yScale);
+    return builder.CalibratedToPixel();
+  }
+  return to == CoordinateSystem::Calibrated || builder.CalibratedToAligned3D();
+}
+
+template <typename T>
+bool mapInPlane(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+                etl::Vector<Vec<2, T>>& out, CoordinateSystem from, CoordinateSystem to) {
+  PlanBuilder builder(model);
+  return addPlaneSteps(builder, from, to) && run(builder.Plan(), in, out);
+}
+
+bool isUncalibrated(const CalibrationModel& model) {
+  if (model.CurrentState != ModelState::UNCALIBRATED) return false;
+  refuse("Operation failed because it was called with uncalibrated model.");
+  return true;
+}
+
+}  // namespace
+
+template <typename T>
+bool mapPoints(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+               etl::Vector<Vec<2, T>>& out, CoordinateSystem from, CoordinateSystem to) {
+  from = normalised(from);
+  to = normalised(to);
+  if (isUncalibrated(model)) return false;
+  if (from == to) {
+    out = in;
+    return true;
+  }
+  return mapInPlane(model, in, out, from, to);
+}
+
+template <typename T>
+bool mapPoints(const CalibrationModel& model, const etl::Vector<Vec<3, T>>& in,
+               etl::Vector<Vec<3, T>>& out, CoordinateSystem from, CoordinateSystem to,
+               const double& yOffset, const double& yScale) {
+  from = normalised(from);
+  to = normalised(to);
+  if (isUncalibrated(model)) return false;
+  if (from == to) {
+    out = in;
+    return true;
+  }
+  const bool ofPixels = from == CoordinateSystem::Pixel || to == CoordinateSystem::Pixel;
+  const ModelState state = model.CurrentState;
+  if (ofPixels && state != ModelState::CALIBRATED && state != ModelState::CALIBRATED_ALIGNED_2D &&
+      state != ModelState::CALIBRATED_ALIGNED_3D) {
+    return refuse("mapPoints called with uncalibrated model.");
+  }
+  PlanBuilder builder(model);
+  return addSpaceSteps(builder, from, to, yOffset, yScale) && run(builder.Plan(), in, out);
+}
+
+template <typename T>
+bool mapPointsPixToCal(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+                       etl::Vector<Vec<2, T>>& out) {
+  return mapInPlane(model, in, out, CoordinateSystem::Pixel, CoordinateSystem::Calibrated);
+}
+
+template <typename T>
+bool mapPointsCalToPix(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+                       etl::Vector<Vec<2, T>>& out) {
+  return mapInPlane(model, in, out, CoordinateSystem::Calibrated, CoordinateSystem::Pixel);
+}
+
+template <typename T>
+bool mapPointsPixToAligned(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+                           etl::Vector<Vec<2, T>>& out) {
+  return mapInPlane(model, in, out, CoordinateSystem::Pixel, CoordinateSystem::Aligned);
+}
+
+template <typename T>
+bool mapPointsAlignedToPix(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+                           etl::Vector<Vec<2, T>>& out) {
+  return mapInPlane(model, in, out, CoordinateSystem::Aligned, CoordinateSystem::Pixel);
+}
+
+template <typename T>
+bool mapPointsAlignedToCal(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
+                           etl::Vector<Vec<2, T>>& out) {
+  return mapInPlane(model, in, out, CoordinateSystem::Aligned, CoordinateSystem::Calibrated);
+}
+
+#define PLANEX_INSTANTIATE(T)                                                                      \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const etl::Vector<Vec<2, T>>&, \
+                                           etl::Vector<Vec<2, T>>&, CoordinateSystem,              \
+                                           CoordinateSystem);                                      \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const etl::Vector<Vec<3, T>>&, \
+                                           etl::Vector<Vec<3, T>>&, CoordinateSystem,              \
+                                           CoordinateSystem, const double&, const double&);        \
+  template PLANEX_EXPORT bool mapPointsPixToCal<T>(                                                \
+      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
+  template PLANEX_EXPORT bool mapPointsCalToPix<T>(                                                \
+      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
+  template PLANEX_EXPORT bool mapPointsPixToAligned<T>(                                            \
+      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
+  template PLANEX_EXPORT bool mapPointsAlignedToPix<T>(                                            \
+      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
+  template PLANEX_EXPORT bool mapPointsAlignedToCal<T>(                                            \
+      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&)
+PLANEX_INSTANTIATE(float);
+PLANEX_INSTANTIATE(double);
+#undef PLANEX_INSTANTIATE
+
+}  // namespace datafusion::planex
