@@ -21,14 +21,21 @@ class PLANEX_EXPORT CalibratedRegion {
   /// Five empty (0 x 0) images.
   CalibratedRegion();
 
-  /// Gives the grid a size; all cells 0. Resize(0, 0) empties the region.
+  /// Gives the grid a size, and creates the images that are null: all cells 0, PixelSize 1, Origin
+  /// 0. Resize(0, 0) empties the region.
   /// @return false, with the image's own warning and an unchanged region, for sizes that cannot be
   ///         allocated
   bool Resize(int width, int height);
 
   /// Fills the grid anew from calibration points (X, Z) and their residuals, both in the model's
-  /// length unit: limits from the points, then per cell the number of points, the mean of the
-  /// residuals and the largest absolute ones. Points whose cell is not finite are left out.
+  /// length unit. With W columns and xMin, xMax the limits of the points (rows likewise in Z):
+  ///
+  ///     dx  = (xMax - xMin) / W,   originX = xMin + dx / 2
+  ///     col = trunc((X - originX) / dx + 0.5), clamped to 0 ... W - 1
+  ///
+  /// A cell gets the number of its points, the mean of their residuals and the largest absolute
+  /// ones, summed in float in the order of the points. Points that are not finite, and points
+  /// whose cell is not (all of one X or one Z: dx or dz is 0), are left out.
   /// @return false, the region unchanged, with a warning on "Image.Planex.Model": "Grid must be at
   ///         least 2x2. Please call Resize() to allocate the feedback images before calling
   ///         Update().", "At least two points must be added to calculate the calibrated region",
@@ -40,21 +47,24 @@ class PLANEX_EXPORT CalibratedRegion {
   bool Update(const etl::Vector<etl::Vector<cmnalg::Vec<2, double>>>& pointLists,
               const etl::Vector<etl::Vector<cmnalg::Vec<2, double>>>& residualLists);
 
-  /// Whether the five images have one size and the point counts hold pixels.
+  /// Whether there are point counts, with pixels and a PixelSize that is nowhere negative or NaN,
+  /// and no image has another size than they have.
   bool IsValid() const;
 
-  /// The area of the grid in calibrated coordinates, rotation 0.
-  /// @return false, width and height NaN, when the region has none
+  /// The area of the grid in calibrated coordinates, rotation 0: centre originX + dx (W - 1) / 2,
+  /// width W dx, and likewise in Z.
+  /// @return false, width and height NaN, when the region is not valid or the area not finite
   bool GetRegion(cmnalg::shape::Rectangle& region) const;
 
-  // Deep copies of the images. False, with untouched outputs, when an image is null.
+  // Deep copies of the images. False, with untouched outputs and no message, when one is null.
   bool GetPointCount(cmnalg::Image& count) const;                      ///< INT32
   bool GetAverageResiduals(cmnalg::Image& x, cmnalg::Image& z) const;  ///< FLOAT32
   bool GetMaximumResiduals(cmnalg::Image& x, cmnalg::Image& z) const;  ///< FLOAT32
 
   /// Five members, "PointCount", "AverageResidualX", "AverageResidualZ", "MaximumResidualX",
-  /// "MaximumResidualZ", each an image object or null. An image of another pixel type is a reading
-  /// error.
+  /// "MaximumResidualZ", each an image object or null. Reading refuses an image of another pixel
+  /// type ("Data field 'M' of class 'Image.Planex.Model' not found or out or range") and an object
+  /// that is no image ("Wrong subclass instance during visiting").
   void Visit(etl::IVisitor& visitor);
 
  private:

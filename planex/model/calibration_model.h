@@ -49,11 +49,19 @@ class PLANEX_EXPORT CalibrationModel final : public etl::IVisitable {
 
   /// An uncalibrated model with the defaults above, identity homography and pose.
   CalibrationModel();
+  CalibrationModel(const CalibrationModel& other);
+  CalibrationModel(CalibrationModel&& other) noexcept;
+  /// Without memory for the copy the model stays as it was.
+  CalibrationModel& operator=(const CalibrationModel& other);
+  CalibrationModel& operator=(CalibrationModel&& other) noexcept;
+  ~CalibrationModel() override;
 
+  /// c0 ... c4; anything is accepted.
   bool setLensCorrection(const double& c0, const double& c1, const double& c2, const double& c3,
                          const double& c4);
+  /// c5 and c6; anything is accepted.
   bool setScheimpflug(double c5, double c6);
-  /// Refuses a vector without length (1e-13) or without Y: "Skew vector cannot have zero norm or
+  /// Refuses a vector whose length or |y| is at most 1e-13: "Skew vector cannot have zero norm or
   /// have zero contribution skewed the image Y-direction."
   bool setSkew(double x, double y, double z);
   /// Refuses a transform more general than SIMILARITY by its stored type: "The input pose is not a
@@ -62,6 +70,7 @@ class PLANEX_EXPORT CalibrationModel final : public etl::IVisitable {
   /// Refuses a transform whose stored type is none: "The input is not a valid homography
   /// transform."
   bool setHomography(const cmnalg::math::Transform<2, double>& homography);
+  /// Makes it six coefficients long; anything is accepted.
   bool setSheetCurve(const double& s0, const double& s1, const double& s2, const double& s3,
                      const double& s4, const double& s5);
 
@@ -79,15 +88,23 @@ class PLANEX_EXPORT CalibrationModel final : public etl::IVisitable {
 
   /// Mirrors the calibrated plane at the line X = point.x (mirrorX) or Z = point.y: Homography
   /// becomes M Homography; nothing else changes. Refuses a point that is not finite: "The mirror
-  /// point is invalid."
+  /// point is invalid."; a homography that is not 3 x 3: "Invalid perspective matrix."
   bool mirror(bool mirrorX, cmnalg::Vec<2, double> point);
 
   /// One line for people, for example "Planex Camera Model, state: Calibrated, calibration error
-  /// 0.50".
+  /// 0.50". Only states 1 to 3 count as calibrated and tell their error; the alignment error
+  /// follows for 2D and 3D alignment, the skew vector for 3D. Numbers have two decimals.
   std::string toString() const;
 
   const char* GetClassName() const override;  ///< "Image.Planex.Model"
-  /// The model document. Files of a version below 2 have neither sheet curve nor region.
+  /// The members of the model document: the fields above in the order FileVersion, CurrentState and
+  /// SkewMode (as their names), the four errors, FocalLength, SensorSize, LensCenter, Skew,
+  /// Homography, Pose, LensCoefficients, SheetCurve, CalibratedRegion.
+  ///
+  /// Documents of a version below 2 have neither of the last two: not written, not read, and the
+  /// model's are emptied. Reading another version than 2 leaves an INFO record. A name that is
+  /// none of a state or skew mode means their first. Reading does not check that values make sense:
+  /// matrices keep the document's shape and sheet curves its length; whoever uses them asks.
   void Visit(etl::IVisitor& visitor) override;
   std::unique_ptr<etl::IVisitable> CloneVisitable() const override;
 };

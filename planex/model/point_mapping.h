@@ -2,54 +2,63 @@
 
 #include "planex/foundation/vec.h"
 #include "planex/infra/containers.h"
-#include "planex/infra/export.h"
 #include "planex/model/calibration_model.h"
 #include "planex/model/coordinate_system.h"
 
 namespace datafusion::planex {
 
-/// Maps points of the sensor or laser plane from one coordinate system to another.
+// Lists of points between the three coordinate systems of a model.
+//
+// One point takes these steps, and back in reverse order; basic:: has the formulas:
+//
+//     Pixel       normalise, undistort, applyHomography (Homography H), applySheetCurve
+//     Calibrated  2D: applyHomography with A = inPlaneAlignment(E); 3D: transform with
+//                 E = skewedPose(model)
+//     Aligned
+//
+// Backwards the homographies are those of the inverse matrices H^-1, A^-1, E^-1, formed once a
+// call, and the steps removeSheetCurve, distort and denormalise. In 3D, x and z take the steps, and
+//
+//     Y = p yScale + yOffset,   p = (Y - yOffset) / yScale
+//
+// joins the profile index p with the Y of the calibrated system.
+//
+// T is float or double. Arithmetic is in double; each step leaves its result in the point, rounded
+// to T. Points are not checked: what is not finite runs through.
+//
+// The lists may be the same. Nothing is written but `out`; calls may run side by side. A refusal is
+// one warning on the logger "Image.Calibration.Planex" and false, with `out` untouched. Only
+// std::bad_alloc is thrown.
+
+/// Maps points of the laser plane or the sensor.
 ///
-///     Pixel to Calibrated     normalise, undistort, homography H, sheet curve
-///     Calibrated to Pixel     inverse sheet curve, H^-1, inverse lens polynomial, denormalise
-///     Calibrated to Aligned   homography with A, the in-plane part of the skew-corrected pose
-///     Aligned to Calibrated   homography with A^-1
-///     Pixel to and from Aligned  through Calibrated
-///
-/// The formulas stand at the functions of one point (lens_polynomial.h, homography.h,
-/// sheet_curve.h). Arithmetic is in double; with T = float the point is rounded where it is stored:
-/// after normalisation, lens correction, homography and sheet curve.
-///
-/// @param in   Pixel: (column, row) in pixels; Calibrated and Aligned: (X, Z) in the model's unit
-/// @param out  resized to the length of `in`; may be the same list
-/// @param from, to  values other than Pixel and Calibrated mean Aligned. Equal ones copy the list.
-/// @return false, `out` untouched, with a warning on "Image.Calibration.Planex": "Operation failed
-///         because it was called with uncalibrated model." in state UNCALIBRATED; "Invalid
-///         perspective matrix.", "Invalid pose matrix.", "Invalid sheet curve." for parts that the
-///         mapping needs and that have no usable shape or no inverse
-///
-/// Points are not tested: NaN and infinities run through, a point on a horizon gives infinities.
-/// Reentrant; throws only std::bad_alloc.
+/// @param in  (u, v) in pixels, or (X, Z) in the model's length unit
+/// @param out as many points
+/// @return false, tested in this order, with
+///         "Operation failed because it was called with uncalibrated model." (state 0, even when
+///         `from` equals `to`, which otherwise copies);
+///         where the direction passes between Pixel and Calibrated: "Invalid perspective matrix."
+///         (not 3 x 3, or singular on the way back) and "Invalid sheet curve." (one to five
+///         coefficients);
+///         where it passes between Calibrated and Aligned: "Invalid pose matrix." (not 4 columns
+///         and 3 or 4 rows, or A or E singular on the way back)
 template <typename T>
 bool mapPoints(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<2, T>>& in,
                etl::Vector<cmnalg::Vec<2, T>>& out, CoordinateSystem from, CoordinateSystem to);
 
-/// Maps points of space: X and Z as above, and the profile index p of a pixel as
+/// Maps points in space.
 ///
-///     Y = p yScale + yOffset,   p = (Y - yOffset) / yScale
-///
-/// The aligned system is reached with all of E, the skew-corrected pose (basic::transform), and
-/// left with its inverse.
-///
-/// @param in  Pixel: (column, profile index, row); otherwise (X, Y, Z)
-/// @return as above; moreover "mapPoints called with uncalibrated model." when `from` or `to` is
-///         Pixel and the state is not 1, 2 or 3
+/// @param in      (u, p, v) with the profile index p in the middle, or (X, Y, Z)
+/// @param yOffset Y of profile 0
+/// @param yScale  distance of neighbouring profiles
+/// @return false as in 2D, and after the copying, where `from` or `to` is Pixel and the state is
+///         not 1, 2 or 3, with "mapPoints called with uncalibrated model."
 template <typename T>
 bool mapPoints(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<3, T>>& in,
                etl::Vector<cmnalg::Vec<3, T>>& out, CoordinateSystem from, CoordinateSystem to,
                const double& yOffset, const double& yScale);
 
-// The 2D directions by name. They do not test the state of the model, otherwise as above.
+// The single directions in 2D. They do not ask for the state; otherwise they refuse as mapPoints.
 template <typename T>
 bool mapPointsPixToCal(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<2, T>>& in,
                        etl::Vector<cmnalg::Vec<2, T>>& out);
