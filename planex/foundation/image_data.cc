@@ -5,10 +5,10 @@
 #include <functional>
 #include <limits>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 #include "planex/foundation/pixel_dispatch.h"
+#include "planex/foundation/pixel_value.h"
 #include "planex/infra/logger.h"
 
 namespace cmnalg {
@@ -54,59 +54,6 @@ void copyRows(Rows<const unsigned char> from, Rows<unsigned char> to, std::size_
   }
   for (std::size_t y = 0; y < rows; ++y) {
     std::memmove(to.first + y * to.stride, from.first + y * from.stride, rowBytes);
-  }
-}
-
-/// Calls `body(TypeTag<T>())` with the type of the pixels; not at all for an invalid type.
-template <typename Body>
-void dispatchAnyType(ImageType type, Body&& body) {
-  switch (type) {
-    case IMAGE_TYPE_INT8:
-      return body(TypeTag<std::int8_t>());
-    case IMAGE_TYPE_INT16:
-      return body(TypeTag<std::int16_t>());
-    case IMAGE_TYPE_INT32:
-      return body(TypeTag<std::int32_t>());
-    case IMAGE_TYPE_INT64:
-      return body(TypeTag<std::int64_t>());
-    case IMAGE_TYPE_RGB24:
-      return body(TypeTag<PixelRGB>());
-    default:
-      dispatchMeasuredType(type, [&](auto tag) {
-        body(tag);
-        return true;
-      });
-  }
-}
-
-template <typename T>
-double toDouble(T value) {
-  return static_cast<double>(value);
-}
-double toDouble(PixelRGB value) { return (static_cast<double>(value.r) + value.g + value.b) / 3.0; }
-
-/// v truncated toward zero and clamped to the range of I; 0 for NaN.
-template <typename I>
-I clampedTo(double v) {
-  constexpr double kLow = static_cast<double>(std::numeric_limits<I>::min());
-  // One past the largest value: a power of two, so exact also for 64 bits.
-  constexpr double kEnd = static_cast<double>(std::numeric_limits<I>::max() / 2 + 1) * 2.0;
-  if (!(v == v)) return 0;
-  if (v >= kEnd) return std::numeric_limits<I>::max();
-  if (v <= kLow) return std::numeric_limits<I>::min();
-  return static_cast<I>(v);
-}
-
-template <typename T>
-T fromDouble(double v) {
-  if constexpr (std::is_floating_point_v<T>) {
-    return static_cast<T>(v);
-  } else if constexpr (std::is_same_v<T, PixelRGB>) {
-    const auto level = fromDouble<std::uint8_t>(v);
-    return PixelRGB{level, level, level};
-  } else {
-    using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
-    return static_cast<T>(clampedTo<std::conditional_t<(sizeof(T) > 4), T, Narrow>>(v));
   }
 }
 
@@ -281,17 +228,17 @@ bool ImageData::IsConsistent() const {
 
 double ImageData::GetPixel(int x, int y) const {
   double result = 0;
-  dispatchAnyType(type_, [&](auto tag) {
+  dispatchPixelType(type_, [&](auto tag) {
     typename decltype(tag)::type pixel;
     std::memcpy(&pixel, PixelAddress(x, y), sizeof(pixel));
-    result = toDouble(pixel);
+    result = pixelToDouble(pixel);
   });
   return result;
 }
 
 void ImageData::SetPixel(int x, int y, double v) {
-  dispatchAnyType(type_, [&](auto tag) {
-    const auto pixel = fromDouble<typename decltype(tag)::type>(v);
+  dispatchPixelType(type_, [&](auto tag) {
+    const auto pixel = pixelFromDouble<typename decltype(tag)::type>(v);
     std::memcpy(PixelAddress(x, y), &pixel, sizeof(pixel));
   });
 }

@@ -35,4 +35,27 @@ bool dispatchMeasuredType(ImageType type, Body&& body) {
   }
 }
 
+/// Calls `body(TypeTag<T>())` with the type of the pixels, RGB24 included; an invalid
+/// type gives no call.
+template <typename Body>
+void dispatchPixelType(ImageType type, Body&& body) {
+  switch (type) {
+    case IMAGE_TYPE_INT8:
+      return body(TypeTag<std::int8_t>());
+    case IMAGE_TYPE_INT16:
+      return body(TypeTag<std::int16_t>());
+    case IMAGE_TYPE_INT32:
+      return body(TypeTag<std::int32_t>());
+    case IMAGE_TYPE_INT64:
+      return body(TypeTag<std::int64_t>());
+    case IMAGE_TYPE_RGB24:
+      return body(TypeTag<PixelRGB>());
+    default:
+      dispatchMeasuredType(type, [&](auto tag) {
+        body(tag);
+        return true;
+      });
+  }
+}
+
 }  // namespace cmnalg
