@@ -10,8 +10,8 @@
 
 #include "planex/processing/rectification_target.h"
 #include "tests/support/instruction_sets.h"
-#include "tests/support/log_capture.h"
 #include "tests/support/reference.h"
+#include "tests/support/warning_capture.h"
 
 namespace datafusion::planex {
 namespace {
@@ -261,7 +261,7 @@ TEST(Rectification, RefusesWithOneWarning) {
       a.z.SetAll(1);
       a.target.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
       refusal.spoil(a);
-      LogCapture log;
+      WarningCapture log;
       const bool done = withIntensity
                             ? toRectified(a.x, a.z, a.intensity, {0, 0}, a.splatSize, a.mode,
                                           a.target, a.targetIntensity, true)
@@ -278,7 +278,7 @@ TEST(Rectification, RefusesSignedSourcesSilently) {
   Arguments a;
   a.target.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
   const Image z(cmnalg::IMAGE_TYPE_INT16, 4, 2, kAllocator);
-  LogCapture log;
+  WarningCapture log;
   EXPECT_FALSE(toRectified(a.x, z, {0, 0}, 1, RectificationMode::LOWEST, a.target, true));
   EXPECT_TRUE(log.Messages().empty());
 }
