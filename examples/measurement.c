@@ -12,6 +12,10 @@ typedef struct Sums {
   double n, z, zz;
 } Sums;
 
+typedef struct Circle {
+  double x, z, radius;
+} Circle;
+
 static bool readRegion(FILE* file, Region* r) {
   return fscanf(file, "%lf %lf %lf %lf", &r->xMin, &r->xMax, &r->yMin, &r->yMax) == 4;
 }
@@ -22,8 +26,8 @@ bool readFeature(FILE* file, Feature* feature) {
     return false;
   }
   if (!readRegion(file, &feature->a)) return false;
-  return strcmp(feature->kind, "step") == 0 ? readRegion(file, &feature->b)
-                                            : strcmp(feature->kind, "radius") == 0;
+  if (strcmp(feature->kind, "step") == 0) return readRegion(file, &feature->b);
+  return strcmp(feature->kind, "radius") == 0 || strcmp(feature->kind, "center") == 0;
 }
 
 /* The first index whose coordinate is not below the limit. */
@@ -82,37 +86,37 @@ static void solve(double m[3][4]) {
   }
 }
 
-/* Radius of the cylinder along Y with the least squared distances, by Gauss-Newton steps from a
-   circle as wide as the region. */
-static double cylinderRadius(const HeightMap* map, const Region* region) {
+/* The cylinder along Y with the least squared distances, by Gauss-Newton steps from a circle as
+   wide as the region. */
+static Circle fitCylinder(const HeightMap* map, const Region* region) {
   const Window w = windowOf(map, region);
   const Sums sums = sumsOf(map, region);
-  double radius = 0.5 * (region->xMax - region->xMin);
-  double xCenter = 0.5 * (region->xMin + region->xMax);
-  double zCenter = sums.z / sums.n - radius;
+  Circle c = {0.5 * (region->xMin + region->xMax), 0, 0.5 * (region->xMax - region->xMin)};
   int round, column, row;
+  c.z = sums.z / sums.n - c.radius;
   for (round = 0; round < 20; ++round) {
     double normal[3][4] = {{0}};
     for (row = w.yBegin; row < w.yEnd; ++row) {
       for (column = w.xBegin; column < w.xEnd; ++column) {
-        const double dx = column * map->transform.scaleX + map->transform.originX - xCenter;
-        const double dz = heightAt(map, column, row) - zCenter;
+        const double dx = column * map->transform.scaleX + map->transform.originX - c.x;
+        const double dz = heightAt(map, column, row) - c.z;
         const double distance = sqrt(dx * dx + dz * dz);
-        const double equation[4] = {dx / distance, dz / distance, 1, distance - radius};
+        const double equation[4] = {dx / distance, dz / distance, 1, distance - c.radius};
         if (!isnan(dz)) addEquation(normal, equation);
       }
     }
     solve(normal);
-    xCenter += normal[0][3];
-    zCenter += normal[1][3];
-    radius += normal[2][3];
+    c.x += normal[0][3];
+    c.z += normal[1][3];
+    c.radius += normal[2][3];
   }
-  return radius;
+  return c;
 }
 
 double measure(const HeightMap* map, const Feature* feature) {
   Sums a, b;
-  if (strcmp(feature->kind, "radius") == 0) return cylinderRadius(map, &feature->a);
+  if (strcmp(feature->kind, "radius") == 0) return fitCylinder(map, &feature->a).radius;
+  if (strcmp(feature->kind, "center") == 0) return fitCylinder(map, &feature->a).x;
   a = sumsOf(map, &feature->a);
   b = sumsOf(map, &feature->b);
   return a.z / a.n - b.z / b.n;
@@ -129,28 +133,32 @@ static double explainedStep(const HeightMap* map, const Feature* feature,
   return 3 * sources->pointNoise * sqrt(1 / a + 1 / b) + preference;
 }
 
-/* An arc of +-t tells the radius from the height of the centre only by its curvature: deviations
-   across the arc count 1 / sqrt(1 - mean(cos)^2 / mean(cos^2)) times. On the flanks, where a cell
-   is steep, it matters that its points need not lie around the middle of the column. */
-static double explainedRadius(const HeightMap* map, const Feature* feature,
-                              const ErrorSources* sources) {
+/* An arc of +-t tells the radius from the height of the center only by its curvature: deviations
+   across the arc count 1 / sqrt(1 - mean(cos)^2 / mean(cos^2)) times. They count 1 /
+   sqrt(mean(sin^2)) times in the center's X. On the flanks, where a cell is steep, it matters that
+   its points need not lie around the middle of the column. */
+static double explainedCylinder(const HeightMap* map, const Feature* feature,
+                                const ErrorSources* sources) {
+  const bool center = strcmp(feature->kind, "center") == 0;
+  const Circle c = fitCylinder(map, &feature->a);
   const double width = feature->a.xMax - feature->a.xMin;
-  const double t = asin(0.5 * width / feature->truth);
+  const double t = asin(0.5 * width / c.radius);
   const double meanCos = sin(t) / t;
   const double meanCos2 = 0.5 + sin(2 * t) / (4 * t);
-  const double gain = 1 / sqrt(1 - meanCos * meanCos / meanCos2);
+  const double gain = 1 / sqrt(center ? 1 - meanCos2 : 1 - meanCos * meanCos / meanCos2);
   const double columns = width / map->transform.scaleX;
   const double noise = sources->pointNoise / sqrt(sumsOf(map, &feature->a).n);
   const double offCenter = sources->pointSpacing / sqrt(12) * sqrt(1 - meanCos2) / sqrt(columns);
-  if (!sources->mean) return map->transform.scaleX; /* any point of the cell may be chosen */
-  return 3 * gain * (noise + offCenter);
+  /* Any point of a cell may stand for it; for the center the two flanks cancel. */
+  const double preference = sources->mean ? 0 : map->transform.scaleX * (center ? 0.1 : 1);
+  return 3 * gain * (noise + offCenter) + preference;
 }
 
 double explainedDeviation(const HeightMap* map, const Feature* feature,
                           const ErrorSources* sources) {
-  const double deviation = strcmp(feature->kind, "radius") == 0
-                               ? explainedRadius(map, feature, sources)
-                               : explainedStep(map, feature, sources);
+  const bool step = strcmp(feature->kind, "step") == 0;
+  const double deviation =
+      step ? explainedStep(map, feature, sources) : explainedCylinder(map, feature, sources);
   return deviation + map->transform.scaleZ;
 }
 

@@ -18,10 +18,10 @@ typedef struct Region {
   double xMin, xMax, yMin, yMax; /* mm */
 } Region;
 
-/* A line of a truth file: a step from region b up to region a, or the radius of a cylinder that
-   lies in region a along Y. */
+/* A line of a truth file: a step from region b up to region a, or the radius or the center's X of a
+   cylinder that lies in region a along Y. */
 typedef struct Feature {
-  char kind[16]; /* "step" or "radius" */
+  char kind[16]; /* "step", "radius" or "center" */
   char name[48];
   double truth; /* mm */
   Region a, b;

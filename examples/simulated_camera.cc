@@ -81,7 +81,7 @@ SimulatedCamera makeCamera() {
   camera.sensorHeight = 1024;
   camera.focalLength = 6400;
   camera.lensCenter = {1287.4, 519.2};
-  camera.lens = {-0.14, 0.21, -0.3, 8e-4, -5e-4, 3e-3, -1.2e-2};
+  camera.lens = {-0.14, 0.4, -6, 1.6e-3, -1.1e-3, 4e-3, -1.2e-2};
   camera.position = {2, 150, 260};
   camera.laser = {0, 0, 420};
   camera.homography = sheetHomography(camera.position, {0.4, 0, 12}, {1, 0.004, 0.006});

@@ -10,9 +10,9 @@ namespace {
 constexpr double kStepHeights[] = {2, 5, 10, 15, 20};
 constexpr double kStepLength = 14;                   // along Y
 constexpr Block kFirstStep = {-48, -18, 72, 86, 2};  // the others follow towards smaller Y
-constexpr Cylinder kCylinder = {1.5, 8, 12, 88};
-constexpr Block kGroovedBlock = {22, 46, 12, 88, 8};
-constexpr double kGroove[] = {31, 37};  // X
+constexpr Cylinder kCylinder = {40, 8, 12, 88};
+constexpr Block kGroovedBlock = {-6, 18, 12, 88, 8};
+constexpr double kGroove[] = {3, 9};  // X
 constexpr double kGrooveDepth = 5;
 
 /// The part of a straight line, 0 < t, inside something; empty when end <= begin.
@@ -47,7 +47,7 @@ double plateReflectance(double x, double y) {
     return odd ? 0.2 : 0.8;
   }
   for (const double radius : {2.0, 3.0, 4.0}) {
-    const double dx = x - 15.75;
+    const double dx = x + 12;
     const double dy = y - (12.5 * radius + 12.5);
     if (dx * dx + dy * dy < radius * radius) return 0.015;
   }
@@ -122,7 +122,7 @@ Scene makeScene() {
 bool writeTruth(const std::string& path) {
   std::FILE* file = std::fopen(path.c_str(), "w");
   if (file == nullptr) return false;
-  const char* const plate = "-16 -10 20 80";
+  const char* const plate = "21 28 20 80";
   double yMin = kFirstStep.yMin;
   for (const double height : kStepHeights) {  // 2 mm off the edges
     std::fprintf(file, "step step_%g_mm %g %g %g %g %g %s\n", height, height, kFirstStep.xMin + 2,
@@ -135,10 +135,12 @@ bool writeTruth(const std::string& path) {
   std::fprintf(file, "step groove_depth %g %g %g %g %g %g %g %g %g\n", kGrooveDepth, g.xMin + 2,
                kGroove[0] - 2, g.yMin + 2, g.yMax - 2, kGroove[0] + 2, kGroove[1] - 1, g.yMin + 15,
                g.yMax - 2);
-  // Up to 45 degrees to both sides.
-  std::fprintf(file, "radius cylinder_radius %g %g %g %g %g\n", kCylinder.radius,
-               kCylinder.x - 0.7 * kCylinder.radius, kCylinder.x + 0.7 * kCylinder.radius,
-               kCylinder.yMin + 2, kCylinder.yMax - 2);
+  const Cylinder& c = kCylinder;
+  const double flank = 0.7 * c.radius;  // up to 45 degrees to both sides
+  for (const char* const kind : {"radius", "center"}) {
+    std::fprintf(file, "%s cylinder_%s %g %g %g %g %g\n", kind, kind,
+                 kind[0] == 'r' ? c.radius : c.x, c.x - flank, c.x + flank, c.yMin + 2, c.yMax - 2);
+  }
   return std::fclose(file) == 0;
 }
 

@@ -45,6 +45,7 @@ Scene makeScene();
 ///
 ///     step   <name> <true> <region A> <region B>   mean height of A less that of B
 ///     radius <name> <true> <region A>              radius of the cylinder in A
+///     center <name> <true> <region A>              X of its center
 ///
 /// A region is xMin xMax yMin yMax.
 bool writeTruth(const std::string& path);
