@@ -1,12 +1,12 @@
 #include "planex/model/calibrated_region.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
-#include <optional>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -17,61 +17,97 @@ namespace datafusion::planex {
 namespace {
 
 using cmnalg::Image;
-using cmnalg::Vec;
-using PointList = etl::Vector<Vec<2, double>>;
+using Point = cmnalg::Vec<2, double>;
+using PointList = etl::Vector<Point>;
 
-constexpr const char* kResidualCount = "The amount of residuals must match the amount of points.";
+constexpr const char* kModelClass = "Image.Planex.Model";
+constexpr const char* kUnequalLists = "The amount of residuals must match the amount of points.";
 
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Planex.Model").Warning("%s", message);
+bool refuse(const char* reason) {
+  base::Logger::Get(kModelClass).Warning("%s", reason);
   return false;
 }
 
-/// The grid of an update: the limits of the points, divided into cells.
+/// The five images while they are filled.
 class Grid {
  public:
-  Grid(const PointList& points, int width, int height) : width_(width), height_(height) {
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    Vec<2, double> low{kInfinity, kInfinity};
-    Vec<2, double> high{-kInfinity, -kInfinity};
-    for (const Vec<2, double>& point : points) {  // a NaN replaces no limit
-      low = {std::min(low.x, point.x), std::min(low.y, point.y)};
-      high = {std::max(high.x, point.x), std::max(high.y, point.y)};
+  /// All cells 0. @return false when a size is negative or there is no memory
+  bool create(int width, int height) {
+    const etl::Allocator& allocator = Image::s_defaultImageAllocator;
+    count = std::make_shared<cmnalg::ImageOf<std::int32_t>>();
+    if (!count->Create(width, height, allocator)) return false;
+    count->SetAll(0);
+    for (ResidualImage* image : {&meanX, &meanZ, &maxX, &maxZ}) {
+      *image = std::make_shared<cmnalg::ImageOf<float>>();
+      if (!(*image)->Create(width, height, allocator)) return false;
+      (*image)->SetAll(0.0F);
     }
-    cell_ = {(high.x - low.x) / width, (high.y - low.y) / height};
-    origin_ = {low.x + cell_.x / 2, low.y + cell_.y / 2};
+    return true;
   }
 
-  /// Index of the point's cell, the last one at the upper limit; nothing when it is not finite.
-  std::optional<std::size_t> IndexOf(const Vec<2, double>& point) const {
-    const double column = (point.x - origin_.x) / cell_.x + 0.5;
-    const double row = (point.y - origin_.y) / cell_.y + 0.5;
-    if (!std::isfinite(column) || !std::isfinite(row)) return std::nullopt;
-    const auto clamped = [](double value, int count) {
-      return static_cast<std::size_t>(std::clamp(value, 0.0, count - 1.0));
-    };
-    return clamped(row, height_) * static_cast<std::size_t>(width_) + clamped(column, width_);
+  /// Spans the grid over finite points. @return false when there are less than two of them
+  bool place(const PointList& points) {
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    Point min{kInfinity, kInfinity};
+    Point max{-kInfinity, -kInfinity};
+    std::size_t finite = 0;
+    for (const Point& point : points) {
+      if (!isFinite(point)) continue;
+      min = {std::min(min.x, point.x), std::min(min.y, point.y)};
+      max = {std::max(max.x, point.x), std::max(max.y, point.y)};
+      ++finite;
+    }
+    const double dx = (max.x - min.x) / count->GetWidth();
+    const double dz = (max.y - min.y) / count->GetHeight();
+    count->PixelSize = {dx, dz, 1.0};
+    count->Origin = {min.x + dx / 2, min.y + dz / 2, 0.0};
+    for (const ResidualImage* image : {&meanX, &meanZ, &maxX, &maxZ}) {
+      cmnalg::impro::CopyImageMetadata(*count, **image);
+    }
+    return finite >= 2;
   }
 
-  void Describe(Image& image) const {
-    image.PixelSize = {cell_.x, cell_.y, 1.0};
-    image.Origin = {origin_.x, origin_.y, 0.0};
+  /// A point whose cell is not finite is left out.
+  void add(const Point& point, const Point& residual) {
+    const double col = (point.x - count->Origin.x) / count->PixelSize.x + 0.5;
+    const double row = (point.y - count->Origin.y) / count->PixelSize.y + 0.5;
+    if (!std::isfinite(col) || !std::isfinite(row)) return;
+    const int x = static_cast<int>(std::clamp(col, 0.0, count->GetWidth() - 1.0));
+    const int y = static_cast<int>(std::clamp(row, 0.0, count->GetHeight() - 1.0));
+    const auto rx = static_cast<float>(residual.x);
+    const auto rz = static_cast<float>(residual.y);
+    count->Pix(x, y) += 1;
+    meanX->Pix(x, y) += rx;
+    meanZ->Pix(x, y) += rz;
+    maxX->Pix(x, y) = std::max(maxX->Pix(x, y), std::abs(rx));
+    maxZ->Pix(x, y) = std::max(maxZ->Pix(x, y), std::abs(rz));
   }
+
+  /// Sums to means.
+  void finalize() {
+    for (int y = 0; y < count->GetHeight(); ++y) {
+      for (int x = 0; x < count->GetWidth(); ++x) {
+        const std::int32_t points = count->Pix(x, y);
+        if (points == 0) continue;
+        meanX->Pix(x, y) /= static_cast<float>(points);
+        meanZ->Pix(x, y) /= static_cast<float>(points);
+      }
+    }
+  }
+
+  using ResidualImage = std::shared_ptr<cmnalg::ImageOf<float>>;
+  std::shared_ptr<cmnalg::ImageOf<std::int32_t>> count;
+  ResidualImage meanX, meanZ, maxX, maxZ;
 
  private:
-  int width_;
-  int height_;
-  Vec<2, double> cell_;
-  Vec<2, double> origin_;  // centre of cell (0, 0)
+  static bool isFinite(const Point& point) {
+    return std::isfinite(point.x) && std::isfinite(point.y);
+  }
 };
 
-bool sameSize(const Image& a, const Image& b) {
-  return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
-}
-
+/// One image as a member. Reading replaces the pointer: the image itself may be shared.
 void visitImage(etl::IVisitor& visitor, std::shared_ptr<const Image>& image, cmnalg::ImageType type,
                 const char* name) {
-  // A writer only reads, so the cast does no harm to images that copies share.
   std::shared_ptr<etl::IVisitable> object = std::const_pointer_cast<Image>(image);
   visitor.VisitSubObjectVisitable(object, name);
   if (!visitor.IsReading() || visitor.HasError()) return;
@@ -79,114 +115,66 @@ void visitImage(etl::IVisitor& visitor, std::shared_ptr<const Image>& image, cmn
   if (object != nullptr && read == nullptr) {
     visitor.SetError("Wrong subclass instance during visiting");
   } else if (read != nullptr && read->GetType() != type) {
-    visitor.SetError(std::string("Wrong pixel type of image '") + name +
-                     "' in the calibrated region");
+    visitor.SetError(std::string("Data field '") + name + "' of class '" + kModelClass +
+                     "' not found or out or range");
   } else {
     image = std::move(read);
   }
 }
 
-bool copyOut(const std::shared_ptr<const Image>& from, Image& to) {
-  if (from == nullptr) return false;
-  to = *from;
-  return true;
-}
-
 }  // namespace
 
-CalibratedRegion::CalibratedRegion() { Resize(0, 0); }
+CalibratedRegion::CalibratedRegion() {
+  if (!Resize(0, 0)) throw std::bad_alloc();
+}
 
 bool CalibratedRegion::Resize(int width, int height) {
-  const auto cleared = [&](cmnalg::ImageType type) {
-    auto image = std::make_shared<Image>();
-    if (!image->Create(type, width, height, 0, Image::s_defaultImageAllocator)) image.reset();
-    if (image != nullptr && image->GetRawBufferSize() > 0) {
-      std::memset(image->GetData(), 0, image->GetRawBufferSize());
-    }
-    return image;
-  };
-  ImagePointer count = cleared(cmnalg::IMAGE_TYPE_INT32);
-  ImagePointer residuals[4];
-  for (ImagePointer& image : residuals) {
-    if (count != nullptr) image = cleared(cmnalg::IMAGE_TYPE_FLOAT32);
-    if (image == nullptr) return false;
-  }
-  pointCount_ = std::move(count);
-  averageResidualX_ = std::move(residuals[0]);
-  averageResidualZ_ = std::move(residuals[1]);
-  maximumResidualX_ = std::move(residuals[2]);
-  maximumResidualZ_ = std::move(residuals[3]);
+  Grid grid;
+  if (!grid.create(width, height)) return false;
+  images_ = {grid.count, grid.meanX, grid.meanZ, grid.maxX, grid.maxZ};
   return true;
 }
 
-bool CalibratedRegion::HaveOneSize() const {
-  for (const ImagePointer& image :
-       {averageResidualX_, averageResidualZ_, maximumResidualX_, maximumResidualZ_}) {
-    if (image == nullptr || pointCount_ == nullptr || !sameSize(*image, *pointCount_)) return false;
-  }
-  return true;
+/// Whether the images that there are have the size of the point counts.
+bool CalibratedRegion::AreOfOneSize() const {
+  const ImagePointer& count = images_[kPointCount];
+  return count != nullptr &&
+         std::all_of(images_.begin(), images_.end(), [&count](const ImagePointer& image) {
+           return image == nullptr || (image->GetWidth() == count->GetWidth() &&
+                                       image->GetHeight() == count->GetHeight());
+         });
 }
 
 bool CalibratedRegion::Update(const PointList& points, const PointList& residuals) {
-  if (points.size() != residuals.size()) return refuse(kResidualCount);
-  if (!HaveOneSize() || pointCount_->GetWidth() < 2 || pointCount_->GetHeight() < 2) {
+  const bool complete = std::count(images_.begin(), images_.end(), nullptr) == 0;
+  const int width = complete && AreOfOneSize() ? images_[kPointCount]->GetWidth() : 0;
+  const int height = width > 0 ? images_[kPointCount]->GetHeight() : 0;
+  if (width < 2 || height < 2) {
     return refuse(
         "Grid must be at least 2x2. Please call Resize() to allocate the feedback images before "
         "calling Update().");
   }
-  if (points.size() < 2) {
-    return refuse("At least two points must be added to calculate the calibrated region");
-  }
-  CalibratedRegion updated;  // other models may share the present images
-  if (!updated.Resize(pointCount_->GetWidth(), pointCount_->GetHeight())) return false;
-  updated.Accumulate(points, residuals);
-  *this = std::move(updated);
+  constexpr const char* kTooFew =
+      "At least two points must be added to calculate the calibrated region";
+  if (points.size() < 2) return refuse(kTooFew);
+  if (points.size() != residuals.size()) return refuse(kUnequalLists);
+  Grid grid;
+  if (!grid.create(width, height)) return false;
+  if (!grid.place(points)) return refuse(kTooFew);
+  for (std::size_t i = 0; i < points.size(); ++i) grid.add(points[i], residuals[i]);
+  grid.finalize();
+  images_ = {grid.count, grid.meanX, grid.meanZ, grid.maxX, grid.maxZ};
   return true;
-}
-
-void CalibratedRegion::Accumulate(const PointList& points, const PointList& residuals) {
-  const auto pixels = [](const ImagePointer& image) {
-    return const_cast<void*>(image->GetData());  // fresh images, not shared yet
-  };
-  auto* count = static_cast<std::int32_t*>(pixels(pointCount_));
-  auto* averageX = static_cast<float*>(pixels(averageResidualX_));
-  auto* averageZ = static_cast<float*>(pixels(averageResidualZ_));
-  auto* maximumX = static_cast<float*>(pixels(maximumResidualX_));
-  auto* maximumZ = static_cast<float*>(pixels(maximumResidualZ_));
-
-  const Grid grid(points, pointCount_->GetWidth(), pointCount_->GetHeight());
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    const std::optional<std::size_t> cell = grid.IndexOf(points[i]);
-    if (!cell) continue;
-    const auto residualX = static_cast<float>(residuals[i].x);
-    const auto residualZ = static_cast<float>(residuals[i].y);
-    count[*cell] += 1;
-    averageX[*cell] += residualX;
-    averageZ[*cell] += residualZ;
-    maximumX[*cell] = std::max(maximumX[*cell], std::abs(residualX));
-    maximumZ[*cell] = std::max(maximumZ[*cell], std::abs(residualZ));
-  }
-  const std::size_t cells = static_cast<std::size_t>(pointCount_->GetWidth()) *
-                            static_cast<std::size_t>(pointCount_->GetHeight());
-  for (std::size_t cell = 0; cell < cells; ++cell) {
-    if (count[cell] == 0) continue;
-    averageX[cell] /= static_cast<float>(count[cell]);
-    averageZ[cell] /= static_cast<float>(count[cell]);
-  }
-  for (const ImagePointer& image :
-       {pointCount_, averageResidualX_, averageResidualZ_, maximumResidualX_, maximumResidualZ_}) {
-    grid.Describe(const_cast<Image&>(*image));
-  }
 }
 
 bool CalibratedRegion::Update(const etl::Vector<PointList>& pointLists,
                               const etl::Vector<PointList>& residualLists) {
   if (pointLists.empty()) return refuse("At least one point list must be supplied.");
-  if (pointLists.size() != residualLists.size()) return refuse(kResidualCount);
+  if (pointLists.size() != residualLists.size()) return refuse(kUnequalLists);
   PointList points;
   PointList residuals;
   for (std::size_t i = 0; i < pointLists.size(); ++i) {
-    if (pointLists[i].size() != residualLists[i].size()) return refuse(kResidualCount);
+    if (pointLists[i].size() != residualLists[i].size()) return refuse(kUnequalLists);
     points.insert(points.end(), pointLists[i].begin(), pointLists[i].end());
     residuals.insert(residuals.end(), residualLists[i].begin(), residualLists[i].end());
   }
@@ -194,45 +182,61 @@ bool CalibratedRegion::Update(const etl::Vector<PointList>& pointLists,
 }
 
 bool CalibratedRegion::IsValid() const {
-  return HaveOneSize() && cmnalg::impro::HoldsPixels(*pointCount_);
+  if (!AreOfOneSize()) return false;
+  const Image& count = *images_[kPointCount];
+  const cmnalg::Vec<3, double>& size = count.PixelSize;
+  return size.x >= 0.0 && size.y >= 0.0 && size.z >= 0.0 &&
+         count.GetType() != cmnalg::IMAGE_TYPE_INVALID && count.GetData() != nullptr &&
+         count.GetRawBufferSize() != 0 && count.GetWidth() > 0;
 }
 
 bool CalibratedRegion::GetRegion(cmnalg::shape::Rectangle& region) const {
-  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-  region = {};
-  if (pointCount_ != nullptr) {
-    const double width = pointCount_->GetWidth();
-    const double height = pointCount_->GetHeight();
-    const Vec<3, double>& cell = pointCount_->PixelSize;
-    const Vec<3, double>& origin = pointCount_->Origin;
-    region.Center = {origin.x + cell.x * (width - 1) / 2, origin.y + cell.y * (height - 1) / 2};
-    region.Width = width * cell.x;
-    region.Height = height * cell.y;
+  cmnalg::shape::Rectangle area;
+  if (images_[kPointCount] != nullptr) {
+    const Image& count = *images_[kPointCount];
+    area.Center = {count.Origin.x + count.PixelSize.x * (count.GetWidth() - 1.0) / 2,
+                   count.Origin.y + count.PixelSize.y * (count.GetHeight() - 1.0) / 2};
+    area.Width = count.GetWidth() * count.PixelSize.x;
+    area.Height = count.GetHeight() * count.PixelSize.y;
   }
-  if (IsValid() && region.IsValid()) return true;
-  region.Width = kNaN;
-  region.Height = kNaN;
-  return false;
+  const bool valid = IsValid() && area.IsValid();
+  if (!valid) area.Width = area.Height = std::numeric_limits<double>::quiet_NaN();
+  region = area;
+  return valid;
 }
 
-bool CalibratedRegion::GetPointCount(Image& count) const { return copyOut(pointCount_, count); }
+bool CalibratedRegion::GetPointCount(Image& count) const {
+  if (images_[kPointCount] == nullptr) return false;
+  count = *images_[kPointCount];
+  return true;
+}
 
 bool CalibratedRegion::GetAverageResiduals(Image& x, Image& z) const {
-  return averageResidualZ_ != nullptr && copyOut(averageResidualX_, x) &&
-         copyOut(averageResidualZ_, z);
+  return CopyImages(kAverageX, kAverageZ, x, z);
 }
 
 bool CalibratedRegion::GetMaximumResiduals(Image& x, Image& z) const {
-  return maximumResidualZ_ != nullptr && copyOut(maximumResidualX_, x) &&
-         copyOut(maximumResidualZ_, z);
+  return CopyImages(kMaximumX, kMaximumZ, x, z);
+}
+
+/// Both or neither.
+bool CalibratedRegion::CopyImages(ImageIndex indexX, ImageIndex indexZ, Image& x, Image& z) const {
+  if (images_[indexX] == nullptr || images_[indexZ] == nullptr) return false;
+  Image copyX(*images_[indexX]);
+  Image copyZ(*images_[indexZ]);
+  x = std::move(copyX);
+  z = std::move(copyZ);
+  return true;
 }
 
 void CalibratedRegion::Visit(etl::IVisitor& visitor) {
-  visitImage(visitor, pointCount_, cmnalg::IMAGE_TYPE_INT32, "PointCount");
-  visitImage(visitor, averageResidualX_, cmnalg::IMAGE_TYPE_FLOAT32, "AverageResidualX");
-  visitImage(visitor, averageResidualZ_, cmnalg::IMAGE_TYPE_FLOAT32, "AverageResidualZ");
-  visitImage(visitor, maximumResidualX_, cmnalg::IMAGE_TYPE_FLOAT32, "MaximumResidualX");
-  visitImage(visitor, maximumResidualZ_, cmnalg::IMAGE_TYPE_FLOAT32, "MaximumResidualZ");
+  constexpr const char* kNames[] = {"PointCount", "AverageResidualX", "AverageResidualZ",
+                                    "MaximumResidualX", "MaximumResidualZ"};
+  for (std::size_t i = 0; i < images_.size(); ++i) {
+    const bool counts = i == kPointCount;
+    visitImage(visitor, images_[i], counts ? cmnalg::IMAGE_TYPE_INT32 : cmnalg::IMAGE_TYPE_FLOAT32,
+               kNames[i]);
+  }
 }
 
 }  // namespace datafusion::planex

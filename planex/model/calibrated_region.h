@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 
 #include "planex/foundation/image.h"
@@ -69,17 +70,12 @@ class PLANEX_EXPORT CalibratedRegion {
 
  private:
   using ImagePointer = std::shared_ptr<const cmnalg::Image>;
+  enum ImageIndex { kPointCount, kAverageX, kAverageZ, kMaximumX, kMaximumZ };
 
-  bool HaveOneSize() const;
-  /// Fills images that are cleared and not shared.
-  void Accumulate(const etl::Vector<cmnalg::Vec<2, double>>& points,
-                  const etl::Vector<cmnalg::Vec<2, double>>& residuals);
+  bool AreOfOneSize() const;
+  bool CopyImages(ImageIndex indexX, ImageIndex indexZ, cmnalg::Image& x, cmnalg::Image& z) const;
 
-  ImagePointer pointCount_;
-  ImagePointer averageResidualX_;
-  ImagePointer averageResidualZ_;
-  ImagePointer maximumResidualX_;
-  ImagePointer maximumResidualZ_;
+  std::array<ImagePointer, 5> images_;  // in the order of the document
 };
 
 }  // namespace datafusion::planex

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include "planex/infra/class_repository.h"
 #include "planex/infra/logger.h"
@@ -12,42 +13,37 @@ namespace datafusion::planex {
 namespace {
 
 constexpr const char* kClassName = "Image.Planex.Model";
-constexpr double kSmallestSkew = 1e-13;
+constexpr double kSmallestLength = 1e-13;
 
-const bool kRegistered = etl::registerClass<CalibrationModel>(kClassName);
+[[maybe_unused]] const bool kRegistered = etl::registerClass<CalibrationModel>(kClassName);
 
-using Matrix = cmnalg::Matrix<double>;
+cmnalg::Matrix<double> identity(int size) { return cmnalg::Matrix<double>::Identity(size, size); }
 
-bool refuse(const char* message) {
-  base::Logger::Get(kClassName).Warning("%s", message);
+bool refuse(const char* reason) {
+  base::Logger::Get(kClassName).Warning("%s", reason);
   return false;
 }
 
-/// Two decimals whatever the locale says; any NaN is "nan".
+/// Two decimals, as %3.2f gives in the C locale; any NaN is nan.
 std::string twoDecimals(double value) {
   if (std::isnan(value)) return "nan";
-  char text[400];  // the largest double has 309 digits before the point
-  const auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 2);
-  return std::string(text, result.ptr);
-}
-
-bool isCalibrated(ModelState state) {
-  return state == ModelState::CALIBRATED || state == ModelState::CALIBRATED_ALIGNED_2D ||
-         state == ModelState::CALIBRATED_ALIGNED_3D;
-}
-
-bool isAligned2D(ModelState state) {
-  return state == ModelState::CALIBRATED_ALIGNED_2D || state == ModelState::ALIGNED_2D;
-}
-
-bool isAligned3D(ModelState state) {
-  return state == ModelState::CALIBRATED_ALIGNED_3D || state == ModelState::ALIGNED_3D;
+  char text[320];  // the largest double has 309 digits before the point
+  const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 2).ptr;
+  return {text, end};
 }
 
 }  // namespace
 
-CalibrationModel::CalibrationModel()
-    : Homography(Matrix::Identity(3, 3)), Pose(Matrix::Identity(4, 4)) {}
+CalibrationModel::CalibrationModel() : Homography(identity(3)), Pose(identity(4)) {}
+CalibrationModel::CalibrationModel(const CalibrationModel& other) = default;
+CalibrationModel::CalibrationModel(CalibrationModel&& other) noexcept = default;
+CalibrationModel& CalibrationModel::operator=(CalibrationModel&& other) noexcept = default;
+CalibrationModel::~CalibrationModel() = default;
+
+CalibrationModel& CalibrationModel::operator=(const CalibrationModel& other) {
+  if (this != &other) *this = CalibrationModel(other);
+  return *this;
+}
 
 bool CalibrationModel::setLensCorrection(const double& c0, const double& c1, const double& c2,
                                          const double& c3, const double& c4) {
@@ -62,7 +58,7 @@ bool CalibrationModel::setScheimpflug(double c5, double c6) {
 }
 
 bool CalibrationModel::setSkew(double x, double y, double z) {
-  if (std::sqrt(x * x + y * y + z * z) <= kSmallestSkew || std::abs(y) <= kSmallestSkew) {
+  if (std::sqrt(x * x + y * y + z * z) <= kSmallestLength || std::abs(y) <= kSmallestLength) {
     return refuse(
         "Skew vector cannot have zero norm or have zero contribution skewed the image "
         "Y-direction.");
@@ -94,25 +90,24 @@ bool CalibrationModel::setSheetCurve(const double& s0, const double& s1, const d
 }
 
 void CalibrationModel::reset() {
-  Homography = Matrix::Identity(3, 3);
-  Pose = Matrix::Identity(4, 4);
-  LensCoefficients.fill(0.0);
+  cmnalg::Matrix<double> homography = identity(3);
+  cmnalg::Matrix<double> pose = identity(4);
+  Homography = std::move(homography);
+  Pose = std::move(pose);
+  LensCoefficients = {};
   Skew = {0.0, 1.0, 0.0};
   CurrentState = ModelState::UNCALIBRATED;
   CalibrationError = CalibrationErrorMax = AlignmentError = AlignmentErrorMax = kNeverSet;
 }
 
 bool CalibrationModel::IsConsistent() const {
-  for (const double value :
-       {CalibrationError, CalibrationErrorMax, AlignmentError, AlignmentErrorMax, FocalLength}) {
-    if (value < 0.0) return false;
-  }
-  return true;
+  return !(CalibrationError < 0.0 || CalibrationErrorMax < 0.0 || AlignmentError < 0.0 ||
+           AlignmentErrorMax < 0.0 || FocalLength < 0.0);
 }
 
-Matrix CalibrationModel::getK() const {
-  Matrix k;
-  datafusion::planex::getK(FocalLength, LensCenter.x, LensCenter.y, k);
+cmnalg::Matrix<double> CalibrationModel::getK() const {
+  cmnalg::Matrix<double> k;
+  static_cast<void>(planex::getK(FocalLength, LensCenter.x, LensCenter.y, k));
   return k;
 }
 
@@ -121,25 +116,31 @@ bool CalibrationModel::mirror(bool mirrorX, cmnalg::Vec<2, double> point) {
     return refuse("The mirror point is invalid.");
   }
   if (!homographyUsable(*this)) return refuse("Invalid perspective matrix.");
-  Matrix reflection = Matrix::Identity(3, 3);
+  cmnalg::Matrix<double> mirroring = identity(3);
   const int axis = mirrorX ? 0 : 1;
-  reflection[axis][axis] = -1.0;
-  reflection[axis][2] = 2.0 * (mirrorX ? point.x : point.y);
-  Homography = reflection * Homography;
+  mirroring[axis][axis] = -1.0;
+  mirroring[axis][2] = 2.0 * (mirrorX ? point.x : point.y);
+  Homography = mirroring * Homography;
   return true;
 }
 
 std::string CalibrationModel::toString() const {
-  const bool calibrated = isCalibrated(CurrentState);
-  const bool aligned2D = isAligned2D(CurrentState);
-  const bool aligned3D = isAligned3D(CurrentState);
+  const ModelState state = CurrentState;
+  const bool calibrated = state == ModelState::CALIBRATED ||
+                          state == ModelState::CALIBRATED_ALIGNED_2D ||
+                          state == ModelState::CALIBRATED_ALIGNED_3D;
+  const bool aligned2d =
+      state == ModelState::CALIBRATED_ALIGNED_2D || state == ModelState::ALIGNED_2D;
+  const bool aligned3d =
+      state == ModelState::CALIBRATED_ALIGNED_3D || state == ModelState::ALIGNED_3D;
+
   std::string text = "Planex Camera Model, state: ";
   text += calibrated ? "Calibrated" : "Uncalibrated";
-  if (aligned2D) text += " and 2D Aligned";
-  if (aligned3D) text += " and 3D Aligned";
+  if (aligned2d) text += " and 2D Aligned";
+  if (aligned3d) text += " and 3D Aligned";
   if (calibrated) text += ", calibration error " + twoDecimals(CalibrationError);
-  if (aligned2D || aligned3D) text += ", alignment error " + twoDecimals(AlignmentError);
-  if (aligned3D) {
+  if (aligned2d || aligned3d) text += ", alignment error " + twoDecimals(AlignmentError);
+  if (aligned3d) {
     text += ", skew vector (" + twoDecimals(Skew.x) + ", " + twoDecimals(Skew.y) + ", " +
             twoDecimals(Skew.z) + ")";
   }

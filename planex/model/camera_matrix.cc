@@ -1,22 +1,28 @@
 #include "planex/model/camera_matrix.h"
 
+#include <utility>
+
 #include "planex/infra/logger.h"
 
 namespace datafusion::planex {
 namespace {
 
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
+bool refuse(const char* reason) {
+  base::Logger::Get("Image.Calibration.Planex").Warning("%s", reason);
   return false;
 }
 
 }  // namespace
 
 bool getK(const double& focal, const double& cx, const double& cy, cmnalg::Matrix<double>& K) {
-  if (cx < 0 || cy < 0) return refuse("Invalid lens center coordinate.");
-  if (focal < 0) return refuse("Invalid focal length.");
-  const double values[9] = {focal, 0, cx, 0, focal, cy, 0, 0, 1};
-  K = cmnalg::Matrix<double>::FromRows(3, 3, values);
+  if (cx < 0.0 || cy < 0.0) return refuse("Invalid lens center coordinate.");
+  if (focal < 0.0) return refuse("Invalid focal length.");
+  // The arguments may be elements of K.
+  auto k = cmnalg::Matrix<double>::Identity(3, 3);
+  k[0][0] = k[1][1] = focal;
+  k[0][2] = cx;
+  k[1][2] = cy;
+  K = std::move(k);
   return true;
 }
 

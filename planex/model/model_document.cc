@@ -1,72 +1,84 @@
+#include <array>
 #include <cstddef>
+#include <utility>
 
 #include "planex/infra/logger.h"
 #include "planex/infra/sub_object.h"
+#include "planex/infra/visitor.h"
 #include "planex/model/calibration_model.h"
 
 namespace datafusion::planex {
 namespace {
 
-constexpr std::int32_t kFileVersion = 2;
+constexpr std::int32_t kCurrentVersion = 2;
 
-/// An enumeration as its name: converted before writing and after reading.
-template <typename Enum, typename ToText, typename FromText>
-void visitName(etl::IVisitor& visitor, Enum& value, const char* name, ToText toText,
-               FromText fromText) {
-  std::string text = toText(value);
-  visitor.VisitMemberS(text, name);
-  if (visitor.IsReading() && !visitor.HasError()) value = fromText(text);
-}
-
-/// Exactly the seven coefficients.
-void visitLensCoefficients(etl::IVisitor& visitor, std::array<double, 7>& coefficients) {
-  std::size_t count = coefficients.size();
-  visitor.BeginVisitingArray(etl::ArrayType::Primitives, count, "LensCoefficients");
-  if (visitor.HasError()) return;
-  if (count != coefficients.size()) {
-    visitor.SetError(
-        "Serialized array size mismatch while de-serializing class 'Image.Planex.Model'");
-    return;
-  }
-  visitor.VisitPodArray(coefficients.data());
-  visitor.EndVisitingArray(etl::ArrayType::Primitives);
-}
-
-void visitSheetCurve(etl::IVisitor& visitor, etl::Vector<double>& curve) {
-  std::size_t count = curve.size();
-  visitor.BeginVisitingArray(etl::ArrayType::Primitives, count, "SheetCurve");
-  if (visitor.HasError()) return;
-  curve.resize(count);
-  visitor.VisitPodArray(curve.data());
-  visitor.EndVisitingArray(etl::ArrayType::Primitives);
+/// An enumeration as its name.
+template <typename Enum>
+void visitName(etl::IVisitor& visitor, Enum& value, const char* member, std::string (*nameOf)(Enum),
+               Enum (*valueOf)(const std::string&)) {
+  etl::String name = nameOf(value);
+  visitor.VisitMemberS(name, member);
+  if (visitor.IsReading() && !visitor.HasError()) value = valueOf(name);
 }
 
 template <typename T>
-void visitXy(etl::IVisitor& visitor, const char* name, cmnalg::Vec<2, T>& point,
-             void (etl::IVisitor::*member)(T&, const char*)) {
-  etl::visitPlainSubObject(visitor, name, "", [&](etl::IVisitor& members) {
-    (members.*member)(point.x, "x");
-    (members.*member)(point.y, "y");
+void visitPoint(etl::IVisitor& visitor, cmnalg::Vec<2, T>& point, const char* member,
+                void (etl::IVisitor::*visit)(T&, const char*)) {
+  etl::visitPlainSubObject(visitor, member, "", [&](etl::IVisitor& v) {
+    (v.*visit)(point.x, "x");
+    (v.*visit)(point.y, "y");
   });
 }
 
-void visitXyz(etl::IVisitor& visitor, const char* name, cmnalg::Vec<3, double>& point) {
-  etl::visitPlainSubObject(visitor, name, "", [&](etl::IVisitor& members) {
-    members.VisitMemberF64(point.x, "x");
-    members.VisitMemberF64(point.y, "y");
-    members.VisitMemberF64(point.z, "z");
+void visitVector(etl::IVisitor& visitor, cmnalg::Vec<3, double>& vector, const char* member) {
+  etl::visitPlainSubObject(visitor, member, "", [&](etl::IVisitor& v) {
+    v.VisitMemberF64(vector.x, "x");
+    v.VisitMemberF64(vector.y, "y");
+    v.VisitMemberF64(vector.z, "z");
   });
+}
+
+/// An array of exactly seven numbers.
+void visitLens(etl::IVisitor& visitor, std::array<double, 7>& lens) {
+  std::array<double, 7> values = lens;
+  std::size_t count = values.size();
+  visitor.BeginVisitingArray(etl::ArrayType::Primitives, count, "LensCoefficients");
+  if (visitor.HasError()) return;
+  if (count != values.size()) {
+    visitor.SetArraySizeMismatch();
+    return;
+  }
+  visitor.VisitPodArray(values.data());
+  visitor.EndVisitingArray(etl::ArrayType::Primitives);
+  if (visitor.IsReading() && !visitor.HasError()) lens = values;
+}
+
+/// An array of any length.
+void visitList(etl::IVisitor& visitor, etl::Vector<double>& list, const char* member) {
+  std::size_t count = list.size();
+  visitor.BeginVisitingArray(etl::ArrayType::Primitives, count, member);
+  if (visitor.HasError()) return;
+  if (!visitor.IsReading()) {
+    visitor.VisitPodArray(list.data());
+    visitor.EndVisitingArray(etl::ArrayType::Primitives);
+    return;
+  }
+  etl::Vector<double> values(count);
+  visitor.VisitPodArray(values.data());
+  visitor.EndVisitingArray(etl::ArrayType::Primitives);
+  if (!visitor.HasError()) list = std::move(values);
 }
 
 }  // namespace
 
 void CalibrationModel::Visit(etl::IVisitor& visitor) {
   visitor.VisitMemberI32(FileVersion, "FileVersion");
-  if (visitor.IsReading() && !visitor.HasError() && FileVersion != kFileVersion) {
+  if (visitor.HasError()) return;
+  if (visitor.IsReading() && FileVersion != kCurrentVersion) {
     base::Logger::Get(GetClassName())
-        .Info(
-            "The file version does not match match the expected number. The process will continue, "
-            "but the result may be incomplete.");
+        .Info("%s",
+              "The file version does not match match the expected number. The process will "
+              "continue, but the result may be incomplete.");
   }
   visitName(visitor, CurrentState, "CurrentState", stateToString, stringToState);
   visitName(visitor, SkewMode, "SkewMode", skewModeToString, stringToSkewMode);
@@ -75,17 +87,18 @@ void CalibrationModel::Visit(etl::IVisitor& visitor) {
   visitor.VisitMemberF64(AlignmentError, "AlignmentError");
   visitor.VisitMemberF64(AlignmentErrorMax, "AlignmentErrorMax");
   visitor.VisitMemberF64(FocalLength, "FocalLength");
-  visitXy(visitor, "SensorSize", SensorSize, &etl::IVisitor::VisitMemberI32);
-  visitXy(visitor, "LensCenter", LensCenter, &etl::IVisitor::VisitMemberF64);
-  visitXyz(visitor, "Skew", Skew);
+  visitPoint(visitor, SensorSize, "SensorSize", &etl::IVisitor::VisitMemberI32);
+  visitPoint(visitor, LensCenter, "LensCenter", &etl::IVisitor::VisitMemberF64);
+  visitVector(visitor, Skew, "Skew");
   Homography.Visit(visitor, "Homography");
   Pose.Visit(visitor, "Pose");
-  visitLensCoefficients(visitor, LensCoefficients);
+  visitLens(visitor, LensCoefficients);
   if (visitor.HasError()) return;
-  if (FileVersion >= kFileVersion) {
-    visitSheetCurve(visitor, SheetCurve);
+
+  if (FileVersion >= kCurrentVersion) {
+    visitList(visitor, SheetCurve, "SheetCurve");
     etl::visitPlainSubObject(visitor, "CalibratedRegion", "",
-                             [&](etl::IVisitor& members) { CalibratedRegion.Visit(members); });
+                             [this](etl::IVisitor& v) { CalibratedRegion.Visit(v); });
   } else if (visitor.IsReading()) {
     SheetCurve.clear();
     CalibratedRegion.Resize(0, 0);
