@@ -28,9 +28,9 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
                            cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z) {
   if (lensCoefficients == nullptr || transform == nullptr) return false;
   constexpr bool kDouble = sizeof(P) == sizeof(double);
+  const cmnalg::InstructionSet set = cmnalg::currentInstructionSet();
   const kernel::CalibrateRow calibrate =
-      kernel::calibrateRow(range.GetType(), kDouble, kernel::lensVariant(lensCoefficients),
-                           cmnalg::currentInstructionSet());
+      kernel::calibrateRow(range.GetType(), kDouble, kernel::lensVariant(lensCoefficients), set);
   if (calibrate == nullptr) return false;
   const PixelBlock block{columnBegin, columnEnd, rowBegin, rowEnd};
   if (block.IsEmpty()) return true;
@@ -40,7 +40,8 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
   for (int i = 0; i < 7; ++i) constants.lens[i] = lensCoefficients[i];
   for (int i = 0; i < 9; ++i) constants.transform[i] = transform[i];
   etl::Vector<double> xNormalised(static_cast<std::size_t>(block.Columns()));
-  kernel::fillNormalisedColumns(kDouble, a, c, columnBegin, block.Columns(), xNormalised.data());
+  kernel::fillNormalisedColumns(kDouble, a, c, columnBegin, block.Columns(), xNormalised.data(),
+                                set);
   const float missing = static_cast<float>(missingValue);
   const kernel::MarkMissingRow mark =
       std::isnan(missing) ? nullptr : kernel::markMissingRow(range.GetType());

@@ -72,6 +72,21 @@ struct CalibrateRowKernel {
   }
 };
 
+template <typename Real>
+struct NormaliseColumnsKernel {
+  template <bool kHardwareFma>
+  static PLANEX_ALWAYS_INLINE void run(double a, double c, int first, int count,
+                                       double* __restrict xNormalised) {
+    const Real scale = static_cast<Real>(a);
+    const Real offset = static_cast<Real>(c);
+#pragma omp simd
+    for (int i = 0; i < count; ++i) {
+      xNormalised[i] =
+          static_cast<double>(scaled<kHardwareFma>(static_cast<Real>(first + i), scale, offset));
+    }
+  }
+};
+
 struct SheetCurveRowKernel {
   template <bool kHardwareFma>
   static PLANEX_ALWAYS_INLINE void run(const double* sheetCurve, int columns,
@@ -136,16 +151,12 @@ CalibrateRow calibrateRow(cmnalg::ImageType type, bool doublePrecision, LensVari
 }
 
 void fillNormalisedColumns(bool doublePrecision, double a, double c, int first, int count,
-                           double* xNormalised) {
-  const float scale = static_cast<float>(a);
-  const float offset = static_cast<float>(c);
-  for (int i = 0; i < count; ++i) {
-    const int u = first + i;
-    xNormalised[i] = doublePrecision
-                         ? static_cast<double>(u) * a + c
-                         : static_cast<double>(fusedMultiplyAdd<cmnalg::kBaselineHasFma>(
-                               static_cast<float>(u), scale, offset));
-  }
+                           double* xNormalised, InstructionSet set) {
+  using Signature = void(double, double, int, int, double*);
+  const auto fill = doublePrecision
+                        ? KernelVariants<NormaliseColumnsKernel<double>, Signature>::choose(set)
+                        : KernelVariants<NormaliseColumnsKernel<float>, Signature>::choose(set);
+  fill(a, c, first, count, xNormalised);
 }
 
 SheetCurveRow sheetCurveRow(InstructionSet set) {

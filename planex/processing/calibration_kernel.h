@@ -34,7 +34,7 @@ CalibrateRow calibrateRow(cmnalg::ImageType type, bool doublePrecision, LensVari
 
 /// xn = u a + c for the columns [first, first + count): fused in float, or plain in double.
 void fillNormalisedColumns(bool doublePrecision, double a, double c, int first, int count,
-                           double* xNormalised);
+                           double* xNormalised, cmnalg::InstructionSet set);
 
 /// Corrects one row of z in place for the sheet curve s0 ... s5; NaN stays NaN.
 using SheetCurveRow = void (*)(const double* sheetCurve, int columns, const float* x, float* z);
