@@ -1,4 +1,10 @@
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <new>
 #include <string>
+#include <vector>
 
 #include "planex/api/boundary.h"
 #include "planex/api/intensity_reduction.h"
@@ -7,7 +13,6 @@
 #include "planex/api/registries.h"
 #include "planex/api/world_bounds.h"
 #include "planex/foundation/image_of.h"
-#include "planex/processing/rectification.h"
 
 namespace tavik::planex {
 namespace {
@@ -41,41 +46,60 @@ ImageOf<T> wrap(const void* pixels, int width, int height) {
                     Image::s_defaultImageAllocator, false);
 }
 
-/// The steps of one rectify(): the wrapped inputs, the working grid, and one pass over both per
-/// co-rectified image.
+/// The bytes of a buffer of the caller.
+struct Bytes {
+  const void* begin;
+  std::size_t size;
+
+  bool overlaps(const Bytes& other) const {
+    const auto first = reinterpret_cast<std::uintptr_t>(begin);
+    const auto second = reinterpret_cast<std::uintptr_t>(other.begin);
+    return first < second + other.size && second < first + size;
+  }
+};
+
+/// The steps of one rectify(): the wrapped inputs, the grid, and one pass over both per
+/// co-rectified image, of which the last one writes the world range.
 class Rectification {
  public:
   /// Throws where the inputs or the grid cannot be images.
   Rectification(const RectificationFilter& filter, const float* x, const float* z)
-      : filter_(filter), x_(wrapInput<float>(x)), z_(wrapInput<float>(z)), grid_(checkedTraits()) {}
+      : filter_(filter),
+        x_(wrapInput<float>(x)),
+        z_(wrapInput<float>(z)),
+        grid_(heightGridOf(checkedTraits())) {}
 
   /// The height map without co-rectified images. False where the algorithm refuses.
-  bool rectifyHeights() {
+  bool rectifyHeights(float* range) {
     const RectificationMode mode = modeOf(filter_.rectificationMode);
-    return datafusion::planex::toRectified(x_, z_, spacing(), filter_.splatSettings.splatC, mode,
-                                           grid_.values(), true);
+    return intoRange(range, {bytesOf(x_), bytesOf(z_)}, [&](const HeightRowSink& sink) {
+      return toRectifiedRows(x_, z_, splat(), mode, grid_, sink);
+    });
   }
 
-  /// The height map together with co-rectified image i. Throws for what cannot be an image, false
-  /// where the algorithm refuses.
-  bool rectifyWithImage(std::uint32_t i, const void* input, void* output) {
+  /// The height map together with co-rectified image i; `range` is null for all but the last.
+  /// Throws for what cannot be an image, false where the algorithm refuses.
+  bool rectifyWithImage(std::uint32_t i, const void* input, void* output, float* range) {
     checkImage(i, input, output);
     const ImageOf<std::uint8_t>& intensity = intensityOf(filter_.coRectifiedFormats[i], input);
-    ImageOf<std::uint16_t>& heights = grid_.values();
-    auto target = wrap<std::uint8_t>(output, heights.GetWidth(), heights.GetHeight());
+    auto target = wrap<std::uint8_t>(output, grid_.width, grid_.height);
     const RectificationMode mode = modeOf(filter_.rectificationMode);
-    return datafusion::planex::toRectified(
-        x_, z_, intensity, spacing(), filter_.splatSettings.splatC, mode, heights, target, true);
+    const auto pass = [&](const HeightRowSink& sink) {
+      return toRectifiedRows(x_, z_, intensity, splat(), mode, grid_, target, sink);
+    };
+    if (range == nullptr) return pass([](int /*row*/, const std::uint16_t* /*heights*/) {});
+    return intoRange(range, {bytesOf(x_), bytesOf(z_), bytesOf(intensity), bytesOf(target)}, pass);
   }
 
-  /// What the last pass found, in world units.
-  void writeRange(float* out) const { grid_.toWorldRange(filter_.missingDataValue, out); }
-
  private:
+  using HeightRowSink = datafusion::planex::HeightRowSink;
+
   template <typename T>
   ImageOf<T> wrapInput(const void* pixels) const {
     return wrap<T>(pixels, filter_.inputSize.width, filter_.inputSize.height);
   }
+
+  static Bytes bytesOf(const Image& image) { return {image.GetData(), image.GetRawBufferSize()}; }
 
   /// The grid's description, once the inputs have passed.
   const WorldRangeTraits& checkedTraits() const {
@@ -113,22 +137,41 @@ class Rectification {
     return reduced_;
   }
 
-  cmnalg::Vec<2, double> spacing() const {
-    return {filter_.splatSettings.splatA, filter_.splatSettings.splatB};
+  /// Runs a pass that writes the world range: straight into the caller's buffer, or, where that
+  /// buffer shares memory with what the pass still reads or writes, into a copy first.
+  template <typename Pass>
+  bool intoRange(float* range, std::initializer_list<Bytes> used, Pass pass) const {
+    const std::size_t cells =
+        static_cast<std::size_t>(grid_.width) * static_cast<std::size_t>(grid_.height);
+    const Bytes target{range, cells * sizeof(float)};
+    const bool shared = std::any_of(used.begin(), used.end(),
+                                    [&](const Bytes& bytes) { return target.overlaps(bytes); });
+    std::vector<float> copy(shared ? cells : 0);
+    const WorldRangeWriter writer(grid_, filter_.missingDataValue, shared ? copy.data() : range);
+    const bool done =
+        pass([&](int row, const std::uint16_t* heights) { writer.WriteRow(row, heights); });
+    if (done) std::copy(copy.begin(), copy.end(), range);
+    return done;
+  }
+
+  datafusion::planex::SplatShape splat() const {
+    const SplatSettings& settings = filter_.splatSettings;
+    return {{settings.splatA, settings.splatB}, settings.splatC};
   }
 
   const RectificationFilter& filter_;
   ImageOf<float> x_, z_;
-  RectificationGrid grid_;
+  datafusion::planex::HeightGrid grid_;
   ImageOf<std::uint8_t> mono8_, reduced_;
 };
 
 bool rectifyImages(Rectification& rectification, std::uint32_t count, const void* const* inputs,
-                   void* const* outputs) {
+                   void* const* outputs, float* range) {
   CalibrationException::throwUnless(inputs != nullptr, "inputCoRectified array is NULL");
   CalibrationException::throwUnless(outputs != nullptr, "outputCoRectified array is NULL");
   for (std::uint32_t i = 0; i < count; ++i) {
-    if (!rectification.rectifyWithImage(i, inputs[i], outputs[i])) return false;
+    float* lastRange = i + 1 == count ? range : nullptr;
+    if (!rectification.rectifyWithImage(i, inputs[i], outputs[i], lastRange)) return false;
   }
   return true;
 }
@@ -166,12 +209,14 @@ bool rectify(uint32_t filterHandle, const float* inputX, const float* inputZ,
     CalibrationException::throwUnless(inputZ != nullptr, "inputZ is NULL");
     CalibrationException::throwUnless(outputRange != nullptr, "outputRange is NULL");
     const RectificationFilter filter = rectificationFilters().copyOf(filterHandle);
-    Rectification rectification(filter, inputX, inputZ);
-    const auto count = static_cast<uint32_t>(filter.coRectifiedCount);
-    const bool rectified =
-        count == 0 ? rectification.rectifyHeights()
-                   : rectifyImages(rectification, count, inputCoRectified, outputCoRectified);
-    if (rectified) rectification.writeRange(outputRange);
-    return rectified;
+    try {
+      Rectification rectification(filter, inputX, inputZ);
+      const auto count = static_cast<uint32_t>(filter.coRectifiedCount);
+      return count == 0 ? rectification.rectifyHeights(outputRange)
+                        : rectifyImages(rectification, count, inputCoRectified, outputCoRectified,
+                                        outputRange);
+    } catch (const std::bad_alloc&) {
+      throw CalibrationException(kInvalidScaleMessage);  // the grid is too large for its scratch
+    }
   });
 }

@@ -1,15 +1,18 @@
 #include "planex/api/rectification_grid.h"
 
+#include <cstddef>
 #include <limits>
 
 #include "planex/api/calibration_exception.h"
 #include "planex/api/world_bounds.h"
-#include "planex/foundation/multiversion.h"
+#include "planex/foundation/image_of.h"
 
 namespace tavik::planex {
 namespace {
 
-struct ConvertRow {
+using datafusion::planex::HeightGrid;
+
+struct ConvertRowKernel {
   template <bool kHardwareFma>
   PLANEX_ALWAYS_INLINE static void run(const std::uint16_t* __restrict values, int columns,
                                        float scale, float origin, float missing,
@@ -23,44 +26,42 @@ struct ConvertRow {
   }
 };
 
-using ConvertRowVariants = cmnalg::KernelVariants<ConvertRow, void(const std::uint16_t*, int, float,
-                                                                   float, float, float*)>;
-
-void requireConsistent(const cmnalg::Image& image) {
-  CalibrationException::throwUnless(image.IsConsistent(), kInvalidScaleMessage);
-}
-
-bool isImageSize(std::uint32_t count) {
-  return count >= 1 && count <= static_cast<std::uint32_t>(std::numeric_limits<int>::max());
+/// A count beyond int, or a product beyond it, is a size that no image can have.
+bool isImageSize(std::uint64_t width, std::uint64_t height) {
+  constexpr std::uint64_t kLimit = std::numeric_limits<int>::max();
+  return width >= 1 && height >= 1 && width <= kLimit && height <= kLimit &&
+         width * height <= kLimit;
 }
 
 }  // namespace
 
-RectificationGrid::RectificationGrid(const WorldRangeTraits& traits) {
+HeightGrid heightGridOf(const WorldRangeTraits& traits) {
   const RangeTransform transform = transformOf(traits);
-  values_.Create(0, 0, cmnalg::Image::s_defaultImageAllocator);
-  values_.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
-  values_.PixelSize.x = transform.scaleX;
-  values_.Origin.x = transform.originX;
-  values_.PixelSize.z = transform.scaleZ;
-  values_.Origin.z = transform.originZ;
-  requireConsistent(values_);
-
-  CalibrationException::throwUnless(isImageSize(traits.xCount) && isImageSize(traits.yCount),
+  cmnalg::ImageOf<std::uint16_t> described(0, 0, cmnalg::Image::s_defaultImageAllocator);
+  described.PixelSize.x = transform.scaleX;
+  described.Origin.x = transform.originX;
+  described.PixelSize.z = transform.scaleZ;
+  described.Origin.z = transform.originZ;
+  CalibrationException::throwUnless(described.IsConsistent(), kInvalidScaleMessage);
+  CalibrationException::throwUnless(isImageSize(traits.xCount, traits.yCount),
                                     kInvalidScaleMessage);
-  values_.Create(static_cast<int>(traits.xCount), static_cast<int>(traits.yCount),
-                 cmnalg::Image::s_defaultImageAllocator);
-  requireConsistent(values_);
+  return {static_cast<int>(traits.xCount), static_cast<int>(traits.yCount), described.PixelSize,
+          described.Origin};
 }
 
-void RectificationGrid::toWorldRange(float missingDataValue, float* out) const {
-  const auto scale = static_cast<float>(values_.PixelSize.z);
-  const auto origin = static_cast<float>(values_.Origin.z);
-  const auto convertRow = ConvertRowVariants::choose(cmnalg::currentInstructionSet());
-  for (int row = 0; row < values_.GetHeight(); ++row) {
-    convertRow(values_.GetRowPtr(row), values_.GetWidth(), scale, origin, missingDataValue, out);
-    out += values_.GetWidth();
-  }
+WorldRangeWriter::WorldRangeWriter(const HeightGrid& grid, float missingDataValue, float* out)
+    : convertRow_(cmnalg::KernelVariants<ConvertRowKernel,
+                                         void(const std::uint16_t*, int, float, float, float,
+                                              float*)>::choose(cmnalg::currentInstructionSet())),
+      width_(grid.width),
+      scale_(static_cast<float>(grid.pixelSize.z)),
+      origin_(static_cast<float>(grid.origin.z)),
+      missing_(missingDataValue),
+      out_(out) {}
+
+void WorldRangeWriter::WriteRow(int row, const std::uint16_t* heights) const {
+  float* out = out_ + static_cast<std::ptrdiff_t>(row) * width_;
+  convertRow_(heights, width_, scale_, origin_, missing_, out);
 }
 
 }  // namespace tavik::planex
