@@ -8,10 +8,17 @@ here=$source_dir/tests/package
 scratch=$build_dir/tests/package/scratch
 prefix=$scratch/prefix
 
-strict=(-Wall -Wextra -Wpedantic -Werror -fsyntax-only)
-headers() {
-  (cd "$prefix/include" && find planex -name '*.h' | sort)
+# Compiles a file that holds nothing but one installed header; a C file must declare something.
+compile_alone() {
+  echo "#include <$1>" | "$cxx" -std=c++17 "${strict[@]}" -x c++ -I"$prefix/include" -
+  case "$1" in
+    planex/api/* | planex/version.h)
+      printf '#include <%s>\nextern int used;\n' "$1" |
+        "$cc" -std=c99 "${strict[@]}" -x c -I"$prefix/include" -
+      ;;
+  esac
 }
+strict=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fsyntax-only)
 
 case "$step" in
   install)
@@ -22,18 +29,17 @@ case "$step" in
       <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|planexTargets-[a-z]*\.cmake|planexTargets-config.cmake|' | sort)
     ;;
   headers)
-    [ "$(headers | wc -l)" -gt 20 ]
-    for header in $(headers); do
-      echo "#include <$header>" | "$cxx" -std=c++17 "${strict[@]}" -x c++ -I"$prefix/include" -
-    done
-    for header in planex/api/planex.h planex/api/records.h planex/version.h; do
-      echo "#include <$header>" | "$cc" -std=c99 "${strict[@]}" -x c -I"$prefix/include" -
+    cd "$prefix/include"
+    mapfile -t headers < <(find planex -name '*.h' | sort)
+    [ ${#headers[@]} -gt 20 ]
+    for header in "${headers[@]}"; do
+      compile_alone "$header"
     done
     ;;
   cmake)
     # The prefix was moved since it was configured: nothing in it may name another place.
     ! grep -rIl -e "$source_dir" -e "$build_dir" "$prefix"
-    "$cmake" -S "$here/consumer" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
+    "$cmake" -S "$here/consumer" -B "$scratch/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
       -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
     "$cmake" --build "$scratch/cmake"
     "$scratch/cmake/c_consumer"

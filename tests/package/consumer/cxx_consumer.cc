@@ -39,7 +39,7 @@ bool mapsThereAndBack(const CalibrationModel& model) {
       !mapPoints(model, world, back, CoordinateSystem::Calibrated, CoordinateSystem::Pixel)) {
     return false;
   }
-  return std::fabs(world[1][0] - 0.08) < 1e-12 && std::fabs(back[0][1] - 5.0) < 1e-9;
+  return std::fabs(world[1].x - 0.08) < 1e-12 && std::fabs(back[0].y - 5.0) < 1e-9;
 }
 
 bool survivesItsDocument(CalibrationModel& model) {
