@@ -138,6 +138,7 @@ typedef struct RangeTransform {
   double originZ;
 } RangeTransform;
 
+/** @cond */
 #if defined(__cplusplus)
 #define PLANEX_PIN_LAYOUT(condition) static_assert(condition, #condition)
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
@@ -168,6 +169,7 @@ PLANEX_PIN_LAYOUT(sizeof(RangeTransform) == 48 && offsetof(RangeTransform, scale
                   offsetof(RangeTransform, originZ) == 40);
 
 #undef PLANEX_PIN_LAYOUT
+/** @endcond */
 
 #ifdef __cplusplus
 namespace tavik {

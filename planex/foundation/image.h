@@ -28,22 +28,27 @@ enum class ZeroPixels : std::int32_t {
 /// may throw std::bad_alloc. An image that was moved from has no buffer.
 class PLANEX_EXPORT Image : public etl::IVisitable {
  public:
-  Vec<3, double> PixelSize{1, 1, 1};
-  Vec<3, double> Origin{0, 0, 0};
-  ZeroPixels HandleZeroPixels = ZeroPixels::Default;
+  Vec<3, double> PixelSize{1, 1, 1};                  ///< physical step per index, or per value
+  Vec<3, double> Origin{0, 0, 0};                     ///< physical value at index or value 0
+  ZeroPixels HandleZeroPixels = ZeroPixels::Default;  ///< whether there may be missing pixels
 
   /// Allocator of the images that the library itself creates.
   static const etl::StandardMemAllocator s_defaultImageAllocator;
 
   /// An empty image of invalid type.
   Image();
+  /// @{
+  /// As Create with the same arguments and, without a pitch, one as wide as the image.
   Image(ImageType type, int width, int height, const etl::Allocator& allocator);
-  /// See Create(other, clone).
   Image(const Image& other, bool clone);
+  /// @}
+  /// @{
+  /// Copies are deep.
   Image(const Image& other);
   Image(Image&& other) noexcept;
   Image& operator=(const Image& other);
   Image& operator=(Image&& other) noexcept;
+  /// @}
   ~Image() override;
 
   /// Takes over the other image's shape and pixels, as a view (clone false: the other's pixels
@@ -60,16 +65,21 @@ class PLANEX_EXPORT Image : public etl::IVisitable {
   /// Creating or assigning another type through a reference to Image leaves an ImageOf<T>
   /// invalidated; creation says "Unexpected programming error." and returns false.
   virtual ImageType GetType() const;
+  /// @{
+  /// The class that the type belongs to, see isIntegerType and its like.
   bool IsIntegerType() const { return isIntegerType(GetType()); }
   bool IsFloatingType() const { return isFloatingType(GetType()); }
   bool IsSignedType() const { return isSignedType(GetType()); }
   bool IsUnsignedType() const { return isUnsignedType(GetType()); }
   bool IsScalarType() const { return isScalarType(GetType()); }
+  /// @}
 
   /// Whether PixelSize is finite and not negative, Origin finite, HandleZeroPixels 0 or 1, and
   /// the buffer consistent.
   bool IsConsistent() const;
 
+  /// @{
+  /// Forwarded to the buffer, see ImageData.
   int GetWidth() const { return data_.GetWidth(); }
   int GetHeight() const { return data_.GetHeight(); }
   int GetPitch() const { return data_.GetPitch(); }
@@ -81,6 +91,7 @@ class PLANEX_EXPORT Image : public etl::IVisitable {
   void Deallocate() { data_.Deallocate(); }
   void InvalidateImage() { data_.InvalidateImage(); }
   const ImageData& GetImageData() const { return data_; }
+  /// @}
 
   const char* GetClassName() const override;  ///< "Image", for every pixel type
   /// Members "PixelSize", "Origin" (sub-objects x, y, z), "HandleZeroPixels" ("Default",

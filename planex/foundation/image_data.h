@@ -20,10 +20,13 @@ namespace cmnalg {
 class PLANEX_EXPORT ImageData {
  public:
   ImageData() = default;
+  /// @{
+  /// Copies are deep, as by Copy, but throw for lack of memory.
   ImageData(const ImageData& other);
   ImageData(ImageData&& other) noexcept;
   ImageData& operator=(const ImageData& other);
   ImageData& operator=(ImageData&& other) noexcept;
+  /// @}
   ~ImageData();
 
   /// Allocates. A present buffer, owned or borrowed, of exactly the needed byte size is kept with
@@ -76,13 +79,22 @@ class PLANEX_EXPORT ImageData {
   /// does nothing. No bounds check.
   void SetPixel(int x, int y, double v);
 
+  /// The type of the pixels.
   ImageType GetType() const { return type_; }
+  /// @{
+  /// In pixels; the pitch is the distance between the starts of two rows.
   int GetWidth() const { return width_; }
   int GetHeight() const { return height_; }
   int GetPitch() const { return pitch_; }
+  /// @}
+  /// @{
+  /// First pixel of row 0; null for an empty buffer.
   void* GetData() { return data_; }
   const void* GetData() const { return data_; }
+  /// @}
+  /// Whether the pixels are given back by this object.
   bool OwnsData() const { return owns_; }
+  /// False after a failed creation.
   bool IsValid() const { return valid_; }
   /// Bytes of the buffer: height * pitch * bytes per pixel.
   std::size_t GetBufferSize() const;

@@ -15,6 +15,8 @@ class ImageOf final : public Image {
  public:
   /// An empty image; its type is that of T nevertheless.
   ImageOf() = default;
+  /// @{
+  /// As Create with the same arguments.
   ImageOf(int width, int height, const etl::Allocator& allocator) {
     Create(width, height, 0, allocator);
   }
@@ -26,7 +28,10 @@ class ImageOf final : public Image {
     Create(data, width, height, pitch, clone, allocator, transferOwnership);
   }
   ImageOf(const Image& other, bool clone) { Create(other, clone); }
+  /// @}
 
+  /// @{
+  /// As Image::Create with the type of T; without a pitch rows have no padding.
   bool Create(int width, int height, const etl::Allocator& allocator) {
     return Create(width, height, 0, allocator);
   }
@@ -37,6 +42,7 @@ class ImageOf final : public Image {
               const etl::Allocator& allocator, bool transferOwnership) {
     return Image::Create(data, kType, width, height, pitch, clone, allocator, transferOwnership);
   }
+  /// @}
   /// As Image::Create(other, clone); false without a message when the types differ.
   bool Create(const Image& other, bool clone) {
     return other.GetType() == kType && Image::Create(other, clone);
@@ -47,12 +53,16 @@ class ImageOf final : public Image {
     return std::make_unique<ImageOf>(*this);
   }
 
+  /// @{
   /// First pixel of row y; y is not checked.
   T* GetRowPtr(int y) { return static_cast<T*>(GetData()) + RowOffset(y); }
   const T* GetRowPtr(int y) const { return static_cast<const T*>(GetData()) + RowOffset(y); }
+  /// @}
+  /// @{
   /// Pixel (x, y); indices are not checked.
   T& Pix(int x, int y) { return GetRowPtr(y)[x]; }
   T Pix(int x, int y) const { return GetRowPtr(y)[x]; }
+  /// @}
 
   /// Sets every pixel of every row.
   void SetAll(T value) {

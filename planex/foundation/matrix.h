@@ -25,10 +25,13 @@ class Matrix {
   /// A rows x cols matrix with these values, row-major; throws std::bad_alloc.
   static Matrix FromRows(int rows, int cols, const T* values);
 
+  /// @{
+  /// Copies are deep, also of a view.
   Matrix(const Matrix& other);
   Matrix(Matrix&& other) noexcept;
   Matrix& operator=(const Matrix& other);
   Matrix& operator=(Matrix&& other) noexcept;
+  /// @}
   ~Matrix();
 
   /// Gives the matrix a shape; the elements are not initialised.
@@ -49,15 +52,24 @@ class Matrix {
   /// elements must not be this matrix's own: those are freed here.
   bool CreateExternal(T* data, int rows, int cols, int pitch = 0);
 
+  /// @{
+  /// Columns, rows, and elements between the starts of two rows.
   int Width() const { return width_; }
   int Height() const { return height_; }
   int Pitch() const { return pitch_; }
+  /// @}
+  /// Whether it has no elements.
   bool IsEmpty() const { return width_ == 0 || height_ == 0; }
+  /// @{
+  /// Element (0, 0); null for an empty matrix.
   T* Data() { return data_; }
   const T* Data() const { return data_; }
+  /// @}
+  /// @{
   /// First element of a row, so that m[r][c] is element (r, c); indices are not checked.
   T* operator[](int row) { return data_ + static_cast<std::ptrdiff_t>(row) * pitch_; }
   const T* operator[](int row) const { return data_ + static_cast<std::ptrdiff_t>(row) * pitch_; }
+  /// @}
 
   /// The matrix product, each sum in order of the inner index. Factors that do not fit, silently,
   /// and a product that cannot be created, with Create's warning, give an empty matrix.

@@ -26,10 +26,11 @@ enum ImageType : std::int32_t {
 
 /// One RGB24 pixel, three bytes in this order.
 struct PixelRGB {
-  std::uint8_t r = 0;
-  std::uint8_t g = 0;
-  std::uint8_t b = 0;
+  std::uint8_t r = 0;  ///< red
+  std::uint8_t g = 0;  ///< green
+  std::uint8_t b = 0;  ///< blue
 
+  /// Whether all three are equal.
   friend constexpr bool operator==(const PixelRGB& a, const PixelRGB& b) {
     return a.r == b.r && a.g == b.g && a.b == b.b;
   }
@@ -64,8 +65,9 @@ PLANEX_EXPORT const char* serialisedTypeName(ImageType type);
 /// @return the type of that name in documents, IMAGE_TYPE_INVALID when there is none
 PLANEX_EXPORT ImageType typeFromSerialisedName(const etl::String& name);
 
-// Type classes. The two floating types count as signed; values that are no ImageType, and
-// IMAGE_TYPE_INVALID, belong to no class but scalar, which is every type but RGB24.
+/// @{
+/// Type classes. The two floating types count as signed; values that are no ImageType, and
+/// IMAGE_TYPE_INVALID, belong to no class but scalar, which is every type but RGB24.
 constexpr bool isIntegerType(ImageType type) { return type >= 0 && type <= IMAGE_TYPE_INT64; }
 constexpr bool isUnsignedType(ImageType type) { return type >= 0 && type <= IMAGE_TYPE_UINT64; }
 constexpr bool isSignedType(ImageType type) {
@@ -75,6 +77,7 @@ constexpr bool isFloatingType(ImageType type) {
   return type == IMAGE_TYPE_FLOAT32 || type == IMAGE_TYPE_FLOAT64;
 }
 constexpr bool isScalarType(ImageType type) { return type != IMAGE_TYPE_RGB24; }
+/// @}
 
 namespace impro {
 

@@ -10,7 +10,7 @@ namespace cmnalg::shape {
 /// A closed line through a list of points in the plane: the last point is joined to the first,
 /// which the list does not repeat.
 struct PLANEX_EXPORT Polyline {
-  etl::Vector<Vec<2, double>> Points;
+  etl::Vector<Vec<2, double>> Points;  ///< in the order of the line
 
   /// The smallest rectangle of rotation 0 that holds all points.
   ///

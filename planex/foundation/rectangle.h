@@ -12,10 +12,10 @@ namespace cmnalg::shape {
 /// Length unit and coordinate system are those of whoever made it; in the laser plane y stands
 /// for Z. Fields are plain values without invariant: see IsValid().
 struct PLANEX_EXPORT Rectangle {
-  Vec<2, double> Center;
-  double Width = 0;     ///< length of the side along x at rotation 0
-  double Height = 0;    ///< length of the side along y at rotation 0
-  double Rotation = 0;  ///< about the centre, in radians, positive from x towards y
+  Vec<2, double> Center;  ///< of the rectangle and of its rotation
+  double Width = 0;       ///< length of the side along x at rotation 0
+  double Height = 0;      ///< length of the side along y at rotation 0
+  double Rotation = 0;    ///< about the centre, in radians, positive from x towards y
 
   /// The four corners, counter-clockwise from the one that lies at minimal x and y at rotation 0.
   /// With w = Width / 2, h = Height / 2 and a = Rotation:

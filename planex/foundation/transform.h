@@ -33,9 +33,11 @@ class Transform final : public etl::IVisitable {
  public:
   /// The identity.
   Transform();
-  // Copies only, no moves, so that a transform always has its matrix.
+  /// @{
+  /// Copies only, no moves, so that a transform always has its matrix.
   Transform(const Transform&) = default;
   Transform& operator=(const Transform& other);
+  /// @}
 
   /// Sets matrix and declared type, after checking that the matrix is not more general. A type
   /// beyond HOMOGRAPHY is stored as it is; users of the transform refuse it.
@@ -44,6 +46,7 @@ class Transform final : public etl::IVisitable {
   ///         than the desired transform type, check transform matrix or adjust the desired
   ///         type."
   bool Create(const Matrix<T>& matrix, TransformType wanted);
+  /// @{
   /// Create under the name of its dimension.
   template <int D = N>
   std::enable_if_t<D == 2, bool> Create2D(const Matrix<T>& matrix, TransformType wanted) {
@@ -53,13 +56,19 @@ class Transform final : public etl::IVisitable {
   std::enable_if_t<D == 3, bool> Create3D(const Matrix<T>& matrix, TransformType wanted) {
     return Create(matrix, wanted);
   }
+  /// @}
 
+  /// The stored type.
   TransformType GetType() const { return type_; }
+  /// @{
+  /// Whether the stored type is just this one.
   bool IsIdentity() const { return type_ == TransformType::IDENTITY; }
   bool IsTranslation() const { return type_ == TransformType::TRANSLATION; }
   bool IsRigid() const { return type_ == TransformType::RIGID; }
   bool IsSimilarity() const { return type_ == TransformType::SIMILARITY; }
   bool IsHomography() const { return type_ == TransformType::HOMOGRAPHY; }
+  /// @}
+  /// (N+1) x (N+1).
   const Matrix<T>& GetMatrix() const { return matrix_; }
 
   /// Classifies the matrix with the tolerance 1e-5. With m its elements and L its upper-left

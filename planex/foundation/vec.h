@@ -9,25 +9,33 @@ namespace cmnalg {
 template <int N, typename T>
 struct Vec;
 
+/// A point in the plane.
 template <typename T>
 struct Vec<2, T> {
-  T x{};
-  T y{};
+  T x{};  ///< column, or X
+  T y{};  ///< row, or Z of the laser plane
 
+  /// @{
+  /// By component: a NaN makes points unequal.
   friend constexpr bool operator==(const Vec& a, const Vec& b) { return a.x == b.x && a.y == b.y; }
   friend constexpr bool operator!=(const Vec& a, const Vec& b) { return !(a == b); }
+  /// @}
 };
 
+/// A point in space.
 template <typename T>
 struct Vec<3, T> {
-  T x{};
-  T y{};
-  T z{};
+  T x{};  ///< column, or X
+  T y{};  ///< profile index or image row, or Y
+  T z{};  ///< sensor row or stored value, or Z
 
+  /// @{
+  /// By component: a NaN makes points unequal.
   friend constexpr bool operator==(const Vec& a, const Vec& b) {
     return a.x == b.x && a.y == b.y && a.z == b.z;
   }
   friend constexpr bool operator!=(const Vec& a, const Vec& b) { return !(a == b); }
+  /// @}
 };
 
 }  // namespace cmnalg

@@ -22,7 +22,9 @@ class PLANEX_EXPORT Allocator {
 
  protected:
   constexpr Allocator() = default;
+  /// For derived classes.
   Allocator(const Allocator&) = default;
+  /// For derived classes.
   Allocator& operator=(const Allocator&) = default;
   ~Allocator() = default;
 };

@@ -15,12 +15,14 @@ namespace etl {
 /// initialisation.
 class PLANEX_EXPORT Classes {
  public:
+  /// Makes a default-constructed object.
   using Factory = std::unique_ptr<IVisitable> (*)();
 
   /// Makes `factory` the way to create `className`. @return true, so that a static variable can
   /// hold the call; a name that is registered already keeps its first factory.
   static bool Register(const char* className, Factory factory);
 
+  /// Whether New() knows the name.
   static bool IsRegistered(std::string_view className);
 
   /// @return a default-constructed object, or null for a name that is not registered

@@ -21,6 +21,7 @@ namespace etl {
 /// never changed. Nothing is checked, so only SetError makes HasError true.
 class PLANEX_EXPORT CountMembersVisitor final : public IVisitor {
  public:
+  /// The members seen so far.
   std::size_t GetCount() const { return count_; }
 
   VisitType GetVisitType() const override { return VisitType::Writing; }

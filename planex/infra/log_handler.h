@@ -21,12 +21,16 @@ class PLANEX_EXPORT LogHandler {
   LogHandler(const LogHandler&) = delete;
   LogHandler& operator=(const LogHandler&) = delete;
 
+  /// Takes one record, on the thread that logged it.
   virtual void Publish(const LogRecord& record) = 0;
   /// @return whether the handler's level is at most the record's
   virtual bool IsLoggable(const LogRecord& record) const;
+  /// What the constructor was given.
   virtual bool IsRemovable() const;
 
+  /// What the constructor was given.
   const std::string& GetName() const { return name_; }
+  /// Records below this level are not published.
   std::int32_t GetLevel() const { return level_; }
   /// Set before the handler is added to a logger; WARNING at first.
   void SetLevel(std::int32_t level) { level_ = level; }

@@ -32,14 +32,16 @@ class PLANEX_EXPORT Logger {
   /// The logger of that name, made on first use; "" gives the root. Throws std::bad_alloc only
   /// where a name is used for the first time.
   static Logger& Get(const std::string& name);
+  /// The parent of all others.
   static Logger& GetRoot();
 
   /// @return whether `level` reaches the level of this logger, or of its nearest ancestor that
   ///         has one
   bool IsLoggable(std::int32_t level) const;
 
-  // Log `format`, filled in printf-style, when the level is loggable. Numbers are formatted
-  // independently of the locale as long as only integers and strings are used.
+  /// @{
+  /// Log `format`, filled in printf-style, when the level is loggable. Numbers are formatted
+  /// independently of the locale as long as only integers and strings are used.
   void Severe(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void Warning(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void Info(const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -47,6 +49,7 @@ class PLANEX_EXPORT Logger {
   void Fine(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void Finer(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void Finest(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  /// @}
 
   /// Hands `message` to the handlers whatever the logger's level is.
   void Log(std::int32_t level, const std::string& message);
@@ -61,11 +64,18 @@ class PLANEX_EXPORT Logger {
   /// @return the first handler of that name, kept alive by the pointer, or null
   std::shared_ptr<LogHandler> GetHandler(const std::string& name) const;
 
+  /// "" for the root.
   const std::string& GetName() const { return name_; }
+  /// @{
+  /// Least level of a record that passes; INHERIT: that of the parent.
   std::int32_t GetLevel() const { return level_; }
   void SetLevel(std::int32_t level) { level_ = level; }
+  /// @}
+  /// @{
+  /// Whether records go to the handlers of the parent, too; true at first.
   bool GetUseParentHandlers() const { return useParentHandlers_; }
   void SetUseParentHandlers(bool use) { useParentHandlers_ = use; }
+  /// @}
 
  private:
   using HandlerList = std::vector<std::shared_ptr<LogHandler>>;

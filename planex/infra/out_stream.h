@@ -16,6 +16,7 @@ class PLANEX_EXPORT OutStream {
   /// Appends `size` bytes. @return false when the stream cannot take them; nothing is reported.
   virtual bool Write(const void* data, std::size_t size) = 0;
 
+  /// The same for text.
   bool Write(std::string_view text) { return Write(text.data(), text.size()); }
 };
 
@@ -27,8 +28,11 @@ class PLANEX_EXPORT MemoryOutStream final : public OutStream {
   /// Always true; throws std::bad_alloc when memory runs out, and keeps what was written before.
   bool Write(const void* data, std::size_t size) override;
 
+  /// @{
+  /// What was written so far.
   const Buffer& GetBuffer() const { return buffer_; }
   std::string_view GetText() const;
+  /// @}
 
  private:
   Buffer buffer_;

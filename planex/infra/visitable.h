@@ -30,8 +30,11 @@ class PLANEX_EXPORT IVisitable {
 
  protected:
   IVisitable() = default;
+  /// @{
+  /// For derived classes.
   IVisitable(const IVisitable&) = default;
   IVisitable& operator=(const IVisitable&) = default;
+  /// @}
 };
 
 }  // namespace etl

@@ -48,10 +48,13 @@ class PLANEX_EXPORT IVisitor {
  public:
   virtual ~IVisitor();
 
+  /// Which way members go.
   virtual VisitType GetVisitType() const = 0;
+  /// Whether the visitor assigns the members.
   bool IsReading() const { return GetVisitType() == VisitType::Reading; }
 
-  // Members of primitive kinds.
+  /// @{
+  /// A member of a primitive kind: boolean, character, integer, address as integer, float, text.
   virtual void VisitMemberB(bool& value, const char* name) = 0;
   virtual void VisitMemberC(char& value, const char* name) = 0;
   virtual void VisitMemberI8(std::int8_t& value, const char* name) = 0;
@@ -67,6 +70,7 @@ class PLANEX_EXPORT IVisitor {
   virtual void VisitMemberF32(float& value, const char* name) = 0;
   virtual void VisitMemberF64(double& value, const char* name) = 0;
   virtual void VisitMemberS(String& value, const char* name) = 0;
+  /// @}
   /// A byte buffer of any length, base64 text in a document.
   virtual void VisitMemberBU(Buffer& value, const char* name) = 0;
   /// `size` bytes at a fixed place, base64 text in a document; another length is an error.
@@ -82,18 +86,28 @@ class PLANEX_EXPORT IVisitor {
     if (IsReading() && !HasError()) value = static_cast<Enum>(number);
   }
 
+  /// @{
   /// The object itself, called by whoever starts a visit (a serialiser's Serialize, say) around
   /// object.Visit; a Visit names the members only.
   virtual void BeginVisiting(const char* className) = 0;
   virtual void EndVisiting(const char* className) = 0;
+  /// @}
+  /// @{
   /// The members that an object inherits: its Visit calls these around Base::Visit.
   virtual void BeginVisitingBaseClass(const char* className) = 0;
   virtual void EndVisitingBaseClass(const char* className) = 0;
+  /// @}
 
-  // A nested plain object; visitPlainSubObject in sub_object.h calls these in the right order.
+  /// Whether the visitor wants to see the members of nested plain objects; one that does not gets
+  /// SkipSubObject for each.
   virtual bool RecursionIntoSubObjectsMeaningful() const { return true; }
+  /// Whether nested plain objects must be begun with the number of their members.
   virtual bool NeedsToKnowNumOfMembers() const { return false; }
+  /// Takes the place of a nested plain object and its members.
   virtual void SkipSubObject(const char* name) { static_cast<void>(name); }
+  /// @{
+  /// A nested plain object, part of its owner, whose members are visited in between. `className`
+  /// may be empty: errors then name the class of the owner.
   virtual void BeginVisitingSubObject(const char* name, const char* className) = 0;
   virtual void BeginVisitingSubObjectKnowingNumOfMembers(const char* name, const char* className,
                                                          std::size_t count) {
@@ -101,6 +115,7 @@ class PLANEX_EXPORT IVisitor {
     BeginVisitingSubObject(name, className);
   }
   virtual void EndVisitingSubObject(const char* name, const char* className) = 0;
+  /// @}
 
   /// A nested visitable object held by pointer, possibly null. Reading replaces the pointer by
   /// an object of the class that the document names, or by null; on an error it stays as it was.
@@ -111,12 +126,14 @@ class PLANEX_EXPORT IVisitor {
   virtual void BeginVisitingArray(ArrayType type, std::size_t& count, const char* name) = 0;
   /// Stands before every element of an array of arrays but the first.
   virtual void VisitArraySeparator() = 0;
+  /// Closes the array that was opened last.
   virtual void EndVisitingArray(ArrayType type) = 0;
   /// Reading: reports that the object cannot take an array of the length that the last
   /// BeginVisitingArray gave; the visitor names the class.
   virtual void SetArraySizeMismatch() { SetError("Serialized array size mismatch"); }
 
-  // The elements of an array of primitives, as many as the last BeginVisitingArray counted.
+  /// @{
+  /// The elements of an array of primitives, as many as the last BeginVisitingArray counted.
   virtual void VisitPodArray(bool* values) = 0;
   virtual void VisitPodArray(char* values) = 0;
   virtual void VisitPodArray(std::int8_t* values) = 0;
@@ -129,12 +146,16 @@ class PLANEX_EXPORT IVisitor {
   virtual void VisitPodArray(std::uint64_t* values) = 0;
   virtual void VisitPodArray(float* values) = 0;
   virtual void VisitPodArray(double* values) = 0;
+  /// @}
 
+  /// A large typed block as one member.
   virtual void VisitBigDataArray(const BigDataArray& array, const char* name) = 0;
 
   /// Reports a failure; the first one is kept.
   virtual void SetError(const String& text) = 0;
+  /// Whether anything has failed.
   virtual bool HasError() const = 0;
+  /// The text of the first failure; empty when there was none.
   virtual const String& GetErrorDescription() const = 0;
 };
 

@@ -51,6 +51,7 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
                            const double* lensCoefficients, const double* transform,
                            cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z);
 
+/// @cond explicit instantiations
 extern template PLANEX_EXPORT bool applyCalibrationBlock<float>(
     int, int, int, int, const cmnalg::Image&, const double&, const double&, const double&,
     const double&, const double&, const double*, const double*, cmnalg::ImageOf<float>&,
@@ -59,6 +60,7 @@ extern template PLANEX_EXPORT bool applyCalibrationBlock<double>(
     int, int, int, int, const cmnalg::Image&, const double&, const double&, const double&,
     const double&, const double&, const double*, const double*, cmnalg::ImageOf<float>&,
     cmnalg::ImageOf<float>&);
+/// @endcond
 
 /// applyCalibrationBlockSheetCurve over the width and height of x.
 PLANEX_EXPORT bool applyCalibrationSheetCurve(const double* sheetCurve, cmnalg::ImageOf<float>& x,
