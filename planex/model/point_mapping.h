@@ -34,14 +34,15 @@ namespace datafusion::planex {
 ///
 /// @param in  (u, v) in pixels, or (X, Z) in the model's length unit
 /// @param out as many points
-/// @return false, tested in this order, with
-///         "Operation failed because it was called with uncalibrated model." (state 0, even when
-///         `from` equals `to`, which otherwise copies);
-///         where the direction passes between Pixel and Calibrated: "Invalid perspective matrix."
-///         (not 3 x 3, or singular on the way back) and "Invalid sheet curve." (one to five
+/// @return false with
+///         "Operation failed because it was called with uncalibrated model." in state 0, even when
+///         `from` equals `to`, which otherwise copies;
+///         where the way passes between Pixel and Calibrated: "Invalid perspective matrix." (not
+///         3 x 3, or singular on the way back), then "Invalid sheet curve." (one to five
 ///         coefficients);
 ///         where it passes between Calibrated and Aligned: "Invalid pose matrix." (not 4 columns
-///         and 3 or 4 rows, or A or E singular on the way back)
+///         and 3 or 4 rows, or A or E singular on the way back).
+///         The first of these that the point would meet is reported, alone.
 template <typename T>
 bool mapPoints(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<2, T>>& in,
                etl::Vector<cmnalg::Vec<2, T>>& out, CoordinateSystem from, CoordinateSystem to);

@@ -26,19 +26,23 @@ struct Block {
 };
 
 template <typename T>
-PLANEX_ALWAYS_INLINE void load(const Vec<2, T>* points, int count, Block<T>& block) {
-  for (int i = 0; i < count; ++i) {
-    block.x[i] = points[i].x;
-    block.z[i] = points[i].y;
-  }
+PLANEX_ALWAYS_INLINE void loadLane(const Vec<2, T>& point, int lane, Block<T>& block) {
+  block.x[lane] = point.x;
+  block.z[lane] = point.y;
 }
 template <typename T>
-PLANEX_ALWAYS_INLINE void load(const Vec<3, T>* points, int count, Block<T>& block) {
-  for (int i = 0; i < count; ++i) {
-    block.x[i] = points[i].x;
-    block.y[i] = points[i].y;
-    block.z[i] = points[i].z;
-  }
+PLANEX_ALWAYS_INLINE void loadLane(const Vec<3, T>& point, int lane, Block<T>& block) {
+  block.x[lane] = point.x;
+  block.y[lane] = point.y;
+  block.z[lane] = point.z;
+}
+
+/// Lanes beyond the last point repeat it: any other value might keep an iteration going longer
+/// than the points do.
+template <typename T, typename Point>
+PLANEX_ALWAYS_INLINE void load(const Point* points, int count, Block<T>& block) {
+  for (int i = 0; i < count; ++i) loadLane(points[i], i, block);
+  for (int i = count; i < kLanes; ++i) loadLane(points[count - 1], i, block);
 }
 template <typename T>
 PLANEX_ALWAYS_INLINE void store(const Block<T>& block, int count, Vec<2, T>* points) {
@@ -159,7 +163,7 @@ struct MapPointsKernel {
   template <bool>
   static PLANEX_ALWAYS_INLINE void run(const MappingPlan& plan, const Point* in, Point* out,
                                        std::size_t count) {
-    Block<T> block{};  // lanes beyond the last point hold zeros or earlier points
+    Block<T> block{};
     for (std::size_t first = 0; first < count; first += kLanes) {
       const int lanes = static_cast<int>(std::min<std::size_t>(kLanes, count - first));
       load(in + first, lanes, block);
