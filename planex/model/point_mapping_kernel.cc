@@ -46,10 +46,12 @@ PLANEX_ALWAYS_INLINE void load(const Point* points, int count, Block<T>& block) 
 }
 template <typename T>
 PLANEX_ALWAYS_INLINE void store(const Block<T>& block, int count, Vec<2, T>* points) {
+#pragma omp simd
   for (int i = 0; i < count; ++i) points[i] = {block.x[i], block.z[i]};
 }
 template <typename T>
 PLANEX_ALWAYS_INLINE void store(const Block<T>& block, int count, Vec<3, T>* points) {
+#pragma omp simd
   for (int i = 0; i < count; ++i) points[i] = {block.x[i], block.y[i], block.z[i]};
 }
 
@@ -73,6 +75,7 @@ PLANEX_ALWAYS_INLINE void distortLanes(const double* c, Block<T>& block) {
   double xNow[kLanes];
   double zNow[kLanes];
   std::int64_t moving[kLanes];
+#pragma omp simd
   for (int i = 0; i < kLanes; ++i) {
     xNow[i] = static_cast<double>(block.x[i]);
     zNow[i] = static_cast<double>(block.z[i]);
@@ -94,6 +97,7 @@ PLANEX_ALWAYS_INLINE void distortLanes(const double* c, Block<T>& block) {
       anyMoving |= moving[i];
     }
   }
+#pragma omp simd
   for (int i = 0; i < kLanes; ++i) {
     block.x[i] = static_cast<T>(xNow[i]);
     block.z[i] = static_cast<T>(zNow[i]);
