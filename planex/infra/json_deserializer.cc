@@ -340,7 +340,8 @@ bool JsonVisitingDeSerializer::IsInside(LevelKind kind) const {
 }
 
 void JsonVisitingDeSerializer::Enter(LevelKind kind, const cJSON* node, const char* name) {
-  levels_.push_back({kind, node, name, etl::ArrayType::Primitives, 0, nullptr});
+  levels_.push_back(
+      {kind, node, name == nullptr ? "" : name, etl::ArrayType::Primitives, 0, nullptr});
 }
 
 void JsonVisitingDeSerializer::Leave(LevelKind kind) {
@@ -437,13 +438,12 @@ void JsonVisitingDeSerializer::BeginVisitingArray(etl::ArrayType type, std::size
                                                   const char* name) {
   count = 0;  // also after an error, so that nobody loops over an array that is not there
   // Errors inside an array of arrays name the member that the outermost one is.
-  const etl::String memberName = IsInside(LevelKind::Array) ? levels_.back().name
-                                 : name == nullptr          ? ""
-                                                            : name;
-  const cJSON* const node = NextArray(memberName.c_str());
+  const etl::String outer = IsInside(LevelKind::Array) ? levels_.back().name : "";
+  const char* const memberName = outer.empty() ? name : outer.c_str();
+  const cJSON* const node = NextArray(memberName);
   if (node == nullptr) return;
   for (const cJSON* element = node->child; element != nullptr; element = element->next) ++count;
-  Enter(LevelKind::Array, node, memberName.c_str());
+  Enter(LevelKind::Array, node, memberName);
   levels_.back().arrayType = type;
   levels_.back().count = count;
   levels_.back().next = node->child;

@@ -48,7 +48,7 @@ enum class Details : std::int32_t {
 /// reached the stream before stays there. Texts: "Could not write to the output stream",
 /// "EndVisitingArray() mismatch" and "Nested EndVisiting() mismatch" (a Visit that opens and
 /// closes unevenly), "Big data array of invalid size". Only std::bad_alloc is thrown.
-class PLANEX_EXPORT JsonVisitingSerializer final : public etl::IVisitor {
+class PLANEX_EXPORT JsonVisitingSerializer : public etl::IVisitor {
  public:
   /// @param stream receives the text in pieces; must outlive the serialiser
   JsonVisitingSerializer(etl::OutStream& stream, bool pretty);

@@ -1,0 +1,188 @@
+#include "planex/infra/logger.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using base::Logger;
+using Texts = std::vector<std::string>;
+
+/// Notes "name|logger|level: message" for each record and then does `inside`.
+class Recorder : public base::LogHandler {
+ public:
+  Recorder(const std::string& name, Texts& texts, bool removable = true,
+           std::function<void()> inside = {})
+      : LogHandler(name, removable), texts_(texts), inside_(std::move(inside)) {}
+  ~Recorder() override { texts_.push_back(GetName() + " destroyed"); }
+
+  void Publish(const base::LogRecord& record) override {
+    texts_.push_back(GetName() + "|" + record.loggerName + "|" + GetLogLevelPrefix(record) +
+                     record.message);
+    if (inside_) inside_();
+  }
+
+ private:
+  Texts& texts_;
+  std::function<void()> inside_;
+};
+
+class LoggerTest : public testing::Test {
+ protected:
+  ~LoggerTest() override {
+    for (Logger* logger : {&root_, &named_}) {
+      logger->RemoveAllHandlers(true);
+      logger->SetUseParentHandlers(true);
+    }
+    root_.SetLevel(base::WARNING);
+    named_.SetLevel(base::INHERIT);
+  }
+
+  void Add(Logger& logger, const std::string& name, std::function<void()> inside = {}) {
+    logger.AddHandler(std::make_unique<Recorder>(name, texts_, true, std::move(inside)));
+  }
+
+  Texts texts_;
+  Logger& root_ = Logger::GetRoot();
+  Logger& named_ = Logger::Get("Test.Named");
+};
+
+TEST(LogLevel, HasItsName) {
+  const std::pair<std::int32_t, std::string> kNames[] = {
+      {0, "INHERIT"},   {1, "ALL"},          {300, "FINEST"},        {400, "FINER"},
+      {500, "FINE"},    {700, "CONFIG"},     {800, "INFO"},          {900, "WARNING"},
+      {1000, "SEVERE"}, {2147483647, "OFF"}, {2, "InvalidLogLevel"}, {-1, "InvalidLogLevel"},
+  };
+  for (const auto& [level, name] : kNames) EXPECT_EQ(base::GetLogLevelName(level), name);
+}
+
+TEST_F(LoggerTest, NamesOneLoggerEach) {
+  EXPECT_EQ(&Logger::Get(""), &root_);
+  EXPECT_EQ(&Logger::Get("Test.Named"), &named_);
+  EXPECT_NE(&Logger::Get("Test"), &named_);
+  EXPECT_EQ(root_.GetLevel(), base::WARNING);
+  EXPECT_EQ(named_.GetLevel(), base::INHERIT);
+}
+
+TEST_F(LoggerTest, TakesTheNearestLevelThatIsSet) {
+  struct Case {
+    std::int32_t rootLevel, ownLevel, recordLevel;
+    bool loggable;
+  };
+  const Case kCases[] = {
+      {base::WARNING, base::INHERIT, base::WARNING, true},
+      {base::WARNING, base::INHERIT, base::INFO, false},
+      {base::WARNING, base::FINE, base::FINE, true},
+      {base::FINE, base::SEVERE, base::WARNING, false},
+      {base::OFF, base::INHERIT, base::SEVERE, false},
+      {base::INHERIT, base::INHERIT, base::FINEST, true},
+  };
+  for (const Case& c : kCases) {
+    root_.SetLevel(c.rootLevel);
+    named_.SetLevel(c.ownLevel);
+    EXPECT_EQ(named_.IsLoggable(c.recordLevel), c.loggable)
+        << c.rootLevel << " " << c.ownLevel << " " << c.recordLevel;
+  }
+}
+
+TEST_F(LoggerTest, PassesRecordsToOwnHandlersThenToTheRoots) {
+  Add(root_, "root");
+  Add(named_, "first");
+  Add(named_, "second");
+  named_.Warning("%d %s", 7, "of 9");
+  EXPECT_EQ(texts_, (Texts{"first|Test.Named|WARNING: 7 of 9", "second|Test.Named|WARNING: 7 of 9",
+                           "root|Test.Named|WARNING: 7 of 9"}));
+  texts_.clear();
+  named_.SetUseParentHandlers(false);
+  named_.Severe("alone");
+  EXPECT_EQ(texts_.size(), 2U);
+}
+
+TEST_F(LoggerTest, FiltersByLoggerAndByHandler) {
+  Add(root_, "root");
+  root_.Info("below the root's level");
+  root_.SetLevel(base::ALL);
+  root_.Info("below the handler's level");
+  root_.GetHandler("root")->SetLevel(base::FINE);
+  root_.GetHandler("root")->SetShowLogLevel(false);
+  root_.Finer("below it too");
+  root_.Fine("passes");
+  root_.SetLevel(base::OFF);
+  root_.Log(base::INFO, "unconditional, 100%s");
+  EXPECT_EQ(texts_, (Texts{"root||passes", "root||unconditional, 100%s"}));
+}
+
+TEST_F(LoggerTest, FormatsTextOfAnyLength) {
+  Add(root_, "root");
+  const std::string text(100000, 'x');
+  root_.Severe("%s.", text.c_str());
+  EXPECT_EQ(texts_, Texts{"root||SEVERE: " + text + "."});
+}
+
+TEST_F(LoggerTest, DropsWhatAHandlerLogs) {
+  Add(root_, "root", [this] { named_.Severe("inner"); });
+  root_.Severe("outer");
+  root_.Severe("next");
+  EXPECT_EQ(texts_, (Texts{"root||SEVERE: outer", "root||SEVERE: next"}));
+}
+
+TEST_F(LoggerTest, LogsAgainAfterAHandlerThrew) {
+  Add(root_, "root", [] { throw std::runtime_error("from a handler"); });
+  EXPECT_THROW(root_.Severe("one"), std::runtime_error);
+  EXPECT_THROW(root_.Severe("two"), std::runtime_error);
+  EXPECT_EQ(texts_.size(), 2U);
+}
+
+TEST_F(LoggerTest, HandlerMayReplaceItselfWhilePublishing) {
+  Add(root_, "old", [this] {
+    root_.ReplaceAllHandlers(std::make_unique<Recorder>("fresh", texts_));
+    texts_.emplace_back("replaced");
+  });
+  root_.Severe("a");
+  root_.Severe("b");
+  EXPECT_EQ(texts_, (Texts{"old||SEVERE: a", "replaced", "old destroyed", "fresh||SEVERE: b"}));
+}
+
+TEST_F(LoggerTest, KeepsHandlersThatAreNotRemovable) {
+  Add(root_, "goes");
+  root_.AddHandler(std::make_unique<Recorder>("stays", texts_, false));
+  root_.RemoveAllHandlers(false);
+  EXPECT_EQ(root_.GetHandler("goes"), nullptr);
+  EXPECT_NE(root_.GetHandler("stays"), nullptr);
+  root_.RemoveAllHandlers(true);
+  EXPECT_EQ(root_.GetHandler("stays"), nullptr);
+  EXPECT_EQ(texts_, (Texts{"goes destroyed", "stays destroyed"}));
+}
+
+class Counter : public base::LogHandler {
+ public:
+  explicit Counter(std::atomic<int>& count) : LogHandler("counter", true), count_(count) {}
+  void Publish(const base::LogRecord&) override { ++count_; }
+
+ private:
+  std::atomic<int>& count_;
+};
+
+TEST_F(LoggerTest, LosesNoRecordWhileHandlersAreReplaced) {
+  constexpr int kRecords = 2000;
+  std::atomic<int> count{0};
+  root_.AddHandler(std::make_unique<Counter>(count));
+  const auto log = [] {
+    for (int i = 0; i < kRecords; ++i) Logger::Get("Test." + std::to_string(i % 5)).Severe("%d", i);
+  };
+  std::thread first(log);
+  std::thread second(log);
+  for (int i = 0; i < 200; ++i) root_.ReplaceAllHandlers(std::make_unique<Counter>(count));
+  first.join();
+  second.join();
+  EXPECT_EQ(count, 2 * kRecords);
+}
+
+}  // namespace
