@@ -175,9 +175,8 @@ static void printCounts(const Chain* chain) {
   const double all = (double)pixelCount(chain), measured = (double)chain->measured;
   size_t i, filled = 0;
   for (i = 0; i < cellCount(chain); ++i) filled += isnan(chain->map.z[i]) ? 0 : 1;
-  printf(
-      "\npoints: %.0f, measured %.0f (%.1f %%), dropped by shadow and black print %.0f (%.1f %%)\n",
-      all, measured, 100 * measured / all, all - measured, 100 - 100 * measured / all);
+  printf("\npoints: %.0f, measured %.0f (%.1f %%), dropped %.0f (%.1f %%: hidden or too dark)\n",
+         all, measured, 100 * measured / all, all - measured, 100 - 100 * measured / all);
   printf("cells:  %d x %d of %g mm, rectified %zu (%.1f %%)\n", chain->map.width, chain->map.height,
          chain->map.transform.scaleX, filled, 100 * (double)filled / (double)cellCount(chain));
 }

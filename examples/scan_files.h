@@ -7,6 +7,10 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 typedef struct Scan {
   ImageSize size;        /* columns and profiles */
   SensorTraits traits;   /* where on the sensor the range values lie */
@@ -24,5 +28,9 @@ void freeScan(Scan* scan);
 
 /* Opens a file of the folder; prints the reason when it cannot be opened. */
 FILE* openIn(const char* folder, const char* name, const char* mode);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif
