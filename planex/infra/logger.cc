@@ -24,15 +24,15 @@ class HandlerScope {
 std::string formatted(const char* format, std::va_list args) {
   std::va_list again;
   va_copy(again, args);
-  const int length = std::vsnprintf(nullptr, 0, format, args);
+  const int length = std::vsnprintf(nullptr, 0, format, again);
+  va_end(again);
   std::string text;
   if (length < 0) {
     text = format;  // cannot be filled in: better than nothing
   } else {
     text.resize(static_cast<std::size_t>(length));
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    std::vsnprintf(text.data(), text.size() + 1, format, args);
   }
-  va_end(again);
   return text;
 }
 
