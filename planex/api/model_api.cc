@@ -37,20 +37,22 @@ void writeModel(CalibrationModel& model, etl::MemoryOutStream& stream) {
   CalibrationException::throwUnless(!writer.HasError(), "Failed to create json from model");
 }
 
-/// The text of a regular file, up to its first NUL; nothing when the file cannot be read.
+/// A regular file, as far as its first NUL at least; nothing when it cannot be read. Reading in
+/// pieces keeps a huge file of zeros from asking for huge memory.
 std::optional<std::string> readTextFile(const char* path) {
   std::error_code error;
   if (path == nullptr || !std::filesystem::is_regular_file(path, error)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
+  if (!file.is_open()) return std::nullopt;
   std::string text;
-  char chunk[65536];
-  while (file.good()) {
-    file.read(chunk, sizeof chunk);
-    const std::string_view read(chunk, static_cast<std::size_t>(file.gcount()));
-    text += read.substr(0, read.find('\0'));
-    if (read.find('\0') != std::string_view::npos) return text;
-  }
-  if (!file.is_open() || file.bad()) return std::nullopt;
+  char piece[65536];
+  do {
+    file.read(piece, sizeof piece);
+    const auto size = static_cast<std::size_t>(file.gcount());
+    text.append(piece, size);
+    if (std::memchr(piece, '\0', size) != nullptr) return text;
+  } while (file.good());
+  if (file.bad()) return std::nullopt;
   return text;
 }
 

@@ -46,6 +46,7 @@ TEST_F(CalibrationApi, SensorRegionMustLieWithinTheSensor) {
       {"backwards below the first column", {-1, 99, 1, 0, 100, 1}, false},
       {"backwards below the first row", {1, 0, -1, 479, 1, 480}, false},
       {"origin right of the sensor", {-1, 641, 1, 0, 100, 1}, false},
+      {"origin below the sensor", {1, 0, -1, 481, 1, 100}, false},
       {"zero scales test the origins", {0, 640, 0, 480, 1000, 1000}, true},
       {"NaN scales count as zero", {kNan, 640, kNan, 480, 1000, 1000}, true},
       {"NaN origin", {1, kNan, 1, 0, 1, 1}, false},
@@ -165,6 +166,7 @@ TEST_F(CalibrationApi, BoundsAreThoseOfOneListOfSamples) {
   } cases[] = {
       {"many blocks of samples", curved, {1.25, 3, 1.0 / 64, 5, 600, 450}, {480, 1000}, true},
       {"backwards", curved, {-1, 500, -0.25, 400, 480, 300}, {480, 3}, true},
+      {"fraction of a range value", curved, {1, 0, 0.7, 0, 640, 480}, {640, 2}, true},
       {"whole block", curved, {1, 0, 480.0 / 4097, 0, 640, 480}, {640, 2}, true},
       {"no range values", curved, {1, 0, 300, 0, 640, 300}, {640, 2}, false},
       {"no rows of the sensor", curved, {1, 0, 1, 0, 640, 0}, {640, 2}, false},
@@ -180,7 +182,7 @@ TEST_F(CalibrationApi, BoundsAreThoseOfOneListOfSamples) {
     const uint32_t handle = makeModel(c.document);
     ASSERT_TRUE(calculateCalibrationBounds(handle, c.traits, c.size, &got, &splat));
     double want[6];
-    SplatSettings wantSplat;
+    SplatSettings wantSplat = {};
     plainBounds(model(c.document), c.traits, c.size, want, wantSplat);
     EXPECT_THAT((std::vector<double>{got.xMin, got.xMax, got.yMin, got.yMax, got.zMin, got.zMax}),
                 ::testing::ElementsAreArray(want));
