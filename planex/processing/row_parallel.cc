@@ -1,6 +1,7 @@
 #include "planex/processing/row_parallel.h"
 
 #include <omp.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,8 +13,18 @@ namespace {
 
 std::atomic<std::int64_t> minimumPixelsPerThread{kDefaultMinimumPixelsPerThread};
 
+/// Set in a process that was forked after a region: the threads of the team stayed behind, and the
+/// OpenMP runtime would wait for them for ever.
+std::atomic<bool> teamLostInFork{false};
+
+void watchForFork() {
+  static const int registered =
+      pthread_atfork(nullptr, nullptr, [] { teamLostInFork.store(true); });
+  static_cast<void>(registered);
+}
+
 int teamSize(std::int64_t rows, std::int64_t pixelsPerRow) {
-  if (omp_in_parallel() != 0) return 1;
+  if (omp_in_parallel() != 0 || teamLostInFork.load()) return 1;
   const std::int64_t minimum = std::max<std::int64_t>(minimumPixelsPerThread.load(), 1);
   const std::int64_t byWork = std::max<std::int64_t>(rows * pixelsPerRow / minimum, 1);
   return static_cast<int>(
@@ -39,6 +50,8 @@ class ExceptionCarrier {
 }  // namespace
 
 int getThreadCount() {
+  if (teamLostInFork.load()) return 1;
+  watchForFork();
   int count = 1;
 #pragma omp parallel
   {
@@ -59,6 +72,7 @@ void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
     body(context, rowBegin, rowEnd);
     return;
   }
+  watchForFork();
   ExceptionCarrier failure;
 #pragma omp parallel num_threads(wanted)
   {

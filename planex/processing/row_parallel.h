@@ -18,7 +18,9 @@ constexpr std::int64_t kDefaultMinimumPixelsPerThread = 32768;
 /// rows, T threads, q = n / T and m = n - q T, thread k < m takes q + 1 rows from k (q + 1) on,
 /// the others q rows from m + k q on. Returns when all blocks are done.
 ///
-/// An exception from a body is rethrown here after the team has joined: the first one caught.
+/// Inside another parallel region, and in a process forked after a region, the calling thread does
+/// all rows alone. An exception from a body is rethrown here after the team has joined: the first
+/// one caught.
 void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
                   void (*body)(void* context, int first, int last), void* context);
 

@@ -76,7 +76,9 @@ void expectReferenceBits(const reference::Calibration& k) {
   ImageOf<float> z(kWidth, kHeight, kAllocator);
   ASSERT_TRUE(applyCalibration(range, k.a, k.b, k.c, k.d, kNaN, k.lens, k.transform, x, z,
                                sizeof(Real) == sizeof(double)));
-  if (k.hasSheet) ASSERT_TRUE(applyCalibrationSheetCurve(k.sheet, x, z));
+  if (k.hasSheet) {
+    ASSERT_TRUE(applyCalibrationSheetCurve(k.sheet, x, z));
+  }
   for (int v = 0; v < kHeight; ++v) {
     for (int u = 0; u < kWidth; ++u) {
       float wantX;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <mutex>
@@ -49,6 +51,22 @@ TEST(RowParallel, CarriesAnExceptionOutOfTheTeam) {
                  std::length_error);
   }
   omp_set_num_threads(omp_get_num_procs());
+}
+
+TEST(RowParallel, WorksInAForkedChild) {
+  const SmallTeams teams;
+  ASSERT_EQ(blocksOf(0, 8, 2).size(), 2u);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    alarm(10);  // a child that waits for lost threads is ended by the signal
+    int rows = 0;
+    forEachRowBlock(0, 8, 10, [&](int first, int last) { rows += last - first; });
+    _exit(rows == 8 && getThreadCount() == 1 ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
 }
 
 }  // namespace
