@@ -13,6 +13,10 @@ using cmnalg::Vec;
 using kernel::MappingPlan;
 using kernel::MappingStep;
 using Matrix = cmnalg::Matrix<double>;
+template <typename T>
+using Plane = etl::Vector<Vec<2, T>>;
+template <typename T>
+using Space = etl::Vector<Vec<3, T>>;
 
 bool refuse(const char* message) {
   base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
@@ -136,8 +140,8 @@ bool addSpaceSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem
 }
 
 template <typename T>
-bool mapInPlane(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-                etl::Vector<Vec<2, T>>& out, CoordinateSystem from, CoordinateSystem to) {
+bool mapInPlane(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out,
+                CoordinateSystem from, CoordinateSystem to) {
   PlanBuilder builder(model);
   return addPlaneSteps(builder, from, to) && run(builder.Plan(), in, out);
 }
@@ -151,8 +155,8 @@ bool isUncalibrated(const CalibrationModel& model) {
 }  // namespace
 
 template <typename T>
-bool mapPoints(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-               etl::Vector<Vec<2, T>>& out, CoordinateSystem from, CoordinateSystem to) {
+bool mapPoints(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out,
+               CoordinateSystem from, CoordinateSystem to) {
   from = normalised(from);
   to = normalised(to);
   if (isUncalibrated(model)) return false;
@@ -164,9 +168,9 @@ bool mapPoints(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
 }
 
 template <typename T>
-bool mapPoints(const CalibrationModel& model, const etl::Vector<Vec<3, T>>& in,
-               etl::Vector<Vec<3, T>>& out, CoordinateSystem from, CoordinateSystem to,
-               const double& yOffset, const double& yScale) {
+bool mapPoints(const CalibrationModel& model, const Space<T>& in, Space<T>& out,
+               CoordinateSystem from, CoordinateSystem to, const double& yOffset,
+               const double& yScale) {
   from = normalised(from);
   to = normalised(to);
   if (isUncalibrated(model)) return false;
@@ -185,52 +189,46 @@ bool mapPoints(const CalibrationModel& model, const etl::Vector<Vec<3, T>>& in,
 }
 
 template <typename T>
-bool mapPointsPixToCal(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-                       etl::Vector<Vec<2, T>>& out) {
+bool mapPointsPixToCal(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out) {
   return mapInPlane(model, in, out, CoordinateSystem::Pixel, CoordinateSystem::Calibrated);
 }
 
 template <typename T>
-bool mapPointsCalToPix(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-                       etl::Vector<Vec<2, T>>& out) {
+bool mapPointsCalToPix(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out) {
   return mapInPlane(model, in, out, CoordinateSystem::Calibrated, CoordinateSystem::Pixel);
 }
 
 template <typename T>
-bool mapPointsPixToAligned(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-                           etl::Vector<Vec<2, T>>& out) {
+bool mapPointsPixToAligned(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out) {
   return mapInPlane(model, in, out, CoordinateSystem::Pixel, CoordinateSystem::Aligned);
 }
 
 template <typename T>
-bool mapPointsAlignedToPix(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-                           etl::Vector<Vec<2, T>>& out) {
+bool mapPointsAlignedToPix(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out) {
   return mapInPlane(model, in, out, CoordinateSystem::Aligned, CoordinateSystem::Pixel);
 }
 
 template <typename T>
-bool mapPointsAlignedToCal(const CalibrationModel& model, const etl::Vector<Vec<2, T>>& in,
-                           etl::Vector<Vec<2, T>>& out) {
+bool mapPointsAlignedToCal(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out) {
   return mapInPlane(model, in, out, CoordinateSystem::Aligned, CoordinateSystem::Calibrated);
 }
 
-#define PLANEX_INSTANTIATE(T)                                                                      \
-  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const etl::Vector<Vec<2, T>>&, \
-                                           etl::Vector<Vec<2, T>>&, CoordinateSystem,              \
-                                           CoordinateSystem);                                      \
-  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const etl::Vector<Vec<3, T>>&, \
-                                           etl::Vector<Vec<3, T>>&, CoordinateSystem,              \
-                                           CoordinateSystem, const double&, const double&);        \
-  template PLANEX_EXPORT bool mapPointsPixToCal<T>(                                                \
-      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
-  template PLANEX_EXPORT bool mapPointsCalToPix<T>(                                                \
-      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
-  template PLANEX_EXPORT bool mapPointsPixToAligned<T>(                                            \
-      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
-  template PLANEX_EXPORT bool mapPointsAlignedToPix<T>(                                            \
-      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&);            \
-  template PLANEX_EXPORT bool mapPointsAlignedToCal<T>(                                            \
-      const CalibrationModel&, const etl::Vector<Vec<2, T>>&, etl::Vector<Vec<2, T>>&)
+#define PLANEX_INSTANTIATE(T)                                                                    \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Plane<T>&, Plane<T>&,  \
+                                           CoordinateSystem, CoordinateSystem);                  \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Space<T>&, Space<T>&,  \
+                                           CoordinateSystem, CoordinateSystem, const double&,    \
+                                           const double&);                                       \
+  template PLANEX_EXPORT bool mapPointsPixToCal<T>(const CalibrationModel&, const Plane<T>&,     \
+                                                   Plane<T>&);                                   \
+  template PLANEX_EXPORT bool mapPointsCalToPix<T>(const CalibrationModel&, const Plane<T>&,     \
+                                                   Plane<T>&);                                   \
+  template PLANEX_EXPORT bool mapPointsPixToAligned<T>(const CalibrationModel&, const Plane<T>&, \
+                                                       Plane<T>&);                               \
+  template PLANEX_EXPORT bool mapPointsAlignedToPix<T>(const CalibrationModel&, const Plane<T>&, \
+                                                       Plane<T>&);                               \
+  template PLANEX_EXPORT bool mapPointsAlignedToCal<T>(const CalibrationModel&, const Plane<T>&, \
+                                                       Plane<T>&)
 PLANEX_INSTANTIATE(float);
 PLANEX_INSTANTIATE(double);
 #undef PLANEX_INSTANTIATE

@@ -268,6 +268,13 @@ TEST(ModelDocument, NullImagesStayNull) {
   EXPECT_FALSE(region.Update({{0, 0}, {1, 1}}, {{0, 0}, {1, 1}}));
   ASSERT_TRUE(region.Resize(2, 2));
   EXPECT_TRUE(region.Update({{0, 0}, {1, 1}}, {{0, 0}, {1, 1}}));
+
+  text = replaced(defaultDocument(), emptyImage("AverageResidualZ", "float32"),
+                  "\"AverageResidualZ\":null");
+  ASSERT_EQ(readJson(text, model), "");
+  EXPECT_FALSE(region.GetAverageResiduals(untouched, untouched));
+  EXPECT_TRUE(region.GetMaximumResiduals(untouched, untouched));
+  EXPECT_FALSE(region.IsValid());
 }
 
 TEST(ModelDocument, ImagesOfDifferentSizesMakeARegionInvalid) {
