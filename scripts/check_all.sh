@@ -22,6 +22,9 @@ cmake --build --preset dev --target planex_api_test
 OMP_NUM_THREADS=1 valgrind --quiet --error-exitcode=1 --leak-check=full \
   --errors-for-leak-kinds=definite build/dev/tests/planex_api_test
 
+step "Instruction sets and compilers"
+scripts/check_instruction_sets.sh
+
 step "The commands of the README, from a fresh clone"
 clone=$(mktemp -d)
 trap 'rm -rf "$clone"' EXIT

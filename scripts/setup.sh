@@ -7,7 +7,8 @@ declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev"
   [test]="libgtest-dev libgmock-dev libbenchmark-dev"
   [lint]="git clang-format-14 clang-tidy-14 libomp-14-dev"
-  [check]="git valgrind"
+  [check]="git valgrind clang-14 libomp-14-dev"
+  [docs]="doxygen graphviz"
 )
 
 [ $# -gt 0 ] || set -- build test

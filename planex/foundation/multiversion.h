@@ -23,10 +23,15 @@
 #if defined(__x86_64__) && !defined(PLANEX_NO_MULTIVERSION)
 #define PLANEX_MULTIVERSION 1
 #define PLANEX_TARGET_AVX2 __attribute__((target("avx2,fma,bmi,bmi2")))
+#ifdef __clang__  // knows no preferred width; it chooses by itself
+#define PLANEX_TARGET_AVX512 \
+  __attribute__((target("avx512f,avx512bw,avx512cd,avx512dq,avx512vl,fma,bmi,bmi2")))
+#else
 #define PLANEX_TARGET_AVX512                                             \
   __attribute__((                                                        \
       target("avx512f,avx512bw,avx512cd,avx512dq,avx512vl,fma,bmi,bmi2," \
              "prefer-vector-width=512")))
+#endif
 #else
 #define PLANEX_MULTIVERSION 0
 #endif
