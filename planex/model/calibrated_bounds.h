@@ -20,7 +20,8 @@ namespace datafusion::planex {
 /// one pixel size before the first.
 ///
 /// @param image       its columns, rows and values mean the components of system `from`
-/// @param zMin, zMax  in system `from`; a NaN gives NaN bounds where it enters
+/// @param zMin, zMax  in system `from`; where they, PixelSize or Origin are not finite, neither are
+///                    the bounds
 /// @param min, max    out: in system `to`
 /// @return false with one warning on "Image.Calibration.Planex" and untouched outputs: "Range
 ///         limits for Z must be in proper order. Minimum must be a smaller value than maximum." for
