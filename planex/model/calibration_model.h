@@ -28,15 +28,17 @@ namespace datafusion::planex {
 /// Reading a model from several threads is safe; changing it is not.
 class PLANEX_EXPORT CalibrationModel final : public etl::IVisitable {
  public:
+  /// An error figure that nobody has set.
   static constexpr double kNeverSet = std::numeric_limits<double>::max();
 
-  std::int32_t FileVersion = 2;  ///< of the document read, and to be written
-  ModelState CurrentState = ModelState::UNCALIBRATED;
+  std::int32_t FileVersion = 2;                        ///< of the document read, and to be written
+  ModelState CurrentState = ModelState::UNCALIBRATED;  ///< what mappings rely on
+  /// How the skew enters the pose.
   datafusion::planex::SkewMode SkewMode = datafusion::planex::SkewMode::XZ_IN_LIGHT_PLANE;
-  double CalibrationError = kNeverSet;
-  double CalibrationErrorMax = kNeverSet;
-  double AlignmentError = kNeverSet;
-  double AlignmentErrorMax = kNeverSet;
+  double CalibrationError = kNeverSet;            ///< what calibration left over; in no formula
+  double CalibrationErrorMax = kNeverSet;         ///< its maximum
+  double AlignmentError = kNeverSet;              ///< what alignment left over; in no formula
+  double AlignmentErrorMax = kNeverSet;           ///< its maximum
   double FocalLength = 10000.0;                   ///< in pixels
   cmnalg::Vec<2, double> LensCenter{-1.0, -1.0};  ///< in pixels; negative: never set
   std::array<double, 7> LensCoefficients{};       ///< c0 ... c6, see basic::undistort
@@ -45,15 +47,19 @@ class PLANEX_EXPORT CalibrationModel final : public etl::IVisitable {
   cmnalg::Matrix<double> Pose;                    ///< 4 x 4, calibrated to aligned
   etl::Vector<double> SheetCurve;                 ///< empty, or s0 ... s5
   cmnalg::Vec<2, std::int32_t> SensorSize{0, 0};  ///< width and height in pixels
+  /// Where in the laser plane the calibration was supported by points.
   datafusion::planex::CalibratedRegion CalibratedRegion;
 
   /// An uncalibrated model with the defaults above, identity homography and pose.
   CalibrationModel();
+  /// @{
+  /// Copies share the images of the region until one side changes them. Without memory for the
+  /// copy the target of an assignment stays as it was.
   CalibrationModel(const CalibrationModel& other);
   CalibrationModel(CalibrationModel&& other) noexcept;
-  /// Without memory for the copy the model stays as it was.
   CalibrationModel& operator=(const CalibrationModel& other);
   CalibrationModel& operator=(CalibrationModel&& other) noexcept;
+  /// @}
   ~CalibrationModel() override;
 
   /// c0 ... c4; anything is accepted.

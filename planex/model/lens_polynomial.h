@@ -40,8 +40,9 @@ inline __attribute__((always_inline)) void undistort(const C* c, T& x, T& y) {
   y = static_cast<T>(y0 * radial + c[3] * (r2 + 2 * (y0 * y0)) + 2 * c[4] * x0 * y0 + c[6] * r2);
 }
 
-/// Largest number of rounds of distort, and the change of a point below which it stops.
+/// Largest number of rounds of distort.
 constexpr int kDistortRounds = 100;
+/// Change of a point, in focal lengths, below which distort stops.
 constexpr double kDistortTolerance = 1e-5;
 
 /// One round of distort: the next estimate of the point that undistort maps to (xTarget, yTarget).

@@ -1,34 +1,44 @@
 #pragma once
 
+/// @file
+/// Lists of points between the three coordinate systems of a model.
+///
+/// One point takes these steps, and back in reverse order; basic:: has the formulas:
+///
+///     Pixel       normalise, undistort, applyHomography with H = Homography, applySheetCurve
+///     Calibrated  2D: applyHomography with A; 3D: transform with E
+///     Aligned
+///
+/// E is the pose P with the skew (kx, ky, kz) folded in. With a = -kx / ky and b = -kz / ky:
+///
+///     E[r][0] = (P[r][0] + a P[r][1]) nx,  E[r][1] = P[r][1],
+///     E[r][2] = (P[r][2] + b P[r][1]) nz,  E[r][3] = P[r][3]      for r = 0, 1, 2
+///     E[3]    = (0, 0, 0, P[3][3])
+///
+///     XZ_IN_LIGHT_PLANE      nx = 1 / sqrt(1 + a^2),  nz = 1 / sqrt(1 + b^2)
+///     Z_NOT_IN_LIGHT_PLANE   nx = 1 / sqrt(1 + a^2),  nz = 1
+///     otherwise              nx = nz = 1
+///
+/// A is the part of E that acts in the laser plane, its rows and columns 0, 2 and 3. Backwards the
+/// matrices are H^-1, A^-1 and E^-1, formed once a call, and the steps removeSheetCurve, distort
+/// and denormalise. In 3D, x and z take the steps, and the profile index p belongs to the Y of the
+/// calibrated system by
+///
+///     Y = p yScale + yOffset,   p = (Y - yOffset) / yScale
+///
+/// T is float or double. Arithmetic is in double; each step leaves its result in the point, rounded
+/// to T. Points are not checked: what is not finite runs through.
+///
+/// The lists may be the same. Nothing is written but `out`; calls may run side by side. A refusal
+/// is one warning on the logger "Image.Calibration.Planex" and false, with `out` untouched. Only
+/// std::bad_alloc is thrown.
+
 #include "planex/foundation/vec.h"
 #include "planex/infra/containers.h"
 #include "planex/model/calibration_model.h"
 #include "planex/model/coordinate_system.h"
 
 namespace datafusion::planex {
-
-// Lists of points between the three coordinate systems of a model.
-//
-// One point takes these steps, and back in reverse order; basic:: has the formulas:
-//
-//     Pixel       normalise, undistort, applyHomography (Homography H), applySheetCurve
-//     Calibrated  2D: applyHomography with A = inPlaneAlignment(E); 3D: transform with
-//                 E = skewedPose(model)
-//     Aligned
-//
-// Backwards the homographies are those of the inverse matrices H^-1, A^-1, E^-1, formed once a
-// call, and the steps removeSheetCurve, distort and denormalise. In 3D, x and z take the steps, and
-//
-//     Y = p yScale + yOffset,   p = (Y - yOffset) / yScale
-//
-// joins the profile index p with the Y of the calibrated system.
-//
-// T is float or double. Arithmetic is in double; each step leaves its result in the point, rounded
-// to T. Points are not checked: what is not finite runs through.
-//
-// The lists may be the same. Nothing is written but `out`; calls may run side by side. A refusal is
-// one warning on the logger "Image.Calibration.Planex" and false, with `out` untouched. Only
-// std::bad_alloc is thrown.
 
 /// Maps points of the laser plane or the sensor.
 ///
@@ -59,7 +69,8 @@ bool mapPoints(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<3, T
                etl::Vector<cmnalg::Vec<3, T>>& out, CoordinateSystem from, CoordinateSystem to,
                const double& yOffset, const double& yScale);
 
-// The single directions in 2D. They do not ask for the state; otherwise they refuse as mapPoints.
+/// @{
+/// A single direction in 2D. They do not ask for the state; otherwise they refuse as mapPoints.
 template <typename T>
 bool mapPointsPixToCal(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<2, T>>& in,
                        etl::Vector<cmnalg::Vec<2, T>>& out);
@@ -75,5 +86,6 @@ bool mapPointsAlignedToPix(const CalibrationModel& model, const etl::Vector<cmna
 template <typename T>
 bool mapPointsAlignedToCal(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<2, T>>& in,
                            etl::Vector<cmnalg::Vec<2, T>>& out);
+/// @}
 
 }  // namespace datafusion::planex

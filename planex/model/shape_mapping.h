@@ -1,5 +1,19 @@
 #pragma once
 
+/// @file
+/// Whole shapes between the coordinate systems of a model. A mapping bends straight edges, so
+/// shapes are sampled along them: with a supersampling of n >= 0, every edge has n points between
+/// its ends. Coordinates and units are those of mapPoints: pixels, or the length unit of the model.
+///
+/// All functions return false with one warning on "Image.Calibration.Planex" and, unless noted,
+/// untouched outputs:
+///   - n < 0: "Supersampling must be zero or positive.", before anything else;
+///   - a list of points larger than the memory of the machine, or that cannot be allocated: "The
+///     points of this supersampling do not fit into memory.";
+///   - whatever mapPoints refuses, with its texts.
+/// Points are not tested: what is not finite, and what lies on the horizon of the homography, comes
+/// out as infinities or NaN. Reentrant: they read the model and write their outputs only.
+
 #include "planex/foundation/box.h"
 #include "planex/foundation/polyline.h"
 #include "planex/foundation/rectangle.h"
@@ -10,19 +24,6 @@
 #include "planex/model/coordinate_system.h"
 
 namespace datafusion::planex {
-
-// Whole shapes between the coordinate systems of a model. A mapping bends straight edges, so shapes
-// are sampled along them: with a supersampling of n >= 0, every edge has n points between its ends.
-// Coordinates and units are those of mapPoints: pixels, or the length unit of the model.
-//
-// All functions return false with one warning on "Image.Calibration.Planex" and, unless noted,
-// untouched outputs:
-//   - n < 0: "Supersampling must be zero or positive.", before anything else;
-//   - a list of points larger than the memory of the machine, or that cannot be allocated: "The
-//     points of this supersampling do not fit into memory.";
-//   - whatever mapPoints refuses, with its texts.
-// Points are not tested: what is not finite, and what lies on the horizon of the homography, comes
-// out as infinities or NaN. Reentrant: they read the model and write their outputs only.
 
 /// Maps points on the surface of a box.
 ///
