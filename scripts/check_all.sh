@@ -25,6 +25,9 @@ OMP_NUM_THREADS=1 valgrind --quiet --error-exitcode=1 --leak-check=full \
 step "Instruction sets and compilers"
 scripts/check_instruction_sets.sh
 
+step "API reference, without warnings"
+scripts/build_docs.sh
+
 step "The commands of the README, from a fresh clone"
 clone=$(mktemp -d)
 trap 'rm -rf "$clone"' EXIT
