@@ -10,18 +10,18 @@ namespace cmnalg {
 
 /// Type of the pixels of an image.
 enum ImageType : std::int32_t {
-  IMAGE_TYPE_UINT8 = 0,
-  IMAGE_TYPE_UINT16 = 1,
-  IMAGE_TYPE_UINT32 = 2,
-  IMAGE_TYPE_UINT64 = 3,
-  IMAGE_TYPE_INT8 = 4,
-  IMAGE_TYPE_INT16 = 5,
-  IMAGE_TYPE_INT32 = 6,
-  IMAGE_TYPE_INT64 = 7,
-  IMAGE_TYPE_FLOAT32 = 8,
-  IMAGE_TYPE_FLOAT64 = 9,
-  IMAGE_TYPE_RGB24 = 10,
-  IMAGE_TYPE_INVALID = 11,
+  IMAGE_TYPE_UINT8 = 0,     ///< 8 bits, unsigned
+  IMAGE_TYPE_UINT16 = 1,    ///< 16 bits, unsigned
+  IMAGE_TYPE_UINT32 = 2,    ///< 32 bits, unsigned
+  IMAGE_TYPE_UINT64 = 3,    ///< 64 bits, unsigned
+  IMAGE_TYPE_INT8 = 4,      ///< 8 bits, signed
+  IMAGE_TYPE_INT16 = 5,     ///< 16 bits, signed
+  IMAGE_TYPE_INT32 = 6,     ///< 32 bits, signed
+  IMAGE_TYPE_INT64 = 7,     ///< 64 bits, signed
+  IMAGE_TYPE_FLOAT32 = 8,   ///< float
+  IMAGE_TYPE_FLOAT64 = 9,   ///< double
+  IMAGE_TYPE_RGB24 = 10,    ///< PixelRGB
+  IMAGE_TYPE_INVALID = 11,  ///< no pixels
 };
 
 /// One RGB24 pixel, three bytes in this order.

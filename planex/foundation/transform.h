@@ -12,12 +12,12 @@ namespace cmnalg::math {
 
 /// Classes of transforms, each containing the ones before it.
 enum class TransformType : std::int32_t {
-  IDENTITY = 0,
-  TRANSLATION = 1,
-  RIGID = 2,
-  SIMILARITY = 3,
-  AFFINE = 4,
-  HOMOGRAPHY = 5,
+  IDENTITY = 0,     ///< changes nothing
+  TRANSLATION = 1,  ///< shifts
+  RIGID = 2,        ///< and turns
+  SIMILARITY = 3,   ///< and scales, alike in all directions
+  AFFINE = 4,       ///< any linear map with a shift
+  HOMOGRAPHY = 5,   ///< any projective map
 };
 
 /// @return the enumerator's name, "INVALID" for any other value; static storage
