@@ -100,14 +100,15 @@ bool toMatrix(const etl::Vector<Vec<N, T>>& points, Matrix<T>& matrix, bool homo
   return true;
 }
 
-#define PLANEX_INSTANTIATE(T)                                                                  \
-  template PLANEX_EXPORT bool Inverse<T>(Matrix<T>&, const Matrix<T>&);                        \
-  template PLANEX_EXPORT bool toMatrix<2, T>(const Vec<2, T>&, Matrix<T>&, bool);              \
-  template PLANEX_EXPORT bool toMatrix<3, T>(const Vec<3, T>&, Matrix<T>&, bool);              \
-  template PLANEX_EXPORT bool toMatrix<2, T>(const etl::Vector<Vec<2, T>>&, Matrix<T>&, bool); \
-  template PLANEX_EXPORT bool toMatrix<3, T>(const etl::Vector<Vec<3, T>>&, Matrix<T>&, bool)
-PLANEX_INSTANTIATE(float);
-PLANEX_INSTANTIATE(double);
-#undef PLANEX_INSTANTIATE
+template PLANEX_EXPORT bool Inverse(Matrix<float>&, const Matrix<float>&);
+template PLANEX_EXPORT bool Inverse(Matrix<double>&, const Matrix<double>&);
+template PLANEX_EXPORT bool toMatrix(const Vec<2, float>&, Matrix<float>&, bool);
+template PLANEX_EXPORT bool toMatrix(const etl::Vector<Vec<2, float>>&, Matrix<float>&, bool);
+template PLANEX_EXPORT bool toMatrix(const Vec<2, double>&, Matrix<double>&, bool);
+template PLANEX_EXPORT bool toMatrix(const etl::Vector<Vec<2, double>>&, Matrix<double>&, bool);
+template PLANEX_EXPORT bool toMatrix(const Vec<3, float>&, Matrix<float>&, bool);
+template PLANEX_EXPORT bool toMatrix(const etl::Vector<Vec<3, float>>&, Matrix<float>&, bool);
+template PLANEX_EXPORT bool toMatrix(const Vec<3, double>&, Matrix<double>&, bool);
+template PLANEX_EXPORT bool toMatrix(const etl::Vector<Vec<3, double>>&, Matrix<double>&, bool);
 
 }  // namespace cmnalg::math

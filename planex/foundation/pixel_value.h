@@ -22,7 +22,7 @@ template <typename I>
 I clampedTo(double v) {
   constexpr double kLow = static_cast<double>(std::numeric_limits<I>::min());
   // One past the largest value: a power of two, so exact also for 64 bits.
-  constexpr double kEnd = static_cast<double>(std::numeric_limits<I>::max() / 2 + 1) * 2.0;
+  constexpr double kEnd = static_cast<double>(I{1} << (std::numeric_limits<I>::digits - 1)) * 2.0;
   if (!(v == v)) return 0;
   if (v >= kEnd) return std::numeric_limits<I>::max();
   if (v <= kLow) return std::numeric_limits<I>::min();

@@ -139,7 +139,7 @@ TEST(Image, CopiesAndMovesWithMetadata) {
   const ImageOf<float> moved = std::move(copy);
   expectMetadata(moved);
   EXPECT_EQ(moved.Pix(2, 1), 12);
-  EXPECT_EQ(copy.GetData(), nullptr);
+  EXPECT_EQ(copy.GetData(), nullptr);  // NOLINT(*-use-after-move): the state promised
   EXPECT_EQ(copy.GetType(), IMAGE_TYPE_FLOAT32);
 }
 

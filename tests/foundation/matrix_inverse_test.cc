@@ -29,10 +29,8 @@ struct InverseCase {
 const InverseCase kInverses[] = {
     {"ZeroPivotFirst", 2, {0, 2, 4, 0}, {0, 0.25, 0.5, 0}},
     {"TranslationIsExact", 3, {1, 0, 5.1, 0, 1, -7.3, 0, 0, 1}, {1, 0, -5.1, 0, 1, 7.3, 0, 0, 1}},
-    {"MixedUnitsAreNotSingular",
-     3,
-     {1e-9, 0, 0, 0, 1, 0, 0, 0, 1e12},
-     {1e9, 0, 0, 0, 1, 0, 0, 0, 1e-12}},
+    {"MixedUnitsInRows", 2, {0x1p-60, -0x1p-60, 1, 1}, {0x1p59, 0.5, -0x1p59, 0.5}},
+    {"MixedUnitsInColumns", 2, {0x1p-60, 1, -0x1p-60, 1}, {0x1p59, -0x1p59, 0.5, 0.5}},
     {"Zero", 3, std::vector<double>(9, 0.0), {}},
     {"RankTwo", 3, {1, 2, 3, 4, 5, 6, 7, 8, 9}, {}},
     {"RankTwoByRounding", 3, {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9}, {}},
