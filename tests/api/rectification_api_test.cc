@@ -151,6 +151,19 @@ TEST_F(RectificationApi, RangeMayBeWrittenOverTheInputs) {
   float* range = copy.z.data() + kAhead;
   ASSERT_TRUE(rectify(filter, copy.x.data(), copy.z.data(), nullptr, range, nullptr));
   EXPECT_EQ(std::vector<float>(range, range + kCells), want);
+
+  const auto intensity = randomImage<uint8_t>(5, 0, 255);
+  std::vector<uint8_t> image(kCells);
+  plainRectify(scan, kAlgorithmMode[3], intensity.data(), want, image);
+  std::vector<float> shared(kCells);
+  uint8_t* const input = reinterpret_cast<uint8_t*>(shared.data()) + 100;
+  std::copy(intensity.begin(), intensity.end(), input);
+  const void* const inputs[] = {input};
+  void* const outputs[] = {image.data()};
+  const std::vector<uint32_t> formats = {PLANEX_PIXEL_FORMAT_MONO8};
+  ASSERT_TRUE(rectify(makeFilter(3, formats), scan.x.data(), scan.z.data(), inputs, shared.data(),
+                      outputs));
+  EXPECT_EQ(shared, want);
 }
 
 TEST_F(RectificationApi, RefusesUnusableGrids) {
