@@ -6,6 +6,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <vector>
 
 #include "planex/model/camera_matrix.h"
 #include "planex/model/homography.h"
@@ -50,11 +51,16 @@ struct ChangeCase {
   std::function<bool(const CalibrationModel&)> accepted;
 };
 
+bool rowsAre(const cmnalg::Matrix<double>& m, const std::vector<double>& values) {
+  return std::vector<double>(m.Data(), m.Data() + m.Width() * m.Height()) == values;
+}
+
 bool skewIs(const CalibrationModel& m, double x, double y, double z) {
   return m.Skew == cmnalg::Vec<3, double>{x, y, z};
 }
 
 const ChangeCase kChanges[] = {
+    // clang-format off
     {"SkewWithoutLength", [](auto& m) { return m.setSkew(0, 0, 0); }, kSkewText, {}},
     {"SkewWithoutY", [](auto& m) { return m.setSkew(1, 0, 0); }, kSkewText, {}},
     {"SkewWithHardlyAnyY", [](auto& m) { return m.setSkew(1, -1e-13, 0); }, kSkewText, {}},
@@ -62,55 +68,32 @@ const ChangeCase kChanges[] = {
      [](auto& m) { return skewIs(m, 0, 2e-13, 0); }},
     {"SkewKeepsItsLength", [](auto& m) { return m.setSkew(3, -4, 5); }, nullptr,
      [](auto& m) { return skewIs(m, 3, -4, 5); }},
-    {"AffinePose", [](auto& m) { return m.setPose(poseOf(TransformType::AFFINE)); }, kPoseText, {}},
-    {"SimilarPose", [](auto& m) { return m.setPose(poseOf(TransformType::SIMILARITY)); }, nullptr,
-     [](auto& m) { return m.Pose[0][1] == -1 && m.Pose[2][3] == 7; }},
+    {"AffinePose", [](auto& m) { return m.setPose(poseOf(TransformType::AFFINE)); }, kPoseText,
+     {}},
+    {"SimilarPose", [](auto& m) { return m.setPose(poseOf(TransformType::SIMILARITY)); },
+     nullptr, [](auto& m) { return m.Pose[0][1] == -1 && m.Pose[2][3] == 7; }},
     {"HomographyOfNoType",
      [](auto& m) { return m.setHomography(homographyOf(static_cast<TransformType>(6))); },
-     kHomographyText,
-     {}},
+     kHomographyText, {}},
     {"AnyHomography",
      [](auto& m) { return m.setHomography(homographyOf(TransformType::HOMOGRAPHY)); }, nullptr,
      [](auto& m) { return m.Homography[0][2] == 3 && m.Homography[2][0] == 7; }},
     {"LensCorrectionThenScheimpflug",
-     [](auto& m) { return m.setScheimpflug(6, 7) && m.setLensCorrection(1, 2, 3, 4, 5); }, nullptr,
+     [](auto& m) { return m.setScheimpflug(6, 7) && m.setLensCorrection(1, 2, 3, 4, 5); },
+     nullptr,
      [](auto& m) { return m.LensCoefficients == std::array<double, 7>{1, 2, 3, 4, 5, 6, 7}; }},
     {"SheetCurveIsSixLong",
-     [](auto& m) {
-       m.SheetCurve.resize(9);
-       return m.setSheetCurve(1, 2, 3, 4, 5, 6);
-     },
-     nullptr, [](auto& m) { return m.SheetCurve == etl::Vector<double>{1, 2, 3, 4, 5, 6}; }},
-    {"MirrorAtNaN",
-     [](auto& m) {
-       return m.mirror(true, {1, kNaN});
-     },
-     kMirrorText,
+     [](auto& m) { m.SheetCurve.resize(9); return m.setSheetCurve(1, 2, 3, 4, 5, 6); }, nullptr,
+     [](auto& m) { return m.SheetCurve == etl::Vector<double>{1, 2, 3, 4, 5, 6}; }},
+    {"MirrorAtNaN", [](auto& m) { return m.mirror(true, {1, kNaN}); }, kMirrorText, {}},
+    {"MirrorAtInfinity", [](auto& m) { return m.mirror(false, {kInfinity, 1}); }, kMirrorText,
      {}},
-    {"MirrorAtInfinity",
-     [](auto& m) {
-       return m.mirror(false, {kInfinity, 1});
-     },
-     kMirrorText,
-     {}},
-    {"MirrorX",  // (x, z) -> (20 - x, z)
-     [](auto& m) {
-       return m.mirror(true, {10, 4});
-     },
-     nullptr,
-     [](auto& m) {
-       return m.Homography[0][0] == -1 && m.Homography[0][2] == 20 && m.Homography[1][1] == 1 &&
-              m.Homography[1][2] == 0;
-     }},
-    {"MirrorZ",
-     [](auto& m) {
-       return m.mirror(false, {10, 4});
-     },
-     nullptr,
-     [](auto& m) {
-       return m.Homography[1][1] == -1 && m.Homography[1][2] == 8 && m.Homography[0][0] == 1 &&
-              m.Homography[0][2] == 0;
-     }},
+    // (x, z) -> (20 - x, z), then (x, 8 - z)
+    {"MirrorX", [](auto& m) { return m.mirror(true, {10, 4}); }, nullptr,
+     [](auto& m) { return rowsAre(m.Homography, {-1, 0, 20, 0, 1, 0, 0, 0, 1}); }},
+    {"MirrorZ", [](auto& m) { return m.mirror(false, {10, 4}); }, nullptr,
+     [](auto& m) { return rowsAre(m.Homography, {1, 0, 0, 0, -1, 8, 0, 0, 1}); }},
+    // clang-format on
 };
 
 TEST(CalibrationModel, ChangesAreAcceptedOrRefused) {

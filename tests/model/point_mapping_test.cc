@@ -46,24 +46,19 @@ struct PlaneCase {
 };
 
 void setLens(Model& m, std::size_t index) { m.LensCoefficients[index] = 1; }
+void liftThenDouble(Model& m) {
+  m.setSheetCurve(0, 0, 10, 0, 0, 0);
+  m.Pose = matrix(3, 4, {2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2, 0});
+}
 
 const PlaneCase kPlaneCases[] = {
+    // clang-format off
     {"NormalisesByFocalLengthAndCentre",
-     [](Model& m) {
-       m.FocalLength = 500, m.LensCenter = {320, 240};
-     },
-     kPixel,
-     kCalibrated,
-     {820, 240},
-     {1, 0}},
+     [](Model& m) { m.FocalLength = 500, m.LensCenter = {320, 240}; }, kPixel, kCalibrated,
+     {820, 240}, {1, 0}},
     {"DenormalisesByFocalLengthAndCentre",
-     [](Model& m) {
-       m.FocalLength = 500, m.LensCenter = {320, 240};
-     },
-     kCalibrated,
-     kPixel,
-     {1, -0.5},
-     {820, -10}},
+     [](Model& m) { m.FocalLength = 500, m.LensCenter = {320, 240}; }, kCalibrated, kPixel,
+     {1, -0.5}, {820, -10}},
     // At (2, 3) r2 = 13, one coefficient at a time.
     {"RadialOfR2", [](Model& m) { setLens(m, 0); }, kPixel, kCalibrated, {2, 3}, {28, 42}},
     {"RadialOfR4", [](Model& m) { setLens(m, 1); }, kPixel, kCalibrated, {2, 3}, {340, 510}},
@@ -73,98 +68,37 @@ const PlaneCase kPlaneCases[] = {
     {"ScheimpflugX", [](Model& m) { setLens(m, 5); }, kPixel, kCalibrated, {2, 3}, {15, 3}},
     {"ScheimpflugY", [](Model& m) { setLens(m, 6); }, kPixel, kCalibrated, {2, 3}, {2, 16}},
     {"HomographyUsesOldXForNewY",
-     [](Model& m) {
-       m.Homography = matrix(3, 3, {0, 1, 5, 1, 0, 0, 0, 0, 1});
-     },
-     kPixel,
-     kCalibrated,
-     {2, 3},
-     {8, 2}},
+     [](Model& m) { m.Homography = matrix(3, 3, {0, 1, 5, 1, 0, 0, 0, 0, 1}); }, kPixel,
+     kCalibrated, {2, 3}, {8, 2}},
     {"HomographyDividesByW",
-     [](Model& m) {
-       m.Homography = matrix(3, 3, {1, 0, 0, 0, 1, 0, 1, 0.5, 0.5});
-     },
-     kPixel,
-     kCalibrated,
-     {2, 3},
-     {0.5, 0.75}},
+     [](Model& m) { m.Homography = matrix(3, 3, {1, 0, 0, 0, 1, 0, 1, 0.5, 0.5}); }, kPixel,
+     kCalibrated, {2, 3}, {0.5, 0.75}},
     {"InverseHomography",
-     [](Model& m) {
-       m.Homography = matrix(3, 3, {2, 0, 1, 0, 4, 0, 0, 0, 1});
-     },
-     kCalibrated,
-     kPixel,
-     {7, 8},
-     {3, 2}},
+     [](Model& m) { m.Homography = matrix(3, 3, {2, 0, 1, 0, 4, 0, 0, 0, 1}); }, kCalibrated,
+     kPixel, {7, 8}, {3, 2}},
     // d = (3 - 1) (1 + 0.5 * 2) = 4: 2 + 10 + 2 * 4 + 3 * 16 + 4 * 64
-    {"SheetCurve",
-     [](Model& m) { m.setSheetCurve(1, 0.5, 10, 2, 3, 4); },
-     kPixel,
-     kCalibrated,
-     {3, 2},
-     {3, 324}},
+    {"SheetCurve", [](Model& m) { m.setSheetCurve(1, 0.5, 10, 2, 3, 4); }, kPixel, kCalibrated,
+     {3, 2}, {3, 324}},
     {"LongerSheetCurveUsesItsFirstSix",
-     [](Model& m) { m.SheetCurve = {1, 0.5, 10, 2, 3, 4, 99, 99}; },
-     kPixel,
-     kCalibrated,
-     {3, 2},
+     [](Model& m) { m.SheetCurve = {1, 0.5, 10, 2, 3, 4, 99, 99}; }, kPixel, kCalibrated, {3, 2},
      {3, 324}},
-    {"InverseSheetCurve",
-     [](Model& m) { m.setSheetCurve(1, 0, 10, 2, 3, 4); },
-     kCalibrated,
-     kPixel,
-     {3, 60},
-     {3, 2}},
+    {"InverseSheetCurve", [](Model& m) { m.setSheetCurve(1, 0, 10, 2, 3, 4); }, kCalibrated,
+     kPixel, {3, 60}, {3, 2}},
     {"AlignsWithRowsAndColumnsOfXAndZ",
-     [](Model& m) {
-       m.Pose = matrix(4, 4, {0, 9, 1, 5, 9, 9, 9, 9, -2, 9, 0, 7, 0, 0, 0, 1});
-     },
-     kCalibrated,
-     kAligned,
-     {2, 3},
-     {8, 3}},
+     [](Model& m) { m.Pose = matrix(4, 4, {0, 9, 1, 5, 9, 9, 9, 9, -2, 9, 0, 7, 0, 0, 0, 1}); },
+     kCalibrated, kAligned, {2, 3}, {8, 3}},
     {"AlignsBack",
-     [](Model& m) {
-       m.Pose = matrix(4, 4, {0, 9, 1, 5, 9, 9, 9, 9, -2, 9, 0, 7, 0, 0, 0, 1});
-     },
-     kAligned,
-     kCalibrated,
-     {8, 3},
-     {2, 3}},
+     [](Model& m) { m.Pose = matrix(4, 4, {0, 9, 1, 5, 9, 9, 9, 9, -2, 9, 0, 7, 0, 0, 0, 1}); },
+     kAligned, kCalibrated, {8, 3}, {2, 3}},
     {"AlignmentDividesByTheLastElement",
-     [](Model& m) {
-       m.Pose = matrix(4, 4, {1, 0, 0, 6, 0, 1, 0, 0, 0, 0, 1, 2, 5, 5, 5, 4});
-     },
-     kCalibrated,
-     kAligned,
-     {2, 6},
-     {2, 2}},
+     [](Model& m) { m.Pose = matrix(4, 4, {1, 0, 0, 6, 0, 1, 0, 0, 0, 0, 1, 2, 5, 5, 5, 4}); },
+     kCalibrated, kAligned, {2, 6}, {2, 2}},
     {"PoseOfThreeRows",
-     [](Model& m) {
-       m.Pose = matrix(3, 4, {1, 0, 0, 6, 0, 1, 0, 0, 0, 0, 1, 2});
-     },
-     kAligned,
-     kCalibrated,
-     {2, 6},
-     {-4, 4}},
-    {"PixelToAlignedPassesTheSheetCurve",
-     [](Model& m) {
-       m.setSheetCurve(0, 0, 10, 0, 0, 0);
-       m.Pose = matrix(3, 4, {2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2, 0});
-     },
-     kPixel,
-     kAligned,
-     {2, 3},
-     {4, 26}},
-    {"AlignedToPixel",
-     [](Model& m) {
-       m.setSheetCurve(0, 0, 10, 0, 0, 0);
-       m.Pose = matrix(3, 4, {2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2, 0});
-     },
-     kAligned,
-     kPixel,
-     {4, 26},
-     {2, 3}},
+     [](Model& m) { m.Pose = matrix(3, 4, {1, 0, 0, 6, 0, 1, 0, 0, 0, 0, 1, 2}); }, kAligned,
+     kCalibrated, {2, 6}, {-4, 4}},
+    {"PixelToAlignedPassesTheSheetCurve", liftThenDouble, kPixel, kAligned, {2, 3}, {4, 26}},
+    {"AlignedToPixel", liftThenDouble, kAligned, kPixel, {4, 26}, {2, 3}},
+    // clang-format on
 };
 
 TEST(PointMapping, HandWorkedValuesInThePlane) {
@@ -449,6 +383,7 @@ void singularHomography(Model& m) { m.Homography = matrix(3, 3, {1, 2, 0, 2, 4, 
 void singularPose(Model& m) { m.Pose = matrix(3, 4, {1, 0, 1, 0, 0, 1, 0, 0, 1, 0, 1, 0}); }
 
 const RefusalCase kRefusals[] = {
+    // clang-format off
     {"State0", [](Model& m) { setState(m, 0); }, 0, 1, kUncalibrated, kUncalibrated},
     {"State0EvenForCopies", [](Model& m) { setState(m, 0); }, 1, 1, kUncalibrated, kUncalibrated},
     {"State0BeforeShapes", [](Model& m) { setState(m, 0), m.SheetCurve = {1}; }, 0, 1,
@@ -462,8 +397,8 @@ const RefusalCase kRefusals[] = {
     {"CopiesNeedNoMatrix", [](Model& m) { m.Pose = {}, m.Homography = {}; }, -1, 7, nullptr,
      nullptr},
     {"AnyOtherSystemIsAligned", [](Model& m) { m.Pose = {}; }, 1, -1, kPose, kPose},
-    {"WideHomography", [](Model& m) { m.Homography = matrix(3, 4, std::vector<double>(12)); }, 0, 1,
-     kHomography, kHomography},
+    {"WideHomography", [](Model& m) { m.Homography = matrix(3, 4, std::vector<double>(12)); }, 0,
+     1, kHomography, kHomography},
     {"PaddedHomography", [](Model& m) { m.Homography.Create(3, 3, 5); }, 0, 1, kHomography,
      kHomography},
     {"SingularHomographyForward", singularHomography, 0, 2, nullptr, nullptr},
@@ -471,26 +406,20 @@ const RefusalCase kRefusals[] = {
     {"NaNHomographyForward", [](Model& m) { m.Homography[0][0] = kNaN; }, 0, 1, nullptr, nullptr},
     {"HomographyIsNotAsked", [](Model& m) { m.Homography = {}; }, 1, 2, nullptr, nullptr},
     {"PoseIsNotAsked", [](Model& m) { m.Pose = {}; }, 1, 0, nullptr, nullptr},
-    {"PoseOfTwoRows",
-     [](Model& m) {
-       m.Pose = matrix(2, 4, {1, 0, 0, 0, 0, 1, 0, 0});
-     },
-     1, 2, kPose, kPose},
+    {"PoseOfTwoRows", [](Model& m) { m.Pose = matrix(2, 4, {1, 0, 0, 0, 0, 1, 0, 0}); }, 1, 2,
+     kPose, kPose},
     {"PoseOfFiveRows", [](Model& m) { m.Pose = matrix(5, 4, std::vector<double>(20)); }, 1, 2,
      kPose, kPose},
     {"SingularPoseForward", singularPose, 1, 2, nullptr, nullptr},
     {"SingularPoseBack", singularPose, 2, 1, kPose, kPose},
     {"PoseThatIsSingularInSpaceOnly", [](Model& m) { m.Pose[1][1] = 0; }, 2, 1, nullptr, kPose},
-    {"SkewWithoutYBack",
-     [](Model& m) {
-       m.Skew = {1, 0, 0};
-     },
-     2, 0, kPose, kPose},
+    {"SkewWithoutYBack", [](Model& m) { m.Skew = {1, 0, 0}; }, 2, 0, kPose, kPose},
     {"SheetCurveOfFive", [](Model& m) { m.SheetCurve.resize(5); }, 0, 2, kSheet, kSheet},
     {"SheetCurveOfOneBack", [](Model& m) { m.SheetCurve.resize(1); }, 1, 0, kSheet, kSheet},
     {"SheetCurveIsNotAsked", [](Model& m) { m.SheetCurve.resize(1); }, 1, 2, nullptr, nullptr},
-    {"HomographyBeforeSheetCurve", [](Model& m) { m.Homography = {}, m.SheetCurve.resize(1); }, 0,
-     1, kHomography, kHomography},
+    {"HomographyBeforeSheetCurve", [](Model& m) { m.Homography = {}, m.SheetCurve.resize(1); },
+     0, 1, kHomography, kHomography},
+    // clang-format on
 };
 
 void expectOutcome(bool mapped, const char* text, const WarningCapture& log) {

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
