@@ -23,22 +23,28 @@ cmnalg::ImageType rangeTypeOf(std::uint32_t pixelFormat) {
   }
 }
 
-/// Puts the caller's buffer into `range`, which is never written through.
-void wrapRange(const void* buffer, cmnalg::ImageType type, ImageSize size, SensorTraits traits,
+/// Puts the caller's buffer into `range`, which is never written through. False, after the image's
+/// own warning, for more pixels than an image can have.
+bool wrapRange(const void* buffer, cmnalg::ImageType type, ImageSize size, SensorTraits traits,
                Image& range) {
-  range.Create(const_cast<void*>(buffer), type, size.width, size.height, 0, false,
-               Image::s_defaultImageAllocator, false);
+  if (!range.Create(const_cast<void*>(buffer), type, size.width, size.height, 0, false,
+                    Image::s_defaultImageAllocator, false)) {
+    return false;
+  }
   range.PixelSize.x = traits.scaleX;
   range.Origin.x = traits.originX;
   range.PixelSize.z = traits.scaleZ;
   range.Origin.z = traits.originZ;
+  return true;
 }
 
 bool calibrate(const CalibrationFilter& filter, const datafusion::planex::CalibrationModel& model,
                const void* rangeBuffer, float* xBuffer, float* zBuffer) {
   const ImageSize size = filter.imageSize;
   Image range;
-  wrapRange(rangeBuffer, rangeTypeOf(filter.pixelFormat), size, filter.sensorTraits, range);
+  if (!wrapRange(rangeBuffer, rangeTypeOf(filter.pixelFormat), size, filter.sensorTraits, range)) {
+    return false;
+  }
   cmnalg::ImageOf<float> x(xBuffer, size.width, size.height, 0, false,
                            Image::s_defaultImageAllocator, false);
   cmnalg::ImageOf<float> z(zBuffer, size.width, size.height, 0, false,

@@ -32,6 +32,7 @@ struct Spread {
 #pragma omp simd
     for (std::size_t i = 0; i < count; ++i) {
       const double scaled = (values[i] - min) * 255.0 / span;
+      // NOLINTNEXTLINE(bugprone-incorrect-roundings): exact, see above, and lround is a call
       out[i] = static_cast<std::uint8_t>(static_cast<int>(scaled + 0.5));
     }
   }

@@ -271,18 +271,17 @@ PLANEX_EXPORT void destroyAllRectificationFilters(void);
  *                          of the filter. A Mono16 image is reduced to 8 bits first: its smallest
  *                          value becomes 0, its largest 255. Not looked at when there are none
  * @param outputRange       receives the height map, xCount x yCount floats in world units, the
- *                          missing-data value where no point fell. Written last, from a copy: it
- *                          may overlap the inputs
+ *                          missing-data value where no point fell. May overlap the inputs
  * @param outputCoRectified coRectifiedCount pointers to images of xCount x yCount bytes, always 8
  *                          bits; 0 where no point fell. None may overlap the X and Z images, its
- *                          own input unless that is Mono16, or another output. Not looked at when
- *                          there are none
+ *                          own input unless that is Mono16, the input of a later image, another
+ *                          output or outputRange. Not looked at when there are none
  * @return true when all outputs were written
  *
  * Log, in the order of the checks: "inputX is NULL"; "inputZ is NULL"; "outputRange is NULL"; "The
  * provided rectification filter handle does not map to a previously created filter"; "Invalid data
  * in sensor traits scale X / Z" (no usable size or scale of the inputs or the grid, or no memory
- * for the grid); "inputCoRectified array is NULL"; "outputCoRectified array is NULL"; then for each
+ * to work in); "inputCoRectified array is NULL"; "outputCoRectified array is NULL"; then for each
  * co-rectified image i, counted from 0: "The data format of the corectified image number i is
  * null"; "The data pointer of inputCoRectified number i is null"; "The data pointer of
  * outputCoRectified number i is null"; "Image format of the corectified image id not supported";

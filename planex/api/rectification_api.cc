@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <limits>
 #include <new>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "planex/api/registries.h"
 #include "planex/api/world_bounds.h"
 #include "planex/foundation/image_of.h"
+#include "planex/infra/logger.h"
 
 namespace tavik::planex {
 namespace {
@@ -64,7 +66,7 @@ class Rectification {
  public:
   /// Throws where the inputs or the grid cannot be images.
   Rectification(const RectificationFilter& filter, const float* x, const float* z)
-      : filter_(filter),
+      : filter_(checkedSize(filter)),
         x_(wrapInput<float>(x)),
         z_(wrapInput<float>(z)),
         grid_(heightGridOf(checkedTraits())) {}
@@ -77,37 +79,7 @@ class Rectification {
     });
   }
 
-  /// The height map together with co-rectified image i; `range` is null for all but the last.
-  /// Throws for what cannot be an image, false where the algorithm refuses.
-  bool rectifyWithImage(std::uint32_t i, const void* input, void* output, float* range) {
-    checkImage(i, input, output);
-    const ImageOf<std::uint8_t>& intensity = intensityOf(filter_.coRectifiedFormats[i], input);
-    auto target = wrap<std::uint8_t>(output, grid_.width, grid_.height);
-    const RectificationMode mode = modeOf(filter_.rectificationMode);
-    const auto pass = [&](const HeightRowSink& sink) {
-      return toRectifiedRows(x_, z_, intensity, splat(), mode, grid_, target, sink);
-    };
-    if (range == nullptr) return pass([](int /*row*/, const std::uint16_t* /*heights*/) {});
-    return intoRange(range, {bytesOf(x_), bytesOf(z_), bytesOf(intensity), bytesOf(target)}, pass);
-  }
-
- private:
-  using HeightRowSink = datafusion::planex::HeightRowSink;
-
-  template <typename T>
-  ImageOf<T> wrapInput(const void* pixels) const {
-    return wrap<T>(pixels, filter_.inputSize.width, filter_.inputSize.height);
-  }
-
-  static Bytes bytesOf(const Image& image) { return {image.GetData(), image.GetRawBufferSize()}; }
-
-  /// The grid's description, once the inputs have passed.
-  const WorldRangeTraits& checkedTraits() const {
-    CalibrationException::throwUnless(x_.IsConsistent(), kInvalidScaleMessage);
-    CalibrationException::throwUnless(z_.IsConsistent(), kInvalidScaleMessage);
-    return filter_.worldRangeTraits;
-  }
-
+  /// Throws for what cannot be co-rectified image i.
   void checkImage(std::uint32_t i, const void* input, const void* output) const {
     const std::string number = std::to_string(i);
     CalibrationException::throwUnless(
@@ -123,6 +95,72 @@ class Rectification {
         "Image format of the corectified image id not supported");
   }
 
+  /// Whether output i may be written: it shares no memory with the world range, with an output that
+  /// was written before, or with an input that is still to be read. Else one warning and false.
+  bool mayWrite(std::uint32_t i, std::uint32_t count, const void* const* inputs,
+                void* const* outputs, const float* range) const {
+    const Bytes target = outputBytes(outputs[i]);
+    bool shared = target.overlaps({range, target.size * sizeof(float)});
+    for (std::uint32_t j = 0; j < i && !shared; ++j) {
+      shared = target.overlaps(outputBytes(outputs[j]));
+    }
+    for (std::uint32_t k = i + 1; k < count && !shared; ++k) {
+      shared = target.overlaps(inputBytes(filter_.coRectifiedFormats[k], inputs[k]));
+    }
+    if (shared) {
+      base::Logger::Get("Image.Calibration.Planex")
+          .Warning("Cannot reuse source image as target image.");
+    }
+    return !shared;
+  }
+
+  /// The height map together with co-rectified image i; `range` is null for all but the last. False
+  /// where the algorithm refuses.
+  bool rectifyWithImage(std::uint32_t i, const void* input, void* output, float* range) {
+    const ImageOf<std::uint8_t>& intensity = intensityOf(filter_.coRectifiedFormats[i], input);
+    auto target = wrap<std::uint8_t>(output, grid_.width, grid_.height);
+    const RectificationMode mode = modeOf(filter_.rectificationMode);
+    const auto pass = [&](const HeightRowSink& sink) {
+      return toRectifiedRows(x_, z_, intensity, splat(), mode, grid_, target, sink);
+    };
+    if (range == nullptr) return pass([](int /*row*/, const std::uint16_t* /*heights*/) {});
+    return intoRange(range, {bytesOf(x_), bytesOf(z_), bytesOf(intensity)}, pass);
+  }
+
+ private:
+  using HeightRowSink = datafusion::planex::HeightRowSink;
+
+  template <typename T>
+  ImageOf<T> wrapInput(const void* pixels) const {
+    return wrap<T>(pixels, filter_.inputSize.width, filter_.inputSize.height);
+  }
+
+  /// Throws for more pixels than an image can have.
+  static const RectificationFilter& checkedSize(const RectificationFilter& filter) {
+    const std::uint64_t pixels = std::uint64_t{filter.inputSize.width} * filter.inputSize.height;
+    CalibrationException::throwUnless(pixels <= std::numeric_limits<std::int32_t>::max(),
+                                      kInvalidScaleMessage);
+    return filter;
+  }
+
+  static Bytes bytesOf(const Image& image) { return {image.GetData(), image.GetRawBufferSize()}; }
+
+  /// The grid's description, once the inputs have passed.
+  const WorldRangeTraits& checkedTraits() const {
+    CalibrationException::throwUnless(x_.IsConsistent(), kInvalidScaleMessage);
+    CalibrationException::throwUnless(z_.IsConsistent(), kInvalidScaleMessage);
+    return filter_.worldRangeTraits;
+  }
+
+  Bytes outputBytes(const void* output) const {
+    return {output, static_cast<std::size_t>(grid_.width) * static_cast<std::size_t>(grid_.height)};
+  }
+
+  Bytes inputBytes(std::uint32_t format, const void* input) const {
+    const std::size_t pixels = std::size_t{filter_.inputSize.width} * filter_.inputSize.height;
+    return {input, format == PLANEX_PIXEL_FORMAT_MONO16 ? pixels * 2 : pixels};
+  }
+
   /// A Mono8 input as it is; a Mono16 input reduced to 8 bits, in memory that serves all of them.
   const ImageOf<std::uint8_t>& intensityOf(std::uint32_t format, const void* input) {
     if (format == PLANEX_PIXEL_FORMAT_MONO8) {
@@ -130,15 +168,16 @@ class Rectification {
       return mono8_;
     }
     const ImageSize size = filter_.inputSize;
-    if (reduced_.Create(size.width, size.height, Image::s_defaultImageAllocator)) {
-      reduceTo8Bit(static_cast<const std::uint16_t*>(input), std::size_t{size.width} * size.height,
-                   reduced_.GetRowPtr(0));
-    }
+    CalibrationException::throwUnless(
+        reduced_.Create(size.width, size.height, Image::s_defaultImageAllocator),
+        kInvalidScaleMessage);
+    reduceTo8Bit(static_cast<const std::uint16_t*>(input), std::size_t{size.width} * size.height,
+                 reduced_.GetRowPtr(0));
     return reduced_;
   }
 
   /// Runs a pass that writes the world range: straight into the caller's buffer, or, where that
-  /// buffer shares memory with what the pass still reads or writes, into a copy first.
+  /// buffer shares memory with what the pass still reads, into a copy first.
   template <typename Pass>
   bool intoRange(float* range, std::initializer_list<Bytes> used, Pass pass) const {
     const std::size_t cells =
@@ -171,7 +210,11 @@ bool rectifyImages(Rectification& rectification, std::uint32_t count, const void
   CalibrationException::throwUnless(outputs != nullptr, "outputCoRectified array is NULL");
   for (std::uint32_t i = 0; i < count; ++i) {
     float* lastRange = i + 1 == count ? range : nullptr;
-    if (!rectification.rectifyWithImage(i, inputs[i], outputs[i], lastRange)) return false;
+    rectification.checkImage(i, inputs[i], outputs[i]);
+    if (!rectification.mayWrite(i, count, inputs, outputs, range) ||
+        !rectification.rectifyWithImage(i, inputs[i], outputs[i], lastRange)) {
+      return false;
+    }
   }
   return true;
 }

@@ -13,8 +13,8 @@ namespace etl {
 /// members beforehand; a visitor that does not enter gets SkipSubObject instead.
 ///
 ///     etl::visitPlainSubObject(visitor, "LensCenter", "", [this](etl::IVisitor& v) {
-///       v.VisitMemberF64(LensCenter[0], "x");
-///       v.VisitMemberF64(LensCenter[1], "y");
+///       v.VisitMemberF64(LensCenter.x, "x");
+///       v.VisitMemberF64(LensCenter.y, "y");
 ///     });
 ///
 /// @param name      the member under which the owner holds it

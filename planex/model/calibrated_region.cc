@@ -182,12 +182,7 @@ bool CalibratedRegion::Update(const etl::Vector<PointList>& pointLists,
 }
 
 bool CalibratedRegion::IsValid() const {
-  if (!AreOfOneSize()) return false;
-  const Image& count = *images_[kPointCount];
-  const cmnalg::Vec<3, double>& size = count.PixelSize;
-  return size.x >= 0.0 && size.y >= 0.0 && size.z >= 0.0 &&
-         count.GetType() != cmnalg::IMAGE_TYPE_INVALID && count.GetData() != nullptr &&
-         count.GetRawBufferSize() != 0 && count.GetWidth() > 0;
+  return AreOfOneSize() && cmnalg::impro::HoldsPixels(*images_[kPointCount]);
 }
 
 bool CalibratedRegion::GetRegion(cmnalg::shape::Rectangle& region) const {
@@ -208,7 +203,7 @@ bool CalibratedRegion::GetRegion(cmnalg::shape::Rectangle& region) const {
 bool CalibratedRegion::GetPointCount(Image& count) const {
   if (images_[kPointCount] == nullptr) return false;
   count = *images_[kPointCount];
-  return true;
+  return count.GetImageData().IsValid();
 }
 
 bool CalibratedRegion::GetAverageResiduals(Image& x, Image& z) const {
@@ -226,7 +221,7 @@ bool CalibratedRegion::CopyImages(ImageIndex indexX, ImageIndex indexZ, Image& x
   Image copyZ(*images_[indexZ]);
   x = std::move(copyX);
   z = std::move(copyZ);
-  return true;
+  return x.GetImageData().IsValid() && z.GetImageData().IsValid();
 }
 
 void CalibratedRegion::Visit(etl::IVisitor& visitor) {

@@ -120,7 +120,9 @@ bool CalibrationModel::mirror(bool mirrorX, cmnalg::Vec<2, double> point) {
   const int axis = mirrorX ? 0 : 1;
   mirroring[axis][axis] = -1.0;
   mirroring[axis][2] = 2.0 * (mirrorX ? point.x : point.y);
-  Homography = mirroring * Homography;
+  cmnalg::Matrix<double> mirrored = mirroring * Homography;
+  if (mirrored.IsEmpty()) return false;  // no memory; the product has warned
+  Homography = std::move(mirrored);
   return true;
 }
 

@@ -2,7 +2,7 @@
 
 namespace datafusion::planex::basic {
 
-/// Newton steps of flattenSheetCurve; all of them are taken.
+/// Newton steps of removeSheetCurve; all of them are taken.
 constexpr int kSheetCurveSteps = 10;
 
 /// Corrects Z for a light sheet that is not plane, in place:

@@ -21,7 +21,7 @@ bool mapsIntoAlignedPlane(const CalibrationModel& model, bool aligned) {
          model.CurrentState <= ModelState::ALIGNED_3D;
 }
 
-bool isModelUsable(const CalibrationModel& model, bool aligned) {
+bool isModelUsable(const CalibrationModel& model) {
   // Written so that NaN passes.
   if (model.LensCenter.x <= 0.0 || model.LensCenter.y <= 0.0) {
     return refuse("Invalid lens center matrix.");
@@ -29,9 +29,6 @@ bool isModelUsable(const CalibrationModel& model, bool aligned) {
   if (model.FocalLength <= 0.0) return refuse("Invalid focal length.");
   if (!homographyUsable(model)) return refuse("Invalid perspective matrix.");
   if (!sheetCurveUsable(model)) return refuse("Invalid sheet curve.");
-  if (mapsIntoAlignedPlane(model, aligned) && !poseUsable(model)) {
-    return refuse("Invalid pose matrix.");
-  }
   return true;
 }
 
@@ -52,16 +49,17 @@ cmnalg::Matrix<double> getCalibrationTransform(const CalibrationModel& model, bo
 
 bool applyCalibration(const CalibrationModel& model, bool aligned, const cmnalg::Image& range,
                       cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z, RunMode mode) {
-  if (!isModelUsable(model, aligned)) return false;
+  if (!isModelUsable(model)) return false;
   if (sharesMemory(range, x) || sharesMemory(range, z) || sharesMemory(x, z)) {
     return refuse("Cannot reuse source image as target image.");
   }
+  const cmnalg::Matrix<double> transform = getCalibrationTransform(model, aligned);
+  if (transform.IsEmpty()) return refuse("Invalid pose matrix.");
   const double f = model.FocalLength;
   const double a = range.PixelSize.x / f;
   const double b = range.PixelSize.z / f;
   const double c = (range.Origin.x - model.LensCenter.x) / f;
   const double d = (range.Origin.z - model.LensCenter.y) / f;
-  const cmnalg::Matrix<double> transform = getCalibrationTransform(model, aligned);
 
   for (cmnalg::ImageOf<float>* target : {&x, &z}) {
     if (!target->Create(range.GetWidth(), range.GetHeight(),

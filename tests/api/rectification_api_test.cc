@@ -166,6 +166,32 @@ TEST_F(RectificationApi, RangeMayBeWrittenOverTheInputs) {
   EXPECT_EQ(shared, want);
 }
 
+TEST_F(RectificationApi, RefusesOutputsThatAnotherImageNeeds) {
+  const auto intensity = randomImage<uint8_t>(5, 1, 255);
+  std::vector<uint8_t> later(kPoints, 9);
+  std::vector<uint8_t> outputs(3 * kCells, 77);
+  std::vector<float> range(kCells, 7);
+  const struct {
+    const char* name;
+    void* first;
+    void* second;
+  } cases[] = {
+      {"outputs of one buffer", &outputs[0], &outputs[kCells - 1]},
+      {"the next input", &later[kPoints - 1], &outputs[0]},
+      {"the range", &range[kCells - 1], &outputs[0]},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::vector<uint32_t> formats(2, PLANEX_PIXEL_FORMAT_MONO8);
+    const void* const inputs[] = {intensity.data(), later.data()};
+    void* const targets[] = {c.first, c.second};
+    EXPECT_FALSE(rectify(makeFilter(1, formats), scan.x.data(), scan.z.data(), inputs, range.data(),
+                         targets));
+    EXPECT_EQ(log.takeOne(), "WARNING: Cannot reuse source image as target image.");
+    EXPECT_EQ(range, std::vector<float>(kCells, 7));
+  }
+}
+
 TEST_F(RectificationApi, RefusesUnusableGrids) {
   const struct {
     const char* name;
