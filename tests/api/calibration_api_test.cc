@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
@@ -121,19 +123,19 @@ void plainBounds(const CalibrationModel& model, SensorTraits t, ImageSize size, 
   }
   ASSERT_TRUE(datafusion::planex::mapPoints<double>(model, points, points, CoordinateSystem::Pixel,
                                                     CoordinateSystem::Calibrated, 0, 1));
-  for (int k = 0; k < 3; ++k) {
-    box[2 * k] = kInf;
-    box[2 * k + 1] = -kInf;
-  }
+  const auto include = [](double value, double* interval) {
+    interval[0] = value < interval[0] ? value : interval[0];
+    interval[1] = value > interval[1] ? value : interval[1];
+  };
+  const double empty[] = {kInf, -kInf, kInf, -kInf, kInf, -kInf};
+  std::copy(std::begin(empty), std::end(empty), box);
   for (const auto& p : points) {
-    const double values[] = {p.x, p.y, p.z};
-    for (int k = 0; k < 3; ++k) {
-      box[2 * k] = values[k] < box[2 * k] ? values[k] : box[2 * k];
-      box[2 * k + 1] = values[k] > box[2 * k + 1] ? values[k] : box[2 * k + 1];
-    }
+    include(p.x, box);
+    include(p.y, box + 2);
+    include(p.z, box + 4);
   }
   const auto n = static_cast<std::size_t>(rMax > 0 ? rMax : 0);
-  const auto* runs = points.data() + 4 * w;
+  const auto* runs = points.data() + std::size_t{4} * size.width;
   double sz = 0, szz = 0, sd = 0, sdz = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const double dx = runs[2 * n + i].x - runs[i].x;

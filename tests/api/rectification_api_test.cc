@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint16_t kWidth = 150;
 constexpr uint16_t kHeight = 5;
-constexpr std::size_t kPoints = kWidth * kHeight;
+constexpr std::size_t kPoints = std::size_t{kWidth} * kHeight;
 constexpr std::size_t kColumns = 61;
 constexpr std::size_t kCells = kColumns * kHeight;
 constexpr float kMissing = -999;
@@ -50,6 +50,7 @@ std::vector<uint8_t> plainReduction(const std::vector<uint16_t>& values) {
   const auto [m, M] = std::minmax_element(values.begin(), values.end());
   const double span = *M == *m ? 1.0 : *M - *m;
   std::vector<uint8_t> reduced;
+  reduced.reserve(values.size());
   for (const uint16_t v : values) {
     reduced.push_back(static_cast<uint8_t>(std::round((v - *m) * 255.0 / span)));
   }
