@@ -31,7 +31,7 @@ cmnalg::Matrix<double> inPlanePose(const cmnalg::Matrix<double>& pose) {
 
 cmnalg::Matrix<double> getAlignmentTransform(const CalibrationModel& model, bool aligned) {
   if (!poseUsable(model)) return {};
-  const cmnalg::Matrix<double> pose = skewedPose(model);
+  cmnalg::Matrix<double> pose = skewedPose(model);
   if (!aligned) return pose;
   cmnalg::Matrix<double> inverse;
   if (!cmnalg::math::Inverse(inverse, inPlanePose(pose))) return {};

@@ -58,7 +58,7 @@ class RowScratch {
       : integers_(static_cast<std::size_t>(points) * 3),
         heights_(mean ? static_cast<std::size_t>(points) : 0),
         cells_((resolverBytes + sizeof(double) - 1) / sizeof(double)),
-        placed_{integers_.data(), integers_.data() + points, integers_.data() + 2 * points,
+        placed_{integers_.data(), integers_.data() + points, integers_.data() + points + points,
                 heights_.data(), points} {}
 
   const kernel::PlacedPoints& Points() const { return placed_; }

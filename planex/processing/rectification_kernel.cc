@@ -113,7 +113,7 @@ struct WinnerRowKernel {
   static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, int widest,
                                        const std::uint8_t* intensity, const TargetRow& target,
                                        void* scratch) {
-    const std::ptrdiff_t stride = std::ptrdiff_t{target.width} + 2 * kMargin;
+    const std::ptrdiff_t stride = target.width + static_cast<std::ptrdiff_t>(kMargins);
     Key* levels = static_cast<Key*>(scratch);
     std::memset(levels, 0xFF, sizeof(Key) * static_cast<std::size_t>(stride * (widest + 1)));
     scatter(points, intensity, levels + kMargin, stride);
@@ -199,7 +199,7 @@ struct MeanRowKernel {
                                        const std::uint8_t* intensity, const TargetRow& target,
                                        void* scratch) {
     auto* sums = static_cast<double*>(scratch);
-    const std::size_t cells = static_cast<std::size_t>(target.width) + 2 * kMargin;
+    const std::size_t cells = static_cast<std::size_t>(target.width) + kMargins;
     std::memset(sums, 0, sizeof(Lanes) * cells);
     for (int i = 0; i < points.count; ++i) {
       const std::ptrdiff_t halfWidth = points.halfWidth[i];
@@ -266,9 +266,7 @@ struct MeanRowKernel {
 using ResolveSignature = void(const PlacedPoints&, int, const std::uint8_t*, const TargetRow&,
                               void*);
 
-std::size_t rowCells(int targetWidth) {
-  return static_cast<std::size_t>(targetWidth) + 2 * kMargin;
-}
+std::size_t rowCells(int targetWidth) { return static_cast<std::size_t>(targetWidth) + kMargins; }
 
 template <typename Rule, typename Key, bool kWithIntensity>
 Resolver winner(int targetWidth, int largest, InstructionSet set) {

@@ -14,6 +14,7 @@ namespace datafusion::planex::kernel {
 constexpr int kMaximumHalfWidth = 15;
 /// Cells before column 0 and after the last one that splats may reach in the scratch of a row.
 constexpr int kMargin = 32;
+constexpr std::size_t kMargins = std::size_t{2} * kMargin;
 /// Column of a point that is not used; it lies in the margin, out of reach of every other splat.
 constexpr int kDroppedColumn = -kMargin;
 

@@ -131,7 +131,7 @@ void rectifyRow(const Rectification& k, const X* x, const Z* z, const std::uint8
     if (k.clear) {
       out[n] = static_cast<std::uint16_t>(heights[n] / count[n]);
       if (outIntensity != nullptr) {
-        outIntensity[n] = static_cast<std::uint8_t>(intensities[n] / count[n] + 0.5);
+        outIntensity[n] = static_cast<std::uint8_t>(std::floor(intensities[n] / count[n] + 0.5));
       }
       continue;
     }
