@@ -20,7 +20,8 @@ bool storesPhysicalValues(const cmnalg::Image& image) {
 kernel::AlignmentConstants alignmentConstants(const cmnalg::Image& x, const cmnalg::Image& z,
                                               const cmnalg::Matrix<double>& transform) {
   kernel::AlignmentConstants k{{}, x.PixelSize.z, x.Origin.z, z.PixelSize.z, z.Origin.z};
-  for (int row = 0; row < 3; ++row) std::copy_n(transform[row], 4, &k.transform[4 * row]);
+  double* out = k.transform;
+  for (int row = 0; row < 3; ++row) out = std::copy_n(transform[row], 4, out);
   return k;
 }
 
