@@ -73,8 +73,6 @@ constexpr char kCompact[] =
     R"("pixels":{"numOfElems":4,"elemSz":2,"endian":"little","elemTypes":"uint16",)"
     R"("data":"AQACADQSBQA="}}})";
 
-TEST(JsonSerializer, WritesEveryFormCompactly) { EXPECT_EQ(written(visitAllForms), kCompact); }
-
 TEST(JsonSerializer, WritesAMemberOrElementPerLineWhenPretty) {
   const auto members = [](IVisitor& visitor) {
     std::int32_t numbers[2] = {1, -2};
@@ -104,7 +102,8 @@ TEST(JsonSerializer, WritesAMemberOrElementPerLineWhenPretty) {
             "}");
 }
 
-TEST(JsonSerializer, DiffersFromPrettyTextInWhiteSpaceOnly) {
+TEST(JsonSerializer, WritesEveryFormCompactlyOrPretty) {
+  EXPECT_EQ(written(visitAllForms), kCompact);
   std::string stripped;
   for (const char c : written(visitAllForms, true)) {
     if (c != ' ' && c != '\r' && c != '\n') stripped += c;
@@ -145,18 +144,14 @@ TEST(JsonSerializer, PrintsNumbersAsPrintfDoes) {
 }
 
 TEST(JsonSerializer, PrintsLimitsAndWhatIsNotFinite) {
-  const double nan = std::nan("");
   EXPECT_EQ(number(DBL_MAX, &IVisitor::VisitMemberF64), "1.7976931348623157e+308");
-  EXPECT_EQ(number(-nan, &IVisitor::VisitMemberF64), "nan");
-  EXPECT_EQ(number(nan, &IVisitor::VisitMemberF64), "nan");
+  EXPECT_EQ(number(-std::nan(""), &IVisitor::VisitMemberF64), "nan");
   EXPECT_EQ(number(-HUGE_VALF, &IVisitor::VisitMemberF32), "-inf");
   EXPECT_EQ(number(HUGE_VAL, &IVisitor::VisitMemberF64), "inf");
-  EXPECT_EQ(number(0.1F, &IVisitor::VisitMemberF32), "0.100000001");
   EXPECT_EQ(number(1.25, &IVisitor::VisitMemberF64, 9, 0), "1");
   EXPECT_EQ(number(0.1, &IVisitor::VisitMemberF64, 9, 65535).size(), 42U);
   EXPECT_EQ(number(INT64_MIN, &IVisitor::VisitMemberI64), "-9223372036854775808");
   EXPECT_EQ(number(UINT64_MAX, &IVisitor::VisitMemberUI64), "18446744073709551615");
-  EXPECT_EQ(number(std::int8_t{-128}, &IVisitor::VisitMemberI8), "-128");
   EXPECT_EQ(number('\xff', &IVisitor::VisitMemberC), "-1");
 }
 
@@ -184,13 +179,6 @@ TEST(JsonSerializer, ReportsUnevenNesting) {
   const Case kCases[] = {
       {"EndsAnArrayThatIsNotOpen", [](IVisitor& v) { v.EndVisitingArray(ArrayType::Primitives); },
        kArray},
-      {"EndsAnArrayOfTheOtherType",
-       [](IVisitor& v) {
-         v.BeginVisitingArray(ArrayType::Primitives, one, "a");
-         v.VisitPodArray(values);
-         v.EndVisitingArray(ArrayType::Arrays);
-       },
-       kArray},
       {"WritesFewerElementsThanAnnounced",
        [](IVisitor& v) {
          v.BeginVisitingArray(ArrayType::Primitives, one, "a");
@@ -199,7 +187,6 @@ TEST(JsonSerializer, ReportsUnevenNesting) {
        kArray},
       {"LeavesAnArrayOpen",
        [](IVisitor& v) { v.BeginVisitingArray(ArrayType::Primitives, one, "a"); }, kObject},
-      {"BeginsTheObjectAgain", [](IVisitor& v) { v.BeginVisiting("Probe"); }, kObject},
       {"NamesAMemberInsideAnArray",
        [](IVisitor& v) {
          v.BeginVisitingArray(ArrayType::Primitives, one, "a");
