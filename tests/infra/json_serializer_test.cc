@@ -179,6 +179,14 @@ TEST(JsonSerializer, ReportsUnevenNesting) {
   const Case kCases[] = {
       {"EndsAnArrayThatIsNotOpen", [](IVisitor& v) { v.EndVisitingArray(ArrayType::Primitives); },
        kArray},
+      {"EndsAnArrayOfTheOtherType",
+       [](IVisitor& v) {
+         v.BeginVisitingArray(ArrayType::Primitives, one, "a");
+         v.VisitPodArray(values);
+         v.EndVisitingArray(ArrayType::Arrays);
+       },
+       kArray},
+      {"BeginsTheObjectAgain", [](IVisitor& v) { v.BeginVisiting("Probe"); }, kObject},
       {"WritesFewerElementsThanAnnounced",
        [](IVisitor& v) {
          v.BeginVisitingArray(ArrayType::Primitives, one, "a");
