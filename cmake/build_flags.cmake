@@ -24,7 +24,9 @@ target_compile_definitions(planex_build_flags INTERFACE EIGEN_DONT_VECTORIZE EIG
 set(PLANEX_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined")
 if(PLANEX_SANITIZE)
   target_compile_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE}
-                         -fno-sanitize-recover=all -fno-omit-frame-pointer)
+                         -fno-sanitize-recover=all -fno-omit-frame-pointer
+                         # Instrumented code of the standard library gives false reports.
+                         -Wno-maybe-uninitialized)
   target_link_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE})
 endif()
 
