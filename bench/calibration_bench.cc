@@ -44,7 +44,7 @@ void report(benchmark::State& state, std::size_t pixels) {
 
 void copyBytes(benchmark::State& state, int sets) {
   Sets images(sets, bench::kHeight);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const std::size_t i = images.next();
     const std::uint16_t* in = images.range[i].GetRowPtr(0);
     float* x = images.x[i].GetRowPtr(0);
@@ -62,7 +62,7 @@ void copyBytes(benchmark::State& state, int sets) {
 void scalar(benchmark::State& state, bool sheet) {
   Sets images(1, bench::kHeight);
   const reference::Calibration k = bench::camera(sheet);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     reference::calibrate<float>(k, images.range[0].GetRowPtr(0), bench::kWidth, bench::kHeight,
                                 images.x[0].GetRowPtr(0), images.z[0].GetRowPtr(0));
     benchmark::ClobberMemory();
@@ -76,7 +76,7 @@ void calibrate(benchmark::State& state, InstructionSet set, bool sheet, int sets
   cmnalg::limitInstructionSet(set);
   Sets images(sets, height);
   const reference::Calibration k = bench::camera(sheet);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const std::size_t i = images.next();
     datafusion::planex::basic::applyCalibration(images.range[i], k.a, k.b, k.c, k.d, std::nan(""),
                                                 k.lens, k.transform, images.x[i], images.z[i],

@@ -104,7 +104,7 @@ void scalar(benchmark::State& state, bool sheet, bool inverse) {
   Points calibrated(in.size());
   Points out(in.size());
   scalarForward(model, in, calibrated);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     if (inverse) {
       scalarInverse(model, calibrated, out);
     } else {
@@ -122,7 +122,7 @@ void mapPoints(benchmark::State& state, cmnalg::InstructionSet set, bool sheet, 
   Points calibrated(in.size());
   Points out(in.size());
   scalarForward(model, in, calibrated);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     if (inverse) {
       datafusion::planex::mapPoints(model, calibrated, out, CoordinateSystem::Calibrated,
                                     CoordinateSystem::Pixel);

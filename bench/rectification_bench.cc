@@ -61,7 +61,7 @@ void scalar(benchmark::State& state, RectificationMode mode, bool withIntensity)
   Scene& s = scene();
   const reference::Rectification k{
       1, 0, 300, -3000, 0, static_cast<double>(state.range(0)), static_cast<int>(mode), true};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     s.height.SetAll(0);
     if (withIntensity) s.heightIntensity.SetAll(0);
     for (int v = 0; v < bench::kHeight; ++v) {
@@ -78,7 +78,7 @@ void scalar(benchmark::State& state, RectificationMode mode, bool withIntensity)
 void rectify(benchmark::State& state, RectificationMode mode, bool withIntensity) {
   omp_set_num_threads(1);
   Scene& s = scene();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     if (withIntensity) {
       toRectified(s.x, s.z, s.intensity, {0, spacingOf(state.range(0))}, 1.0, mode, s.height,
                   s.heightIntensity, true);

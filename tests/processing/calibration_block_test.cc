@@ -106,7 +106,7 @@ TYPED_TEST(CalibrationBlock, GivesTheBitsOfTheScalarLoop) {
 
 TEST(CalibrationBlock, FillsItsBlockOnly) {
   const reference::Calibration k = camera(2, true);
-  auto samples = rangeSamples<std::uint16_t>(64 * 10);
+  auto samples = rangeSamples<std::uint16_t>(std::size_t{64} * 10);
   const ImageOf<std::uint16_t> range(samples.data(), 64, 10, 0, false, kAllocator, false);
   ImageOf<float> x(64, 10, kAllocator);
   ImageOf<float> z(64, 10, kAllocator);
