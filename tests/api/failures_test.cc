@@ -1,4 +1,5 @@
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -129,6 +130,9 @@ const Case kCases[] = {
      [](Stage& s) { return rectify(s.withImage, s.in, s.in, s.inputs, s.x, s.outputs); },
      "SEVERE: The data pointer of inputCoRectified number 0 is null"},
 };
+
+/// Instead of the bytes of the record, padding included.
+void PrintTo(const Case& row, std::ostream* out) { *out << row.name; }
 
 class Failures : public ApiTest, public ::testing::WithParamInterface<Case> {
  protected:

@@ -1,4 +1,5 @@
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,9 @@ const Kind kKinds[] = {
      "SEVERE: The provided rectification filter handle does not map to a previously created "
      "filter"},
 };
+
+/// Instead of the bytes of the record, padding included.
+void PrintTo(const Kind& row, std::ostream* out) { *out << row.name; }
 
 class Handles : public ApiTest, public ::testing::WithParamInterface<Kind> {
  protected:
