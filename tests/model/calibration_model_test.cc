@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstddef>
 #include <functional>
 #include <limits>
 #include <vector>
@@ -52,7 +53,7 @@ struct ChangeCase {
 };
 
 bool rowsAre(const cmnalg::Matrix<double>& m, const std::vector<double>& values) {
-  return std::vector<double>(m.Data(), m.Data() + m.Width() * m.Height()) == values;
+  return std::vector<double>(m.Data(), m.Data() + std::ptrdiff_t{m.Width()} * m.Height()) == values;
 }
 
 bool skewIs(const CalibrationModel& m, double x, double y, double z) {
