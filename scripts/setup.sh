@@ -4,7 +4,8 @@
 set -euo pipefail
 
 declare -A packages=(
-  [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev"
+  [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev
+    libtiff-dev libcli11-dev libfmt-dev"
   [test]="libgtest-dev libgmock-dev libbenchmark-dev"
   [lint]="git clang-format-14 clang-tidy-14 libomp-14-dev"
   [check]="git valgrind clang-14 libomp-14-dev"

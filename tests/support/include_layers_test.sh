@@ -58,6 +58,6 @@ while IFS=: read -r file line header; do
   case "$header" in
     planex/*) grep -qxF "include/$header" "$installed" || fail "$file:$line: $header is not installed" ;;
   esac
-done < <(includes examples)
+done < <(includes examples; includes tools)
 
 [ "$failures" -eq 0 ]

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "tools/support/options.h"
+
+namespace planex_tools {
+
+/// @{
+/// Adds a command with its options. When the command line names it, it runs while the line is
+/// parsed, after all options are set; it throws Failure, or CLI::ParseError for what the line asks
+/// wrongly. `context` outlives the parsing.
+void addInfoCommand(CLI::App& app, Context& context);
+/// @}
+
+}  // namespace planex_tools

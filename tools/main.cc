@@ -1,0 +1,67 @@
+// planex: camera models, range images and height maps on the command line.
+#include <planex/version.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "tools/commands/commands.h"
+#include "tools/support/failure.h"
+#include "tools/support/library_warnings.h"
+#include "tools/support/output_file.h"
+
+namespace {
+
+constexpr int kInputError = 1;
+constexpr int kUsageError = 2;
+
+int complain(const std::string& text, int status) {
+  std::fprintf(stderr, "planex: %s\n", text.c_str());
+  return status;
+}
+
+/// What was printed must have arrived: a full disk behind standard output is a failure.
+int finish() {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return 0;
+  return complain("standard output: cannot be written; check the space on the disk", kInputError);
+}
+
+int run(int argc, char** argv) {
+  planex_tools::Context context;
+  CLI::App app(
+      "From range images of laser-line cameras to height maps and point clouds.\n"
+      "The option --help of a command tells its options and gives examples.",
+      "planex");
+  app.set_version_flag("--version", "planex " PLANEX_VERSION_STRING);
+  app.require_subcommand(1);
+  app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
+  planex_tools::addInfoCommand(app, context);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& shown) {  // help or version
+    app.exit(shown);
+  } catch (const CLI::ParseError& error) {
+    return complain(std::string(error.what()) + "; see planex --help", kUsageError);
+  }
+  return finish();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  planex_tools::removeUnfinishedFilesOnSignals();
+  planex_tools::collectLibraryWarnings();
+  try {
+    return run(argc, argv);
+  } catch (const planex_tools::Failure& failure) {
+    return complain(failure.what(), kInputError);
+  } catch (const std::bad_alloc&) {
+    return complain("the memory is used up; process fewer rows at a time with --block",
+                    kInputError);
+  } catch (const std::exception& error) {
+    return complain(error.what(), kInputError);
+  }
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace planex_tools {
+
+/// Ends a command: exit status 1, and this text as one sentence on standard error.
+///
+/// The text names the file and says what to do about it: "scan.png: is cut off after row 12; copy
+/// it again". Mistakes on the command line are CLI::ValidationError instead, exit status 2.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+  /// "FILE: TEXT"
+  Failure(const std::string& file, const std::string& text)
+      : std::runtime_error(file + ": " + text) {}
+};
+
+}  // namespace planex_tools

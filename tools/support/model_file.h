@@ -1,0 +1,18 @@
+#pragma once
+
+#include <planex/model/calibration_model.h>
+
+#include <string>
+
+namespace planex_tools {
+
+/// The whole text of a file; "-" is standard input. A Failure when it cannot be read or is larger
+/// than a model document can be (256 MB).
+std::string readTextFile(const std::string& path);
+
+/// Reads a model document without any tolerance: a Failure for a file that cannot be read, text
+/// that is no model document, and an error figure or focal length below 0. What makes sense beyond
+/// that is for the command `check` to say.
+datafusion::planex::CalibrationModel loadModel(const std::string& path);
+
+}  // namespace planex_tools

@@ -1,0 +1,150 @@
+#include "tools/support/options.h"
+
+#include <omp.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <string_view>
+#include <system_error>
+
+#include "tools/support/failure.h"
+#include "tools/support/json.h"
+#include "tools/support/model_file.h"
+
+namespace planex_tools {
+namespace {
+
+std::optional<double> parseDecimal(std::string_view text) {
+  double value = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec != std::errc() || result.ptr != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+/// The sidecar's object "sensor"; null when there is neither a file nor an object in it.
+class Sidecar {
+ public:
+  Sidecar(const SensorOptions& options, const std::string& image)
+      : path_(!options.sidecar.empty() ? options.sidecar
+              : image.empty()          ? image
+                                       : image + ".json") {
+    if (path_.empty() || (options.sidecar.empty() && access(path_.c_str(), F_OK) != 0)) return;
+    json_.reset(cJSON_Parse(readTextFile(path_).c_str()));
+    if (json_ == nullptr) throw Failure(path_, "is not JSON; correct it or name another --sensor");
+    sensor_ = cJSON_GetObjectItemCaseSensitive(json_.get(), "sensor");
+  }
+
+  const std::string& path() const { return path_; }
+
+  /// The option, else the member, else the default.
+  double number(const std::optional<double>& option, const char* name, double otherwise) const {
+    if (option) return *option;
+    const cJSON* item = cJSON_GetObjectItemCaseSensitive(sensor_, name);
+    if (item == nullptr) return otherwise;
+    if (!cJSON_IsNumber(item) || !std::isfinite(item->valuedouble)) {
+      throw Failure(path_, std::string("sensor.") + name + " is not a number; correct it");
+    }
+    return item->valuedouble;
+  }
+
+ private:
+  std::string path_;
+  Json json_;
+  const cJSON* sensor_ = nullptr;
+};
+
+std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& option,
+                         const char* name, int sensorSize) {
+  const double size = sidecar.number(option, name, sensorSize);
+  if (size >= 1 && size <= 65535 && std::floor(size) == size) {
+    return static_cast<std::uint16_t>(size);
+  }
+  if (option) throw CLI::ValidationError(std::string("--sensor-") + name, "must be 1 to 65535");
+  throw Failure(sidecar.path().empty() ? "sensor" : sidecar.path(),
+                std::string("the sensor has no ") + name + " of 1 to 65535; give --sensor-" + name);
+}
+
+}  // namespace
+
+void addQuietOption(CLI::App& command, Context& context) {
+  command.add_flag("-q,--quiet", context.quiet, "Show neither progress nor summary");
+}
+
+void addForceOption(CLI::App& command, Context& context) {
+  command.add_flag("-f,--force", context.force, "Replace outputs that exist");
+}
+
+void addThreadsOption(CLI::App& command, Context& context) {
+  command
+      .add_option("--threads", context.threads,
+                  "Use at most N threads; results do not depend on it")
+      ->check(CLI::Range(1, 4096))
+      ->type_name("N");
+}
+
+void addUnitOption(CLI::App& command, Context& context) {
+  command.add_option("--unit", context.unit, "Length unit of the model, written into every output")
+      ->capture_default_str()
+      ->type_name("UNIT");
+}
+
+void applyThreads(const Context& context) {
+  if (context.threads > 0) omp_set_num_threads(context.threads);
+}
+
+std::optional<double> parseNumber(const std::string& text) {
+  const std::string_view all = text;
+  const std::size_t slash = all.find('/');
+  std::optional<double> value = parseDecimal(all.substr(0, slash));
+  if (value && slash != std::string_view::npos) {
+    const std::optional<double> divisor = parseDecimal(all.substr(slash + 1));
+    value = divisor ? std::optional<double>(*value / *divisor) : std::nullopt;
+  }
+  return value && std::isfinite(*value) ? value : std::nullopt;
+}
+
+CLI::Option* addNumberOption(CLI::App& command, const std::string& names,
+                             std::optional<double>& value, const std::string& description) {
+  const auto read = [&value, names](const std::string& text) {
+    value = parseNumber(text);
+    if (!value) throw CLI::ValidationError(names, "'" + text + "' is not a number");
+  };
+  return command.add_option_function<std::string>(names, read, description)->type_name("NUMBER");
+}
+
+void addSensorOptions(CLI::App& command, SensorOptions& options) {
+  const auto number = [&](const char* name, std::optional<double>& value, const char* text) {
+    addNumberOption(command, name, value, text)->group("Sensor");
+  };
+  number("--scale-x", options.scaleX, "Sensor columns per image column [1]");
+  number("--origin-x", options.originX, "Sensor column of image column 0 [0]");
+  number("--scale-z", options.scaleZ, "Sensor rows per step of the range values [1/16]");
+  number("--origin-z", options.originZ, "Sensor row of range value 0 [0]");
+  number("--sensor-width", options.width, "Columns of the sensor region [the whole sensor]");
+  number("--sensor-height", options.height, "Rows of the sensor region [the whole sensor]");
+  command
+      .add_option("--sensor", options.sidecar,
+                  "JSON file whose object \"sensor\" has scaleX, originX, scaleZ, originZ, width, "
+                  "height; by default IMAGE.json where that exists")
+      ->type_name("FILE")
+      ->group("Sensor");
+}
+
+SensorTraits resolveSensor(const SensorOptions& options, const std::string& image,
+                           const datafusion::planex::CalibrationModel& model) {
+  const Sidecar sidecar(options, image);
+  SensorTraits traits{};
+  traits.scaleX = sidecar.number(options.scaleX, "scaleX", 1);
+  traits.originX = sidecar.number(options.originX, "originX", 0);
+  traits.scaleZ = sidecar.number(options.scaleZ, "scaleZ", 1.0 / 16);
+  traits.originZ = sidecar.number(options.originZ, "originZ", 0);
+  if (traits.scaleX == 0) throw CLI::ValidationError("--scale-x", "must not be 0");
+  if (traits.scaleZ == 0) throw CLI::ValidationError("--scale-z", "must not be 0");
+  traits.width = regionSize(sidecar, options.width, "width", model.SensorSize.x);
+  traits.height = regionSize(sidecar, options.height, "height", model.SensorSize.y);
+  return traits;
+}
+
+}  // namespace planex_tools
