@@ -37,11 +37,6 @@ struct Sets {
   std::size_t turn = 0;
 };
 
-void report(benchmark::State& state, std::size_t pixels) {
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) *
-                          static_cast<std::int64_t>(pixels));
-}
-
 void copyBytes(benchmark::State& state, int sets) {
   Sets images(sets, bench::kHeight);
   while (state.KeepRunning()) {
@@ -56,7 +51,7 @@ void copyBytes(benchmark::State& state, int sets) {
     }
     benchmark::ClobberMemory();
   }
-  report(state, images.pixels);
+  bench::reportItems(state, images.pixels);
 }
 
 void scalar(benchmark::State& state, bool sheet) {
@@ -67,7 +62,7 @@ void scalar(benchmark::State& state, bool sheet) {
                                 images.x[0].GetRowPtr(0), images.z[0].GetRowPtr(0));
     benchmark::ClobberMemory();
   }
-  report(state, images.pixels);
+  bench::reportItems(state, images.pixels);
 }
 
 void calibrate(benchmark::State& state, InstructionSet set, bool sheet, int sets, int height,
@@ -86,7 +81,7 @@ void calibrate(benchmark::State& state, InstructionSet set, bool sheet, int sets
     }
     benchmark::ClobberMemory();
   }
-  report(state, images.pixels);
+  bench::reportItems(state, images.pixels);
   cmnalg::limitInstructionSet(InstructionSet::Avx512);
 }
 

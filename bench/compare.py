@@ -1,21 +1,22 @@
 #!/usr/bin/python3
 """Measures planex beside what one would write instead, interleaved in one run.
 
-    bench/compare.py [--build DIR] [--json FILE] [--rounds N]
+    bench/compare.py [--build DIR] [--json FILE] [--rounds N] [--scale]
 
-Two sources, one table: the benchmark programs (scalar loops and copies in the same binary, in
-random interleaving) and this process, which calls the library through its C interface and NumPy,
-SciPy, OpenCV and GMT in turn. Results of the peers are compared with ours before anything is
-timed. All on one thread; medians; a peer that is not installed is named in the table.
+Each round runs the benchmark programs (scalar loops, copies and Eigen) and then, in this process,
+the library's C interface and NumPy, SciPy, OpenCV and GMT in turn. What the peers compute is
+compared with ours before anything is timed. Times are medians of processor time on one thread,
+pinned to one processor; rows that say "threads" are elapsed time. A peer that is not there is
+named in the table. --scale adds images up to 250 M pixels, for which it takes 3.5 GB.
 """
 
 import argparse
 import collections
-import ctypes
 import json
 import os
 import pathlib
 import platform
+import re
 import shutil
 import statistics
 import subprocess
@@ -27,357 +28,315 @@ os.environ["OMP_NUM_THREADS"] = os.environ["OPENBLAS_NUM_THREADS"] = "1"
 
 import numpy as np  # noqa: E402: the thread counts above are read on import
 
-try:
-    import cv2
-    cv2.setNumThreads(1)
-except ImportError:
-    cv2 = None
-try:
-    import scipy.stats
-except ImportError:
-    scipy = None
+import peers
+from interface import CAMERA, HEIGHT, WIDTH, Planex, WorldRangeTraits
+from peers import cv2
 
-WIDTH, HEIGHT = 2560, 1000
-Row = collections.namedtuple("Row", "work ours peer unit ours_time peer_time ratio")
+FASTER, COST = "{:.1f} x faster", "{:.2f} x its time"
 
-# ----- the benchmark programs -----
-
-# work, our benchmark, what it is compared with; time of the peer / our time is the ratio
-PAIRS = [
-    ("calibrate", "calibrate/flat_avx512", "scalar/flat"),
-    ("calibrate, sheet curve", "calibrate/sheet_avx512", "scalar/sheet"),
-    ("calibrate, AVX2", "calibrate/flat_avx2", "scalar/flat"),
-    ("calibrate, sheet curve, AVX2", "calibrate/sheet_avx2", "scalar/sheet"),
-    ("calibrate, baseline", "calibrate/flat_baseline", "scalar/flat"),
-    ("calibrate, uncached", "calibrate/flat_uncached", "copyBytes/uncached"),
-    ("calibrate, sheet curve, uncached", "calibrate/sheet_uncached", "copyBytes/uncached"),
-    ("calibrate, Eigen rows", "calibrate/flat_avx512", "eigenRows/flat"),
-    ("calibrate, two threads", "calibrate/flat_two_threads/real_time", "calibrate/flat_avx512"),
-    ("align FLOAT32, uncached", "align/uncached", "copyBytes/align_uncached"),
+# What is measured: the work, our time, the other's name and time, how the ratio reads.
+Pair = collections.namedtuple("Pair", "work ours peer kind")
+MODES = ["LOWEST", "HIGHEST", "MEAN", "LOWEST_intensity", "HIGHEST_intensity", "DARKEST_intensity",
+         "BRIGHTEST_intensity", "MEAN_intensity"]
+PAIRS = [Pair(*p) for p in [
+    ("calibrate", "calibrate/flat_avx512", "scalar/flat", FASTER),
+    ("calibrate, AVX2", "calibrate/flat_avx2", "scalar/flat", FASTER),
+    ("calibrate, baseline", "calibrate/flat_baseline", "scalar/flat", FASTER),
+    ("calibrate, sheet curve", "calibrate/sheet_avx512", "scalar/sheet", FASTER),
+    ("calibrate, sheet curve, AVX2", "calibrate/sheet_avx2", "scalar/sheet", FASTER),
+    ("calibrate, sheet curve, baseline", "calibrate/sheet_baseline", "scalar/sheet", FASTER),
+    ("calibrate", "calibrate/flat_avx512", "eigenRows/flat", FASTER),
+    ("calibrate, sheet curve", "calibrate/sheet_avx512", "eigenRows/sheet", FASTER),
+    ("calibrate, uncached", "calibrate/flat_uncached", "copyBytes/uncached", COST),
+    ("calibrate, sheet curve, uncached", "calibrate/sheet_uncached", "copyBytes/uncached", COST),
+    ("calibrate, two threads", "calibrate/flat_two_threads/real_time", "calibrate/flat_avx512",
+     FASTER),
+    ("align", "align/physical_avx512", "scalar/physical", FASTER),
+    ("align scaled values", "align/scaled_avx512", "scalar/scaled", FASTER),
+    ("align, uncached", "align/physical_uncached", "copyBytes/align_uncached", COST),
+    ("align scaled values, uncached", "align/scaled_uncached", "copyBytes/align_uncached", COST),
 ] + [
-    (f"mapPoints {name}", f"mapPoints/{key}_avx512", f"scalar/{key}")
+    (f"mapPoints {name}", f"mapPoints/{key}_avx512", f"scalar/{key}", FASTER)
     for name, key in [("forward", "forward"), ("forward, sheet curve", "forward_sheet"),
                       ("inverse", "inverse"), ("inverse, sheet curve", "inverse_sheet")]
 ] + [
-    (f"rectify {mode}, half-width {w}", f"rectify/{mode}/{w}", f"scalar/{mode}/{w}")
-    for mode in ["LOWEST", "HIGHEST", "MEAN", "LOWEST_intensity", "HIGHEST_intensity",
-                 "DARKEST_intensity", "BRIGHTEST_intensity", "MEAN_intensity"] for w in (1, 15)
+    (f"rectify {mode}, half-width 1", f"rectify/{mode}/1", f"scalar/{mode}/1", FASTER)
+    for mode in MODES
 ] + [
-    ("read a model document", "readModel/region_200", "parseOnly/region_200"),
-]
+    (f"rectify {mode}, half-width 15", f"rectify/{mode}/15", f"rectify/{mode}/1", COST)
+    for mode in MODES
+] + [
+    ("applyCalibration, one profile a call", "calibrateCalls/profiles", "calibrateCalls/image",
+     COST),
+    ("rectify, one profile a call", "rectifyCalls/profiles", "rectifyCalls/image", COST),
+    ("applyCalibration, all threads", "calibrateCalls/image_all_threads/real_time",
+     "calibrateCalls/image", FASTER),
+    ("rectify, all threads", "rectifyCalls/image_all_threads/real_time", "rectifyCalls/image",
+     FASTER),
+    ("look a model up", "lookUpModel", None, None),
+    ("copy a model", "copyModel/region_200", None, None),
+    ("read a model of 1 MB", "readModel/region_200", "parseOnly/region_200", COST),
+    ("createModelFromJson, 1 MB", "createModel/region_200", "parseOnly/region_200", COST),
+    ("createJsonFromModel, 1 MB", "exportModel/region_200", None, None),
+]]
+SCALE = [Pair(*p) for p in [
+    (f"{call}, {name} M pixels", f"{call}/{height}", f"{call}/250", COST)
+    for call in ("applyCalibration", "rectify")
+    for name, height in (("10", 2500), ("100", 25000), ("250", 61035))
+]]
 
 
-def run_benchmarks(build, repetitions):
-    """Medians of the seconds per item, or per call, of every benchmark."""
-    medians = {}
-    for program in sorted((build / "bench").glob("planex_*_bench")):
+class Times:
+    """Seconds by the name of what was run."""
+
+    def __init__(self):
+        self.values = collections.defaultdict(list)
+
+    def add(self, name, seconds):
+        self.values[name].append(seconds)
+
+    def median(self, name):
+        return statistics.median(self.values[name]) if self.values.get(name) else None
+
+
+# ----- the benchmark programs -----
+
+class Program:
+    """Those benchmarks of one program that `pairs` name."""
+
+    def __init__(self, path, pairs):
+        names = subprocess.run([path, "--benchmark_list_tests"], check=True, capture_output=True,
+                               text=True).stdout.split()
+        wanted = {name for pair in pairs for name in (pair.ours, pair.peer)}
+        self.path = path
+        self.names = [name for name in names if name in wanted]
+
+    def run(self, times, threads, min_time):
+        """The benchmarks of one thread on one processor, those of several on all of them."""
+        names = [n for n in self.names if n.endswith("_threads/real_time") == threads]
+        if not names:
+            return
+        pattern = "^(" + "|".join(map(re.escape, names)) + ")$"
+        cpus = CPUS if threads else CPUS[-1:]
         output = subprocess.run(
-            [program, "--benchmark_format=json", "--benchmark_min_time=0.05",
-             f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true"],
-            check=True, capture_output=True, text=True).stdout
-        times = collections.defaultdict(list)
+            [self.path, "--benchmark_format=json", f"--benchmark_min_time={min_time}",
+             f"--benchmark_filter={pattern}"], check=True, capture_output=True, text=True,
+            preexec_fn=lambda: os.sched_setaffinity(0, cpus)).stdout
         for run in json.loads(output)["benchmarks"]:
-            if run["run_type"] != "iteration":
-                continue
+            if run.get("error_occurred"):
+                sys.exit(f"{run['name']}: {run['error_message']}")
             rate = run.get("items_per_second")
-            times[run["run_name"]].append(1e9 / rate if rate else run["real_time"])
-        for name, values in times.items():
-            medians[f"{program.name}:{name}"] = statistics.median(values)
-    return medians
+            seconds = 1 / rate if rate else run["cpu_time"] * UNITS[run["time_unit"]]
+            times.add(run["name"], seconds)
+            if "extra_MB" in run:
+                times.add(run["name"] + " extra_MB", run["extra_MB"])
 
 
-def benchmark_rows(build, repetitions):
-    medians = run_benchmarks(build, repetitions)
-    for work, ours, peer in PAIRS:
-        for program in {name.split(":")[0] for name in medians}:
-            a, b = medians.get(f"{program}:{ours}"), medians.get(f"{program}:{peer}")
-            if a and b:
-                yield Row(work, ours, peer, "ns", a, b, b / a)
+UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+CPUS = sorted(os.sched_getaffinity(0))
+
+
+def pair_row(times, pair):
+    ours, theirs = times.median(pair.ours), pair.peer and times.median(pair.peer)
+    if ours is None:
+        return Row(pair.work, None, f"{pair.ours} (not built)", None, None)
+    if pair.peer and theirs is None:
+        return Row(pair.work, ours, f"{pair.peer} (not built)", None, None)
+    return Row(pair.work, ours, pair.peer, theirs, pair.kind)
+
+
+class Row(collections.namedtuple("Row", "work ours peer theirs kind")):
+    """A line of the table; times in seconds, absent ones None."""
+
+    def ratio(self):
+        if not self.ours or not self.theirs:
+            return None
+        return self.theirs / self.ours if self.kind == FASTER else self.ours / self.theirs
+
+    def line(self):
+        ratio = self.ratio()
+        return " | ".join(["| " + self.work, show(self.ours), self.peer or "-", show(self.theirs),
+                           (self.kind.format(ratio) if ratio else "-") + " |"])
+
+
+def show(seconds):
+    if seconds is None:
+        return "-"
+    for unit, size in (("ms", 1e-3), ("us", 1e-6)):
+        if seconds >= size:
+            return f"{seconds / size:.2f} {unit}"
+    return f"{seconds * 1e9:.3g} ns"
 
 
 # ----- this process -----
 
-class Planex:
-    """The C interface, as far as it is needed here."""
+class Contest:
+    """One work, done by us and by peers; the times are those of one of `items`."""
 
-    class SensorTraits(ctypes.Structure):
-        _fields_ = [(n, ctypes.c_double) for n in ("scaleX", "originX", "scaleZ", "originZ")] + [
-            ("width", ctypes.c_uint16), ("height", ctypes.c_uint16)]
+    def __init__(self, work, ours, others, items):
+        self.work, self.items = work, items
+        self.calls = {"planex": ours, **others}
 
-    class ImageSize(ctypes.Structure):
-        _fields_ = [("width", ctypes.c_uint16), ("height", ctypes.c_uint16)]
-
-    class WorldRangeTraits(ctypes.Structure):
-        _fields_ = [("xMin", ctypes.c_double), ("xMax", ctypes.c_double), ("xCount", ctypes.c_uint32),
-                    ("yMin", ctypes.c_double), ("yMax", ctypes.c_double), ("yCount", ctypes.c_uint32),
-                    ("zMin", ctypes.c_double), ("zMax", ctypes.c_double),
-                    ("zLevels", ctypes.c_uint32)]
-
-    class SplatSettings(ctypes.Structure):
-        _fields_ = [(n, ctypes.c_double) for n in ("splatA", "splatB", "splatC")]
-
-    def __init__(self, path):
-        self.lib = ctypes.CDLL(str(path))
-        for name in ("createModelFromJson", "createCalibrationFilter", "applyCalibration",
-                     "createRectificationFilter", "rectify"):
-            getattr(self.lib, name).restype = ctypes.c_bool
-
-    def handle(self, function, *arguments):
-        value = ctypes.c_uint32()
-        if not function(*arguments, ctypes.byref(value)):
-            sys.exit("the library refused an argument")
-        return value
-
-    def calibration(self, document):
-        model = self.handle(self.lib.createModelFromJson, document.encode())
-        traits = self.SensorTraits(1, 0, 1 / 16, 0, WIDTH, HEIGHT)
-        return self.handle(self.lib.createCalibrationFilter, model, traits,
-                           self.ImageSize(WIDTH, HEIGHT), 0x011000B8)
-
-    def rectification(self, mode, grid):
-        return self.handle(self.lib.createRectificationFilter, mode, grid,
-                           self.ImageSize(WIDTH, HEIGHT), ctypes.c_uint64(0), None,
-                           self.SplatSettings(0, 0, 1), ctypes.c_float(np.nan))
-
-
-CAMERA = {
-    "f": 4100.0, "cx": 1271.0, "cy": 492.0,
-    "c": [-0.11, 0.04, 0.013, 0.002, -0.0017, 0.02, -0.04],
-    "h": [[110, -3, 12], [2, 140, 300], [-0.02, 0.31, 1.01]],
-}
-
-
-def document():
-    data = {
-        "FileVersion": 1, "CurrentState": "CALIBRATED", "SkewMode": "XZ_IN_LIGHT_PLANE",
-        "CalibrationError": 0.01, "CalibrationErrorMax": 0.02, "AlignmentError": 0,
-        "AlignmentErrorMax": 0, "FocalLength": CAMERA["f"],
-        "SensorSize": {"x": WIDTH, "y": HEIGHT}, "LensCenter": {"x": CAMERA["cx"], "y": CAMERA["cy"]},
-        "Skew": {"x": 0, "y": 1, "z": 0}, "Homography": CAMERA["h"],
-        "Pose": np.eye(4).tolist(), "LensCoefficients": CAMERA["c"],
-    }
-    return json.dumps({"class": "Image.Planex.Model", "data": data})
-
-
-def numpy_calibrate(samples, dtype):
-    """The formulas as whole-image expressions."""
-    f, cx, cy = (dtype(CAMERA[k]) for k in ("f", "cx", "cy"))
-    c = [dtype(v) for v in CAMERA["c"]]
-    h = np.array(CAMERA["h"], dtype)
-    x = ((np.arange(WIDTH, dtype=dtype) - cx) / f)[None, :]
-    y = (samples.astype(dtype) / dtype(16) - cy) / f
-    r2 = x * x + y * y
-    radial = 1 + r2 * (c[0] + r2 * (c[1] + r2 * c[2]))
-    xd = x * radial + 2 * c[3] * x * y + c[4] * (r2 + 2 * x * x) + c[5] * r2
-    yd = y * radial + c[3] * (r2 + 2 * y * y) + 2 * c[4] * x * y + c[6] * r2
-    w = h[2, 0] * xd + h[2, 1] * yd + h[2, 2]
-    xw = (h[0, 0] * xd + h[0, 1] * yd + h[0, 2]) / w
-    zw = (h[1, 0] * xd + h[1, 1] * yd + h[1, 2]) / w
-    missing = samples == 0
-    xw[missing] = zw[missing] = np.nan
-    return xw.astype(np.float32), zw.astype(np.float32)
-
-
-def opencv_calibrate(samples):
-    """The lens polynomial in float matrices, the projection by perspectiveTransform."""
-    f, cx, cy, c = CAMERA["f"], CAMERA["cx"], CAMERA["cy"], CAMERA["c"]
-    x = np.broadcast_to(((np.arange(WIDTH) - cx) / f).astype(np.float32), samples.shape).copy()
-    y = cv2.add(cv2.multiply(samples, 1, scale=1 / (16 * f), dtype=cv2.CV_32F), -cy / f)
-    xx, yy, xy = cv2.multiply(x, x), cv2.multiply(y, y), cv2.multiply(x, y)
-    r2 = cv2.add(xx, yy)
-    radial = cv2.add(cv2.multiply(r2, cv2.add(cv2.multiply(
-        r2, cv2.add(cv2.multiply(r2, c[2]), c[1])), c[0])), 1.0)
-    xd = cv2.addWeighted(cv2.multiply(x, radial), 1, xy, 2 * c[3], 0)
-    xd = cv2.addWeighted(xd, 1, r2, c[4] + c[5], 0)
-    xd = cv2.addWeighted(xd, 1, xx, 2 * c[4], 0)
-    yd = cv2.addWeighted(cv2.multiply(y, radial), 1, xy, 2 * c[4], 0)
-    yd = cv2.addWeighted(yd, 1, r2, c[3] + c[6], 0)
-    yd = cv2.addWeighted(yd, 1, yy, 2 * c[3], 0)
-    world = cv2.perspectiveTransform(cv2.merge([xd, yd]), np.array(CAMERA["h"], np.float64))
-    world[samples == 0] = np.nan
-    return world[..., 0], world[..., 1]
-
-
-def check_calibration(name, got, want):
-    for a, b in zip(got, want):
-        if not np.allclose(a, b, rtol=2e-3, atol=2e-3, equal_nan=True):
-            sys.exit(f"{name} disagrees by {np.nanmax(np.abs(a - b))}")
-
-
-def calibration_contest(planex, samples):
-    ours = np.empty((2, HEIGHT, WIDTH), np.float32)
-    handle = planex.calibration(document())
-    pointer = lambda a: a.ctypes.data_as(ctypes.c_void_p)
-
-    def run():
-        planex.lib.applyCalibration(handle, pointer(samples), pointer(ours[0]), pointer(ours[1]))
-
-    run()
-    peers = {"NumPy float64": lambda: numpy_calibrate(samples, np.float64),
-             "NumPy float32": lambda: numpy_calibrate(samples, np.float32),
-             "OpenCV": (lambda: opencv_calibrate(samples)) if cv2 else None}
-    for name, peer in peers.items():
-        if peer:
-            check_calibration(name, peer(), ours)
-    return "calibrate", run, peers, ours
-
-
-def cells_of(ours, grid):
-    """Column and quantised height of every point that LOWEST uses, in row-major cells."""
-    step = (grid.zMax - grid.zMin) / (grid.zLevels - 2)
-    column = (ours[0] - grid.xMin) / ((grid.xMax - grid.xMin) / (grid.xCount - 1))
-    height = (ours[1] - (grid.zMin - step)) / step
-    with np.errstate(invalid="ignore"):
-        column = np.floor(column + 0.5)
-        used = (column >= 0) & (column < grid.xCount) & (height >= 1) & (height < 65536)
-    rows = np.broadcast_to(np.arange(HEIGHT)[:, None], used.shape)[used]
-    return rows * grid.xCount + column[used].astype(np.int64), height[used].astype(np.int64)
-
-
-def numpy_minimum(ours, grid):
-    cells, heights = cells_of(ours, grid)
-    lowest = np.full(grid.xCount * HEIGHT, 65536, np.int64)
-    np.minimum.at(lowest, cells, heights)
-    return lowest
-
-
-def numpy_sort(ours, grid):
-    cells, heights = cells_of(ours, grid)
-    order = np.argsort((cells << 16) | heights)
-    cells, heights = cells[order], heights[order]
-    first = np.r_[True, cells[1:] != cells[:-1]]
-    lowest = np.full(grid.xCount * HEIGHT, 65536, np.int64)
-    lowest[cells[first]] = heights[first]
-    return lowest
-
-
-def numpy_bincount(ours, grid):
-    cells, heights = cells_of(ours, grid)
-    size = grid.xCount * HEIGHT
-    with np.errstate(invalid="ignore"):
-        return np.bincount(cells, heights, size) / np.bincount(cells, minlength=size)
-
-
-def scipy_mean(ours, grid):
-    cells, heights = cells_of(ours, grid)
-    size = grid.xCount * HEIGHT
-    return scipy.stats.binned_statistic(cells, heights, "mean", bins=size,
-                                        range=(-0.5, size - 0.5)).statistic
-
-
-def gmt_run(points, grid, folder):
-    """Seconds of one xyz2grd -Al over binary points, in cells."""
-    start = time.perf_counter()
-    subprocess.run(["gmt", "xyz2grd", points, "-bi3d", "-Al", "-r", f"-I1/1",
-                    f"-R0/{grid.xCount}/0/{HEIGHT}", f"-G{folder}/out.grd"],
-                   check=True, capture_output=True)
-    return time.perf_counter() - start
-
-
-def rectification_contests(planex, ours):
-    valid = ~np.isnan(ours[0])
-    span = lambda a: (float(np.min(a[valid])), float(np.max(a[valid])))
-    grid = planex.WorldRangeTraits(*span(ours[0]), WIDTH, 0, HEIGHT - 1, HEIGHT, *span(ours[1]), 65536)
-    out = np.empty((HEIGHT, WIDTH), np.float32)
-    pointer = lambda a: a.ctypes.data_as(ctypes.c_void_p)
-    for mode, name, peers in [
-            (2, "LOWEST", {"np.minimum.at": numpy_minimum, "NumPy sort": numpy_sort}),
-            (0, "MEAN", {"NumPy bincount": numpy_bincount,
-                         "SciPy binned_statistic": scipy_mean if scipy else None})]:
-        handle = planex.rectification(mode, grid)
-
-        def run(handle=handle):
-            planex.lib.rectify(handle, pointer(ours[0]), pointer(ours[1]), None, pointer(out), None)
-
-        run()
-        step = (grid.zMax - grid.zMin) / (grid.zLevels - 2)
-        levels = np.rint((out.astype(np.float64) - grid.zMin) / step + 1)
-        for peer_name, peer in peers.items():
-            if not peer:
+    def run(self, times):
+        for name, call in self.calls.items():
+            if call is None:
                 continue
-            theirs = peer(ours, grid).astype(np.float64).reshape(HEIGHT, WIDTH)
-            filled = np.isfinite(theirs) & (theirs < 65536)
-            # Rounding of columns and of float heights moves a few points by one cell or level.
-            agree = np.abs(np.floor(theirs[filled]) - levels[filled]) <= 2
-            if np.mean(agree) < 0.999 or np.mean(filled != ~np.isnan(out)) > 1e-3:
-                sys.exit(f"{peer_name} disagrees: {np.mean(agree)}, {np.mean(filled != ~np.isnan(out))}")
-        yield (f"rectify {name}, half-width 0", run,
-               {n: (lambda p=p: p(ours, grid)) if p else None for n, p in peers.items()})
+            call()  # warm
+            start = time.process_time()
+            seconds = call()
+            used = time.process_time() - start
+            own_clock = isinstance(seconds, float)
+            times.add((self.work, name), (seconds if own_clock else used) / self.items)
+
+    def rows(self, times):
+        for name, call in self.calls.items():
+            if name != "planex":
+                yield Row(self.work, times.median((self.work, "planex")),
+                          name if call else f"{name} (not installed)",
+                          times.median((self.work, name)), FASTER)
 
 
-def distortion_contest(rounds):
-    """OpenCV's iterative undistortPoints per point: the work of Calibrated to Pixel."""
-    if not cv2:
-        return None
-    points = np.random.default_rng(1).uniform((0, 0), (WIDTH, HEIGHT), (1 << 20, 2))
-    matrix = np.array([[CAMERA["f"], 0, CAMERA["cx"]], [0, CAMERA["f"], CAMERA["cy"]], [0, 0, 1]])
-    lens = np.array([-0.11, 0.04, 0.002, -0.0017, 0.013])
-    times = []
-    for _ in range(rounds):
-        start = time.perf_counter()
-        cv2.undistortPoints(points[:, None, :], matrix, lens)
-        times.append(time.perf_counter() - start)
-    return statistics.median(times) * 1e9 / len(points)
+def check(name, close):
+    """Peers round differently; a point in a thousand may change its cell or level."""
+    share = float(np.mean(close))
+    if share < 0.999:
+        sys.exit(f"{name} disagrees on {1 - share:.2%}")
 
 
-def contest_rows(work, run, peers, rounds):
-    """Interleaves our call with those of the peers."""
-    times = collections.defaultdict(list)
-    for _ in range(rounds):
-        for name, call in {"planex": run, **peers}.items():
-            if call:
-                start = time.perf_counter()
-                call()
-                times[name].append(time.perf_counter() - start)
-    per_pixel = {n: statistics.median(t) * 1e9 / (WIDTH * HEIGHT) for n, t in times.items()}
-    for name in peers:
-        theirs = per_pixel.get(name)
-        yield Row(work, "planex", name if theirs else f"{name} (not installed)", "ns",
-                  per_pixel["planex"], theirs, theirs / per_pixel["planex"] if theirs else None)
+def range_image(random):
+    """Laser lines of a smooth surface, 12 % missing, in sixteenths of a row."""
+    line = 8000 + 3000 * np.sin(np.arange(WIDTH) / 300)
+    line = line + 40 * random.standard_normal((HEIGHT, WIDTH))
+    return np.where(random.random(line.shape) < 0.12, 0, line).astype(np.uint16)
 
 
-def peer_rows(build, rounds):
-    planex = Planex(next((build / "planex").glob("libplanex.so")))
-    random = np.random.default_rng(1)
-    # Laser lines of a smooth surface, 12 % missing, in sixteenths of a row.
-    line = 8000 + 3000 * np.sin(np.arange(WIDTH) / 300) + 40 * random.standard_normal((HEIGHT, WIDTH))
-    samples = np.where(random.random(line.shape) < 0.12, 0, line).astype(np.uint16)
-    work, run, peers, ours = calibration_contest(planex, samples)
-    yield from contest_rows(work, run, peers, rounds)
-    for work, run, peers in rectification_contests(planex, ours):
-        yield from contest_rows(work, run, peers, rounds)
-        last_run = run
-    if shutil.which("gmt"):
-        with tempfile.TemporaryDirectory() as folder:
-            yield gmt_row(ours, folder, last_run, rounds)
-    else:
-        yield Row("rectify LOWEST, half-width 0", "planex", "GMT xyz2grd (not installed)", "ns", None,
-                  None, None)
+def calibration_contest(planex, samples, x, z):
+    ours = planex.calibration(samples, x, z)
+    ours()
+    others = {
+        "NumPy float64": lambda: peers.numpy_calibrate(samples, np.float64),
+        "NumPy float32": lambda: peers.numpy_calibrate(samples, np.float32),
+        "OpenCV, strips of rows": None, "OpenCV perspectiveTransform": None,
+    }
+    if cv2:
+        strips = peers.OpencvCalibration()
+        others["OpenCV, strips of rows"] = lambda: strips(samples)
+        others["OpenCV perspectiveTransform"] = lambda: peers.opencv_perspective(samples)
+    for name, peer in others.items():
+        for got, want in zip(peer() if peer else (), (x, z)):
+            check(name, np.isclose(got, want, rtol=1e-4, atol=1e-3, equal_nan=True))
+    return Contest("applyCalibration", ours, others, samples.size)
 
 
-def gmt_row(ours, folder, run, rounds):
-    grid = Planex.WorldRangeTraits(0, WIDTH - 1, WIDTH, 0, 1, HEIGHT, 0, 1, 65536)
-    valid = ~np.isnan(ours[0])
-    column = np.broadcast_to(np.arange(WIDTH)[None, :] + 0.5, valid.shape)[valid]
-    row = np.broadcast_to(np.arange(HEIGHT)[:, None] + 0.5, valid.shape)[valid]
-    every, one = f"{folder}/points.bin", f"{folder}/one.bin"
-    np.stack([column, row, ours[1][valid].astype(np.float64)], 1).tofile(every)
-    np.array([[0.5, 0.5, 1.0]]).tofile(one)
-    theirs, own = [], []
-    for _ in range(max(3, rounds // 3)):
-        theirs.append(gmt_run(every, grid, folder) - gmt_run(one, grid, folder))
-        start = time.perf_counter()
-        run()
-        own.append(time.perf_counter() - start)
-    theirs, own = (statistics.median(t) * 1e9 / (WIDTH * HEIGHT) for t in (theirs, own))
-    return Row("rectify, half-width 0", "planex", "GMT xyz2grd, net of start-up", "ns", own, theirs,
-               theirs / own)
+def rectification_contests(planex, x, z, folder):
+    span = lambda a: (float(np.nanmin(a)), float(np.nanmax(a)))
+    grid = WorldRangeTraits(*span(x), WIDTH, 0, HEIGHT - 1, HEIGHT, *span(z), 65536)
+    scale, offset = peers.levels_of(grid)
+    out = np.empty((HEIGHT, WIDTH), np.float32)
+    bind = lambda peer: lambda: peer(x, z, grid)
+    gmt = peers.GmtLowest(x, z, grid, folder) if shutil.which("gmt") else None
+    lowest = {"np.minimum.at": bind(peers.numpy_minimum), "NumPy sort": bind(peers.numpy_sort),
+              "GMT xyz2grd, net of start-up": gmt and gmt.seconds}
+    mean = {"NumPy bincount": bind(peers.numpy_bincount),
+            "SciPy binned_statistic": bind(peers.scipy_mean) if peers.scipy else None}
+    for mode, name, others in ((Planex.LOWEST, "LOWEST", lowest), (Planex.MEAN, "MEAN", mean)):
+        ours = planex.rectification(mode, grid, x, z, out)
+        ours()
+        levels = np.where(np.isnan(out), 0, np.rint(out * scale + offset)).ravel()
+        for peer_name, peer in others.items():
+            if peer:
+                got = gmt.result() if gmt and peer == gmt.seconds else peer()
+                # Levels come back through float world coordinates, which are coarser.
+                check(peer_name, (np.abs(got - levels) <= 3) & ((got == 0) == (levels == 0)))
+        yield Contest(f"rectify {name}, half-width 0", ours, others, out.size)
+
+
+class MappingContest(Contest):
+    """mapPoints with a camera of its own, set before each run."""
+
+    def __init__(self, planex, work, sheet, ours, others):
+        pixels = np.random.default_rng(2).uniform((0, 0), (WIDTH, HEIGHT), (1 << 18, 2))
+        super().__init__(work, ours, others, len(pixels))
+        self.set_camera = lambda: planex.set_camera(MAP_LENS, MAP_PLANE, sheet, pixels)
+        self.set_camera()
+
+    def run(self, times):
+        self.set_camera()
+        super().run(times)
+
+
+# OpenCV's lens has neither Scheimpflug terms nor a perspective of the laser plane.
+MAP_LENS = [-0.11, 0.04, 0.013, 0.002, -0.0017, 0, 0]
+MAP_PLANE = np.array([[110.0, 0, 12], [0, 140, 300], [0, 0, 1]])
+MAP_SHEET = [1.5, 1e-4, 0.02, 1e-4, -2e-5, 3e-7]
+
+
+def mapping_contests(planex):
+    sensor = np.array([[CAMERA["f"], 0, CAMERA["cx"]], [0, CAMERA["f"], CAMERA["cy"]], [0, 0, 1]])
+    c = MAP_LENS
+    lens = np.array([c[0], c[1], c[3], c[4], c[2]])
+    forward, inverse = planex.points.mapForward, planex.points.mapInverse
+    name = "OpenCV projectPoints, with Jacobian"
+    contest = MappingContest(planex, "mapPoints forward", [], forward, {name: None})
+    pixels = np.random.default_rng(2).uniform((0, 0), (WIDTH, HEIGHT), (contest.items, 2))
+    forward()
+    calibrated = planex.mapped(contest.items)
+    inverse()
+    check("mapPoints there and back", np.abs(planex.mapped(contest.items) - pixels) < 0.05)
+    if cv2:
+        rays = np.c_[(pixels - sensor[:2, 2]) / CAMERA["f"], np.ones(contest.items)]
+        zero = np.zeros(3)
+        project = lambda: cv2.projectPoints(rays, zero, zero, MAP_PLANE, lens)[0]
+        check(name, np.abs(project().reshape(-1, 2) - calibrated) < 1e-6)
+        contest.calls[name] = project
+    yield contest
+    undistort = cv2 and (
+        lambda: cv2.undistortPoints(calibrated[:, None, :], MAP_PLANE, lens, None, sensor))
+    if undistort:
+        check("cv2.undistortPoints", np.abs(undistort().reshape(-1, 2) - pixels) < 0.05)
+    for work, sheet in (("mapPoints inverse", []), ("mapPoints inverse, sheet curve", MAP_SHEET)):
+        yield MappingContest(planex, work, sheet, inverse, {"OpenCV undistortPoints": undistort})
+
+
+# ----- the run -----
+
+def measure(options, folder):
+    programs = [Program(p, PAIRS) for p in sorted((options.build / "bench").glob("planex_*_bench"))]
+    planex = Planex(options.build)
+    samples = range_image(np.random.default_rng(1))
+    x, z = np.empty((2, HEIGHT, WIDTH), np.float32)
+    contests = [calibration_contest(planex, samples, x, z),
+                *rectification_contests(planex, x, z, folder), *mapping_contests(planex)]
+    times = Times()
+    for _ in range(options.rounds):
+        for program in programs:
+            program.run(times, False, options.min_time)
+            if len(CPUS) > 1:
+                program.run(times, True, options.min_time)
+        for contest in contests:
+            contest.run(times)
+    rows = [pair_row(times, pair) for pair in PAIRS]
+    rows += [row for contest in contests for row in contest.rows(times)]
+    return rows + list(scale_rows(options.build) if options.scale else [])
+
+
+def scale_rows(build):
+    times = Times()
+    program = Program(build / "bench" / "planex_scale", SCALE)
+    for _ in range(3):
+        program.run(times, False, 0.3)
+    for pair in SCALE:
+        extra = times.median(pair.ours + " extra_MB")
+        yield pair_row(times, pair._replace(work=f"{pair.work} (+{extra:.1f} MB)"))
 
 
 def machine():
     with open("/proc/cpuinfo", encoding="ascii", errors="replace") as info:
-        names = [line.split(":")[1].strip() for line in info if line.startswith("model name")]
-    return f"{names[0] if names else platform.machine()}, {time.strftime('%Y-%m-%d')}"
+        facts = dict(re.findall(r"^(model name|cpu family|model)\s*: (.*)$", info.read(), re.M))
+    name = facts.get("model name", platform.machine())
+    if facts:
+        name += f" (family {facts.get('cpu family')}, model {facts.get('model')})"
+    return f"{name}, {len(CPUS)} processors, {time.strftime('%Y-%m-%d')}"
 
 
 def main():
@@ -385,23 +344,22 @@ def main():
     root = pathlib.Path(__file__).resolve().parent.parent
     parser.add_argument("--build", type=pathlib.Path, default=root / "build" / "release")
     parser.add_argument("--json", type=pathlib.Path)
-    parser.add_argument("--rounds", type=int, default=9)
+    parser.add_argument("--rounds", type=int, default=7)
+    parser.add_argument("--min-time", type=float, default=0.04, help="seconds a benchmark")
+    parser.add_argument("--scale", action="store_true", help="images up to 250 M pixels as well")
     options = parser.parse_args()
-    rows = list(benchmark_rows(options.build, options.rounds))
-    inverse = next((r for r in rows if r.work == "mapPoints inverse"), None)
-    opencv = distortion_contest(options.rounds)
-    if inverse and opencv:
-        rows.append(Row("mapPoints inverse", inverse.ours, "cv2.undistortPoints", "ns",
-                        inverse.ours_time, opencv, opencv / inverse.ours_time))
-    rows += peer_rows(options.build, options.rounds)
-    print(f"{machine()}; one thread unless said, ns a pixel, point or call, medians\n")
-    print("| work | planex | compared with | its time | ratio |\n|---|---|---|---|---|")
-    show = lambda v, d: "-" if v is None else f"{v:.{d}f}"
-    for r in rows:
-        print(f"| {r.work} | {show(r.ours_time, 2)} | {r.peer} | {show(r.peer_time, 2)} |"
-              f" {show(r.ratio, 1)} |")
+    os.sched_setaffinity(0, CPUS[-1:])
+    with tempfile.TemporaryDirectory() as folder:
+        rows = list(measure(options, folder))
+    print(f"{machine()}; times a pixel, point or call, medians of {options.rounds}\n")
+    print("| work | planex | beside | its time | planex is |\n|---|---|---|---|---|")
+    for row in rows:
+        print(row.line())
     if options.json:
-        result = {"machine": machine(), "rows": [r._asdict() for r in rows]}
+        result = {"machine": machine(), "rows": [
+            {"work": r.work, "planex_s": r.ours, "beside": r.peer, "its_s": r.theirs,
+             "ratio": r.ratio(), "ratio_is": "times faster" if r.kind == FASTER else "cost"}
+            for r in rows]}
         options.json.write_text(json.dumps(result, indent=2) + "\n", encoding="utf-8")
 
 

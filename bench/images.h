@@ -1,5 +1,7 @@
 #pragma once
 
+#include <benchmark/benchmark.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -31,6 +33,12 @@ inline reference::Calibration camera(bool sheet) {
           {110, -3, 12, 2, 140, 300, -0.02, 0.31, 1.01},
           {1.5, 1e-4, 0.02, 1e-4, -2e-5, 3e-7},
           sheet};
+}
+
+/// Makes the time of one pixel or point the inverse of `items_per_second`.
+inline void reportItems(benchmark::State& state, std::size_t itemsPerIteration) {
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(itemsPerIteration));
 }
 
 }  // namespace bench

@@ -93,11 +93,6 @@ void scalarInverse(const CalibrationModel& m, const Points& in, Points& out) {
   }
 }
 
-void report(benchmark::State& state) {
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) *
-                          static_cast<std::int64_t>(kPoints));
-}
-
 void scalar(benchmark::State& state, bool sheet, bool inverse) {
   const CalibrationModel model = camera(sheet);
   const Points in = pixels();
@@ -112,7 +107,7 @@ void scalar(benchmark::State& state, bool sheet, bool inverse) {
     }
     benchmark::ClobberMemory();
   }
-  report(state);
+  bench::reportItems(state, kPoints);
 }
 
 void mapPoints(benchmark::State& state, cmnalg::InstructionSet set, bool sheet, bool inverse) {
@@ -132,7 +127,7 @@ void mapPoints(benchmark::State& state, cmnalg::InstructionSet set, bool sheet, 
     }
     benchmark::ClobberMemory();
   }
-  report(state);
+  bench::reportItems(state, kPoints);
   cmnalg::limitInstructionSet(cmnalg::InstructionSet::Avx512);
 }
 

@@ -52,11 +52,6 @@ Scene& scene() {
 /// The spacing whose half-width is `halfWidth` columns.
 double spacingOf(std::int64_t halfWidth) { return static_cast<double>(halfWidth) / 0.55; }
 
-void report(benchmark::State& state) {
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * bench::kWidth *
-                          bench::kHeight);
-}
-
 void scalar(benchmark::State& state, RectificationMode mode, bool withIntensity) {
   Scene& s = scene();
   const reference::Rectification k{
@@ -72,7 +67,7 @@ void scalar(benchmark::State& state, RectificationMode mode, bool withIntensity)
     }
     benchmark::ClobberMemory();
   }
-  report(state);
+  bench::reportItems(state, bench::kWidth * bench::kHeight);
 }
 
 void rectify(benchmark::State& state, RectificationMode mode, bool withIntensity) {
@@ -87,7 +82,7 @@ void rectify(benchmark::State& state, RectificationMode mode, bool withIntensity
     }
     benchmark::ClobberMemory();
   }
-  report(state);
+  bench::reportItems(state, bench::kWidth * bench::kHeight);
 }
 
 #define MODE(mode, suffix, withIntensity)                                          \

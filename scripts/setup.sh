@@ -10,6 +10,7 @@ declare -A packages=(
   [lint]="git clang-format-14 clang-tidy-14 libomp-14-dev"
   [check]="git valgrind clang-14 libomp-14-dev"
   [docs]="doxygen graphviz"
+  [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
 
 [ $# -gt 0 ] || set -- build test

@@ -1,0 +1,59 @@
+#include <cstddef>
+#include <cstring>
+
+#include "planex/infra/export.h"
+#include "planex/model/point_mapping.h"
+
+/// mapPoints for compare.py, which calls it beside OpenCV's functions for points.
+namespace {
+
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::CoordinateSystem;
+using datafusion::planex::mapPoints;
+
+CalibrationModel model;
+etl::Vector<cmnalg::Vec<2, double>> pixels;
+etl::Vector<cmnalg::Vec<2, double>> calibrated;
+etl::Vector<cmnalg::Vec<2, double>> result;
+
+}  // namespace
+
+extern "C" {
+
+/// The camera: f, cx, cy, seven lens coefficients, nine of the homography, six of the sheet curve
+/// or none.
+PLANEX_EXPORT void setCamera(const double* camera, bool sheet) {
+  model.CurrentState = datafusion::planex::ModelState::CALIBRATED;
+  model.FocalLength = camera[0];
+  model.LensCenter = {camera[1], camera[2]};
+  std::memcpy(model.LensCoefficients.data(), camera + 3, 7 * sizeof(double));
+  model.Homography = cmnalg::Matrix<double>::FromRows(3, 3, camera + 10);
+  model.SheetCurve.assign(camera + 19, camera + (sheet ? 25 : 19));
+}
+
+/// Sensor positions, u and v in turn; their calibrated points are the input of the way back.
+PLANEX_EXPORT bool setPixels(const double* points, std::size_t count) {
+  pixels.resize(count);
+  for (std::size_t i = 0; i < count; ++i) pixels[i] = {points[2 * i], points[2 * i + 1]};
+  calibrated = result = pixels;
+  return mapPoints(model, pixels, calibrated, CoordinateSystem::Pixel,
+                   CoordinateSystem::Calibrated);
+}
+
+PLANEX_EXPORT bool mapForward() {
+  return mapPoints(model, pixels, result, CoordinateSystem::Pixel, CoordinateSystem::Calibrated);
+}
+
+PLANEX_EXPORT bool mapInverse() {
+  return mapPoints(model, calibrated, result, CoordinateSystem::Calibrated,
+                   CoordinateSystem::Pixel);
+}
+
+PLANEX_EXPORT void getResult(double* points) {
+  for (std::size_t i = 0; i < result.size(); ++i) {
+    points[2 * i] = result[i].x;
+    points[2 * i + 1] = result[i].y;
+  }
+}
+
+}  // extern "C"
