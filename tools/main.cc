@@ -38,6 +38,7 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
   planex_tools::addInfoCommand(app, context);
+  planex_tools::addBoundsCommand(app, context);
 
   try {
     app.parse(argc, argv);

@@ -10,6 +10,7 @@ namespace planex_tools {
 /// Adds a command with its options. When the command line names it, it runs while the line is
 /// parsed, after all options are set; it throws Failure, or CLI::ParseError for what the line asks
 /// wrongly. `context` outlives the parsing.
+void addBoundsCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 /// @}
 
