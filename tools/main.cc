@@ -39,6 +39,7 @@ int run(int argc, char** argv) {
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
   planex_tools::addInfoCommand(app, context);
   planex_tools::addBoundsCommand(app, context);
+  planex_tools::addCalibrateCommand(app, context);
 
   try {
     app.parse(argc, argv);

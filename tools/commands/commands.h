@@ -11,6 +11,7 @@ namespace planex_tools {
 /// parsed, after all options are set; it throws Failure, or CLI::ParseError for what the line asks
 /// wrongly. `context` outlives the parsing.
 void addBoundsCommand(CLI::App& app, Context& context);
+void addCalibrateCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 /// @}
 
