@@ -55,9 +55,14 @@ class Sidecar {
   const cJSON* sensor_ = nullptr;
 };
 
+/// What is left of a sensor of that size from the origin on, in the direction of the scale.
+double remaining(double scale, double origin, int sensorSize) {
+  return std::floor(scale < 0 ? origin : sensorSize - origin);
+}
+
 std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& option,
-                         const char* name, int sensorSize) {
-  const double size = sidecar.number(option, name, sensorSize);
+                         const char* name, double otherwise) {
+  const double size = sidecar.number(option, name, otherwise);
   if (size >= 1 && size <= 65535 && std::floor(size) == size) {
     return static_cast<std::uint16_t>(size);
   }
@@ -122,8 +127,8 @@ void addSensorOptions(CLI::App& command, SensorOptions& options) {
   number("--origin-x", options.originX, "Sensor column of image column 0 [0]");
   number("--scale-z", options.scaleZ, "Sensor rows per step of the range values [1/16]");
   number("--origin-z", options.originZ, "Sensor row of range value 0 [0]");
-  number("--sensor-width", options.width, "Columns of the sensor region [the whole sensor]");
-  number("--sensor-height", options.height, "Rows of the sensor region [the whole sensor]");
+  number("--sensor-width", options.width, "Columns of the sensor region [up to the edge of the sensor]");
+  number("--sensor-height", options.height, "Rows of the sensor region [up to the edge of the sensor]");
   command
       .add_option("--sensor", options.sidecar,
                   "JSON file whose object \"sensor\" has scaleX, originX, scaleZ, originZ, width, "
@@ -142,8 +147,10 @@ SensorTraits resolveSensor(const SensorOptions& options, const std::string& imag
   traits.originZ = sidecar.number(options.originZ, "originZ", 0);
   if (traits.scaleX == 0) throw CLI::ValidationError("--scale-x", "must not be 0");
   if (traits.scaleZ == 0) throw CLI::ValidationError("--scale-z", "must not be 0");
-  traits.width = regionSize(sidecar, options.width, "width", model.SensorSize.x);
-  traits.height = regionSize(sidecar, options.height, "height", model.SensorSize.y);
+  const double columns = remaining(traits.scaleX, traits.originX, model.SensorSize.x);
+  const double rows = remaining(traits.scaleZ, traits.originZ, model.SensorSize.y);
+  traits.width = regionSize(sidecar, options.width, "width", columns);
+  traits.height = regionSize(sidecar, options.height, "height", rows);
   return traits;
 }
 
