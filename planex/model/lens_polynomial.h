@@ -54,11 +54,12 @@ inline __attribute__((always_inline)) bool distortRound(const C* c, C xTarget, C
   const C radial = 1 + r2 * (c[0] + r2 * (c[1] + r2 * c[2]));
   const C xNext = (xTarget - (2 * c[3] * x * y + c[4] * (r2 + 2 * (x * x)) + c[5] * r2)) / radial;
   const C yNext = (yTarget - (c[3] * (r2 + 2 * (y * y)) + 2 * c[4] * x * y + c[6] * r2)) / radial;
-  const bool settled = std::abs(xNext - x) < static_cast<C>(kDistortTolerance) &&
-                       std::abs(yNext - y) < static_cast<C>(kDistortTolerance);
+  // Bitwise: a loop over many points must not branch here.
+  const int xSettled = std::abs(xNext - x) < static_cast<C>(kDistortTolerance) ? 1 : 0;
+  const int ySettled = std::abs(yNext - y) < static_cast<C>(kDistortTolerance) ? 1 : 0;
   x = xNext;
   y = yNext;
-  return settled;
+  return (xSettled & ySettled) != 0;
 }
 
 /// The inverse of undistort, in place, by fixed-point iteration from the point itself: at most 100

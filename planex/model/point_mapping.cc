@@ -1,5 +1,7 @@
 #include "planex/model/point_mapping.h"
 
+#include <algorithm>
+
 #include "planex/foundation/matrix_inverse.h"
 #include "planex/infra/logger.h"
 #include "planex/model/model_checks.h"
@@ -40,9 +42,7 @@ class PlanBuilder {
   bool PixelToCalibrated() {
     if (!homographyUsable(model_)) return refuse("Invalid perspective matrix.");
     if (!sheetCurveUsable(model_)) return refuse("Invalid sheet curve.");
-    AddNormalisation(MappingStep::Normalise);
-    plan_.Add(MappingStep::Undistort, model_.LensCoefficients.data(), 7);
-    plan_.Add(MappingStep::Project, model_.Homography.Data(), 9);
+    AddCamera(MappingStep::PixelToPlane, model_.Homography);
     AddSheetCurve(MappingStep::ApplySheetCurve);
     return true;
   }
@@ -54,9 +54,7 @@ class PlanBuilder {
     }
     if (!sheetCurveUsable(model_)) return refuse("Invalid sheet curve.");
     AddSheetCurve(MappingStep::RemoveSheetCurve);
-    plan_.Add(MappingStep::Project, inverse.Data(), 9);
-    plan_.Add(MappingStep::Distort, model_.LensCoefficients.data(), 7);
-    AddNormalisation(MappingStep::Denormalise);
+    AddCamera(MappingStep::PlaneToPixel, inverse);
     return true;
   }
 
@@ -84,9 +82,12 @@ class PlanBuilder {
   }
 
  private:
-  void AddNormalisation(MappingStep step) {
-    const double coefficients[3] = {model_.FocalLength, model_.LensCenter.x, model_.LensCenter.y};
-    plan_.Add(step, coefficients, 3);
+  void AddCamera(MappingStep step, const Matrix& homography) {
+    double coefficients[kernel::kCameraCoefficientCount] = {model_.FocalLength, model_.LensCenter.x,
+                                                            model_.LensCenter.y};
+    std::copy_n(model_.LensCoefficients.data(), 7, coefficients + 3);
+    std::copy_n(homography.Data(), 9, coefficients + 10);
+    plan_.Add(step, coefficients, kernel::kCameraCoefficientCount);
   }
 
   void AddSheetCurve(MappingStep step) {

@@ -41,6 +41,11 @@ PLANEX_ALWAYS_INLINE void loadLane(const Vec<3, T>& point, int lane, Block<T>& b
 /// than the points do.
 template <typename T, typename Point>
 PLANEX_ALWAYS_INLINE void load(const Point* points, int count, Block<T>& block) {
+  if (count == kLanes) {
+#pragma omp simd
+    for (int i = 0; i < kLanes; ++i) loadLane(points[i], i, block);
+    return;
+  }
   for (int i = 0; i < count; ++i) loadLane(points[i], i, block);
   for (int i = count; i < kLanes; ++i) loadLane(points[count - 1], i, block);
 }
@@ -68,10 +73,23 @@ PLANEX_ALWAYS_INLINE void forEachLane(Block<T>& block, Body body) {
   }
 }
 
-/// basic::distort for all lanes: every lane takes each round, settled ones are frozen, and the
-/// block is done when none moves, so that each lane sees the rounds of its point alone.
+/// @param n focal length and principal point; c lens; h homography
 template <typename T>
-PLANEX_ALWAYS_INLINE void distortLanes(const double* c, Block<T>& block) {
+PLANEX_ALWAYS_INLINE void pixelToPlane(const double* n, const double* c, const double* h,
+                                       Block<T>& block) {
+  forEachLane(block, [=](T& x, T& z) {
+    basic::normalise(n[0], n[1], n[2], x, z);
+    basic::undistort<double>(c, x, z);
+    basic::applyHomography<double>(h, x, z);
+  });
+}
+
+/// Every lane takes each round of basic::distort, settled ones are frozen, and the block is done
+/// when none moves, so that each lane sees the rounds of its point alone.
+template <typename T>
+PLANEX_ALWAYS_INLINE void planeToPixel(const double* n, const double* c, const double* h,
+                                       Block<T>& block) {
+  forEachLane(block, [=](T& x, T& z) { basic::applyHomography<double>(h, x, z); });
   double xNow[kLanes];
   double zNow[kLanes];
   std::int64_t moving[kLanes];
@@ -101,6 +119,7 @@ PLANEX_ALWAYS_INLINE void distortLanes(const double* c, Block<T>& block) {
   for (int i = 0; i < kLanes; ++i) {
     block.x[i] = static_cast<T>(xNow[i]);
     block.z[i] = static_cast<T>(zNow[i]);
+    basic::denormalise(n[0], n[1], n[2], block.x[i], block.z[i]);
   }
 }
 
@@ -137,14 +156,10 @@ PLANEX_ALWAYS_INLINE void take(const MappingPlan::Entry& entry, Block<T>& block)
   double k[MappingPlan::kMaximumCoefficients];
   std::copy(std::begin(entry.coefficients), std::end(entry.coefficients), k);
   switch (entry.step) {
-    case MappingStep::Normalise:
-      return forEachLane(block, [&](T& x, T& z) { basic::normalise(k[0], k[1], k[2], x, z); });
-    case MappingStep::Denormalise:
-      return forEachLane(block, [&](T& x, T& z) { basic::denormalise(k[0], k[1], k[2], x, z); });
-    case MappingStep::Undistort:
-      return forEachLane(block, [&](T& x, T& z) { basic::undistort<double>(k, x, z); });
-    case MappingStep::Distort:
-      return distortLanes(k, block);
+    case MappingStep::PixelToPlane:
+      return pixelToPlane(k, k + 3, k + 10, block);
+    case MappingStep::PlaneToPixel:
+      return planeToPixel(k, k + 3, k + 10, block);
     case MappingStep::Project:
       return forEachLane(block, [&](T& x, T& z) { basic::applyHomography<double>(k, x, z); });
     case MappingStep::ApplySheetCurve:

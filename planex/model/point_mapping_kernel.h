@@ -10,11 +10,9 @@ namespace datafusion::planex::kernel {
 /// One step of a mapping, applied to many points; x and z are the coordinates in the plane, y runs
 /// along the scan. The formulas are those of one point in the headers of this folder.
 enum class MappingStep : int {
-  Normalise,         ///< sensor pixels to focal lengths
-  Denormalise,       ///< and back
-  Undistort,         ///< lens polynomial
-  Distort,           ///< its iterative inverse
-  Project,           ///< homography
+  PixelToPlane,      ///< normalise, undistort, project: sensor pixels to the laser plane
+  PlaneToPixel,      ///< project, distort, denormalise: and back
+  Project,           ///< homography within the plane
   ApplySheetCurve,   ///< forward
   RemoveSheetCurve,  ///< inverse
   ProfileToWorld,    ///< Y = p scale + offset
@@ -22,11 +20,15 @@ enum class MappingStep : int {
   Transform,         ///< the upper rows of a 4 x 4 matrix
 };
 
+/// Coefficients of PixelToPlane and PlaneToPixel: focal length and principal point, lens c0 ... c6,
+/// homography in the direction of the step.
+constexpr int kCameraCoefficientCount = 3 + 7 + 9;
+
 /// The steps of a mapping in order, with their coefficients.
 class MappingPlan {
  public:
   static constexpr int kMaximumSteps = 8;
-  static constexpr int kMaximumCoefficients = 12;
+  static constexpr int kMaximumCoefficients = kCameraCoefficientCount;
 
   /// Appends a step; `count` coefficients are copied.
   void Add(MappingStep step, const double* coefficients, int count) {

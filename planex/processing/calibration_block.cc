@@ -39,9 +39,12 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
   kernel::CalibrationConstants constants{b, d, {}, {}};
   for (int i = 0; i < 7; ++i) constants.lens[i] = lensCoefficients[i];
   for (int i = 0; i < 9; ++i) constants.transform[i] = transform[i];
-  etl::Vector<double> xNormalised(static_cast<std::size_t>(block.Columns()));
-  kernel::fillNormalisedColumns(kDouble, a, c, columnBegin, block.Columns(), xNormalised.data(),
-                                set);
+  const std::size_t columns = static_cast<std::size_t>(block.Columns());
+  etl::Vector<double> scratch(columns * kernel::kColumnTermCount);
+  const kernel::ColumnTerms terms{scratch.data(), scratch.data() + columns,
+                                  scratch.data() + 2 * columns, scratch.data() + 3 * columns};
+  kernel::fillColumnTerms(kDouble, a, c, lensCoefficients, columnBegin, block.Columns(), terms,
+                          set);
   const float missing = static_cast<float>(missingValue);
   const kernel::MarkMissingRow mark =
       std::isnan(missing) ? nullptr : kernel::markMissingRow(range.GetType());
@@ -51,7 +54,7 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
       const std::byte* in = pixelAddress(range, columnBegin, row);
       float* xRow = x.GetRowPtr(row) + columnBegin;
       float* zRow = z.GetRowPtr(row) + columnBegin;
-      calibrate(in, xNormalised.data(), block.Columns(), constants, xRow, zRow);
+      calibrate(in, terms, block.Columns(), constants, xRow, zRow);
       if (mark != nullptr) mark(in, block.Columns(), missing, xRow, zRow);
     }
   });

@@ -1,10 +1,10 @@
 #include "planex/processing/calibration_kernel.h"
 
+#include <cmath>
 #include <limits>
 
 #include "planex/foundation/pixel_dispatch.h"
 #include "planex/model/homography.h"
-#include "planex/model/lens_polynomial.h"
 
 namespace datafusion::planex::kernel {
 namespace {
@@ -22,17 +22,32 @@ PLANEX_ALWAYS_INLINE double scaled(double value, double scale, double offset) {
   return value * scale + offset;
 }
 
-/// The lens polynomial with the terms of the variant; arithmetic in double, results in T.
-template <LensVariant kLens, typename T>
-PLANEX_ALWAYS_INLINE void undistortVariant(const double* c, double xn, double yn, T& xd, T& yd) {
-  if constexpr (kLens == LensVariant::General) {
-    double x = xn;
-    double y = yn;
-    basic::undistort(c, x, y);
-    xd = static_cast<T>(x);
-    yd = static_cast<T>(y);
+/// a + 2 b. Doubling is exact, so that the fused form gives the bits of the plain one.
+template <bool kHardwareFma>
+PLANEX_ALWAYS_INLINE double plusTwice(double a, double b) {
+  if constexpr (kHardwareFma) {
+    return std::fma(2.0, b, a);
   } else {
-    const double rho = xn * xn + yn * yn;
+    return a + 2.0 * b;
+  }
+}
+
+/// basic::undistort of (xn, yn) from the terms of column u, with those of the variant only;
+/// arithmetic in double, results in T.
+template <bool kHardwareFma, LensVariant kLens, typename T>
+PLANEX_ALWAYS_INLINE void undistortColumn(const double* c, const ColumnTerms& terms, int u,
+                                          double yn, T& xd, T& yd) {
+  const double xn = terms.xn[u];
+  const double xn2 = terms.xnSquared[u];
+  const double yn2 = yn * yn;
+  const double rho = xn2 + yn2;
+  if constexpr (kLens == LensVariant::General) {
+    const double radial = 1.0 + rho * (c[0] + rho * (c[1] + rho * c[2]));
+    xd = static_cast<T>(xn * radial + terms.xnTimesC3[u] * yn +
+                        c[4] * plusTwice<kHardwareFma>(rho, xn2) + c[5] * rho);
+    yd = static_cast<T>(yn * radial + c[3] * plusTwice<kHardwareFma>(rho, yn2) +
+                        terms.xnTimesC4[u] * yn + c[6] * rho);
+  } else {
     const double radial = 1.0 + rho * (c[0] + rho * c[1]);
     if constexpr (kLens == LensVariant::Scheimpflug) {
       xd = static_cast<T>(xn * radial + c[5] * rho);
@@ -47,10 +62,11 @@ PLANEX_ALWAYS_INLINE void undistortVariant(const double* c, double xn, double yn
 template <typename Pixel, typename Real, LensVariant kLens>
 struct CalibrateRowKernel {
   template <bool kHardwareFma>
-  static PLANEX_ALWAYS_INLINE void run(const void* samples, const double* __restrict xNormalised,
+  static PLANEX_ALWAYS_INLINE void run(const void* samples, const ColumnTerms& columnTerms,
                                        int columns, const CalibrationConstants& constants,
                                        float* __restrict x, float* __restrict z) {
     const auto* __restrict range = static_cast<const Pixel*>(samples);
+    const ColumnTerms terms = columnTerms;
     const CalibrationConstants k = constants;
     const Real scale = static_cast<Real>(k.valueScale);
     const Real offset = static_cast<Real>(k.valueOffset);
@@ -62,7 +78,7 @@ struct CalibrateRowKernel {
       const Real yn = scaled<kHardwareFma>(r, scale, offset);
       Real xd;
       Real yd;
-      undistortVariant<kLens>(k.lens, xNormalised[u], static_cast<double>(yn), xd, yd);
+      undistortColumn<kHardwareFma, kLens>(k.lens, terms, u, static_cast<double>(yn), xd, yd);
       double xWorld = static_cast<double>(xd);
       double zWorld = static_cast<double>(yd);
       basic::applyHomography(k.transform, xWorld, zWorld);
@@ -73,16 +89,26 @@ struct CalibrateRowKernel {
 };
 
 template <typename Real>
-struct NormaliseColumnsKernel {
+struct ColumnTermsKernel {
   template <bool kHardwareFma>
-  static PLANEX_ALWAYS_INLINE void run(double a, double c, int first, int count,
-                                       double* __restrict xNormalised) {
+  static PLANEX_ALWAYS_INLINE void run(double a, double c, const double* lens, int first,
+                                       int count, const ColumnTerms& terms) {
     const Real scale = static_cast<Real>(a);
     const Real offset = static_cast<Real>(c);
+    const double twiceC3 = 2 * lens[3];
+    const double twiceC4 = 2 * lens[4];
+    double* __restrict xn = terms.xn;
+    double* __restrict xnSquared = terms.xnSquared;
+    double* __restrict xnTimesC3 = terms.xnTimesC3;
+    double* __restrict xnTimesC4 = terms.xnTimesC4;
 #pragma omp simd
     for (int i = 0; i < count; ++i) {
-      xNormalised[i] =
+      const double x =
           static_cast<double>(scaled<kHardwareFma>(static_cast<Real>(first + i), scale, offset));
+      xn[i] = x;
+      xnSquared[i] = x * x;
+      xnTimesC3[i] = twiceC3 * x;
+      xnTimesC4[i] = twiceC4 * x;
     }
   }
 };
@@ -106,7 +132,7 @@ struct SheetCurveRowKernel {
 template <typename Pixel, typename Real>
 CalibrateRow chooseLens(LensVariant variant, InstructionSet set) {
   using Signature =
-      void(const void*, const double*, int, const CalibrationConstants&, float*, float*);
+      void(const void*, const ColumnTerms&, int, const CalibrationConstants&, float*, float*);
   switch (variant) {
     case LensVariant::Radial:
       return KernelVariants<CalibrateRowKernel<Pixel, Real, LensVariant::Radial>,
@@ -150,13 +176,13 @@ CalibrateRow calibrateRow(cmnalg::ImageType type, bool doublePrecision, LensVari
   return chosen;
 }
 
-void fillNormalisedColumns(bool doublePrecision, double a, double c, int first, int count,
-                           double* xNormalised, InstructionSet set) {
-  using Signature = void(double, double, int, int, double*);
+void fillColumnTerms(bool doublePrecision, double a, double c, const double* lens, int first,
+                     int count, const ColumnTerms& terms, InstructionSet set) {
+  using Signature = void(double, double, const double*, int, int, const ColumnTerms&);
   const auto fill = doublePrecision
-                        ? KernelVariants<NormaliseColumnsKernel<double>, Signature>::choose(set)
-                        : KernelVariants<NormaliseColumnsKernel<float>, Signature>::choose(set);
-  fill(a, c, first, count, xNormalised);
+                        ? KernelVariants<ColumnTermsKernel<double>, Signature>::choose(set)
+                        : KernelVariants<ColumnTermsKernel<float>, Signature>::choose(set);
+  fill(a, c, lens, first, count, terms);
 }
 
 SheetCurveRow sheetCurveRow(InstructionSet set) {

@@ -21,10 +21,19 @@ enum class LensVariant : int {
 };
 LensVariant lensVariant(const double* lens);
 
+/// What the formulas need of each column, computed once for all rows.
+struct ColumnTerms {
+  double* xn;         ///< normalised column
+  double* xnSquared;  ///< xn^2
+  double* xnTimesC3;  ///< 2 c3 xn
+  double* xnTimesC4;  ///< 2 c4 xn
+};
+constexpr int kColumnTermCount = 4;
+
 /// Calibrates `columns` samples of one row; missing ones give NaN.
-/// @param range       samples of the pixel type that the function was chosen for
-/// @param xNormalised xn of each column, as fillNormalisedColumns gives it
-using CalibrateRow = void (*)(const void* range, const double* xNormalised, int columns,
+/// @param range samples of the pixel type that the function was chosen for
+/// @param terms of the same columns, as fillColumnTerms gives them
+using CalibrateRow = void (*)(const void* range, const ColumnTerms& terms, int columns,
                               const CalibrationConstants& constants, float* x, float* z);
 
 /// The loop for a pixel type, precision and lens variant, in an instruction set that this
@@ -32,9 +41,10 @@ using CalibrateRow = void (*)(const void* range, const double* xNormalised, int 
 CalibrateRow calibrateRow(cmnalg::ImageType type, bool doublePrecision, LensVariant variant,
                           cmnalg::InstructionSet set);
 
-/// xn = u a + c for the columns [first, first + count): fused in float, or plain in double.
-void fillNormalisedColumns(bool doublePrecision, double a, double c, int first, int count,
-                           double* xNormalised, cmnalg::InstructionSet set);
+/// Fills the terms of the columns [first, first + count), with xn = u a + c fused in float, or
+/// plain in double.
+void fillColumnTerms(bool doublePrecision, double a, double c, const double* lens, int first,
+                     int count, const ColumnTerms& terms, cmnalg::InstructionSet set);
 
 /// Corrects one row of z in place for the sheet curve s0 ... s5; NaN stays NaN.
 using SheetCurveRow = void (*)(const double* sheetCurve, int columns, const float* x, float* z);
