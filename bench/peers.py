@@ -43,7 +43,7 @@ class OpencvCalibration:
     """Float matrices, the lens terms factored as g = radial + 2 c3 y + 2 c4 x, in strips of rows
     that stay in the cache, all buffers made beforehand."""
 
-    ROWS = 10
+    ROWS = 40
 
     def __init__(self):
         c = CAMERA["c"]
