@@ -123,11 +123,11 @@ bool rectifyRows(const Image& x, const Image& z, const ImageOf<std::uint8_t>* in
     RowScratch scratch(points, mean, resolver.scratchBytes);
     auto rows = makeRows();
     for (int row = first; row < last; ++row) {
-      const int widest =
+      const kernel::WidthRange widths =
           place(pixelAddress(x, 0, row), pixelAddress(z, 0, row), coefficients, scratch.Points());
       const kernel::TargetRow out{
           rows.Begin(row), withIntensity ? targetIntensity->GetRowPtr(row) : nullptr, grid.width};
-      resolver.run(scratch.Points(), widest, withIntensity ? intensity->GetRowPtr(row) : nullptr,
+      resolver.run(scratch.Points(), widths, withIntensity ? intensity->GetRowPtr(row) : nullptr,
                    out, scratch.Cells());
       rows.End(row);
     }

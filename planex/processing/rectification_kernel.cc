@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "planex/foundation/pixel_dispatch.h"
 #include "planex/processing/cell_rules.h"
@@ -39,9 +40,9 @@ PLANEX_ALWAYS_INLINE std::int32_t halfWidthAt(double height, double slope, doubl
 template <typename XPixel, typename ZPixel, bool kMean>
 struct PlaceRowKernel {
   template <bool>
-  static PLANEX_ALWAYS_INLINE int run(const void* xSamples, const void* zSamples,
-                                      const SplatCoefficients& coefficients,
-                                      const PlacedPoints& points) {
+  static PLANEX_ALWAYS_INLINE WidthRange run(const void* xSamples, const void* zSamples,
+                                             const SplatCoefficients& coefficients,
+                                             const PlacedPoints& points) {
     const auto* __restrict x = static_cast<const XPixel*>(xSamples);
     const auto* __restrict z = static_cast<const ZPixel*>(zSamples);
     const SplatCoefficients k = coefficients;
@@ -50,8 +51,9 @@ struct PlaceRowKernel {
     std::int32_t* __restrict quantised = points.quantised;
     double* __restrict heights = points.height;
     const int count = points.count;
+    std::int32_t narrowest = kMaximumHalfWidth + 1;
     std::int32_t widest = 0;
-#pragma omp simd reduction(max : widest)
+#pragma omp simd reduction(min : narrowest) reduction(max : widest)
     for (int i = 0; i < count; ++i) {
       const double column =
           beforeTruncation(static_cast<double>(x[i]) * k.columnScale + k.columnOffset);
@@ -65,8 +67,10 @@ struct PlaceRowKernel {
       const std::int32_t width = halfWidthAt(kMean ? safeHeight : static_cast<double>(cell),
                                              k.widthSlope, k.widthIntercept);
       const std::int32_t usedWidth = used ? width : 0;
+      const std::int32_t widthOrMore = used ? width : kMaximumHalfWidth + 1;
       columns[i] = static_cast<std::int32_t>(used ? column : double{kDroppedColumn});
       halfWidths[i] = usedWidth;
+      narrowest = widthOrMore < narrowest ? widthOrMore : narrowest;
       widest = widest < usedWidth ? usedWidth : widest;
       if constexpr (kMean) {
         heights[i] = safeHeight;
@@ -74,7 +78,7 @@ struct PlaceRowKernel {
         quantised[i] = cell;
       }
     }
-    return widest;
+    return {narrowest, widest};
   }
 };
 
@@ -82,8 +86,10 @@ struct PlaceRowKernel {
 //
 // A point is stored once, as its key, in the array of its half-width. Then, from the widest
 // half-width down, each array takes the minimum of three neighbours of the next wider one: a
-// splat of half-width w becomes three splats of half-width w - 1. The last array holds the
-// winner of every cell, and the cell rule is applied once. The work hardly depends on w.
+// splat of half-width w becomes three splats of half-width w - 1. What is left to widen when the
+// narrowest is reached goes in growing steps, as three splats side by side make one three times
+// as wide. The last array holds the winner of every cell, and the cell rule is applied once. The
+// work hardly depends on the half-widths.
 
 /// Rank in the upper half; in the lower half the point's index, which settles ties and finds the
 /// point again. Without intensity the rank alone is enough.
@@ -110,33 +116,38 @@ struct WinnerRowKernel {
   using Keys = KeyOf<Rule, Key, kWithIntensity>;
 
   template <bool>
-  static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, int widest,
+  static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, const WidthRange& widths,
                                        const std::uint8_t* intensity, const TargetRow& target,
                                        void* scratch) {
+    if (widths.narrowest > widths.widest) return;
     const std::ptrdiff_t stride = target.width + static_cast<std::ptrdiff_t>(kMargins);
-    Key* levels = static_cast<Key*>(scratch);
-    std::memset(levels, 0xFF, sizeof(Key) * static_cast<std::size_t>(stride * (widest + 1)));
-    scatter(points, intensity, levels + kMargin, stride);
-    for (int width = widest; width > 0; --width) {
-      Key* wider = levels + kMargin + width * stride;
+    const int levelCount = widths.widest - widths.narrowest + 1;
+    Key* storage = static_cast<Key*>(scratch);
+    std::memset(storage, 0xFF, sizeof(Key) * static_cast<std::size_t>(stride * levelCount));
+    Key* levels = storage + kMargin;
+    scatter(points, widths.narrowest, intensity, levels, stride);
+    for (int width = widths.widest; width > widths.narrowest; --width) {
+      Key* wider = levels + (width - widths.narrowest) * stride;
       joinLevels(wider, wider - stride, 1 - width, std::ptrdiff_t{target.width} + width - 1);
     }
+    const Key* best = widen(levels, levels + stride, widths.narrowest, target.width);
     if constexpr (kWithIntensity) {
-      storeWithIntensity(levels + kMargin, points, intensity, target);
+      storeWithIntensity(best, points, intensity, target);
     } else {
-      storeHeights(levels + kMargin, target);
+      storeHeights(best, target);
     }
   }
 
  private:
-  static PLANEX_ALWAYS_INLINE void scatter(const PlacedPoints& points,
+  static PLANEX_ALWAYS_INLINE void scatter(const PlacedPoints& points, int narrowest,
                                            const std::uint8_t* intensity, Key* levels,
                                            std::ptrdiff_t stride) {
     for (int i = 0; i < points.count; ++i) {
       const auto ranked =
           static_cast<std::uint32_t>(Rule::kRanksIntensity ? intensity[i] : points.quantised[i]);
       const Key key = Keys::make(Rule::rank(ranked), i);
-      Key& cell = levels[points.halfWidth[i] * stride + points.column[i]];
+      const int level = std::max(points.halfWidth[i] - narrowest, 0);  // dropped points: any level
+      Key& cell = levels[level * stride + points.column[i]];
       cell = key < cell ? key : cell;
     }
   }
@@ -149,6 +160,30 @@ struct WinnerRowKernel {
       const Key left = wide[k - 1] < wide[k] ? wide[k - 1] : wide[k];
       const Key right = wide[k + 1] < narrow[k] ? wide[k + 1] : narrow[k];
       narrow[k] = left < right ? left : right;
+    }
+  }
+
+  /// The best of splats[k - halfWidth ... k + halfWidth] for every cell k of the target, in one of
+  /// the two arrays. Windows that reach `done` to either side cover three times as much when they
+  /// are taken 2 done + 1 apart.
+  static PLANEX_ALWAYS_INLINE const Key* widen(Key* splats, Key* spare, int halfWidth,
+                                               int targetWidth) {
+    for (int done = 0; done < halfWidth;) {
+      const int step = std::min(2 * done + 1, halfWidth - done);
+      done += step;
+      joinThree(splats, spare, step, done - halfWidth,
+                std::ptrdiff_t{targetWidth} + halfWidth - done);
+      std::swap(splats, spare);
+    }
+    return splats;
+  }
+  static PLANEX_ALWAYS_INLINE void joinThree(const Key* __restrict in, Key* __restrict out,
+                                             std::ptrdiff_t step, std::ptrdiff_t begin,
+                                             std::ptrdiff_t end) {
+#pragma omp simd
+    for (std::ptrdiff_t k = begin; k < end; ++k) {
+      const Key sides = in[k - step] < in[k + step] ? in[k - step] : in[k + step];
+      out[k] = sides < in[k] ? sides : in[k];
     }
   }
 
@@ -195,7 +230,7 @@ struct MeanRowKernel {
   using Lanes = typename Cell::Lanes;
 
   template <bool>
-  static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, int /*widest*/,
+  static PLANEX_ALWAYS_INLINE void run(const PlacedPoints& points, const WidthRange& /*widths*/,
                                        const std::uint8_t* intensity, const TargetRow& target,
                                        void* scratch) {
     auto* sums = static_cast<double*>(scratch);
@@ -263,8 +298,8 @@ struct MeanRowKernel {
   }
 };
 
-using ResolveSignature = void(const PlacedPoints&, int, const std::uint8_t*, const TargetRow&,
-                              void*);
+using ResolveSignature = void(const PlacedPoints&, const WidthRange&, const std::uint8_t*,
+                              const TargetRow&, void*);
 
 std::size_t rowCells(int targetWidth) { return static_cast<std::size_t>(targetWidth) + kMargins; }
 
@@ -292,7 +327,8 @@ Resolver mean(int targetWidth, InstructionSet set) {
 
 PlaceRow placeRow(cmnalg::ImageType xType, cmnalg::ImageType zType, bool isMean,
                   InstructionSet set) {
-  using Signature = int(const void*, const void*, const SplatCoefficients&, const PlacedPoints&);
+  using Signature =
+      WidthRange(const void*, const void*, const SplatCoefficients&, const PlacedPoints&);
   PlaceRow chosen = nullptr;
   cmnalg::dispatchMeasuredType(zType, [&](auto z) {
     return cmnalg::dispatchMeasuredType(xType, [&](auto x) {

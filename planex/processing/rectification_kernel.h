@@ -32,15 +32,21 @@ struct SplatCoefficients {
 /// The points of one source row in terms of the target.
 struct PlacedPoints {
   std::int32_t* column;     ///< centre column, or kDroppedColumn
-  std::int32_t* halfWidth;  ///< 0 ... kMaximumHalfWidth
+  std::int32_t* halfWidth;  ///< 0 ... kMaximumHalfWidth; 0 when dropped
   std::int32_t* quantised;  ///< height 1 ... 65535; not written for means
   double* height;           ///< unquantised height; written for means only
   int count;
 };
 
-/// Places the points of one row. @return the largest half-width
-using PlaceRow = int (*)(const void* x, const void* z, const SplatCoefficients& coefficients,
-                         const PlacedPoints& points);
+/// The half-widths among the used points of a row; narrowest > widest when there is none.
+struct WidthRange {
+  int narrowest;
+  int widest;
+};
+
+/// Places the points of one row.
+using PlaceRow = WidthRange (*)(const void* x, const void* z, const SplatCoefficients& coefficients,
+                                const PlacedPoints& points);
 /// The loop for two pixel types; null when one of them holds no measurements.
 PlaceRow placeRow(cmnalg::ImageType x, cmnalg::ImageType z, bool mean, cmnalg::InstructionSet set);
 
@@ -55,11 +61,11 @@ struct TargetRow {
 };
 
 /// Resolves the cells of one row.
-/// @param widest    the largest half-width among the points
+/// @param widths    what placing the points returned
 /// @param intensity of each point; null when only heights are rectified
 /// @param scratch   as many bytes as the resolver asks for, aligned for double
-using ResolveRow = void (*)(const PlacedPoints& points, int widest, const std::uint8_t* intensity,
-                            const TargetRow& target, void* scratch);
+using ResolveRow = void (*)(const PlacedPoints& points, const WidthRange& widths,
+                            const std::uint8_t* intensity, const TargetRow& target, void* scratch);
 
 /// How the cells of a call are resolved.
 struct Resolver {
