@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -96,7 +97,11 @@ void readPixels(etl::IVisitor& visitor, ImageData& data, ImageType type, int wid
   etl::BigDataArray block = pixelBlock(type, width, height);
   block.allocate = [&]() -> void* {
     if (type == IMAGE_TYPE_INVALID) return &noPixels;
-    if (!data.Create(type, width, height, 0, Image::s_defaultImageAllocator)) return nullptr;
+    // Its shape has passed. A lack of memory is not a fault of the document, which a reader might
+    // forgive.
+    if (!data.Create(type, width, height, 0, Image::s_defaultImageAllocator)) {
+      throw std::bad_alloc();
+    }
     return data.GetData() != nullptr ? data.GetData() : &noPixels;
   };
   visitor.VisitBigDataArray(block, "Pixels");

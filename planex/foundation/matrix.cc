@@ -193,6 +193,8 @@ void Matrix<T>::Read(etl::IVisitor& visitor, std::size_t rows) {
   const std::size_t limit = std::numeric_limits<std::int32_t>::max();
   // Capped rather than wrapped: a count that has no int fails Create like any other large one.
   if (!Create(static_cast<int>(std::min(rows, limit)), static_cast<int>(std::min(cols, limit)))) {
+    // Not a fault of the document, which a reader might forgive.
+    if (values.size() <= limit) throw std::bad_alloc();
     visitor.SetError("Cannot create matrix: Memory allocation failed.");
     return;
   }

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <new>
+#include <string_view>
 #include <utility>
 
 namespace base {
@@ -51,16 +54,28 @@ Logger& Logger::GetRoot() {
   return *root;
 }
 
-Logger& Logger::Get(const std::string& name) {
-  Logger& root = GetRoot();
-  if (name.empty()) return root;
-  static auto* const mutex = new std::mutex;
-  static auto* const loggers = new std::map<std::string, std::unique_ptr<Logger>>;
-  const std::lock_guard lock(*mutex);
-  const auto found = loggers->find(name);
-  if (found != loggers->end()) return *found->second;
-  std::unique_ptr<Logger> logger(new Logger(name, &root, INHERIT));
-  return *loggers->emplace(name, std::move(logger)).first->second;
+namespace {
+// Made while the library is loaded, so that no later call lacks memory for it.
+[[maybe_unused]] const Logger& root = Logger::GetRoot();
+}  // namespace
+
+Logger& Logger::Get(const std::string& name) { return Find(name); }
+Logger& Logger::Get(const char* name) { return Find(name); }
+
+Logger& Logger::Find(std::string_view name) {
+  using Loggers = std::map<std::string, std::unique_ptr<Logger>, std::less<>>;
+  if (name.empty()) return GetRoot();
+  try {
+    static auto* const mutex = new std::mutex;
+    static auto* const loggers = new Loggers;
+    const std::lock_guard lock(*mutex);
+    const auto found = loggers->find(name);
+    if (found != loggers->end()) return *found->second;
+    std::unique_ptr<Logger> logger(new Logger(std::string(name), &GetRoot(), INHERIT));
+    return *loggers->emplace(name, std::move(logger)).first->second;
+  } catch (const std::bad_alloc&) {
+    return GetRoot();  // its handlers get what the missing logger would have handed on
+  }
 }
 
 bool Logger::IsLoggable(std::int32_t level) const {
@@ -72,7 +87,13 @@ bool Logger::IsLoggable(std::int32_t level) const {
 }
 
 void Logger::LogFormatted(std::int32_t level, const char* format, std::va_list args) {
-  Log(level, formatted(format, args));
+  std::string message;
+  try {
+    message = formatted(format, args);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  Log(level, message);
 }
 
 // A function with variable arguments cannot hand them on but as a va_list of its own.
@@ -95,9 +116,13 @@ void Logger::Finest(const char* format, ...) { PLANEX_LOG_AT(FINEST); }
 
 void Logger::Log(std::int32_t level, const std::string& message) {
   LogRecord record;
+  try {
+    record.loggerName = name_;
+    record.message = message;
+  } catch (const std::bad_alloc&) {
+    return;
+  }
   record.level = level;
-  record.loggerName = name_;
-  record.message = message;
   record.timestamp = static_cast<std::uint32_t>(std::time(nullptr));
   Publish(record);
 }

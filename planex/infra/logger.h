@@ -6,6 +6,7 @@
 #include <memory>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "planex/infra/export.h"
@@ -23,15 +24,19 @@ namespace base {
 ///
 /// Loggers live from first use until the process has ended, also while other static objects are
 /// destroyed. Any thread may use any operation. A record logged from inside a handler, on the
-/// same thread, is dropped.
+/// same thread, is dropped, and so is one that there is no memory for: logging throws nothing but
+/// what a handler throws.
 class PLANEX_EXPORT Logger {
  public:
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;
 
-  /// The logger of that name, made on first use; "" gives the root. Throws std::bad_alloc only
-  /// where a name is used for the first time.
+  /// @{
+  /// The logger of that name, made on first use; "" gives the root, and so does a first use that
+  /// there is no memory for.
   static Logger& Get(const std::string& name);
+  static Logger& Get(const char* name);
+  /// @}
   /// The parent of all others.
   static Logger& GetRoot();
 
@@ -82,6 +87,7 @@ class PLANEX_EXPORT Logger {
 
   Logger(std::string name, Logger* parent, std::int32_t level);
 
+  static Logger& Find(std::string_view name);
   std::shared_ptr<const HandlerList> Handlers() const;
   template <typename Change>
   void ChangeHandlers(const Change& change);
