@@ -1,8 +1,11 @@
 #include "planex/processing/rectification.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "planex/infra/containers.h"
 #include "planex/infra/logger.h"
@@ -51,24 +54,28 @@ kernel::SplatCoefficients splatCoefficients(const Image& x, const Image& z, cons
   return k;
 }
 
-/// The arrays that one thread works with.
+/// What one thread works with: its arrays, and where its heights go (ImageRows or SinkRows).
+template <typename Rows>
 class RowScratch {
  public:
-  RowScratch(int points, bool mean, std::size_t resolverBytes)
+  RowScratch(int points, bool mean, std::size_t resolverBytes, Rows rows)
       : integers_(static_cast<std::size_t>(points) * 3),
         heights_(mean ? static_cast<std::size_t>(points) : 0),
         cells_((resolverBytes + sizeof(double) - 1) / sizeof(double)),
         placed_{integers_.data(), integers_.data() + points, integers_.data() + points + points,
-                heights_.data(), points} {}
+                heights_.data(), points},
+        rows_(std::move(rows)) {}
 
   const kernel::PlacedPoints& Points() const { return placed_; }
   void* Cells() { return cells_.data(); }
+  Rows& Heights() { return rows_; }
 
  private:
   etl::Vector<std::int32_t> integers_;
   etl::Vector<double> heights_;
   etl::Vector<double> cells_;
   kernel::PlacedPoints placed_;
+  Rows rows_;
 };
 
 /// Where heights go: into the rows of an image.
@@ -119,9 +126,17 @@ bool rectifyRows(const Image& x, const Image& z, const ImageOf<std::uint8_t>* in
                                 : "Intensity must be provided to use rectification modes "
                                   "BRIGHTEST or DARKEST.");
   }
+  // All memory is there before the first height is written: a target is complete or untouched.
+  const int blocks = threading_helpers::maximumRowBlocks(0, x.GetHeight(), points);
+  std::vector<RowScratch<decltype(makeRows())>> scratches;
+  scratches.reserve(static_cast<std::size_t>(blocks));
+  for (int i = 0; i < blocks; ++i) {
+    scratches.emplace_back(points, mean, resolver.scratchBytes, makeRows());
+  }
+  std::atomic<std::size_t> next{0};
   threading_helpers::forEachRowBlock(0, x.GetHeight(), points, [&](int first, int last) {
-    RowScratch scratch(points, mean, resolver.scratchBytes);
-    auto rows = makeRows();
+    auto& scratch = scratches[next++];
+    auto& rows = scratch.Heights();
     for (int row = first; row < last; ++row) {
       const kernel::WidthRange widths =
           place(pixelAddress(x, 0, row), pixelAddress(z, 0, row), coefficients, scratch.Points());

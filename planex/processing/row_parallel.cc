@@ -61,6 +61,10 @@ int getThreadCount() {
   return count;
 }
 
+int maximumRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow) {
+  return rowBegin < rowEnd ? teamSize(rowEnd - rowBegin, pixelsPerRow) : 1;
+}
+
 void setMinimumPixelsPerThread(std::int64_t pixels) { minimumPixelsPerThread = pixels; }
 
 void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,

@@ -24,6 +24,10 @@ constexpr std::int64_t kDefaultMinimumPixelsPerThread = 32768;
 void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
                   void (*body)(void* context, int first, int last), void* context);
 
+/// @return how many blocks runRowBlocks makes of the rows at most, when it is called next on this
+///         thread; at least 1
+int maximumRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow);
+
 /// runRowBlocks for a callable body(first, last).
 template <typename Body>
 void forEachRowBlock(int rowBegin, int rowEnd, std::int64_t pixelsPerRow, Body&& body) {
