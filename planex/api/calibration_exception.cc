@@ -6,6 +6,8 @@ namespace tavik::planex {
 
 CalibrationException::CalibrationException(std::string message) : message_(std::move(message)) {}
 
+CalibrationException::CalibrationException(const char* message) : literal_(message) {}
+
 void CalibrationException::logError(base::Logger& logger) const {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"

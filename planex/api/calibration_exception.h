@@ -13,6 +13,8 @@ class CalibrationException : public std::exception {
   /// @param message the text for the log; it serves as a printf format without arguments, so it
   ///                holds no percent sign
   explicit CalibrationException(std::string message);
+  /// The same for a text with static storage; needs no memory.
+  explicit CalibrationException(const char* message);
 
   /// Throws a CalibrationException with `message` when `condition` is false.
   static void throwUnless(bool condition, const char* message) {
@@ -22,12 +24,15 @@ class CalibrationException : public std::exception {
     if (!condition) throw CalibrationException(message);
   }
 
-  const char* what() const noexcept override { return message_.c_str(); }
+  const char* what() const noexcept override {
+    return literal_ != nullptr ? literal_ : message_.c_str();
+  }
 
   /// Logs the message at level SEVERE.
   void logError(base::Logger& logger) const;
 
  private:
+  const char* literal_ = nullptr;
   std::string message_;
 };
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <new>
 
 namespace tavik::planex {
 namespace {
@@ -27,7 +28,12 @@ LogCallbackHandler::LogCallbackHandler(const std::string& name, LogCallback call
     : LogHandler(name, false), callback_(callback) {}
 
 void LogCallbackHandler::Publish(const base::LogRecord& record) {
-  const std::string text = timePrefix() + GetLogLevelPrefix(record) + record.message;
+  std::string text;
+  try {
+    text = timePrefix() + GetLogLevelPrefix(record) + record.message;
+  } catch (const std::bad_alloc&) {
+    return;  // dropped, like every record that there is no memory for
+  }
   if (callback_ != nullptr) {
     callback_(text.c_str());
     return;
@@ -43,7 +49,11 @@ void installLogCallback(LogCallback callback) {
 
 base::Logger& interfaceLogger() {
   base::Logger& root = base::Logger::GetRoot();
-  if (root.GetHandler(kHandlerName) == nullptr) installLogCallback(nullptr);
+  try {
+    if (root.GetHandler(kHandlerName) == nullptr) installLogCallback(nullptr);
+  } catch (const std::bad_alloc&) {
+    // The handlers that are there have to do.
+  }
   return root;
 }
 

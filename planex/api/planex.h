@@ -28,7 +28,8 @@
  * algorithm tells the reason, when a handler was there to receive it.
  *
  * **Exceptions.** A refusal never throws. Running out of memory in a place that is not named below
- * passes std::bad_alloc on to the caller; everything then stays consistent.
+ * passes std::bad_alloc on to the caller; objects and outputs are then as after any other failure.
+ * A log text that there is no memory for is lost.
  *
  * **Threads.** The interface takes no lock: a caller with several threads serialises its calls, of
  * all functions together. Within applyCalibration() and rectify() the rows are divided among OpenMP
