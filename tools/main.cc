@@ -40,6 +40,7 @@ int run(int argc, char** argv) {
   planex_tools::addInfoCommand(app, context);
   planex_tools::addBoundsCommand(app, context);
   planex_tools::addCalibrateCommand(app, context);
+  planex_tools::addRectifyCommand(app, context);
 
   try {
     app.parse(argc, argv);

@@ -153,15 +153,6 @@ std::string describeInJson(const CalibrateOptions& options, const PointDescripti
   return printJson(*json);
 }
 
-void warnOfValuesOutside(const CalibratedRows& rows, const std::string& range) {
-  if (rows.outside() == 0) return;
-  std::fputs(fmt::format("planex: {}: {} values lie outside the sensor; check --scale-z and "
-                         "--origin-z\n",
-                         range, rows.outside())
-                 .c_str(),
-             stderr);
-}
-
 void runCalibrate(const CalibrateOptions& options, const Context& context) {
   const PointFormat format = checkedFormat(options);
   applyThreads(context);

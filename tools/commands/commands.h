@@ -13,6 +13,7 @@ namespace planex_tools {
 void addBoundsCommand(CLI::App& app, Context& context);
 void addCalibrateCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
+void addRectifyCommand(CLI::App& app, Context& context);
 /// @}
 
 }  // namespace planex_tools

@@ -3,8 +3,7 @@
 #include <planex/model/model_state.h>
 #include <planex/processing/image_calibration.h>
 
-#include <algorithm>
-#include <cmath>
+#include <cstdio>
 
 #include "tools/support/failure.h"
 #include "tools/support/library_warnings.h"
@@ -78,6 +77,13 @@ void CalibratedRows::load(int first, int count) {
   } else {
     this->count<std::uint16_t>(pixels);
   }
+}
+
+void warnOfValuesOutside(const CalibratedRows& rows, const std::string& range) {
+  if (rows.outside() == 0) return;
+  std::fprintf(stderr,
+               "planex: %s: %lld values lie outside the sensor; check --scale-z and --origin-z\n",
+               range.c_str(), static_cast<long long>(rows.outside()));
 }
 
 }  // namespace planex_tools

@@ -48,4 +48,7 @@ class CalibratedRows {
   std::int64_t measured_ = 0, outside_ = 0;
 };
 
+/// Tells on standard error of values outside the sensor, if there are any.
+void warnOfValuesOutside(const CalibratedRows& rows, const std::string& range);
+
 }  // namespace planex_tools

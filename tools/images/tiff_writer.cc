@@ -18,20 +18,17 @@ constexpr std::size_t kStripBytes = 262144;
 
 enum Tag : std::uint32_t {
   kModelTransformation = 34264,
-  kGeoKeyDirectory = 34735,
   kGdalMetadata = 42112,
   kGdalNoData = 42113,
 };
 
 /// Tags that libtiff does not know by itself.
 void declareTags(TIFF* tiff) {
-  static char names[][24] = {"ModelTransformation", "GeoKeyDirectory", "GDALMetadata",
-                             "GDALNoData"};
+  static char names[][24] = {"ModelTransformation", "GDALMetadata", "GDALNoData"};
   static const TIFFFieldInfo fields[] = {
       {kModelTransformation, -1, -1, TIFF_DOUBLE, FIELD_CUSTOM, 1, 1, names[0]},
-      {kGeoKeyDirectory, -1, -1, TIFF_SHORT, FIELD_CUSTOM, 1, 1, names[1]},
-      {kGdalMetadata, -1, -1, TIFF_ASCII, FIELD_CUSTOM, 1, 0, names[2]},
-      {kGdalNoData, -1, -1, TIFF_ASCII, FIELD_CUSTOM, 1, 0, names[3]},
+      {kGdalMetadata, -1, -1, TIFF_ASCII, FIELD_CUSTOM, 1, 0, names[1]},
+      {kGdalNoData, -1, -1, TIFF_ASCII, FIELD_CUSTOM, 1, 0, names[2]},
   };
   TIFFMergeFieldInfo(tiff, fields, sizeof fields / sizeof fields[0]);
 }
@@ -56,10 +53,7 @@ void setGrid(TIFF* tiff, const Axis& columns, const Axis& rows) {
                              0,
                              0,
                              1};
-  // Model type: user-defined. Raster type: values stand for the area of their cells.
-  const std::uint16_t keys[] = {1, 1, 0, 2, 1024, 0, 1, 32767, 1025, 0, 1, 1};
   TIFFSetField(tiff, kModelTransformation, 16, matrix);
-  TIFFSetField(tiff, kGeoKeyDirectory, static_cast<int>(sizeof keys / sizeof keys[0]), keys);
 }
 
 /// Layers in planes of their own, each in strips of a fixed number of rows.

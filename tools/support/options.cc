@@ -127,8 +127,10 @@ void addSensorOptions(CLI::App& command, SensorOptions& options) {
   number("--origin-x", options.originX, "Sensor column of image column 0 [0]");
   number("--scale-z", options.scaleZ, "Sensor rows per step of the range values [1/16]");
   number("--origin-z", options.originZ, "Sensor row of range value 0 [0]");
-  number("--sensor-width", options.width, "Columns of the sensor region [up to the edge of the sensor]");
-  number("--sensor-height", options.height, "Rows of the sensor region [up to the edge of the sensor]");
+  number("--sensor-width", options.width,
+         "Columns of the sensor region [up to the edge of the sensor]");
+  number("--sensor-height", options.height,
+         "Rows of the sensor region [up to the edge of the sensor]");
   command
       .add_option("--sensor", options.sidecar,
                   "JSON file whose object \"sensor\" has scaleX, originX, scaleZ, originZ, width, "

@@ -52,7 +52,8 @@ void addSensorOptions(CLI::App& command, SensorOptions& options);
 ///
 /// Options come first, then the members of the object "sensor" (scaleX, originX, scaleZ, originZ,
 /// width, height) of the sidecar, a JSON file, then the full sensor of the model in sixteenths of a
-/// pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge of the sensor. Members may be missing.
+/// pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge of the sensor.
+/// Members may be missing.
 ///
 /// @param image  the range image, whose sidecar is its name with ".json" behind it; empty: none
 /// A Failure for a sidecar that was named and cannot be read, for one that is not JSON, and for

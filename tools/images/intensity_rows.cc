@@ -1,0 +1,56 @@
+#include "tools/images/intensity_rows.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <new>
+
+#include "tools/support/failure.h"
+#include "tools/support/progress.h"
+
+namespace planex_tools {
+
+IntensityRows::IntensityRows(const std::string& path, const ImageReader& range)
+    : reader_(ImageReader::open(path)) {
+  const ImageShape& shape = reader_->shape();
+  if (shape.width == range.shape().width && shape.height == range.shape().height) return;
+  throw Failure(path, "is not as large as " + range.path() + "; give the image that belongs to it");
+}
+
+void IntensityRows::findLimits(const Context& context, int block) {
+  const ImageShape& shape = reader_->shape();
+  if (shape.type == cmnalg::IMAGE_TYPE_UINT8) return;
+  Progress progress(context, "reading intensities", std::int64_t{shape.height} * shape.width,
+                    "points");
+  for (int row = 0; row < shape.height; row += block) {
+    const int count = std::min(block, shape.height - row);
+    values_.resize(static_cast<std::size_t>(count) * static_cast<std::size_t>(shape.width));
+    reader_->readRows(row, count, values_.data());
+    const auto limits = std::minmax_element(values_.begin(), values_.end());
+    min_ = std::min<int>(min_, *limits.first);
+    max_ = std::max<int>(max_, *limits.second);
+    progress.advance(std::int64_t{count} * shape.width);
+  }
+}
+
+void IntensityRows::load(int first, int count) {
+  const ImageShape& shape = reader_->shape();
+  if (!image_.Create(shape.width, count, cmnalg::Image::s_defaultImageAllocator)) {
+    throw std::bad_alloc();
+  }
+  std::uint8_t* out = image_.GetRowPtr(0);
+  if (shape.type == cmnalg::IMAGE_TYPE_UINT8) {
+    reader_->readRows(first, count, out);
+    return;
+  }
+  values_.resize(static_cast<std::size_t>(count) * static_cast<std::size_t>(shape.width));
+  reader_->readRows(first, count, values_.data());
+  const double span = max_ > min_ ? max_ - min_ : 1.0;
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    const double scaled = (values_[i] - min_) * 255.0 / span;
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): no quotient lies within rounding of .5 but at
+    // it
+    out[i] = static_cast<std::uint8_t>(static_cast<int>(scaled + 0.5));
+  }
+}
+
+}  // namespace planex_tools
