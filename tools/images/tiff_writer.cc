@@ -37,23 +37,11 @@ void declareTags(TIFF* tiff) {
 /// axes of a raster go through the centres. Y grows with the rows, which the simpler pair of tags,
 /// pixel scale and tie point, cannot say.
 void setGrid(TIFF* tiff, const Axis& columns, const Axis& rows) {
-  const double matrix[16] = {columns.scale,
-                             0,
-                             0,
-                             columns.origin - 0.5 * columns.scale,  //
-                             0,
-                             rows.scale,
-                             0,
-                             rows.origin - 0.5 * rows.scale,  //
-                             0,
-                             0,
-                             1,
-                             0,  //
-                             0,
-                             0,
-                             0,
-                             1};
-  TIFFSetField(tiff, kModelTransformation, 16, matrix);
+  const double matrix[4][4] = {{columns.scale, 0, 0, columns.origin - 0.5 * columns.scale},
+                               {0, rows.scale, 0, rows.origin - 0.5 * rows.scale},
+                               {0, 0, 1, 0},
+                               {0, 0, 0, 1}};
+  TIFFSetField(tiff, kModelTransformation, 16, &matrix[0][0]);
 }
 
 /// Layers in planes of their own, each in strips of a fixed number of rows.
