@@ -28,6 +28,17 @@ int finish() {
   return complain("standard output: cannot be written; check the space on the disk", kInputError);
 }
 
+/// What is wrong with the command line, and whose help tells more.
+std::string usageText(const CLI::App& app, const CLI::ParseError& error, const std::string& first) {
+  const auto commands = app.get_subcommands();
+  if (!commands.empty()) {
+    return std::string(error.what()) + "; see planex " + commands.front()->get_name() + " --help";
+  }
+  if (first.substr(0, 1) == "-") return std::string(error.what()) + "; see planex --help";
+  if (first.empty()) return "no command is given; see planex --help";
+  return "'" + first + "' is no command; see planex --help";
+}
+
 int run(int argc, char** argv) {
   planex_tools::Context context;
   CLI::App app(
@@ -38,6 +49,7 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
   planex_tools::addInfoCommand(app, context);
+  planex_tools::addCheckCommand(app, context);
   planex_tools::addBoundsCommand(app, context);
   planex_tools::addCalibrateCommand(app, context);
   planex_tools::addRectifyCommand(app, context);
@@ -47,7 +59,7 @@ int run(int argc, char** argv) {
   } catch (const CLI::Success& shown) {  // help or version
     app.exit(shown);
   } catch (const CLI::ParseError& error) {
-    return complain(std::string(error.what()) + "; see planex --help", kUsageError);
+    return complain(usageText(app, error, argc > 1 ? argv[1] : ""), kUsageError);
   }
   return finish();
 }

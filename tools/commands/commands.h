@@ -12,6 +12,7 @@ namespace planex_tools {
 /// wrongly. `context` outlives the parsing.
 void addBoundsCommand(CLI::App& app, Context& context);
 void addCalibrateCommand(CLI::App& app, Context& context);
+void addCheckCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 void addRectifyCommand(CLI::App& app, Context& context);
 /// @}

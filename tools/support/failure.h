@@ -14,7 +14,12 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
   /// "FILE: TEXT"
   Failure(const std::string& file, const std::string& text)
-      : std::runtime_error(file + ": " + text) {}
+      : std::runtime_error(nameOf(file) + ": " + text) {}
+
+  /// How texts call a file: by its name, and what "-" stands for by what it is.
+  static std::string nameOf(const std::string& file) {
+    return file == "-" ? "standard input" : file;
+  }
 };
 
 }  // namespace planex_tools
