@@ -48,6 +48,7 @@ etl::Vector<double> profilePositions(int height) {
 template <typename Align>
 void run(benchmark::State& state, int count, int height, Align align) {
   std::vector<Set> sets;
+  sets.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) sets.emplace_back(height);
   std::size_t turn = 0;
   while (state.KeepRunning()) {
