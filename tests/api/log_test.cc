@@ -69,5 +69,29 @@ TEST_F(Log, CallbackMayUseTheInterfaceAndReplaceItself) {
   EXPECT_THAT(received[2], ::testing::StartsWith("second "));
 }
 
+TEST_F(Log, CallbackMayDestroyWhatTheFailingCallUses) {
+  static uint32_t fresh;
+  static float x[4], z[4];
+  const uint16_t range[2] = {1, 2};
+  uint32_t filter = 0;
+  const ImageSize size = {2, 1};
+  ASSERT_TRUE(createCalibrationFilter(makeModel(), {1, 0, 1, 0, 640, 480}, size,
+                                      PLANEX_PIXEL_FORMAT_MONO16, &filter));
+  registerLogHandler([](const char* text) {
+    received.emplace_back(text);
+    destroyAll();
+    fresh = makeModel();
+    uint32_t inside = 0;
+    EXPECT_TRUE(createCalibrationFilter(fresh, {1, 0, 1, 0, 640, 480}, {2, 1},
+                                        PLANEX_PIXEL_FORMAT_MONO16, &inside));
+    const uint16_t other[2] = {7, 8};
+    EXPECT_TRUE(applyCalibration(inside, other, x, z));
+  });
+  EXPECT_FALSE(applyCalibration(filter, range, x, x));
+  EXPECT_EQ(received.size(), 1u);
+  EXPECT_TRUE(destroyModel(&fresh)) << "made by the callback";
+  EXPECT_FALSE(applyCalibration(filter, range, x, z)) << "destroyed by the callback";
+}
+
 }  // namespace
 }  // namespace test

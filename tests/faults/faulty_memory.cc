@@ -10,13 +10,15 @@
 
 #include "planex/infra/logger.h"
 
-extern "C" {
 // What the linker option --wrap makes of malloc and its kind.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_aligned_alloc(std::size_t alignment, std::size_t size);
 void __real_free(void* memory);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -56,6 +58,7 @@ void* takeOrThrow(std::size_t size) {
 
 }  // namespace
 
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void* __wrap_malloc(std::size_t size) { return takeMemory(size); }
 // Compilers make it of malloc and memset.
@@ -67,6 +70,7 @@ void* __wrap_aligned_alloc(std::size_t alignment, std::size_t size) {
 }
 void __wrap_free(void* memory) { giveBack(memory); }
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 void* operator new(std::size_t size) { return takeOrThrow(size); }
 void* operator new[](std::size_t size) { return takeOrThrow(size); }
