@@ -10,6 +10,9 @@ step() {
 .ci/run
 scripts/setup.sh check
 
+step "Lint of all sources"
+scripts/lint.sh
+
 step "Logging under ThreadSanitizer"
 cmake --preset tsan
 cmake --build --preset tsan --target planex_infra_test

@@ -24,5 +24,5 @@ for march in x86-64 x86-64-v3 native; do
   fi
   check "gcc-$march" g++ "-march=$march -DPLANEX_NO_MULTIVERSION"
 done
-check clang clang++-14 ""
-check clang-native clang++-14 "-march=native -DPLANEX_NO_MULTIVERSION"
+check clang clang++-19 ""
+check clang-native clang++-19 "-march=native -DPLANEX_NO_MULTIVERSION"
