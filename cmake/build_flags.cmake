@@ -26,7 +26,9 @@ if(PLANEX_SANITIZE)
   target_compile_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE}
                          -fno-sanitize-recover=all -fno-omit-frame-pointer
                          # Instrumented code of the standard library gives false reports.
-                         -Wno-maybe-uninitialized)
+                         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+                         # Instrumented loops are not vectorised; nobody expects them to be.
+                         $<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>)
   target_link_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE})
 endif()
 

@@ -28,6 +28,9 @@ OMP_NUM_THREADS=1 valgrind --quiet --error-exitcode=1 --leak-check=full \
 step "Instruction sets and compilers"
 scripts/check_instruction_sets.sh
 
+step "Fuzzing"
+scripts/fuzz.sh 30
+
 step "API reference, without warnings"
 scripts/build_docs.sh
 

@@ -31,8 +31,8 @@ struct PixelRGB {
   std::uint8_t b = 0;  ///< blue
 
   /// Whether all three are equal.
-  friend constexpr bool operator==(const PixelRGB& a, const PixelRGB& b) {
-    return a.r == b.r && a.g == b.g && a.b == b.b;
+  friend constexpr bool operator==(const PixelRGB& left, const PixelRGB& right) {
+    return left.r == right.r && left.g == right.g && left.b == right.b;
   }
 };
 

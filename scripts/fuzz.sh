@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds the fuzzers and runs each, one after the other; fails at the first finding.
+# Usage: scripts/fuzz.sh [SECONDS [TARGET...]]
+# SECONDS per target, 30 by default; 0 only replays the stored corpora. TARGET is a name of a folder
+# in fuzz/corpus, all by default. What a run finds stays in build/fuzz/corpus, and the input of a
+# crash in build/fuzz/findings.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds=${1:-30}
+shift || true
+[ $# -gt 0 ] || set -- $(ls fuzz/corpus)
+
+scripts/setup.sh build check
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
+
+for target in "$@"; do
+  options=(-timeout=20 -max_len=1024)
+  case $target in
+    model_text | image_document) options=(-timeout=20 -max_len=4096 -dict=fuzz/model.dict) ;;
+    recovery) options=(-timeout=20 -max_len=512 -dict=fuzz/model.dict) ;;
+  esac
+  [ "$seconds" -gt 0 ] && options+=("-max_total_time=$seconds") || options+=(-runs=0)
+  found=build/fuzz/corpus/$target
+  mkdir -p "$found" build/fuzz/findings
+  printf '\n--- %s\n' "$target"
+  log=build/fuzz/$target.log
+  if ! OMP_NUM_THREADS=1 "build/fuzz/fuzz/planex_${target}_fuzz" "${options[@]}" \
+    -print_final_stats=1 "-artifact_prefix=build/fuzz/findings/$target-" \
+    "$found" "fuzz/corpus/$target" >"$log" 2>&1; then
+    tail -n 60 "$log"
+    exit 1
+  fi
+  grep -E 'DONE|number_of_executed|average_exec' "$log"
+done
