@@ -66,12 +66,13 @@ struct PlaceRowKernel {
       const std::int32_t cell = static_cast<std::int32_t>(safeHeight);
       const std::int32_t width = halfWidthAt(kMean ? safeHeight : static_cast<double>(cell),
                                              k.widthSlope, k.widthIntercept);
-      const std::int32_t usedWidth = used ? width : 0;
+      const std::int32_t widthOrLess = used ? width : 0;
       const std::int32_t widthOrMore = used ? width : kMaximumHalfWidth + 1;
       columns[i] = static_cast<std::int32_t>(used ? column : double{kDroppedColumn});
-      halfWidths[i] = usedWidth;
+      // A point that is not used looks like a usual one, for the branches that follow, and small.
+      halfWidths[i] = used ? width : std::min(width, 1);
       narrowest = widthOrMore < narrowest ? widthOrMore : narrowest;
-      widest = widest < usedWidth ? usedWidth : widest;
+      widest = widest < widthOrLess ? widthOrLess : widest;
       if constexpr (kMean) {
         heights[i] = safeHeight;
       } else {
@@ -125,7 +126,7 @@ struct WinnerRowKernel {
     Key* storage = static_cast<Key*>(scratch);
     std::memset(storage, 0xFF, sizeof(Key) * static_cast<std::size_t>(stride * levelCount));
     Key* levels = storage + kMargin;
-    scatter(points, widths.narrowest, intensity, levels, stride);
+    scatter(points, widths, intensity, levels, stride);
     for (int width = widths.widest; width > widths.narrowest; --width) {
       Key* wider = levels + (width - widths.narrowest) * stride;
       joinLevels(wider, wider - stride, 1 - width, std::ptrdiff_t{target.width} + width - 1);
@@ -139,15 +140,16 @@ struct WinnerRowKernel {
   }
 
  private:
-  static PLANEX_ALWAYS_INLINE void scatter(const PlacedPoints& points, int narrowest,
+  static PLANEX_ALWAYS_INLINE void scatter(const PlacedPoints& points, const WidthRange& widths,
                                            const std::uint8_t* intensity, Key* levels,
                                            std::ptrdiff_t stride) {
     for (int i = 0; i < points.count; ++i) {
       const auto ranked =
           static_cast<std::uint32_t>(Rule::kRanksIntensity ? intensity[i] : points.quantised[i]);
       const Key key = Keys::make(Rule::rank(ranked), i);
-      const int level = std::max(points.halfWidth[i] - narrowest, 0);  // dropped points: any level
-      Key& cell = levels[level * stride + points.column[i]];
+      // Clamped for points that are not used.
+      const int width = std::clamp(points.halfWidth[i], widths.narrowest, widths.widest);
+      Key& cell = levels[(width - widths.narrowest) * stride + points.column[i]];
       cell = key < cell ? key : cell;
     }
   }
@@ -260,13 +262,14 @@ struct MeanRowKernel {
 
   static PLANEX_ALWAYS_INLINE void addToSpan(double* first, std::ptrdiff_t halfWidth,
                                              const Lanes& point) {
+    add(first, point);
+    if (halfWidth == 0) return;
     if (halfWidth == 1) {  // the usual width, without a loop
-      add(first, point);
       add(first + Cell::kLanes, point);
       add(first + 2 * Cell::kLanes, point);
       return;
     }
-    for (std::ptrdiff_t k = 0; k <= 2 * halfWidth; ++k) add(first + k * Cell::kLanes, point);
+    for (std::ptrdiff_t k = 1; k <= 2 * halfWidth; ++k) add(first + k * Cell::kLanes, point);
   }
 
   static PLANEX_ALWAYS_INLINE void store(const double* __restrict sums, const TargetRow& target) {
@@ -282,8 +285,7 @@ struct MeanRowKernel {
       const double stored = static_cast<double>(heights[k]);
       const double height =
           kOverwrite ? heightSum / n : (stored * n + heightSum) / (stored != 0.0 ? n * 2.0 : n);
-      const double cell = hit ? std::min(height, 65535.0) : stored;
-      const std::int32_t written = static_cast<std::int32_t>(cell);
+      const std::int32_t written = chosen(hit, truncated(height, 65535.0), heights[k]);
       heights[k] = static_cast<std::uint16_t>(written);
       if constexpr (kWithIntensity) {
         const double intensitySum = sums[k * Cell::kLanes + 2];
@@ -291,10 +293,20 @@ struct MeanRowKernel {
         // The weight looks at the height just written, not at the one before.
         const double mean = kOverwrite ? intensitySum / n
                                        : (before * n + intensitySum) / (written != 0 ? n * 2.0 : n);
-        const double rounded = hit ? std::min(mean + 0.5, 255.0) : before;
-        intensities[k] = static_cast<std::uint8_t>(static_cast<std::int32_t>(rounded));
+        intensities[k] =
+            static_cast<std::uint8_t>(chosen(hit, truncated(mean + 0.5, 255.0), intensities[k]));
       }
     }
+  }
+
+  static PLANEX_ALWAYS_INLINE std::int32_t truncated(double value, double limit) {
+    return static_cast<std::int32_t>(value < limit ? value : limit);
+  }
+  /// A choice without a branch: the compiler would move the division into one, and then not
+  /// vectorise.
+  static PLANEX_ALWAYS_INLINE std::int32_t chosen(bool first, std::int32_t a, std::int32_t b) {
+    const std::int32_t mask = -static_cast<std::int32_t>(first);
+    return (a & mask) | (b & ~mask);
   }
 };
 

@@ -13,10 +13,10 @@ namespace datafusion::planex::kernel {
 /// Widest splat to either side, in target columns.
 constexpr int kMaximumHalfWidth = 15;
 /// Cells before column 0 and after the last one that splats may reach in the scratch of a row.
-constexpr int kMargin = 32;
+constexpr int kMargin = 64;
 constexpr std::size_t kMargins = std::size_t{2} * kMargin;
-/// Column of a point that is not used; it lies in the margin, out of reach of every other splat.
-constexpr int kDroppedColumn = -kMargin;
+/// Column of a point that is not used: its splat lies in the margin, out of reach of every other.
+constexpr int kDroppedColumn = kMaximumHalfWidth + 1 - kMargin;
 
 /// From stored source values to target columns, target heights and half-widths.
 struct SplatCoefficients {
@@ -32,7 +32,7 @@ struct SplatCoefficients {
 /// The points of one source row in terms of the target.
 struct PlacedPoints {
   std::int32_t* column;     ///< centre column, or kDroppedColumn
-  std::int32_t* halfWidth;  ///< 0 ... kMaximumHalfWidth; 0 when dropped
+  std::int32_t* halfWidth;  ///< 0 ... kMaximumHalfWidth
   std::int32_t* quantised;  ///< height 1 ... 65535; not written for means
   double* height;           ///< unquantised height; written for means only
   int count;
