@@ -31,6 +31,9 @@ scripts/check_instruction_sets.sh
 step "Fuzzing"
 scripts/fuzz.sh 30
 
+step "Locales"
+scripts/check_locales.sh
+
 step "API reference, without warnings"
 scripts/build_docs.sh
 

@@ -8,7 +8,8 @@ declare -A packages=(
     libtiff-dev libcli11-dev libfmt-dev"
   [test]="libgtest-dev libgmock-dev libbenchmark-dev"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
-  [check]="git valgrind clang-19 libclang-rt-19-dev libomp-19-dev"
+  [check]="git valgrind clang-19 libclang-rt-19-dev libomp-19-dev
+    locales-all"
   [docs]="doxygen graphviz"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )

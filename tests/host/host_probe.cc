@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -194,6 +195,7 @@ void exitWhileWorking(const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::setlocale(LC_ALL, "");
   if (argc != 3) fail("usage: host_probe checksum|reload|exit LIBRARY");
   if (std::strcmp(argv[1], "checksum") == 0) printChecksum(argv[2]);
   if (std::strcmp(argv[1], "reload") == 0) reload(argv[2]);
