@@ -34,13 +34,13 @@ std::string usageText(const CLI::App& app, const CLI::ParseError& error, const s
   if (!commands.empty()) {
     return std::string(error.what()) + "; see planex " + commands.front()->get_name() + " --help";
   }
-  if (first.substr(0, 1) == "-") return std::string(error.what()) + "; see planex --help";
   if (first.empty()) return "no command is given; see planex --help";
   return "'" + first + "' is no command; see planex --help";
 }
 
 int run(int argc, char** argv) {
-  planex_tools::Context context;
+  using namespace planex_tools;
+  Context context;
   CLI::App app(
       "From range images of laser-line cameras to height maps and point clouds.\n"
       "The option --help of a command tells its options and gives examples.",
@@ -48,11 +48,11 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "planex " PLANEX_VERSION_STRING);
   app.require_subcommand(1);
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
-  planex_tools::addInfoCommand(app, context);
-  planex_tools::addCheckCommand(app, context);
-  planex_tools::addBoundsCommand(app, context);
-  planex_tools::addCalibrateCommand(app, context);
-  planex_tools::addRectifyCommand(app, context);
+  for (const auto addCommand :
+       {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addMapCommand,
+        addBoundsCommand, addConvertCommand, addDiffCommand}) {
+    addCommand(app, context);
+  }
 
   try {
     app.parse(argc, argv);

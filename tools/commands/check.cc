@@ -56,7 +56,7 @@ void runCheck(const CheckOptions& options, const Context& context) {
     std::puts(
         fmt::format("{}: readable only through the recovery check of the C interface: members "
                     "behind the error have the values of a new model ({})",
-                    options.model, readingError)
+                    name, readingError)
             .c_str());
   }
   if (faults.empty()) {

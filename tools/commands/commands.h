@@ -13,7 +13,10 @@ namespace planex_tools {
 void addBoundsCommand(CLI::App& app, Context& context);
 void addCalibrateCommand(CLI::App& app, Context& context);
 void addCheckCommand(CLI::App& app, Context& context);
+void addConvertCommand(CLI::App& app, Context& context);
+void addDiffCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
+void addMapCommand(CLI::App& app, Context& context);
 void addRectifyCommand(CLI::App& app, Context& context);
 /// @}
 

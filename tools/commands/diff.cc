@@ -1,0 +1,204 @@
+#include <fmt/format.h>
+#include <planex/foundation/vec.h>
+#include <planex/infra/containers.h>
+#include <planex/model/coordinate_system.h>
+#include <planex/model/point_mapping.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tools/commands/commands.h"
+#include "tools/support/failure.h"
+#include "tools/support/json.h"
+#include "tools/support/library_warnings.h"
+#include "tools/support/model_file.h"
+#include "tools/support/progress.h"
+
+namespace planex_tools {
+namespace {
+
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::CoordinateSystem;
+using Point = cmnalg::Vec<2, double>;
+using PointList = etl::Vector<Point>;
+
+constexpr double kMostPoints = 1 << 22;  // compared without --step
+
+struct DiffOptions {
+  std::string a, b;
+  int step = 0;
+  bool aligned = false, json = false;
+  std::optional<double> tolerance;
+};
+
+/// How two models differ over pixels of the sensor, in the length unit.
+struct Difference {
+  std::int64_t points = 0;     // that both models map to finite places
+  std::int64_t unmatched = 0;  // that only one does
+  double squares = 0;
+  double largest = 0;
+  Point pixel, worldA, worldB;  // where it is largest
+
+  double rms() const { return std::sqrt(squares / static_cast<double>(points)); }
+
+  void include(const Point& at, const Point& a, const Point& b) {
+    const bool finiteA = std::isfinite(a.x) && std::isfinite(a.y);
+    const bool finiteB = std::isfinite(b.x) && std::isfinite(b.y);
+    if (finiteA != finiteB) ++unmatched;
+    if (!finiteA || !finiteB) return;
+    const double distance = std::hypot(b.x - a.x, b.y - a.y);
+    squares += distance * distance;
+    if (points++ > 0 && !(distance > largest)) return;
+    largest = distance;
+    pixel = at;
+    worldA = a;
+    worldB = b;
+  }
+};
+
+/// Maps one row of pixels.
+PointList mapped(const CalibrationModel& model, const std::string& file, const PointList& pixels,
+                 bool aligned) {
+  PointList points;
+  if (!datafusion::planex::mapPoints<double>(
+          model, pixels, points, CoordinateSystem::Pixel,
+          aligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated)) {
+    failWithLibraryWarnings(file, "cannot be mapped with", "see: planex check " + file);
+  }
+  return points;
+}
+
+/// The places 0, step, 2 step, ... and the last one of a side of the sensor.
+etl::Vector<double> placesOf(int size, int step) {
+  etl::Vector<double> places;
+  for (int place = 0; place < size - 1; place += step) places.push_back(place);
+  places.push_back(size - 1);
+  return places;
+}
+
+int stepFor(const DiffOptions& options, const cmnalg::Vec<2, std::int32_t>& sensor) {
+  if (options.step > 0) return options.step;
+  const double pixels = static_cast<double>(sensor.x) * sensor.y;
+  return std::max(1, static_cast<int>(std::ceil(std::sqrt(pixels / kMostPoints))));
+}
+
+Difference compare(const CalibrationModel& a, const CalibrationModel& b, int step,
+                   const DiffOptions& options, const Context& context) {
+  const etl::Vector<double> columns = placesOf(a.SensorSize.x, step);
+  const etl::Vector<double> rows = placesOf(a.SensorSize.y, step);
+  Progress progress(context, "comparing", static_cast<std::int64_t>(columns.size() * rows.size()),
+                    "points");
+  Difference difference;
+  PointList pixels(columns.size());
+  for (const double row : rows) {
+    std::transform(columns.begin(), columns.end(), pixels.begin(), [row](double column) {
+      return Point{column, row};
+    });
+    const PointList worldA = mapped(a, options.a, pixels, options.aligned);
+    const PointList worldB = mapped(b, options.b, pixels, options.aligned);
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+      difference.include(pixels[i], worldA[i], worldB[i]);
+    }
+    progress.advance(static_cast<std::int64_t>(pixels.size()));
+  }
+  return difference;
+}
+
+std::string plainText(const Difference& d, const std::string& unit) {
+  std::string text = fmt::format("compared           {} pixels of the sensor\n", d.points);
+  if (d.unmatched > 0) {
+    text +=
+        fmt::format("not comparable     {} pixels, which only one model can map\n", d.unmatched);
+  }
+  if (d.points == 0) return text;
+  return text +
+         fmt::format(
+             "largest            {:.6g} {} at column {}, row {}: X {:.6g} {} ({:+.3g}), Z {:.6g} "
+             "{} ({:+.3g})\n"
+             "rms                {:.6g} {}\n",
+             d.largest, unit, d.pixel.x, d.pixel.y, d.worldA.x, unit, d.worldB.x - d.worldA.x,
+             d.worldA.y, unit, d.worldB.y - d.worldA.y, d.rms(), unit);
+}
+
+std::string jsonText(const Difference& d, const std::string& unit, int step) {
+  const Json root(cJSON_CreateObject());
+  add(root.get(), "unit", unit);
+  add(root.get(), "step", static_cast<double>(step));
+  add(root.get(), "points", static_cast<double>(d.points));
+  add(root.get(), "notComparable", static_cast<double>(d.unmatched));
+  add(root.get(), "rms", d.rms());
+  cJSON* largest = addObject(root.get(), "largest");
+  add(largest, "distance", d.largest);
+  add(largest, "column", d.pixel.x);
+  add(largest, "row", d.pixel.y);
+  add(largest, "xA", d.worldA.x);
+  add(largest, "zA", d.worldA.y);
+  add(largest, "xB", d.worldB.x);
+  add(largest, "zB", d.worldB.y);
+  return printJson(*root);
+}
+
+void runDiff(const DiffOptions& options, const Context& context) {
+  if (options.a == "-" && options.b == "-") {
+    throw CLI::ValidationError("B", "both models cannot be standard input");
+  }
+  const CalibrationModel a = loadModel(options.a);
+  const CalibrationModel b = loadModel(options.b);
+  if (a.SensorSize != b.SensorSize) {
+    throw Failure(options.b,
+                  fmt::format("has a sensor of {} x {}, the other model of {} x {}; "
+                              "compare models of one sensor",
+                              b.SensorSize.x, b.SensorSize.y, a.SensorSize.x, a.SensorSize.y));
+  }
+  if (a.SensorSize.x < 1 || a.SensorSize.y < 1) {
+    throw Failure(options.a, "has a sensor without size; see: planex check " + options.a);
+  }
+  const int step = stepFor(options, a.SensorSize);
+  const Difference difference = compare(a, b, step, options, context);
+  const std::string text =
+      options.json ? jsonText(difference, context.unit, step) : plainText(difference, context.unit);
+  std::fputs(text.c_str(), stdout);
+  const bool equal =
+      difference.unmatched == 0 && difference.largest <= options.tolerance.value_or(0);
+  if (options.tolerance && !equal) {
+    throw Failure(options.b,
+                  fmt::format("differs from {} by more than {} {}; see where above",
+                              Failure::nameOf(options.a), *options.tolerance, context.unit));
+  }
+}
+
+}  // namespace
+
+void addDiffCommand(CLI::App& app, Context& context) {
+  const auto options = std::make_shared<DiffOptions>();
+  CLI::App* command =
+      app.add_subcommand("diff", "Tell how far two models differ over the sensor, and where");
+  command->add_option("A", options->a, "Model document; - is standard input")->required();
+  command->add_option("B", options->b, "Model document to compare")->required();
+  command->add_flag("--aligned", options->aligned, "Compare behind the pose, in the aligned plane");
+  command
+      ->add_option("--step", options->step,
+                   "Compare every N-th column and row; by default all, of large sensors 4 million")
+      ->check(CLI::Range(1, 65535))
+      ->type_name("N");
+  addNumberOption(*command, "--tolerance", options->tolerance,
+                  "Exit with status 1 when the largest difference is above this");
+  command->add_flag("--json", options->json, "Print JSON");
+  addUnitOption(*command, context);
+  addQuietOption(*command, context);
+  command->footer(
+      "Examples:\n"
+      "  planex diff before.json after.json\n"
+      "  planex diff before.json after.json --aligned --json\n"
+      "  planex diff reference.json model.json --tolerance 0.01");
+  command->callback([options, &context] { runDiff(*options, context); });
+}
+
+}  // namespace planex_tools

@@ -1,0 +1,136 @@
+#include "tools/support/point_text.h"
+
+#include <fmt/format.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+
+#include "tools/support/failure.h"
+#include "tools/support/options.h"
+
+namespace planex_tools {
+namespace {
+
+constexpr std::string_view kSeparators = ",; \t\r\n";
+constexpr std::string_view kBlanks = " \t\r\n";
+
+/// Takes a number and the separator behind it off the text: one of , ; or any blanks.
+bool takeNumber(std::string_view& text, double& value) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) return false;
+  text.remove_prefix(begin);
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (result.ec != std::errc()) return false;
+  text.remove_prefix(static_cast<std::size_t>(result.ptr - text.data()));
+  if (text.empty()) return true;
+  if (kSeparators.find(text.front()) == std::string_view::npos) return false;
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  if (!text.empty() && (text.front() == ',' || text.front() == ';')) {
+    text.remove_prefix(1);
+    return text.find_first_not_of(kBlanks) != std::string_view::npos;  // a number must follow
+  }
+  return true;
+}
+
+/// Whether a line names its columns: it does not start with a number, not even one too large.
+bool isHeading(const std::string& line) {
+  double value = 0;
+  const std::size_t begin = std::min(line.find_first_not_of(" \t+"), line.size());
+  const auto result = std::from_chars(line.data() + begin, line.data() + line.size(), value);
+  return result.ec == std::errc::invalid_argument;
+}
+
+}  // namespace
+
+PointReader::PointReader(const std::string& path)
+    : path_(path), file_(path == "-" ? stdin : std::fopen(path.c_str(), "rb")) {
+  if (file_ == nullptr) {
+    throw Failure(path_, std::string("cannot be opened (") + std::strerror(errno) +
+                             "); check its name and permissions");
+  }
+}
+
+PointReader::~PointReader() {
+  if (file_ != stdin) std::fclose(file_);
+  std::free(buffer_);
+}
+
+bool PointReader::nextLine(std::string& line) {
+  errno = 0;
+  const ssize_t length = getline(&buffer_, &capacity_, file_);
+  if (length < 0) {
+    if (std::ferror(file_) == 0) return false;
+    throw Failure(path_, std::string("cannot be read (") + std::strerror(errno) +
+                             "); check that it is a file on a working disk");
+  }
+  line.assign(buffer_, static_cast<std::size_t>(length));
+  ++line_;
+  return true;
+}
+
+std::optional<TextPoint> PointReader::parse(const std::string& line) {
+  std::string_view rest = line;
+  TextPoint point{};
+  int count = 0;
+  while (rest.find_first_not_of(kBlanks) != std::string_view::npos) {
+    double value = 0;
+    if (count == 3 || !takeNumber(rest, value)) return std::nullopt;
+    point[static_cast<std::size_t>(count++)] = value;
+  }
+  if (dimensions_ == 0 && (count == 2 || count == 3)) dimensions_ = count;
+  return count == dimensions_ && count > 0 ? std::optional(point) : std::nullopt;
+}
+
+bool PointReader::read(std::size_t count, std::vector<TextPoint>& points) {
+  points.clear();
+  std::string line;
+  while (points.size() < count && nextLine(line)) {
+    if (line.find_first_not_of(kBlanks) == std::string::npos) continue;
+    if (const std::optional<TextPoint> point = parse(line)) {
+      points.push_back(*point);
+    } else if (line_ == 1 && isHeading(line)) {
+      hasHeading_ = true;
+    } else {
+      line.erase(line.find_last_not_of(kBlanks) + 1);
+      throw Failure(path_,
+                    fmt::format("line {}, '{:.40}', is no point of {} numbers; correct it", line_,
+                                line, dimensions_ == 0 ? "2 or 3" : fmt::to_string(dimensions_)));
+    }
+  }
+  return !points.empty();
+}
+
+std::optional<std::vector<double>> parseNumberList(const std::string& text) {
+  std::vector<double> numbers;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    const std::optional<double> number = parseNumber(text.substr(begin, end - begin));
+    if (!number) return std::nullopt;
+    numbers.push_back(*number);
+    begin = end + 1;
+  }
+  return numbers;
+}
+
+void appendPoint(std::string& text, const TextPoint& point, int dimensions) {
+  for (int i = 0; i < dimensions; ++i) {
+    const double value = point[static_cast<std::size_t>(i)];
+    if (std::isnan(value)) {
+      text += "nan";
+    } else {
+      fmt::format_to(std::back_inserter(text), "{}", value);
+    }
+    text += i + 1 < dimensions ? ',' : '\n';
+  }
+}
+
+}  // namespace planex_tools

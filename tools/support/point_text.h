@@ -1,0 +1,57 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace planex_tools {
+
+/// A point of two or three coordinates; of two the third is 0.
+using TextPoint = std::array<double, 3>;
+
+/// Reads points from text: one a line, its numbers separated by commas, semicolons, blanks or tabs.
+///
+/// The first line may be a heading, which does not start with a number; empty lines are left out.
+/// The first point says how many coordinates all have. Numbers are written as in C, with a point
+/// whatever the locale, and may be nan or inf. Memory holds one line.
+class PointReader {
+ public:
+  /// @param path "-": standard input. A Failure when the file cannot be opened
+  explicit PointReader(const std::string& path);
+  ~PointReader();
+  PointReader(const PointReader&) = delete;
+  PointReader& operator=(const PointReader&) = delete;
+
+  /// Reads up to `count` more points into the list, which is emptied first.
+  /// @return false when there are none left. A Failure names the line that is no point
+  bool read(std::size_t count, std::vector<TextPoint>& points);
+
+  /// 2 or 3; 0 before the first point was read.
+  int dimensions() const { return dimensions_; }
+  /// Whether the first line was a heading.
+  bool hasHeading() const { return hasHeading_; }
+
+ private:
+  std::optional<TextPoint> parse(const std::string& line);
+  bool nextLine(std::string& line);
+
+  std::string path_;
+  std::FILE* file_;
+  char* buffer_ = nullptr;  // of getline
+  std::size_t capacity_ = 0;
+  std::int64_t line_ = 0;
+  int dimensions_ = 0;
+  bool hasHeading_ = false;
+};
+
+/// The numbers of a list such as "1,-2.5,1/16"; nothing when one of them is none.
+std::optional<std::vector<double>> parseNumberList(const std::string& text);
+
+/// Appends "1.5,2,nan\n". Numbers have as many digits as reading back needs.
+void appendPoint(std::string& text, const TextPoint& point, int dimensions);
+
+}  // namespace planex_tools

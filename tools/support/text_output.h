@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tools/support/output_file.h"
+
+namespace planex_tools {
+
+/// Standard output, or a file that appears when all of it was written.
+class TextOutput {
+ public:
+  /// @param path  "" and "-": standard output
+  TextOutput(const std::string& path, bool force);
+  void write(std::string_view text);
+  void commit();
+
+ private:
+  std::unique_ptr<OutputFile> file_;
+};
+
+}  // namespace planex_tools
