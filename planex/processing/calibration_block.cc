@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
-#include "planex/infra/containers.h"
 #include "planex/processing/calibration_kernel.h"
 #include "planex/processing/pixel_block.h"
 #include "planex/processing/row_parallel.h"
@@ -40,9 +40,10 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
   for (int i = 0; i < 7; ++i) constants.lens[i] = lensCoefficients[i];
   for (int i = 0; i < 9; ++i) constants.transform[i] = transform[i];
   const std::size_t columns = static_cast<std::size_t>(block.Columns());
-  etl::Vector<double> scratch(columns * kernel::kColumnTermCount);
-  const kernel::ColumnTerms terms{scratch.data(), scratch.data() + columns,
-                                  scratch.data() + 2 * columns, scratch.data() + 3 * columns};
+  // Not cleared: for a single profile that would cost as much as filling it.
+  const std::unique_ptr<double[]> scratch(new double[columns * kernel::kColumnTermCount]);
+  const kernel::ColumnTerms terms{scratch.get(), scratch.get() + columns,
+                                  scratch.get() + 2 * columns, scratch.get() + 3 * columns};
   kernel::fillColumnTerms(kDouble, a, c, lensCoefficients, columnBegin, block.Columns(), terms,
                           set);
   const float missing = static_cast<float>(missingValue);
