@@ -31,6 +31,9 @@ scripts/check_instruction_sets.sh
 step "Fuzzing"
 scripts/fuzz.sh 30
 
+step "Binary interface"
+scripts/check_abi.sh
+
 step "Locales"
 scripts/check_locales.sh
 

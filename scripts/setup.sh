@@ -9,7 +9,7 @@ declare -A packages=(
   [test]="libgtest-dev libgmock-dev libbenchmark-dev"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
   [check]="git valgrind clang-19 libclang-rt-19-dev libomp-19-dev
-    locales-all"
+    locales-all abigail-tools gcovr"
   [docs]="doxygen graphviz"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
@@ -23,7 +23,7 @@ for group in "$@"; do
   fi
   for package in ${packages[$group]}; do
     status=$(dpkg-query --show --showformat '${db:Status-Status}' "$package" 2>/dev/null || true)
-    [ "$status" = installed ] || missing+=("$package")
+    [[ $status == installed* ]] || missing+=("$package")
   done
 done
 [ ${#missing[@]} -gt 0 ] || exit 0

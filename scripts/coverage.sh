@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Lines and branches that the test suite reaches, per folder, and the lines that it does not.
+# The pages of every file stand in build/coverage/html.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh build test check
+cmake --preset coverage >/dev/null
+cmake --build --preset coverage
+find build/coverage -name '*.gcda' -delete
+ctest --preset coverage --quiet || ctest --preset coverage --rerun-failed
+
+output=build/coverage/html
+mkdir -p "$output"
+# Branches of exceptions that may leave any call, and those that only the compiler sees, are none of
+# the text's.
+gcovr --root . --object-directory build/coverage --filter planex/ --exclude-throw-branches \
+  --exclude-unreachable-branches --json "$output/coverage.json" \
+  --html-details "$output/index.html" >/dev/null
+
+python3 - "$output/coverage.json" <<'PY'
+import collections
+import json
+import sys
+
+files = json.load(open(sys.argv[1], encoding="utf-8"))["files"]
+totals = collections.defaultdict(lambda: [0, 0, 0, 0])
+missing = []
+for entry in files:
+    name = entry.get("file", entry.get("filename"))
+    folder = totals[name.split("/")[1]]
+    lines = [line for line in entry["lines"] if not line.get("gcovr/noncode")]
+    for line in lines:
+        branches = [b for b in line["branches"] if not b.get("throw")]
+        folder[0] += line["count"] > 0
+        folder[1] += 1
+        folder[2] += sum(b["count"] > 0 for b in branches)
+        folder[3] += len(branches)
+    numbers = [line["line_number"] for line in lines if line["count"] == 0]
+    if numbers:
+        missing.append((name, numbers))
+
+print(f"{'folder':<12}{'lines':>16}{'branches':>16}")
+for folder, (hit, lines, taken, branches) in sorted(totals.items()):
+    print(f"{folder:<12}{hit:>6}/{lines:<5}{hit / max(lines, 1):>5.1%}"
+          f"{taken:>6}/{branches:<5}{taken / max(branches, 1):>5.1%}")
+print("\nlines not reached:")
+for name, numbers in sorted(missing):
+    print(f"  {name}: {', '.join(map(str, numbers))}")
+PY
