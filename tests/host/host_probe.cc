@@ -47,7 +47,7 @@ class Library {
   Library& operator=(const Library&) = delete;
 
   template <typename Function>
-  Function* find(Function* /*declared*/, const char* name) const {
+  Function* find(const char* name) const {
     void* const address = dlsym(handle_, name);
     require(address != nullptr, name);
     return reinterpret_cast<Function*>(address);
@@ -57,7 +57,7 @@ class Library {
   void* handle_;
 };
 
-#define CALL(library, function) (library).find(function, #function)
+#define CALL(library, function) (library).find<decltype(function)>(#function)
 
 std::uint64_t add(std::uint64_t sum, const std::vector<float>& values) {
   for (const float value : values) {
