@@ -22,6 +22,11 @@ std::size_t pointCount(const PointDescription& points) {
   return static_cast<std::size_t>(points.columns) * static_cast<std::size_t>(points.rows);
 }
 
+/// 16 bits go into a float: some readers of PLY know no ushort.
+SampleType plyIntensity(const PointDescription& points) {
+  return points.intensity == SampleType::kUint8 ? SampleType::kUint8 : SampleType::kFloat32;
+}
+
 std::string plyHeader(const PointDescription& points) {
   std::string header = fmt::format(
       "ply\nformat binary_little_endian 1.0\ncomment {}\ncomment {} points, NaN where nothing was "
@@ -31,7 +36,7 @@ std::string plyHeader(const PointDescription& points) {
       points.rows, pointCount(points));
   if (points.intensity) {
     header += fmt::format("property {} intensity\n",
-                          *points.intensity == SampleType::kUint8 ? "uchar" : "ushort");
+                          plyIntensity(points) == SampleType::kUint8 ? "uchar" : "float");
   }
   return header + "end_header\n";
 }
@@ -95,11 +100,14 @@ class RecordWriter : public PointWriter {
   std::vector<char> row_;
 };
 
-class PlyWriter final : public RecordWriter {
+/// PLY and PCD: X, Y, Z and, where there is one, the intensity, as a byte or as a float.
+class CloudWriter final : public RecordWriter {
  public:
-  PlyWriter(OutputFile& file, const PointDescription& points)
-      : RecordWriter(file, points, plyHeader(points),
-                     12 + (points.intensity ? bytesOf(*points.intensity) : 0)) {}
+  CloudWriter(OutputFile& file, const PointDescription& points, const std::string& header,
+              SampleType intensity)
+      : RecordWriter(file, points, header, 12 + (points.intensity ? bytesOf(intensity) : 0)),
+        intensity_(intensity),
+        floats_(static_cast<std::size_t>(points.columns)) {}
 
   void writeRows(const PointRows& rows) override {
     for (int r = 0; r < rows.count; ++r) {
@@ -107,46 +115,28 @@ class PlyWriter final : public RecordWriter {
       place(rows.x + begin, 0);
       place(rows.y + begin, 4);
       place(rows.z + begin, 8);
-      if (points_.intensity) {
-        if (*points_.intensity == SampleType::kUint8) {
-          place(static_cast<const std::uint8_t*>(rows.intensity) + begin, 12);
-        } else {
-          place(static_cast<const std::uint16_t*>(rows.intensity) + begin, 12);
-        }
-      }
-      writeRow();
-    }
-  }
-};
-
-class PcdWriter final : public RecordWriter {
- public:
-  PcdWriter(OutputFile& file, const PointDescription& points)
-      : RecordWriter(file, points, pcdHeader(points), points.intensity ? 16 : 12),
-        intensity_(static_cast<std::size_t>(points.columns)) {}
-
-  void writeRows(const PointRows& rows) override {
-    for (int r = 0; r < rows.count; ++r) {
-      const std::size_t begin = indexOfRow(r);
-      place(rows.x + begin, 0);
-      place(rows.y + begin, 4);
-      place(rows.z + begin, 8);
-      if (points_.intensity) {
-        if (*points_.intensity == SampleType::kUint8) {
-          const auto* values = static_cast<const std::uint8_t*>(rows.intensity) + begin;
-          std::copy(values, values + points_.columns, intensity_.begin());
-        } else {
-          const auto* values = static_cast<const std::uint16_t*>(rows.intensity) + begin;
-          std::copy(values, values + points_.columns, intensity_.begin());
-        }
-        place(intensity_.data(), 12);
+      if (points_.intensity == SampleType::kUint8) {
+        placeIntensity(static_cast<const std::uint8_t*>(rows.intensity) + begin);
+      } else if (points_.intensity == SampleType::kUint16) {
+        placeIntensity(static_cast<const std::uint16_t*>(rows.intensity) + begin);
       }
       writeRow();
     }
   }
 
  private:
-  std::vector<float> intensity_;
+  template <typename T>
+  void placeIntensity(const T* values) {
+    if (intensity_ == SampleType::kUint8) {
+      place(values, 12);  // bytes as they are
+    } else {
+      std::copy(values, values + points_.columns, floats_.begin());
+      place(floats_.data(), 12);
+    }
+  }
+
+  const SampleType intensity_;  // in the file
+  std::vector<float> floats_;
 };
 
 class NpyWriter final : public RecordWriter {
@@ -214,9 +204,11 @@ std::unique_ptr<PointWriter> PointWriter::create(PointFormat format, OutputFile&
                                                  const PointDescription& description) {
   switch (format) {
     case PointFormat::kPly:
-      return std::make_unique<PlyWriter>(file, description);
+      return std::make_unique<CloudWriter>(file, description, plyHeader(description),
+                                           plyIntensity(description));
     case PointFormat::kPcd:
-      return std::make_unique<PcdWriter>(file, description);
+      return std::make_unique<CloudWriter>(file, description, pcdHeader(description),
+                                           SampleType::kFloat32);
     case PointFormat::kNpy:
       return std::make_unique<NpyWriter>(file, description);
     case PointFormat::kTiff:

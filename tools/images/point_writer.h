@@ -39,7 +39,7 @@ struct PointRows {
 /// Writes the points of a range image row by row. The organised order, one point per sample of the
 /// range image, is kept in all formats. All numbers are little-endian.
 ///
-///     PLY   binary; float x, y, z, and uchar or ushort intensity
+///     PLY   binary; float x, y, z, and intensity, uchar for 8 bits and float for 16
 ///     PCD   binary; float x, y, z, and float intensity
 ///     TIFF  float32 layers: X and Z, or X, Y and Z where they are aligned
 ///     NPY   float32, rows x columns x 2 or 3: X and Z, or X, Y and Z where they are aligned
