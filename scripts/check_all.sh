@@ -37,6 +37,11 @@ scripts/check_abi.sh
 step "Locales"
 scripts/check_locales.sh
 
+step "What the command writes, in Open3D; scans larger than memory"
+/usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
+  build/release/tests/tools/whole_scan
+/usr/bin/python3 tests/tools/large_scan_test.py build/release/tools/planex build/release/examples/scan
+
 step "API reference, without warnings"
 scripts/build_docs.sh
 

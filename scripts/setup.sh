@@ -6,10 +6,11 @@ set -euo pipefail
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev
     libtiff-dev libcli11-dev libfmt-dev"
-  [test]="libgtest-dev libgmock-dev libbenchmark-dev"
+  [test]="libgtest-dev libgmock-dev libbenchmark-dev python3 python3-numpy python3-tifffile
+    python3-pil"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
   [check]="git valgrind clang-19 libclang-rt-19-dev libomp-19-dev
-    locales-all abigail-tools gcovr"
+    locales-all abigail-tools gcovr python3-gdal python3-opencv python3-open3d time"
   [docs]="doxygen graphviz"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
