@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cjson/cJSON.h>
+#include <fmt/format.h>
 
 #include <cmath>
 #include <memory>
@@ -15,16 +16,18 @@ struct DeleteJson {
 /// Owns a JSON value with all that it holds.
 using Json = std::unique_ptr<cJSON, DeleteJson>;
 
-/// Indented text with a line end behind it. Numbers have as many digits as reading back needs.
+/// Indented text with a line end behind it.
 inline std::string printJson(const cJSON& json) {
   const std::unique_ptr<char, void (*)(void*)> text(cJSON_Print(&json), cJSON_free);
   if (text == nullptr) throw std::bad_alloc();
   return std::string(text.get()) + "\n";
 }
 
-/// A number, or null for what JSON cannot say: NaN and infinities.
+/// A number with as many digits as reading back needs, or null for what JSON cannot say: NaN and
+/// infinities. As text, because cJSON leaves out the last digit where it finds it small enough.
 inline cJSON* jsonNumber(double value) {
-  return std::isfinite(value) ? cJSON_CreateNumber(value) : cJSON_CreateNull();
+  if (!std::isfinite(value)) return cJSON_CreateNull();
+  return cJSON_CreateRaw(fmt::format("{}", value).c_str());
 }
 
 /// @{

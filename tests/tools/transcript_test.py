@@ -1,0 +1,58 @@
+"""Usage: transcript_test.py PLANEX TRANSCRIPT [--update]
+
+Runs the lines of a transcript that start with "$ " in a folder of its own and compares what follows
+there with what they write: standard output, then standard error with "! " before each line, then
+the exit status in brackets unless it is 0. --update writes the transcript anew.
+
+In the folder are model.json, the example model; region.json, the same with a calibrated region;
+and damaged.json, which only the recovery check reads.
+"""
+import difflib
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import documents
+
+
+def run(line, folder, environment):
+    done = subprocess.run(["/bin/sh", "-c", line], cwd=folder, env=environment, text=True,
+                          capture_output=True, encoding="utf-8")
+    # Line ends of documents are \r\n; a transcript has \n.
+    text = done.stdout.replace("\r\n", "\n")
+    if text and not text.endswith("\n"):
+        text += "\n"
+    text += "".join(f"! {error}\n" for error in done.stderr.splitlines())
+    return text + (f"[{done.returncode}]\n" if done.returncode else "")
+
+
+def main():
+    planex, transcript = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])
+    environment = dict(os.environ, PATH=f"{planex.parent}:{os.environ['PATH']}")
+    damaged = documents.example()
+    del damaged["data"]["LensCoefficients"]
+    expected = transcript.read_text(encoding="utf-8")
+    actual = ""
+    with tempfile.TemporaryDirectory() as folder:
+        for name, document in (("model", documents.example()), ("damaged", damaged),
+                               ("region", documents.with_region(documents.example()))):
+            (pathlib.Path(folder) / f"{name}.json").write_text(json.dumps(document))
+        for line in expected.splitlines():
+            if line.startswith("#") or not line:
+                actual += line + "\n"
+            elif line.startswith("$ "):
+                actual += line + "\n" + run(line[2:], folder, environment)
+    if "--update" in sys.argv:
+        transcript.write_text(actual, encoding="utf-8")
+        return 0
+    difference = list(difflib.unified_diff(expected.splitlines(), actual.splitlines(),
+                                           "expected", "actual", lineterm=""))
+    print("\n".join(difference))
+    return 1 if difference else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
