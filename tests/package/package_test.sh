@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Usage: package_test.sh STEP SOURCE_DIR BUILD_DIR CC CXX CMAKE LIBDIR VERSION
-# STEP install lays the package out in a scratch prefix; each other step uses what lies there.
+# Usage: package_test.sh STEP SOURCE_DIR BUILD_DIR CC CXX CMAKE LIBDIR VERSION LISTS...
+# STEP install lays the package out in a scratch prefix and compares it with the files that LISTS
+# name; each other step uses what lies there.
 set -euo pipefail
 export LC_ALL=C
 step=$1 source_dir=$2 build_dir=$3 cc=$4 cxx=$5 cmake=$6 libdir=$7 version=$8
+shift 8
 here=$source_dir/tests/package
 scratch=$build_dir/tests/package/scratch
 prefix=$scratch/prefix
@@ -25,7 +27,7 @@ case "$step" in
     rm -rf "$scratch"
     "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
     # Exported targets come in one file more per configuration, named after it.
-    diff <(sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$here/installed_files.txt" | sort) \
+    diff <(cd "$here" && sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$@" | sort) \
       <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|planexTargets-[a-z]*\.cmake|planexTargets-config.cmake|' | sort)
     ;;
   headers)
@@ -53,6 +55,11 @@ case "$step" in
     "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
     "$scratch/c_consumer"
     "$scratch/cxx_consumer"
+    ;;
+  command)
+    # It finds its library beside itself.
+    [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
+    "$prefix/bin/planex" check "$source_dir/examples/models/simulated_camera.json"
     ;;
   *)
     echo "no step '$step'"
