@@ -2,6 +2,7 @@
 of the library give for the whole image, whatever blocks, rows and threads they are asked for."""
 import json
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -130,6 +131,8 @@ class WholeScan(unittest.TestCase):
                 (2, "rectify", "out.png", "--mode", "median"),
                 (2, "rectify", "out.png", "--float"), (2, "rectify", "out.tif", "--nodata", "1"),
                 (2, "rectify", "out.png", "--columns", "5", "--pixel-size", "1"),
+                (2, "rectify", "out.png", "--preview", self.folder / "out.png"),
+                (2, "calibrate", "out.ply", "--unit", "mm\nproperty float w"),
                 (2, "rectify", "out.png", "--pixel-size", "0"),
                 (2, "rectify", "out.png", "--z-range", "3:2"),
                 (2, "rectify", "out.png", "--rows", "44:46"), (2, "rectify", "out.png", "--rows", "5"),
@@ -142,6 +145,29 @@ class WholeScan(unittest.TestCase):
                                   *sensor, *arguments, status=status)
                 self.assertEqual(error.count("\n"), 1, error)
                 self.assertEqual(list(self.folder.glob("out*")), [], out)
+
+    def test_interrupt_leaves_nothing(self):
+        scan = self.folder / "long.pgm"
+        with open(scan, "wb") as file:  # sparse: nothing was measured
+            file.write(b"P5\n2560 400000\n65535\n")
+            file.truncate(file.tell() + 2 * 2560 * 400000)
+        before = set(self.folder.iterdir())
+        running = subprocess.Popen([PLANEX, "rectify", MODEL, scan, "-o", self.folder / "out.tif"])
+        while not list(self.folder.glob("out.tif.*")):
+            self.assertIsNone(running.poll())
+        running.send_signal(signal.SIGINT)
+        self.assertEqual(running.wait(), -signal.SIGINT)
+        self.assertEqual(set(self.folder.iterdir()), before)
+
+    def test_force(self):
+        self.run_command("rectify", "map.png")
+        before = (self.folder / "map.png").read_bytes()
+        arguments = [MODEL, self.folder / "range.pgm", "-o", self.folder / "map.png", *SENSOR]
+        error = scans.run(PLANEX, "rectify", *arguments, "--mode", "lowest", status=1)
+        self.assertIn("--force", error)
+        self.assertEqual((self.folder / "map.png").read_bytes(), before)
+        scans.run(PLANEX, "rectify", *arguments, "--mode", "lowest", "--force")
+        self.assertNotEqual((self.folder / "map.png").read_bytes(), before)
 
 
 unittest.main()

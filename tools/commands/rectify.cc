@@ -56,6 +56,9 @@ RasterFormat checkedFormat(const RectifyOptions& options) {
     throw CLI::ValidationError("--output",
                                "'" + options.output + "' ends neither in .png nor in .tif");
   }
+  if (options.preview == options.output) {
+    throw CLI::ValidationError("--preview", "needs another name than the height map");
+  }
   if (png && options.floating) throw CLI::ValidationError("--float", "needs an output .tif");
   if (options.noData && !options.floating) {
     throw CLI::ValidationError("--nodata", "needs --float; 0 is no height in 16 bits");
@@ -258,8 +261,11 @@ class HeightMapWriter {
     add(json.get(), "model", options_.model);
     add(json.get(), "range", options_.range);
     cJSON* files = cJSON_AddArrayToObject(json.get(), "intensities");
-    for (const std::string& path : options_.intensities) {
-      cJSON_AddItemToArray(files, cJSON_CreateString(path.c_str()));
+    for (std::size_t i = 0; i < intensities_.size(); ++i) {
+      cJSON* pair = cJSON_CreateObject();
+      cJSON_AddItemToArray(files, pair);
+      add(pair, "source", options_.intensities[i]);
+      add(pair, "rectified", intensities_[i]->file.path());
     }
     return printJson(*json);
   }

@@ -1,7 +1,7 @@
 #include "tools/images/image_reader.h"
 
+#include <algorithm>
 #include <array>
-#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -12,23 +12,34 @@
 namespace planex_tools {
 namespace {
 
-using Signature = std::array<unsigned char, 8>;
+using Opener = std::unique_ptr<ImageReader> (*)(const std::string& path);
 
-bool startsWith(const Signature& bytes, std::size_t count, const char* text, std::size_t length) {
-  return count >= length && std::memcmp(bytes.data(), text, length) == 0;
-}
+struct Signature {
+  std::array<unsigned char, 8> bytes;
+  std::size_t count;
+  Opener open;
+};
+
+constexpr Signature kSignatures[] = {
+    {{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'}, 8, openPng},
+    {{'I', 'I', 42, 0}, 4, openTiff},  // little endian, and big
+    {{'M', 'M', 0, 42}, 4, openTiff},
+    {{'I', 'I', 43, 0}, 4, openTiff},  // 64-bit offsets
+    {{'M', 'M', 0, 43}, 4, openTiff},
+    {{'P', '5'}, 2, openPgm},
+};
 
 }  // namespace
 
 std::unique_ptr<ImageReader> ImageReader::open(const std::string& path) {
-  Signature bytes{};
+  std::array<unsigned char, 8> bytes{};
   const std::size_t count = InputFile(path).readAt(0, bytes.data(), bytes.size());
-  const auto is = [&](const char* text, std::size_t length) {
-    return startsWith(bytes, count, text, length);
-  };
-  if (is("\x89PNG\r\n\x1a\n", 8)) return openPng(path);
-  if (is("II*\0", 4) || is("MM\0*", 4) || is("II+\0", 4) || is("MM\0+", 4)) return openTiff(path);
-  if (is("P5", 2)) return openPgm(path);
+  for (const Signature& signature : kSignatures) {
+    if (count >= signature.count &&
+        std::equal(bytes.begin(), bytes.begin() + signature.count, signature.bytes.begin())) {
+      return signature.open(path);
+    }
+  }
   throw Failure(path + ": is not a PNG, TIFF or binary PGM image; convert it to one of these");
 }
 

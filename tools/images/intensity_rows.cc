@@ -47,9 +47,10 @@ void IntensityRows::load(int first, int count) {
   const double span = max_ > min_ ? max_ - min_ : 1.0;
   for (std::size_t i = 0; i < values_.size(); ++i) {
     const double scaled = (values_[i] - min_) * 255.0 / span;
-    // NOLINTNEXTLINE(bugprone-incorrect-roundings): no quotient lies within rounding of .5 but at
-    // it
-    out[i] = static_cast<std::uint8_t>(static_cast<int>(scaled + 0.5));
+    // No quotient lies within rounding of .5 but at it.
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings)
+    const int rounded = static_cast<int>(scaled + 0.5);
+    out[i] = static_cast<std::uint8_t>(rounded);
   }
 }
 

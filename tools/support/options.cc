@@ -3,8 +3,10 @@
 #include <omp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <system_error>
@@ -15,6 +17,8 @@
 
 namespace planex_tools {
 namespace {
+
+constexpr std::size_t kLongestUnit = 32;  // it stands in headers of a line
 
 std::optional<double> parseDecimal(std::string_view text) {
   double value = 0;
@@ -90,7 +94,14 @@ void addThreadsOption(CLI::App& command, Context& context) {
 }
 
 void addUnitOption(CLI::App& command, Context& context) {
+  const auto isName = [](const std::string& unit) {
+    const auto printable = [](char c) { return static_cast<unsigned char>(c) >= ' ' && c != 0x7F; };
+    const bool good = !unit.empty() && unit.size() <= kLongestUnit &&
+                      std::all_of(unit.begin(), unit.end(), printable);
+    return std::string(good ? "" : "is no short printable name");
+  };
   command.add_option("--unit", context.unit, "Length unit of the model, written into every output")
+      ->check(isName)
       ->capture_default_str()
       ->type_name("UNIT");
 }
