@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Builds planex and its examples, simulates a scan and measures it. Installs what is missing.
+# Builds planex, simulates a scan, measures it, and turns it into a height map and a point cloud with
+# the command planex. Installs what is missing.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 scripts/setup.sh build
 cmake --preset demo
-cmake --build --preset demo --target simulate_scan height_map
+cmake --build --preset demo --target simulate_scan height_map planex_command
 
 programs=build/release/examples
 scan=build/demo
@@ -15,3 +16,15 @@ echo
 "$programs/height_map" "$scan" "$scan"
 echo "look at: $PWD/$scan/height_color.png"
 echo "also:    $PWD/$scan/height.png, $PWD/$scan/intensity.png"
+
+planex=build/release/tools/planex
+shown() {
+  echo
+  echo "\$ planex ${*//$scan\//}"
+  "$planex" "$@" --force
+}
+shown rectify "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
+  --y-scale 0.1 -o "$scan/map.tif" --preview "$scan/preview.png"
+shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
+  --aligned --y-scale 0.1 -o "$scan/points.ply"
+echo "look at: $PWD/$scan/preview.png; $PWD/$scan/points.ply opens in any viewer of point clouds"

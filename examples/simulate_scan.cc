@@ -3,8 +3,9 @@
 //     simulate_scan <folder>
 //
 // writes model.json (the camera), scan.txt (how the scan was taken), range.pgm (16 bit: the row of
-// the laser line in sixteenths of a pixel, 0 where it was not found), intensity.pgm (8 bit) and
-// truth.txt (what the object really measures). The same numbers come out on every machine.
+// the laser line in sixteenths of a pixel, 0 where it was not found) with range.pgm.json (what part
+// of the sensor it shows), intensity.pgm (8 bit) and truth.txt (what the object really measures).
+// The same numbers come out on every machine.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -172,6 +173,17 @@ bool writeScanDescription(const std::string& path, const SimulatedCamera& camera
   return std::fclose(file) == 0;
 }
 
+/// The same for the command planex, which looks for it beside the range image.
+bool writeSidecar(const std::string& path, const SimulatedCamera& camera) {
+  std::FILE* file = std::fopen(path.c_str(), "w");
+  if (file == nullptr) return false;
+  std::fprintf(file,
+               "{\"sensor\": {\"scaleX\": 1, \"originX\": 0, \"scaleZ\": %.17g, \"originZ\": %d, "
+               "\"width\": %d, \"height\": %d}}\n",
+               1 / kStepsPerRow, kFirstRow, camera.sensorWidth, kRegionRows);
+  return std::fclose(file) == 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -186,6 +198,7 @@ int main(int argc, char** argv) {
   if (!example::writeModel(camera, folder + "model.json") ||
       !example::writeTruth(folder + "truth.txt") ||
       !writeScanDescription(folder + "scan.txt", camera) ||
+      !writeSidecar(folder + "range.pgm.json", camera) ||
       !writePgm(folder + "range.pgm", scan.width, scan.range) ||
       !writePgm(folder + "intensity.pgm", scan.width, scan.intensity)) {
     std::fprintf(stderr, "simulate_scan: cannot write to %s\n", argv[1]);
