@@ -146,6 +146,14 @@ class WholeScan(unittest.TestCase):
                 self.assertEqual(error.count("\n"), 1, error)
                 self.assertEqual(list(self.folder.glob("out*")), [], out)
 
+    def test_sensor_beside_the_image(self):
+        whole = self.run_command("rectify", "map.tif")
+        (self.folder / "range.pgm.json").write_text(json.dumps({"sensor": {
+            "scaleX": 16, "originX": 8, "scaleZ": 1 / 16, "originZ": 160, "height": 704}}))
+        scans.run(PLANEX, "rectify", MODEL, self.folder / "range.pgm", "-o",
+                  self.folder / "other.tif", *Y)
+        self.assertEqual((self.folder / "other.tif").read_bytes(), whole)
+
     def test_interrupt_leaves_nothing(self):
         scan = self.folder / "long.pgm"
         with open(scan, "wb") as file:  # sparse: nothing was measured

@@ -63,6 +63,9 @@ RasterFormat checkedFormat(const RectifyOptions& options) {
   if (options.noData && !options.floating) {
     throw CLI::ValidationError("--nodata", "needs --float; 0 is no height in 16 bits");
   }
+  if (options.noData && std::abs(*options.noData) > std::numeric_limits<float>::max()) {
+    throw CLI::ValidationError("--nodata", "has no float");
+  }
   return png ? RasterFormat::kPng : RasterFormat::kTiff;
 }
 

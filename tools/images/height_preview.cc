@@ -61,7 +61,7 @@ void HeightPreview::addRows(int count, const std::uint16_t* heights) {
     std::uint16_t* line =
         levels_.data() + static_cast<std::size_t>(nextLine_) * static_cast<std::size_t>(width_);
     for (int i = 0; i < width_; ++i) {
-      line[i] = source[std::min(static_cast<int>((i + 0.5) * columnStep_), columnCount_ - 1)];
+      line[i] = source[static_cast<int>(std::min((i + 0.5) * columnStep_, columnCount_ - 1.0))];
     }
   }
   nextRow_ = end;
