@@ -3,7 +3,10 @@ models: damaged documents by the dozen, the C interface as a witness, pictures, 
 import copy
 import ctypes
 import json
+import os
 import pathlib
+import pty
+import select
 import signal
 import struct
 import subprocess
@@ -225,6 +228,33 @@ class Outputs(unittest.TestCase):
         picture = Image.open(self.folder / "1420.png")
         colors = {color for _, color in picture.getcolors(1 << 20)}
         self.assertLessEqual({(240, 170, 50), (110, 200, 230), (48, 34, 110), (190, 35, 35)}, colors)
+
+
+class Progress(unittest.TestCase):
+    """On four thousand million points, which nobody waits for."""
+
+    def shown(self, seconds, *options, terminal=True):
+        """What stands on standard error when a bar was drawn, or after that time."""
+        reader, writer = pty.openpty() if terminal else os.pipe()
+        with tempfile.TemporaryDirectory() as folder:
+            model = pathlib.Path(folder) / "large.json"
+            model.write_text(edited("SensorSize", value={"x": 65535, "y": 65535}))
+            child = subprocess.Popen([PLANEX, "diff", model, model, "--step", "1", *options],
+                                     stdout=subprocess.DEVNULL, stderr=writer)
+            text, end = "", time.monotonic() + seconds
+            while "left" not in text and time.monotonic() < end:
+                if select.select([reader], [], [], 0.1)[0]:
+                    text += os.read(reader, 4096).decode()
+            child.terminate()
+            child.wait()
+        os.close(reader)
+        os.close(writer)
+        return text
+
+    def test_is_drawn_on_a_terminal_only(self):
+        self.assertRegex(self.shown(60), r"comparing \[\.{20}\] 0 %, [\d.]+ \w? ?points/s, .* left")
+        self.assertEqual(self.shown(2, "--quiet"), "")
+        self.assertEqual(self.shown(2, terminal=False), "")
 
 
 if __name__ == "__main__":

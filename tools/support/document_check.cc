@@ -50,7 +50,7 @@ class Value {
         similar = item;
       }
     }
-    const Value value(found, path_.empty() ? name : path_ + "." + name, faults_);
+    Value value(found, path_.empty() ? name : path_ + "." + name, faults_);
     if (count > 1) value.fault("is there more than once");
     if (found == nullptr && similar == nullptr) value.fault("is missing");
     if (found == nullptr && similar != nullptr) {

@@ -59,17 +59,16 @@ class PlaneView {
 
 void drawGrid(Picture& picture, const PlaneView& plane, std::string_view unit) {
   const double step = roundStep(150 / plane.pixelsPerUnit());
-  if (step == 0) return;
-  for (double k = std::ceil(plane.xAt(0) / step); k * step < plane.xAt(kWidth); ++k) {
-    const double column = plane.column(k * step);
+  for (const double x : roundValues(plane.xAt(0), plane.xAt(kWidth), step)) {
+    const double column = plane.column(x);
     picture.line(column, 0, column, kViewHeight, kGrid);
-    picture.text(static_cast<int>(column) + 4, kViewHeight - 20, labelText(k * step, step), kFaint,
+    picture.text(static_cast<int>(column) + 4, kViewHeight - 20, labelText(x, step), kFaint,
                  kTextScale);
   }
-  for (double k = std::ceil(plane.zAt(kViewHeight) / step); k * step < plane.zAt(0); ++k) {
-    const double row = plane.row(k * step);
+  for (const double z : roundValues(plane.zAt(kViewHeight), plane.zAt(0), step)) {
+    const double row = plane.row(z);
     picture.line(0, row, kWidth, row, kGrid);
-    picture.text(4, static_cast<int>(row) + 4, labelText(k * step, step), kFaint, kTextScale);
+    picture.text(4, static_cast<int>(row) + 4, labelText(z, step), kFaint, kTextScale);
   }
   const std::string title = fmt::format("X to the right, Z up, in {}", unit);
   picture.text(kWidth - Picture::textWidth(title, kTextScale) - 10, 10, title, kInk, kTextScale);

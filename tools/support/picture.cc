@@ -162,6 +162,15 @@ double roundStep(double span) {
   return power;
 }
 
+std::vector<double> roundValues(double min, double max, double step) {
+  std::vector<double> values;
+  if (!(step > 0)) return values;
+  // Counted, because far from 0 adding a step may change nothing.
+  const double first = std::ceil(min / step);
+  for (int i = 0; i < 100 && (first + i) * step <= max; ++i) values.push_back((first + i) * step);
+  return values;
+}
+
 std::string labelText(double value, double step) {
   const double digits = step > 0 ? -std::floor(std::log10(step) + 1e-9) : 0;
   const double rounded = std::abs(value) < step / 1000 ? 0 : value;  // no "-0.0"
@@ -185,11 +194,11 @@ void drawLegend(Picture& picture, int x, int y, int height, double min, double m
   }
   const double step = roundStep((max - min) * 2.5 * textHeight / height);
   const double labelStep = step > 0 ? step : max - min;
-  for (double k = std::ceil(min / labelStep); k * labelStep <= max; ++k) {
-    const double share = (k * labelStep - min) / (max - min);
+  for (const double value : roundValues(min, max, labelStep)) {
+    const double share = (value - min) / (max - min);
     const int row = y + static_cast<int>(std::lround((1 - share) * (height - 1)));
     picture.fill(x + width, row, 2 * scale, 1, kInk);
-    picture.text(textX, row - textHeight / 2, labelText(k * labelStep, labelStep), kInk, scale);
+    picture.text(textX, row - textHeight / 2, labelText(value, labelStep), kInk, scale);
   }
 }
 

@@ -67,6 +67,9 @@ class Picture {
 /// and finite.
 double roundStep(double span);
 
+/// The multiples of a step from `min` to `max`, at most a hundred; none for a step of 0.
+std::vector<double> roundValues(double min, double max, double step);
+
 /// A number with as many digits as a label of that step needs: 0.25 in steps of 0.05 is "0.25".
 std::string labelText(double value, double step);
 
