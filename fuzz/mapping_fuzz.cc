@@ -196,7 +196,7 @@ class MappingPlay {
     cmnalg::shape::Polyline outline;
     const bool done = planex::mapRectangle(model_, rectangle, outline, from_, to_, n);
     log_.CheckRefusal(done);
-    FUZZ_CHECK(outline.Points.size() == (done ? static_cast<std::size_t>(4 * (n + 1)) : 0));
+    FUZZ_CHECK(outline.Points.size() == (done ? 4 * (static_cast<std::size_t>(n) + 1) : 0));
     cmnalg::shape::Rectangle bounds = rectangle;
     FUZZ_CHECK(planex::mapRectangle(model_, bounds, bounds, from_, to_, n) == done);
     FUZZ_CHECK(done ||
@@ -210,7 +210,7 @@ class MappingPlay {
     const double yScale = source_.Real();
     const bool mapped = planex::mapBox(model_, box, points, from_, to_, 0.5, yScale, n);
     log_.CheckRefusal(mapped);
-    const std::size_t k = static_cast<std::size_t>(n + 2);
+    const std::size_t k = static_cast<std::size_t>(n) + 2;
     FUZZ_CHECK(points.size() == (mapped ? 2 * (k - 2) * (k - 2) + 4 * k * (k - 1) : 0));
     Vec<3, double> min{1, 2, 3};
     Vec<3, double> max{4, 5, 6};
