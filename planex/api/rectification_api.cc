@@ -177,13 +177,15 @@ class Rectification {
   }
 
   /// Runs a pass that writes the world range: straight into the caller's buffer, or, where that
-  /// buffer shares memory with what the pass still reads, into a copy first.
+  /// buffer shares memory with what the pass still reads, into a copy first. A grid with another
+  /// number of rows than the inputs is refused by the pass: no copy, which could be a huge one.
   template <typename Pass>
   bool intoRange(float* range, std::initializer_list<Bytes> used, Pass pass) const {
     const std::size_t cells =
         static_cast<std::size_t>(grid_.width) * static_cast<std::size_t>(grid_.height);
     const Bytes target{range, cells * sizeof(float)};
-    const bool shared = std::any_of(used.begin(), used.end(),
+    const bool shared = grid_.height == x_.GetHeight() &&
+                        std::any_of(used.begin(), used.end(),
                                     [&](const Bytes& bytes) { return target.overlaps(bytes); });
     std::vector<float> copy(shared ? cells : 0);
     const WorldRangeWriter writer(grid_, filter_.missingDataValue, shared ? copy.data() : range);

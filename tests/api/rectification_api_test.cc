@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -216,6 +218,21 @@ TEST_F(RectificationApi, RefusesUnusableGrids) {
     EXPECT_EQ(log.take().back(), "SEVERE: Invalid data in sensor traits scale X / Z");
     EXPECT_EQ(range, std::vector<float>(kCells, 7));
   }
+}
+
+TEST_F(RectificationApi, RefusesAnotherNumberOfRowsBeforeAskingForMemory) {
+  // A range of that many columns would overlap the inputs behind it, and need a copy of 8 GiB.
+  std::vector<float> buffers(3 * kPoints, 7);
+  const WorldRangeTraits grid = {-10, 20, 0x7fffffff, 0, 1, 1, 3, 70, 65536};
+  rusage before{};
+  getrusage(RUSAGE_SELF, &before);
+  EXPECT_FALSE(rectify(makeFilter(1, {}, grid), &buffers[kPoints], &buffers[2 * kPoints], nullptr,
+                       buffers.data(), nullptr));
+  rusage after{};
+  getrusage(RUSAGE_SELF, &after);
+  EXPECT_EQ(log.takeOne(), "WARNING: Target image must have the same height as the source image.");
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1 << 20) << "KiB";
+  EXPECT_EQ(buffers, std::vector<float>(3 * kPoints, 7));
 }
 
 TEST_F(RectificationApi, ImagesBeforeTheFailingOneAreWritten) {
