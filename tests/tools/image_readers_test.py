@@ -1,6 +1,8 @@
 """Usage: image_readers_test.py PLANEX. Which image files the command takes, and which it refuses."""
 import pathlib
+import random
 import struct
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -96,6 +98,20 @@ class ImageReaders(unittest.TestCase):
                 self.assertTrue(error.startswith(f"planex: {self.image}"), error)
                 self.assertEqual(error.count("\n"), 1, error)
                 self.assertEqual([p.name for p in self.image.parent.iterdir()], ["image"])
+
+    def test_ends_orderly_whatever_the_bytes(self):
+        chance = random.Random(5)
+        for _ in range(150):
+            data = bytearray(chance.choice([PNG, TIFF, PGM, *ACCEPTED[16].values()]))
+            for _ in range(chance.choice([1, 2, 6])):  # headers and directories more than pixels
+                near = chance.randrange(300)
+                data[chance.choice([near, -near - 1])] = chance.choice([0, 1, 128, 255])
+            self.image.write_bytes(data[:chance.choice([len(data), chance.randrange(len(data))])])
+            done = subprocess.run([PLANEX, "calibrate", MODEL, self.image, "-o", self.out, "-f",
+                                   "-q", *SENSOR], capture_output=True, text=True, timeout=60)
+            self.assertIn(done.returncode, (0, 1), done.stderr)
+            self.assertEqual(done.stderr.startswith(f"planex: {self.image}: "), done.returncode == 1
+                             or "values lie outside" in done.stderr, done.stderr)
 
     def test_refuses_what_is_no_regular_file(self):
         for path in (self.folder.name, "/dev/zero", self.image):
