@@ -76,9 +76,9 @@ void place(fuzz::ByteSource& source, unsigned char* part, Image& image) {
   if (image.GetType() == cmnalg::IMAGE_TYPE_FLOAT64) fillReals<double>(source, part);
 }
 
-/// Where a picture starts: in its own part, or, sometimes, in that of another.
-unsigned char* start(fuzz::ByteSource& source, Arena& arena, int part) {
-  if (source.Between(0, 15) != 0) return arena.Part(part);
+/// Where a picture starts: in its own part, or, once in so many times, in that of another.
+unsigned char* start(fuzz::ByteSource& source, Arena& arena, int part, int times = 16) {
+  if (source.Between(1, times) != 1) return arena.Part(part);
   return arena.Part(source.Between(0, 3)) + std::ptrdiff_t{8} * source.Between(0, 255);
 }
 
@@ -303,7 +303,7 @@ void checkInterface(fuzz::ByteSource& source) {
   fillReals<float>(source, arena.Part(1));
   auto* const x = reinterpret_cast<float*>(arena.Part(0));
   auto* const z = reinterpret_cast<float*>(start(source, arena, 1));
-  auto* const range = reinterpret_cast<float*>(start(source, arena, 3));
+  auto* const range = reinterpret_cast<float*>(start(source, arena, 3, 2));
   const void* const in[] = {start(source, arena, 2)};
   void* const out[] = {start(source, arena, 4)};
 
