@@ -264,5 +264,18 @@ TEST_F(CalibrationApi, RangeTransformKeepsZeroForMissingData) {
   EXPECT_EQ(odd.scaleZ, 1 / -2147483650.0);  // and here -2^31
 }
 
+TEST_F(CalibrationApi, MorePixelsThanAnImageCanHaveAreRefused) {
+  uint32_t filter = 0;
+  ASSERT_TRUE(createCalibrationFilter(makeModel(), kTraits, {65535, 65535},
+                                      PLANEX_PIXEL_FORMAT_MONO16, &filter));
+  const uint16_t range = 1;
+  float x = 5;
+  float z = 6;
+  EXPECT_FALSE(applyCalibration(filter, &range, &x, &z));
+  EXPECT_EQ(log.takeOne(), "WARNING: Failed to allocate.");
+  EXPECT_EQ(x, 5);
+  EXPECT_EQ(z, 6);
+}
+
 }  // namespace
 }  // namespace test

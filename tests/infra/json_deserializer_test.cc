@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "planex/infra/class_repository.h"
+#include "planex/infra/count_members_visitor.h"
 #include "planex/infra/sub_object.h"
 #include "tests/infra/probe.h"
 
@@ -378,6 +379,45 @@ struct Everything {
     v.EndVisitingArray(ArrayType::Primitives);
   }
 };
+
+/// The limits of an integer type, as members and as an array.
+template <typename T>
+void expectLimitsBack(void (IVisitor::*visit)(T&, const char*)) {
+  struct Values {
+    T member;
+    T array[2];
+  };
+  using Limits = std::numeric_limits<T>;
+  Values values{Limits::max(), {Limits::min(), Limits::max()}};
+  const auto visitAll = [&](IVisitor& v) {
+    (v.*visit)(values.member, "m");
+    Everything::Pod(v, values.array, "a");
+  };
+  const std::string text = test::written(visitAll);
+  values = {};
+  base::JsonVisitingDeSerializer document(text.c_str(), true);
+  Probe probe(visitAll);
+  EXPECT_TRUE(document.DeserializeIntoExistingObject(probe)) << document.GetErrorDescription();
+  EXPECT_EQ(values.member, Limits::max());
+  EXPECT_EQ(values.array[0], Limits::min());
+  EXPECT_EQ(values.array[1], Limits::max());
+  etl::CountMembersVisitor counter;
+  visitAll(counter);
+  EXPECT_EQ(counter.GetCount(), 2u);
+}
+
+TEST(JsonRoundTrip, GivesTheLimitsOfIntegersBack) {
+  expectLimitsBack<std::int8_t>(&IVisitor::VisitMemberI8);
+  expectLimitsBack<std::int16_t>(&IVisitor::VisitMemberI16);
+  expectLimitsBack<std::int32_t>(&IVisitor::VisitMemberI32);
+  expectLimitsBack<std::int64_t>(&IVisitor::VisitMemberI64);
+  expectLimitsBack<std::uint8_t>(&IVisitor::VisitMemberUI8);
+  expectLimitsBack<std::uint16_t>(&IVisitor::VisitMemberUI16);
+  expectLimitsBack<std::uint32_t>(&IVisitor::VisitMemberUI32);
+  expectLimitsBack<std::uint64_t>(&IVisitor::VisitMemberUI64);
+  expectLimitsBack<std::intptr_t>(&IVisitor::VisitMemberIP);
+  expectLimitsBack<std::uintptr_t>(&IVisitor::VisitMemberUIP);
+}
 
 TEST(JsonRoundTrip, GivesEveryValueBackFromCompactAndPrettyText) {
   Everything source;
