@@ -422,6 +422,9 @@ TEST(JsonRoundTrip, GivesTheLimitsOfIntegersBack) {
 TEST(JsonRoundTrip, GivesEveryValueBackFromCompactAndPrettyText) {
   Everything source;
   source.many.assign(1000000, 0.5);  // a walk by index would take minutes
+  etl::CountMembersVisitor counter;
+  source.Visit(counter);
+  EXPECT_EQ(counter.GetCount(), 11u) << "arrays count as one, whatever is in them";
   for (const bool pretty : {false, true}) {
     const std::string text = test::written([&](IVisitor& v) { source.Visit(v); }, pretty);
     Everything back{false, 0, 0, "", {}, Colour::Red, {}, {}, {}, {}, {}};
