@@ -91,8 +91,8 @@ struct CalibrateRowKernel {
 template <typename Real>
 struct ColumnTermsKernel {
   template <bool kHardwareFma>
-  static PLANEX_ALWAYS_INLINE void run(double a, double c, const double* lens, int first,
-                                       int count, const ColumnTerms& terms) {
+  static PLANEX_ALWAYS_INLINE void run(double a, double c, const double* lens, int first, int count,
+                                       const ColumnTerms& terms) {
     const Real scale = static_cast<Real>(a);
     const Real offset = static_cast<Real>(c);
     const double twiceC3 = 2 * lens[3];
