@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/foundation/line_fit.h"
 #include "tests/support/warning_capture.h"
 
 namespace cmnalg::math {
@@ -125,6 +126,20 @@ TEST(ToMatrix, WritesOneColumnAPoint) {
   ASSERT_TRUE(toMatrix(points, matrix, false));
   EXPECT_EQ(matrix.Height(), 2);
   EXPECT_THAT(std::vector<double>(matrix.Data(), matrix.Data() + 6), ElementsAre(1, 3, 5, 2, 4, 6));
+}
+
+TEST(LineFit, AsksForSpreadInZ) {
+  for (const double distance : {0.031, 0.032}) {  // of two points, whose determinant is its square
+    LineFit fit;
+    fit.Add(10, 3);
+    fit.Add(10 + distance, 4);
+    double slope = -7;
+    double intercept = -7;
+    const bool spread = distance > 0.0315;
+    ASSERT_EQ(fit.Solve(slope, intercept), spread);
+    EXPECT_NEAR(slope, spread ? 1 / distance : -7, 1e-6);
+    EXPECT_NEAR(intercept, spread ? 3 - 10 / distance : -7, 1e-6);
+  }
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ TEST(Rectangle, CornersRunCounterClockwiseFromTheLowest) {
 
 TEST(Rectangle, IsValidAsksEveryField) {
   EXPECT_TRUE((shape::Rectangle{{-1, -2}, 0, 0, -7}.IsValid()));
+  EXPECT_EQ(shape::Rectangle{}.Width + shape::Rectangle{}.Height, 0);
   const shape::Rectangle kInvalid[] = {
       {{kNan, 0}, 1, 1, 0}, {{0, kInf}, 1, 1, 0}, {{0, 0}, -1, 1, 0},  {{0, 0}, 1, -1, 0},
       {{0, 0}, kNan, 1, 0}, {{0, 0}, 1, kInf, 0}, {{0, 0}, 1, 1, kNan}};
