@@ -252,7 +252,7 @@ class Progress(unittest.TestCase):
         return text
 
     def test_is_drawn_on_a_terminal_only(self):
-        self.assertRegex(self.shown(60), r"comparing \[\.{20}\] 0 %, [\d.]+ \w? ?points/s, .* left")
+        self.assertRegex(self.shown(60), r"comparing \[#*\.+\] \d+ %, [\d.]+ \w? ?points/s, .* left")
         self.assertEqual(self.shown(2, "--quiet"), "")
         self.assertEqual(self.shown(2, terminal=False), "")
 
