@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -11,6 +12,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "tools/support/failure.h"
 
@@ -46,6 +49,12 @@ extern "C" void removeUnfinishedFiles(int signal) {
   raise(signal);
 }
 
+namespace fs = std::filesystem;
+
+fs::path folderOf(const fs::path& file) {
+  return file.has_parent_path() ? file.parent_path() : ".";
+}
+
 /// The file that `path` names behind its links; `path` itself where nothing exists.
 std::string targetOf(const std::string& path, bool force) {
   struct stat status;
@@ -57,6 +66,16 @@ std::string targetOf(const std::string& path, bool force) {
   if (!S_ISREG(status.st_mode)) throw Failure(path, "is not a regular file; choose another name");
   char resolved[PATH_MAX];
   return realpath(path.c_str(), resolved) != nullptr ? resolved : path;
+}
+
+/// Whether an unfinished file is to have that name.
+bool isBeingWritten(const std::string& target) {
+  return std::any_of(unfinishedFiles.begin(), unfinishedFiles.end(), [&](const auto& file) {
+    std::error_code error;
+    const fs::path temporary = file.used ? file.name.data() : "";
+    return temporary.stem() == fs::path(target).filename() &&
+           fs::equivalent(folderOf(temporary), folderOf(target), error);
+  });
 }
 
 /// mkstemp makes files that only their owner may read.
@@ -79,6 +98,9 @@ std::string reason() { return std::strerror(errno); }
 
 OutputFile::OutputFile(const std::string& path, bool force)
     : path_(path), target_(targetOf(path, force)), temporary_(target_ + ".XXXXXX"), force_(force) {
+  if (isBeingWritten(target_)) {
+    throw Failure(path_, "is the name of two outputs; give each its own");
+  }
   sigset_t all, before;
   sigfillset(&all);
   sigprocmask(SIG_BLOCK, &all, &before);  // between the making of the file and its remembering
@@ -131,7 +153,8 @@ void OutputFile::commit() {
 }
 
 void removeUnfinishedFilesOnSignals() {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE}) {
     struct sigaction action = {};
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
     action = {};

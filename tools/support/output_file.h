@@ -14,12 +14,13 @@ namespace planex_tools {
 ///     file.commit();
 ///
 /// The bytes go to a temporary name in the same folder. commit() gives them their name in one
-/// step; without it the destructor, SIGINT, SIGTERM and SIGHUP remove them. Every failure is a
-/// Failure with the name of the file. Files are made and destroyed on one thread.
+/// step; without it the destructor and the signals that end a program remove them. Every failure is
+/// a Failure with the name of the file. Files are made and destroyed on one thread.
 class OutputFile {
  public:
   /// @param path  a name that no file has, unless `force` is set, which replaces a regular file;
-  ///              what else exists (folders, devices) is refused. A link is followed
+  ///              what else exists (folders, devices) is refused, and a file that another
+  ///              OutputFile writes. A link is followed
   OutputFile(const std::string& path, bool force);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
@@ -50,8 +51,9 @@ class OutputFile {
   bool force_;
 };
 
-/// Has SIGINT, SIGTERM and SIGHUP remove the unfinished files before they end the process. Called
-/// once, before the first OutputFile.
+/// Has SIGINT, SIGQUIT, SIGTERM, SIGHUP and SIGPIPE remove the unfinished files before they end the
+/// process, and files that pass a limit fail as on a full disk. Called once, before the first
+/// OutputFile.
 void removeUnfinishedFilesOnSignals();
 
 }  // namespace planex_tools
