@@ -162,6 +162,12 @@ void runMap(const MapOptions& options, const Context& context) {
   if (options.model == "-" && options.input == "-" && !shape) {
     throw CLI::ValidationError("MODEL", "model and points cannot both be standard input");
   }
+  if (shape && options.input != "-") {
+    throw CLI::ValidationError("POINTS", "cannot be given with --rectangle or --box");
+  }
+  if (!shape && options.points) {
+    throw CLI::ValidationError("--points", "needs --rectangle or --box");
+  }
   if (options.yScale && *options.yScale == 0) {
     throw CLI::ValidationError("--y-scale", "must not be 0");
   }

@@ -1,17 +1,16 @@
 #include "tools/support/point_text.h"
 
 #include <fmt/format.h>
-#include <sys/types.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "tools/support/failure.h"
 #include "tools/support/options.h"
@@ -21,6 +20,8 @@ namespace {
 
 constexpr std::string_view kSeparators = ",; \t\r\n";
 constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t kLongestLine = 65536;
 
 /// Takes a number and the separator behind it off the text: one of , ; or any blanks.
 bool takeNumber(std::string_view& text, double& value) {
@@ -41,8 +42,10 @@ bool takeNumber(std::string_view& text, double& value) {
   return true;
 }
 
-/// Whether a line names its columns: it does not start with a number, not even one too large.
+/// Whether a line names its columns: it is text that does not start with a number, not even one too
+/// large.
 bool isHeading(const std::string& line) {
+  if (line.find('\0') != std::string::npos) return false;
   double value = 0;
   const std::size_t begin = std::min(line.find_first_not_of(" \t+"), line.size());
   const auto result = std::from_chars(line.data() + begin, line.data() + line.size(), value);
@@ -61,23 +64,34 @@ PointReader::PointReader(const std::string& path)
 
 PointReader::~PointReader() {
   if (file_ != stdin) std::fclose(file_);
-  std::free(buffer_);
 }
 
 bool PointReader::nextLine(std::string& line) {
+  line.clear();
   errno = 0;
-  const ssize_t length = getline(&buffer_, &capacity_, file_);
-  if (length < 0) {
-    if (std::ferror(file_) == 0) return false;
+  int c = 0;
+  while ((c = getc_unlocked(file_)) != EOF && c != '\n') {
+    line += static_cast<char>(c);
+    if (line.size() > kLongestLine) {
+      throw Failure(
+          path_, fmt::format("line {} is too long for a point; give a file of points", line_ + 1));
+    }
+  }
+  if (std::ferror(file_) != 0) {
     throw Failure(path_, std::string("cannot be read (") + std::strerror(errno) +
                              "); check that it is a file on a working disk");
   }
-  line.assign(buffer_, static_cast<std::size_t>(length));
-  ++line_;
+  if (c == EOF && line.empty()) return false;
+  if (++line_ == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+    line.erase(0, kByteOrderMark.size());
+  }
   return true;
 }
 
 std::optional<TextPoint> PointReader::parse(const std::string& line) {
+  if (line.find(',') != std::string::npos && line.find(';') != std::string::npos) {
+    return std::nullopt;
+  }
   std::string_view rest = line;
   TextPoint point{};
   int count = 0;
@@ -95,15 +109,16 @@ bool PointReader::read(std::size_t count, std::vector<TextPoint>& points) {
   std::string line;
   while (points.size() < count && nextLine(line)) {
     if (line.find_first_not_of(kBlanks) == std::string::npos) continue;
+    const bool first = !std::exchange(begun_, true);
     if (const std::optional<TextPoint> point = parse(line)) {
       points.push_back(*point);
-    } else if (line_ == 1 && isHeading(line)) {
+    } else if (first && isHeading(line)) {
       hasHeading_ = true;
     } else {
       line.erase(line.find_last_not_of(kBlanks) + 1);
-      throw Failure(path_,
-                    fmt::format("line {}, '{:.40}', is no point of {} numbers; correct it", line_,
-                                line, dimensions_ == 0 ? "2 or 3" : fmt::to_string(dimensions_)));
+      throw Failure(path_, fmt::format("line {}, '{:.40}', is no point of {} numbers; correct it",
+                                       line_, inOneLine(line),
+                                       dimensions_ == 0 ? "2 or 3" : fmt::to_string(dimensions_)));
     }
   }
   return !points.empty();

@@ -15,9 +15,10 @@ using TextPoint = std::array<double, 3>;
 
 /// Reads points from text: one a line, its numbers separated by commas, semicolons, blanks or tabs.
 ///
-/// The first line may be a heading, which does not start with a number; empty lines are left out.
-/// The first point says how many coordinates all have. Numbers are written as in C, with a point
-/// whatever the locale, and may be nan or inf. Memory holds one line.
+/// The first line may be a heading, which does not start with a number; empty lines and the byte
+/// order mark of UTF-8 are left out. The first point says how many coordinates all have. Numbers
+/// are written as in C, with a point whatever the locale, and may be nan or inf. A line with commas
+/// and semicolons is refused: the commas may be meant as decimal ones. Memory holds one line.
 class PointReader {
  public:
   /// @param path "-": standard input. A Failure when the file cannot be opened
@@ -41,9 +42,8 @@ class PointReader {
 
   std::string path_;
   std::FILE* file_;
-  char* buffer_ = nullptr;  // of getline
-  std::size_t capacity_ = 0;
   std::int64_t line_ = 0;
+  bool begun_ = false;  // a line that is not empty was read
   int dimensions_ = 0;
   bool hasHeading_ = false;
 };
