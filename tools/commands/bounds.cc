@@ -86,7 +86,7 @@ std::string plainText(const WorldBounds& bounds, const Transform& transform, int
 
 void runBounds(const BoundsOptions& options, const Context& context) {
   const datafusion::planex::CalibrationModel model = loadModel(options.model);
-  const SensorTraits traits = resolveSensor(options.sensor, options.image, model);
+  const SensorTraits traits = resolveSensor(options.sensor, options.image, model, options.model);
   const int columns = options.columns > 0 ? options.columns : columnsOf(traits);
   const WorldBounds bounds = worldBounds(model, traits, columns, options.model);
   const Transform transform = transformOf(bounds, columns);

@@ -45,7 +45,7 @@ class PointSource {
       : model_(model),
         options_(options),
         calibrated_(model, options.model, range,
-                    resolveSensor(options.sensor, options.range, model)),
+                    resolveSensor(options.sensor, options.range, model, options.model)),
         y_(options.y, range.shape().height) {}
 
   const CalibratedRows& calibrated() const { return calibrated_; }

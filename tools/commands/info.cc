@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
+#include "tools/images/raster.h"
 #include "tools/support/failure.h"
 #include "tools/support/json.h"
 #include "tools/support/model_file.h"
@@ -222,12 +223,17 @@ bool hasArea(const FieldOfView& view) {
 }
 
 void runInfo(const InfoOptions& options, const Context& context) {
+  if (!options.plot.empty() && endingOf(options.plot) != ".png") {
+    throw CLI::ValidationError("--plot", "'" + options.plot + "' does not end in .png");
+  }
   const CalibrationModel model = loadModel(options.model);
   Facts facts{model, context.unit, {}, {}, {}};
   facts.view = fieldOfView(model, facts.noView);
   facts.region = summarizeRegion(model);
   if (!options.plot.empty()) {
-    if (!facts.view) throw Failure(options.model, "shows nothing to plot: " + facts.noView);
+    if (!facts.view) {
+      throw Failure(options.model, "has nothing to plot (" + facts.noView + "); see planex check");
+    }
     if (!hasArea(*facts.view)) {
       throw Failure(options.model,
                     "has no finite field of view to plot; see: planex check " + options.model);

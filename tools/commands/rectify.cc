@@ -59,6 +59,9 @@ RasterFormat checkedFormat(const RectifyOptions& options) {
   if (options.preview == options.output) {
     throw CLI::ValidationError("--preview", "needs another name than the height map");
   }
+  if (!options.preview.empty() && endingOf(options.preview) != ".png") {
+    throw CLI::ValidationError("--preview", "'" + options.preview + "' does not end in .png");
+  }
   if (png && options.floating) throw CLI::ValidationError("--float", "needs an output .tif");
   if (options.noData && !options.floating) {
     throw CLI::ValidationError("--nodata", "needs --float; 0 is no height in 16 bits");
@@ -293,7 +296,7 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   const CalibrationModel model = loadModel(options.model);
   const auto range = ImageReader::open(options.range);
   const RowBlocks rows = resolveRows(options.rows, range->shape());
-  const SensorTraits traits = resolveSensor(options.sensor, options.range, model);
+  const SensorTraits traits = resolveSensor(options.sensor, options.range, model, options.model);
   CalibratedRows points(model, options.model, *range, traits);
   const HeightGrid grid = gridOf(options, model, traits, range->shape().width);
   std::vector<std::unique_ptr<IntensityRows>> intensities;

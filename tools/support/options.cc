@@ -38,15 +38,33 @@ class Sidecar {
     json_.reset(cJSON_Parse(readTextFile(path_).c_str()));
     if (json_ == nullptr) throw Failure(path_, "is not JSON; correct it or name another --sensor");
     sensor_ = cJSON_GetObjectItemCaseSensitive(json_.get(), "sensor");
+    if (sensor_ == nullptr ? !options.sidecar.empty() : !cJSON_IsObject(sensor_)) {
+      throw Failure(path_, "has no object \"sensor\"; add one or name another --sensor");
+    }
   }
 
-  const std::string& path() const { return path_; }
+  /// A number by which positions are multiplied; see number().
+  double scale(const std::optional<double>& option, const char* name, double otherwise) const {
+    const double value = number(option, name, otherwise);
+    if (value == 0 && !option) {
+      throw Failure(path_, std::string("sensor.") + name + " is 0; correct it");
+    }
+    return value;
+  }
+
+  /// The file where it gives the number, else the model.
+  const std::string& sourceOf(const char* name, const std::string& model) const {
+    return cJSON_HasObjectItem(sensor_, name) != 0 ? path_ : model;
+  }
 
   /// The option, else the member, else the default.
   double number(const std::optional<double>& option, const char* name, double otherwise) const {
     if (option) return *option;
     const cJSON* item = cJSON_GetObjectItemCaseSensitive(sensor_, name);
-    if (item == nullptr) return otherwise;
+    if (item == nullptr) {
+      if (cJSON_HasObjectItem(sensor_, name) == 0) return otherwise;
+      throw Failure(path_, std::string("sensor.") + name + " is not spelt so; correct it");
+    }
     if (!cJSON_IsNumber(item) || !std::isfinite(item->valuedouble)) {
       throw Failure(path_, std::string("sensor.") + name + " is not a number; correct it");
     }
@@ -64,15 +82,19 @@ double remaining(double scale, double origin, int sensorSize) {
   return std::floor(scale < 0 ? origin : sensorSize - origin);
 }
 
+/// A size from the option, from the sidecar, or what is left of the sensor.
 std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& option,
-                         const char* name, double otherwise) {
-  const double size = sidecar.number(option, name, otherwise);
+                         const std::string& name, double left, const std::string& model) {
+  const double size = sidecar.number(option, name.c_str(), left);
   if (size >= 1 && size <= 65535 && std::floor(size) == size) {
     return static_cast<std::uint16_t>(size);
   }
-  if (option) throw CLI::ValidationError(std::string("--sensor-") + name, "must be 1 to 65535");
-  throw Failure(sidecar.path().empty() ? "sensor" : sidecar.path(),
-                std::string("the sensor has no ") + name + " of 1 to 65535; give --sensor-" + name);
+  if (option) throw CLI::ValidationError("--sensor-" + name, "must be 1 to 65535");
+  const std::string source = sidecar.sourceOf(name.c_str(), model);
+  if (source != model) throw Failure(source, "sensor." + name + " is not 1 to 65535; correct it");
+  throw Failure(model, "its sensor has no " + std::string(name == "width" ? "columns" : "rows") +
+                           " from the origin on; correct --origin-" +
+                           (name == "width" ? "x" : "z") + " or give --sensor-" + name);
 }
 
 }  // namespace
@@ -151,19 +173,20 @@ void addSensorOptions(CLI::App& command, SensorOptions& options) {
 }
 
 SensorTraits resolveSensor(const SensorOptions& options, const std::string& image,
-                           const datafusion::planex::CalibrationModel& model) {
+                           const datafusion::planex::CalibrationModel& model,
+                           const std::string& modelName) {
   const Sidecar sidecar(options, image);
   SensorTraits traits{};
-  traits.scaleX = sidecar.number(options.scaleX, "scaleX", 1);
+  traits.scaleX = sidecar.scale(options.scaleX, "scaleX", 1);
   traits.originX = sidecar.number(options.originX, "originX", 0);
-  traits.scaleZ = sidecar.number(options.scaleZ, "scaleZ", 1.0 / 16);
+  traits.scaleZ = sidecar.scale(options.scaleZ, "scaleZ", 1.0 / 16);
   traits.originZ = sidecar.number(options.originZ, "originZ", 0);
   if (traits.scaleX == 0) throw CLI::ValidationError("--scale-x", "must not be 0");
   if (traits.scaleZ == 0) throw CLI::ValidationError("--scale-z", "must not be 0");
   const double columns = remaining(traits.scaleX, traits.originX, model.SensorSize.x);
   const double rows = remaining(traits.scaleZ, traits.originZ, model.SensorSize.y);
-  traits.width = regionSize(sidecar, options.width, "width", columns);
-  traits.height = regionSize(sidecar, options.height, "height", rows);
+  traits.width = regionSize(sidecar, options.width, "width", columns, modelName);
+  traits.height = regionSize(sidecar, options.height, "height", rows, modelName);
   return traits;
 }
 

@@ -55,10 +55,13 @@ void addSensorOptions(CLI::App& command, SensorOptions& options);
 /// pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge of the sensor.
 /// Members may be missing.
 ///
-/// @param image  the range image, whose sidecar is its name with ".json" behind it; empty: none
-/// A Failure for a sidecar that was named and cannot be read, for one that is not JSON, and for
-/// members that are no finite numbers or out of range.
+/// @param image      the range image, whose sidecar is its name with ".json" behind it; empty: none
+/// @param modelName  the file of the model, for what a Failure says of it
+/// A Failure for a sidecar that was named and cannot be read or has no such object, for one that is
+/// not JSON, for members that are spelt otherwise, no finite numbers or out of range, and for a
+/// sensor that ends before the origin.
 SensorTraits resolveSensor(const SensorOptions& options, const std::string& image,
-                           const datafusion::planex::CalibrationModel& model);
+                           const datafusion::planex::CalibrationModel& model,
+                           const std::string& modelName);
 
 }  // namespace planex_tools
