@@ -18,7 +18,7 @@ constexpr int kInputError = 1;
 constexpr int kUsageError = 2;
 
 int complain(const std::string& text, int status) {
-  std::fprintf(stderr, "planex: %s\n", text.c_str());
+  std::fprintf(stderr, "planex: %s\n", planex_tools::inOneLine(text).c_str());
   return status;
 }
 

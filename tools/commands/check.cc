@@ -50,17 +50,18 @@ void runCheck(const CheckOptions& options, const Context& context) {
   const std::vector<Fault> faults = faultsOf(text, readingError);
   const std::string name = Failure::nameOf(options.model);
   for (const Fault& fault : faults) {
-    std::puts(fmt::format("{}: {}: {}", name, fault.path, fault.text).c_str());
+    std::puts(inOneLine(fmt::format("{}: {}: {}", name, fault.path, fault.text)).c_str());
   }
   if (!readingError.empty() && isRecovered(text)) {
     std::puts(
-        fmt::format("{}: readable only through the recovery check of the C interface: members "
-                    "behind the error have the values of a new model ({})",
-                    name, readingError)
+        inOneLine(
+            fmt::format("{}: readable only through the recovery check of the C interface: members "
+                        "behind the error have the values of a new model ({})",
+                        name, readingError))
             .c_str());
   }
   if (faults.empty()) {
-    if (!context.quiet) std::puts((name + ": no faults").c_str());
+    if (!context.quiet) std::puts(inOneLine(name + ": no faults").c_str());
     return;
   }
   throw Failure(options.model,

@@ -83,7 +83,7 @@ void warnOfValuesOutside(const CalibratedRows& rows, const std::string& range) {
   if (rows.outside() == 0) return;
   std::fprintf(stderr,
                "planex: %s: %lld values lie outside the sensor; check --scale-z and --origin-z\n",
-               range.c_str(), static_cast<long long>(rows.outside()));
+               inOneLine(range).c_str(), static_cast<long long>(rows.outside()));
 }
 
 }  // namespace planex_tools

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -21,5 +22,13 @@ class Failure : public std::runtime_error {
     return file == "-" ? "standard input" : file;
   }
 };
+
+/// The text as one line: names of files and members may hold line ends and what moves the cursor,
+/// which become '?'.
+inline std::string inOneLine(std::string text) {
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; };
+  std::replace_if(text.begin(), text.end(), isControl, '?');
+  return text;
+}
 
 }  // namespace planex_tools
