@@ -350,7 +350,6 @@ void JsonVisitingSerializer::VisitPodArray(double* values) { WritePodArray(value
 void JsonVisitingSerializer::VisitBigDataArray(const etl::BigDataArray& array, const char* name) {
   std::size_t elems = 0;
   std::size_t bytes = 0;
-  if (HasError()) return;
   if (!bytesOf(array, elems, bytes) || (bytes > 0 && array.data == nullptr)) {
     return SetError("Big data array of invalid size");
   }

@@ -46,7 +46,8 @@ class PLANEX_EXPORT Logger {
 
   /// @{
   /// Log `format`, filled in printf-style, when the level is loggable. Numbers are formatted
-  /// independently of the locale as long as only integers and strings are used.
+  /// independently of the locale as long as only integers and strings are used. A format that
+  /// cannot be filled in is logged as it stands.
   void Severe(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void Warning(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void Info(const char* format, ...) __attribute__((format(printf, 2, 3)));

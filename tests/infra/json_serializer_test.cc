@@ -210,6 +210,41 @@ TEST(JsonSerializer, ReportsUnevenNesting) {
          v.VisitMemberF64(values[0], "x");
        },
        kObject},
+      {"NestsAnArrayInAnArrayOfNumbers",
+       [](IVisitor& v) {
+         v.BeginVisitingArray(ArrayType::Primitives, one, "a");
+         v.BeginVisitingArray(ArrayType::Primitives, one, nullptr);
+       },
+       kArray},
+      {"PutsNumbersIntoAnArrayOfArrays",
+       [](IVisitor& v) {
+         v.BeginVisitingArray(ArrayType::Arrays, one, "a");
+         v.VisitPodArray(values);
+       },
+       kArray},
+      {"PutsNumbersOutsideOfArrays", [](IVisitor& v) { v.VisitPodArray(values); }, kArray},
+      {"PutsAnObjectIntoAnArray",
+       [](IVisitor& v) {
+         std::shared_ptr<etl::IVisitable> nobody;
+         v.BeginVisitingArray(ArrayType::Arrays, one, "a");
+         v.VisitSubObjectVisitable(nobody, nullptr);
+       },
+       kObject},
+      {"EndsABaseClassAsTwoSubObjects",
+       [](IVisitor& v) {
+         v.BeginVisitingBaseClass("Base");
+         v.EndVisitingSubObject("s", "");
+         v.EndVisitingSubObject("s", "");
+       },
+       kObject},
+      {"NamesAMemberAfterTheEnd",
+       [](IVisitor& v) {
+         v.EndVisiting("Probe");
+         v.VisitMemberF64(values[0], "x");
+       },
+       kObject},
+      {"MismatchesWhileWriting", [](IVisitor& v) { v.SetArraySizeMismatch(); },
+       "Serialized array size mismatch"},
       {"HasNoDataForBigDataArray",
        [](IVisitor& v) {
          v.VisitBigDataArray({"uint8", 1, 2, 1, nullptr, 2, {}}, "p");
@@ -222,6 +257,21 @@ TEST(JsonSerializer, ReportsUnevenNesting) {
        "Big data array of invalid size"},
   };
   for (const Case& c : kCases) EXPECT_EQ(written(c.visit), c.error) << c.name;
+}
+
+TEST(JsonSerializer, WritesNothingAfterAnError) {
+  etl::MemoryOutStream stream;
+  base::JsonVisitingSerializer serializer(stream, false);
+  Probe probe([](IVisitor& v) {
+    v.SetError("first");
+    visitAllForms(v);
+    v.EndVisitingArray(ArrayType::Arrays);
+  });
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(serializer.Serialize(probe));
+    EXPECT_EQ(serializer.GetErrorDescription(), "first");
+    EXPECT_EQ(stream.GetText(), "");
+  }
 }
 
 class FullStream : public etl::OutStream {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cwchar>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -117,6 +118,39 @@ TEST_F(LoggerTest, FiltersByLoggerAndByHandler) {
   root_.SetLevel(base::OFF);
   root_.Log(base::INFO, "unconditional, 100%s");
   EXPECT_EQ(texts_, (Texts{"root||passes", "root||unconditional, 100%s"}));
+}
+
+TEST_F(LoggerTest, LogsAtTheLevelThatAMethodIsNamedFor) {
+  struct Case {
+    std::int32_t level;
+    void (*log)(Logger& logger, const char* text);
+  };
+  const Case kCases[] = {
+      {base::SEVERE, [](Logger& logger, const char* text) { logger.Severe("%s", text); }},
+      {base::WARNING, [](Logger& logger, const char* text) { logger.Warning("%s", text); }},
+      {base::INFO, [](Logger& logger, const char* text) { logger.Info("%s", text); }},
+      {base::CONFIG, [](Logger& logger, const char* text) { logger.Config("%s", text); }},
+      {base::FINE, [](Logger& logger, const char* text) { logger.Fine("%s", text); }},
+      {base::FINER, [](Logger& logger, const char* text) { logger.Finer("%s", text); }},
+      {base::FINEST, [](Logger& logger, const char* text) { logger.Finest("%s", text); }},
+  };
+  Add(root_, "root");
+  root_.GetHandler("root")->SetLevel(base::ALL);
+  for (const Case& c : kCases) {
+    const std::string name = base::GetLogLevelName(c.level);
+    root_.SetLevel(c.level + 1);
+    c.log(root_, "too low");
+    root_.SetLevel(c.level);
+    c.log(root_, "passes");
+    EXPECT_EQ(texts_, Texts{"root||" + name + ": passes"});
+    texts_.clear();
+  }
+}
+
+TEST_F(LoggerTest, LogsAFormatThatCannotBeFilledInAsItStands) {
+  Add(root_, "root");
+  root_.Severe("%d: %lc", 7, std::wint_t{0xd800});  // half of a pair is no character
+  EXPECT_EQ(texts_, Texts{"root||SEVERE: %d: %lc"});
 }
 
 TEST_F(LoggerTest, FormatsAnyLengthAndDropsWhatAHandlerLogs) {

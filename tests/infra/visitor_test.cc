@@ -1,5 +1,6 @@
 #include "planex/infra/visitor.h"
 
+#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,38 +16,103 @@
 
 namespace {
 
-/// One member of every structure, each with more inside that must not be counted.
-void visitStructures(etl::IVisitor& visitor) {
-  std::int32_t number = 0;
-  double row[2] = {};
+void visitNumber(etl::IVisitor& visitor) {
+  std::int32_t number = 1;
+  visitor.VisitMemberI32(number, "number");
+}
+
+/// Two rows of numbers.
+void visitMatrix(etl::IVisitor& visitor) {
+  float row[3] = {};
   std::size_t rows = 2;
-  std::size_t columns = 2;
-  std::shared_ptr<etl::IVisitable> nested =
-      std::make_shared<test::Probe>([&](etl::IVisitor& v) { v.VisitMemberI32(number, "inner"); });
-  visitor.BeginVisitingBaseClass("Base");
-  visitor.VisitMemberI32(number, "inherited");
-  visitor.EndVisitingBaseClass("Base");
-  visitor.VisitMemberI32(number, "own");
-  etl::visitPlainSubObject(visitor, "sub", "", [&](etl::IVisitor& v) {
-    v.VisitMemberI32(number, "a");
-    v.VisitMemberI32(number, "b");
-  });
-  visitor.VisitSubObjectVisitable(nested, "nested");
+  std::size_t columns = 3;
   visitor.BeginVisitingArray(etl::ArrayType::Arrays, rows, "matrix");
   for (std::size_t r = 0; r < rows; ++r) {
+    if (r > 0) visitor.VisitArraySeparator();
     visitor.BeginVisitingArray(etl::ArrayType::Primitives, columns, nullptr);
     visitor.VisitPodArray(row);
     visitor.EndVisitingArray(etl::ArrayType::Primitives);
   }
   visitor.EndVisitingArray(etl::ArrayType::Arrays);
-  visitor.VisitBigDataArray({}, "pixels");
 }
 
-TEST(CountMembersVisitor, CountsEachStructureOnce) {
+/// How many members the "data" of a written document has.
+int writtenMembers(const test::Probe::Members& members) {
+  const std::string text = test::written(members);
+  const std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_Parse(text.c_str()), cJSON_Delete);
+  return cJSON_GetArraySize(cJSON_GetObjectItem(root.get(), "data"));
+}
+
+TEST(CountMembersVisitor, CountsEachStructureOnceWhateverIsInside) {
+  struct Case {
+    const char* name;
+    void (*visit)(etl::IVisitor&);
+  };
+  const Case kCases[] = {
+      {"BaseClass",
+       [](etl::IVisitor& v) {
+         v.BeginVisitingBaseClass("Base");
+         visitNumber(v);
+         visitMatrix(v);
+         v.EndVisitingBaseClass("Base");
+       }},
+      {"SubObject",
+       [](etl::IVisitor& v) {
+         etl::visitPlainSubObject(v, "part", "", [](etl::IVisitor& inner) {
+           visitNumber(inner);
+           visitMatrix(inner);
+         });
+       }},
+      {"SubObjectBegunByHand",
+       [](etl::IVisitor& v) {
+         v.BeginVisitingSubObject("part", "");
+         visitNumber(v);
+         visitMatrix(v);
+         v.EndVisitingSubObject("part", "");
+       }},
+      {"VisitableObject",
+       [](etl::IVisitor& v) {
+         std::shared_ptr<etl::IVisitable> nested = std::make_shared<test::Probe>(visitMatrix);
+         v.VisitSubObjectVisitable(nested, "nested");
+       }},
+      {"Matrix", visitMatrix},
+      {"BigDataArray", [](etl::IVisitor& v) { v.VisitBigDataArray({}, "pixels"); }},
+      {"ByteArray",
+       [](etl::IVisitor& v) {
+         unsigned char bytes[2] = {};
+         v.VisitMemberByteArray(bytes, 2, "bytes");
+       }},
+      {"Float",
+       [](etl::IVisitor& v) {
+         float single = 0;
+         v.VisitMemberF32(single, "single");
+       }},
+  };
+  for (const Case& c : kCases) {
+    const auto members = [&](etl::IVisitor& v) {
+      c.visit(v);
+      visitNumber(v);  // at the top level again
+    };
+    etl::CountMembersVisitor counter;
+    test::Probe probe(members);
+    counter.BeginVisiting("Probe");
+    probe.Visit(counter);
+    counter.EndVisiting("Probe");
+    EXPECT_EQ(counter.GetCount(), 2U) << c.name;
+    EXPECT_EQ(writtenMembers(members), 2) << c.name;
+  }
+}
+
+TEST(CountMembersVisitor, ReportsWhatItsObjectReports) {
   etl::CountMembersVisitor counter;
-  visitStructures(counter);
-  EXPECT_EQ(counter.GetCount(), 6U);
+  counter.EndVisitingSubObject("never begun", "");
+  visitNumber(counter);
+  EXPECT_EQ(counter.GetCount(), 1U);
   EXPECT_FALSE(counter.HasError());
+  counter.SetError("first");
+  counter.SetArraySizeMismatch();
+  EXPECT_TRUE(counter.HasError());
+  EXPECT_EQ(counter.GetErrorDescription(), "first");
 }
 
 /// A writer that may pass over sub-objects or ask for their size.
@@ -57,7 +123,10 @@ class Asking : public base::JsonVisitingSerializer {
 
   bool RecursionIntoSubObjectsMeaningful() const override { return enters_; }
   bool NeedsToKnowNumOfMembers() const override { return counts_; }
-  void SkipSubObject(const char* name) override { asked += std::string("skip ") + name; }
+  void SkipSubObject(const char* name) override {
+    asked += std::string("skip ") + name;
+    JsonVisitingSerializer::SkipSubObject(name);
+  }
   void BeginVisitingSubObjectKnowingNumOfMembers(const char* name, const char* className,
                                                  std::size_t count) override {
     asked += "begin " + std::to_string(count);
