@@ -53,11 +53,14 @@ LOST_IMAGE["data"]["CalibratedRegion"]["PointCount"] = None
 LARGE_MEANS = copy.deepcopy(REGION["data"]["CalibratedRegion"]["MaximumResidualZ"])
 NEGATIVE_COUNT = documents.image("int32", [-1] * 160, 16, origin=(-37.5, -17.5), pixel=(5, 5))
 
+NO_LENS = json.loads(edited("LensCenter", value={"x": -1, "y": -1}))
+
 # A document, and where its fault is said to be; "" for none.
 FAULTS = {
     "sound": (json.dumps(EXAMPLE), ""),
     "sound region": (json.dumps(REGION), ""),
     "uncalibrated": (edited("CurrentState", value="UNCALIBRATED"), ""),
+    "only aligned": (edited("CurrentState", value="ALIGNED_3D", document=NO_LENS), ""),
     "no JSON": ("{", "document"),
     "no object": ("[1]", "document"),
     "cut off": (json.dumps(EXAMPLE)[:-1], "document"),
