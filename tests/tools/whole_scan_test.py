@@ -1,6 +1,7 @@
 """Usage: whole_scan_test.py PLANEX WHOLE_SCAN. Whether calibrate and rectify give what single calls
 of the library give for the whole image, whatever blocks, rows and threads they are asked for."""
 import json
+import os
 import pathlib
 import signal
 import subprocess
@@ -156,6 +157,17 @@ class WholeScan(unittest.TestCase):
         scans.run(PLANEX, "rectify", MODEL, self.folder / "range.pgm", "-o",
                   self.folder / "other.tif", *Y)
         self.assertEqual((self.folder / "other.tif").read_bytes(), whole)
+
+    def test_sidecars_are_utf8_whatever_the_names(self):
+        image = os.fsencode(self.folder) + b"/sc\xe4n \xc3\xa4 \xed\xa0\x80.pgm"
+        os.rename(self.folder / "range.pgm", image)
+        for unit, status in ((b"\xb5m", 2), ("µm".encode(), 0)):
+            done = subprocess.run([PLANEX, "rectify", MODEL, image, "-o", self.folder / "map.tif",
+                                   "--unit", unit, *SENSOR], capture_output=True)
+            self.assertEqual(done.returncode, status, done.stderr)
+        told = json.loads((self.folder / "map.tif.json").read_bytes().decode())
+        self.assertEqual(told["unit"], "µm")
+        self.assertEqual(told["range"], f"{self.folder}/sc?n ä ???.pgm")
 
     def test_interrupt_leaves_nothing(self):
         scan = self.folder / "long.pgm"

@@ -8,6 +8,8 @@
 #include <new>
 #include <string>
 
+#include "tools/support/utf8.h"
+
 namespace planex_tools {
 
 struct DeleteJson {
@@ -36,7 +38,7 @@ inline void add(cJSON* object, const char* name, double value) {
   cJSON_AddItemToObject(object, name, jsonNumber(value));
 }
 inline void add(cJSON* object, const char* name, const std::string& value) {
-  cJSON_AddStringToObject(object, name, value.c_str());
+  cJSON_AddStringToObject(object, name, asUtf8(value).c_str());
 }
 inline void add(cJSON* object, const char* name, const char* value) {
   cJSON_AddStringToObject(object, name, value);

@@ -14,6 +14,7 @@
 #include "tools/support/failure.h"
 #include "tools/support/json.h"
 #include "tools/support/model_file.h"
+#include "tools/support/utf8.h"
 
 namespace planex_tools {
 namespace {
@@ -119,7 +120,7 @@ void addUnitOption(CLI::App& command, Context& context) {
   const auto isName = [](const std::string& unit) {
     const auto printable = [](char c) { return static_cast<unsigned char>(c) >= ' ' && c != 0x7F; };
     const bool good = !unit.empty() && unit.size() <= kLongestUnit &&
-                      std::all_of(unit.begin(), unit.end(), printable);
+                      std::all_of(unit.begin(), unit.end(), printable) && asUtf8(unit) == unit;
     return std::string(good ? "" : "is no short printable name");
   };
   command.add_option("--unit", context.unit, "Length unit of the model, written into every output")
