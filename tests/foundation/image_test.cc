@@ -90,6 +90,10 @@ TYPED_TEST(TypedImage, TakesOverItsOwnTypeOnly) {
   EXPECT_EQ(target.GetData(), nullptr);
   base = other;
   EXPECT_EQ(target.GetData(), nullptr) << "no pixels of another type through the base class";
+  ASSERT_TRUE(target.Create(source, true));
+  base = Image(other);
+  EXPECT_EQ(target.GetData(), nullptr) << "nor by moving them";
+  EXPECT_EQ(target.GetType(), source.GetType());
 }
 
 TYPED_TEST(TypedImage, DocumentRoundTripDropsThePadding) {
@@ -139,6 +143,11 @@ TEST(Image, CopiesAndMovesWithMetadata) {
   EXPECT_EQ(moved.Pix(2, 1), 12);
   EXPECT_EQ(copy.GetData(), nullptr);  // NOLINT(*-use-after-move): the state promised
   EXPECT_EQ(copy.GetType(), IMAGE_TYPE_FLOAT32);
+
+  const std::unique_ptr<etl::IVisitable> untyped = Image(image).CloneVisitable();
+  EXPECT_EQ(dynamic_cast<ImageOf<float>*>(untyped.get()), nullptr);
+  expectMetadata(dynamic_cast<Image&>(*untyped));
+  EXPECT_STREQ(impro::GetType(dynamic_cast<Image&>(*untyped)), "FLOAT32");
 }
 
 TEST(Image, IsConsistentOnlyWithSoundMetadata) {
@@ -245,6 +254,9 @@ TEST(ImageDocument, ReadsUnknownZeroPixelsAsTwo) {
   ASSERT_TRUE(document.DeserializeIntoExistingObject(image));
   EXPECT_EQ(static_cast<int>(image.HandleZeroPixels), 2);
   EXPECT_FALSE(image.IsConsistent());
+  etl::MemoryOutStream stream;
+  ASSERT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(image));
+  EXPECT_NE(stream.GetText().find(R"("HandleZeroPixels":"Unknown")"), std::string::npos);
 }
 
 TEST(ImageDocument, RoundTripsImagesWithoutPixels) {

@@ -120,6 +120,10 @@ TEST(TransformDocument, RoundTripsByClassName) {
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(copy->GetType(), Type::SIMILARITY);
   EXPECT_EQ(copy->GetMatrix()[0][1], -0.8);
+  const auto clone = copy->CloneVisitable();
+  etl::MemoryOutStream cloned;
+  ASSERT_TRUE(base::JsonVisitingSerializer(cloned, false).Serialize(*clone));
+  EXPECT_EQ(cloned.GetText(), text);
 }
 
 TEST(TransformDocument, RefusesWhatIsNoTransform) {
