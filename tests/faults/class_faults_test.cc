@@ -185,6 +185,14 @@ const Operation kOperations[] = {
                 base::JsonVisitingDeSerializer reader(o.document.c_str(), true);
                 return reader.DeserializeObject() != nullptr;
               }),
+    operation("TransformRead", Expect::FalseOrThrow,
+              [](Objects&) {
+                base::JsonVisitingDeSerializer reader(
+                    R"({"class":"Transform2D","data":{"Type":"HOMOGRAPHY",)"
+                    R"("Matrix":[[1,2,3],[4,5,6],[0,0,1]]}})",
+                    true);
+                return reader.DeserializeObject() != nullptr;
+              }),
     operation("RegionResize", Expect::FalseOrThrow,
               [](Objects& o) { return o.target.CalibratedRegion.Resize(5, 4); }),
     operation("RegionUpdate", Expect::FalseOrThrow,
@@ -292,6 +300,23 @@ TEST_P(ClassFaults, LeaveEverythingAsItWas) { runWithEveryFault(GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(Classes, ClassFaults, ::testing::ValuesIn(kOperations),
                          [](const auto& row) { return std::string(row.param.name); });
+
+TEST(LoggerFaults, LetTheRootStandInForALogger) {
+  long number = 1;
+  for (bool hasStruck = true; hasStruck; ++number) {
+    ASSERT_LT(number, 100);
+    const std::string name = "Test.ALoggerWithoutMemoryFor." + std::to_string(number);
+    const base::Logger* logger = nullptr;
+    {
+      const FaultyMemory faults(number, Fault::Once);
+      logger = &base::Logger::Get(name);
+      hasStruck = FaultyMemory::hasStruck();
+    }
+    EXPECT_EQ(logger == &base::Logger::GetRoot(), hasStruck) << "allocation " << number;
+    EXPECT_EQ(base::Logger::Get(name).GetName(), name) << "once there is memory";
+  }
+  EXPECT_GT(number, 2);
+}
 
 }  // namespace
 }  // namespace test
