@@ -70,7 +70,8 @@ void CalibratedRows::load(int first, int count) {
   image.Origin = {traits_.originX, 0, traits_.originZ};
   if (!wrapped || !datafusion::planex::applyCalibration(model_, false, image, x_, z_,
                                                         datafusion::planex::RunMode::Default)) {
-    failWithLibraryWarnings(modelName_, "cannot calibrate " + range_.path(), "see planex check");
+    failWithLibraryWarnings(modelName_, "cannot calibrate " + range_.path(),
+                            "see planex check, or hold fewer rows with --block");
   }
   if (shape.type == cmnalg::IMAGE_TYPE_UINT8) {
     this->count<std::uint8_t>(pixels);

@@ -91,7 +91,7 @@ std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& op
     return static_cast<std::uint16_t>(size);
   }
   if (option) throw CLI::ValidationError("--sensor-" + name, "must be 1 to 65535");
-  const std::string source = sidecar.sourceOf(name.c_str(), model);
+  const std::string& source = sidecar.sourceOf(name.c_str(), model);
   if (source != model) throw Failure(source, "sensor." + name + " is not 1 to 65535; correct it");
   throw Failure(model, "its sensor has no " + std::string(name == "width" ? "columns" : "rows") +
                            " from the origin on; correct --origin-" +
