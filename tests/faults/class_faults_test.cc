@@ -185,13 +185,14 @@ const Operation kOperations[] = {
                 base::JsonVisitingDeSerializer reader(o.document.c_str(), true);
                 return reader.DeserializeObject() != nullptr;
               }),
-    operation("TransformRead", Expect::FalseOrThrow,
+    operation("TransformOfAnotherSizeRead", Expect::FalseOrThrow,
               [](Objects&) {
                 base::JsonVisitingDeSerializer reader(
-                    R"({"class":"Transform2D","data":{"Type":"HOMOGRAPHY",)"
-                    R"("Matrix":[[1,2,3],[4,5,6],[0,0,1]]}})",
+                    R"({"class":"Transform2D","data":{"Type":"HOMOGRAPHY","Matrix":[[1,2,3]]}})",
                     true);
-                return reader.DeserializeObject() != nullptr;
+                reader.DeserializeObject();
+                return reader.GetErrorDescription() ==
+                       "Serialized array size mismatch while de-serializing class 'Transform2D'";
               }),
     operation("RegionResize", Expect::FalseOrThrow,
               [](Objects& o) { return o.target.CalibratedRegion.Resize(5, 4); }),
