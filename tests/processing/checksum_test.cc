@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cstdint>
 #include <cstring>
@@ -127,19 +128,32 @@ std::uint64_t mapping(const Scene& scene) {
 
 // The bits of whole results, the same for every compiler, instruction set and number of threads. A
 // change here is a change of the library's numbers, which callers are promised not to see.
-TEST(Checksums, OfFixedScenes) {
-  const SmallTeams teams;
+void expectTheChecksums() {
+  const Scene scene;
+  ImageOf<float> x;
+  ImageOf<float> z;
+  EXPECT_EQ(calibration(scene, RunMode::DoublePrecision, x, z), 13374197384605276703u);
+  EXPECT_EQ(calibration(scene, RunMode::SinglePrecision, x, z), 5945653673975553277u);
+  EXPECT_EQ(alignment(scene, x, z), 9331193481912222007u);
+  EXPECT_EQ(rectification(scene, x, z), 8398394795688152708u);
+  EXPECT_EQ(mapping(scene), 7374550179008809995u);
+}
+
+TEST(Checksums, OfEveryInstructionSet) {
   forEachInstructionSet([](cmnalg::InstructionSet set) {
     SCOPED_TRACE(static_cast<int>(set));
-    const Scene scene;
-    ImageOf<float> x;
-    ImageOf<float> z;
-    EXPECT_EQ(calibration(scene, RunMode::DoublePrecision, x, z), 13374197384605276703u);
-    EXPECT_EQ(calibration(scene, RunMode::SinglePrecision, x, z), 5945653673975553277u);
-    EXPECT_EQ(alignment(scene, x, z), 9331193481912222007u);
-    EXPECT_EQ(rectification(scene, x, z), 8398394795688152708u);
-    EXPECT_EQ(mapping(scene), 7374550179008809995u);
+    expectTheChecksums();
   });
+}
+
+TEST(Checksums, OfEveryNumberOfThreads) {
+  const SmallTeams teams;
+  for (const int threads : {1, 2, 3, 7, 16}) {
+    SCOPED_TRACE(threads);
+    omp_set_num_threads(threads);
+    expectTheChecksums();
+  }
+  omp_set_num_threads(omp_get_num_procs());
 }
 
 }  // namespace
