@@ -69,8 +69,8 @@ struct PlaceRowKernel {
       const std::int32_t widthOrLess = used ? width : 0;
       const std::int32_t widthOrMore = used ? width : kMaximumHalfWidth + 1;
       columns[i] = static_cast<std::int32_t>(used ? column : double{kDroppedColumn});
-      // A point that is not used looks like a usual one, for the branches that follow, and small.
-      halfWidths[i] = used ? width : std::min(width, 1);
+      // For the branches of means, a point that is not used looks like a usual one, but small.
+      halfWidths[i] = kMean && !used ? std::min(width, 1) : widthOrLess;
       narrowest = widthOrMore < narrowest ? widthOrMore : narrowest;
       widest = widest < widthOrLess ? widthOrLess : widest;
       if constexpr (kMean) {
@@ -147,9 +147,8 @@ struct WinnerRowKernel {
       const auto ranked =
           static_cast<std::uint32_t>(Rule::kRanksIntensity ? intensity[i] : points.quantised[i]);
       const Key key = Keys::make(Rule::rank(ranked), i);
-      // Clamped for points that are not used.
-      const int width = std::clamp(points.halfWidth[i], widths.narrowest, widths.widest);
-      Key& cell = levels[(width - widths.narrowest) * stride + points.column[i]];
+      const int level = std::max(points.halfWidth[i] - widths.narrowest, 0);  // 0 when not used
+      Key& cell = levels[level * stride + points.column[i]];
       cell = key < cell ? key : cell;
     }
   }
