@@ -8,12 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/byte_source.h"
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/api/planex.h"
 #include "planex/processing/rectification.h"
 #include "planex/processing/rectification_target.h"
+#include "tests/support/byte_source.h"
+#include "tests/support/property.h"
 #include "tests/support/reference.h"
 
 namespace {
@@ -30,7 +29,7 @@ constexpr std::int64_t kMaxCells = 1 << 14;
 /// The memory that the images of one call lie in.
 class Arena {
  public:
-  explicit Arena(fuzz::ByteSource& source) : bytes_(kSize) {
+  explicit Arena(test::ByteSource& source) : bytes_(kSize) {
     const std::string text = source.Text(64);
     for (std::size_t i = 0; i < kSize && !text.empty(); ++i) {
       bytes_[i] = static_cast<unsigned char>(text[i % text.size()]);
@@ -51,7 +50,7 @@ class Arena {
 
 /// Floats among the bytes of a part: a few numbers, repeated and moved on.
 template <typename T>
-void fillReals(fuzz::ByteSource& source, unsigned char* part) {
+void fillReals(test::ByteSource& source, unsigned char* part) {
   constexpr std::size_t kDrawn = 8;
   T values[Arena::kPart / sizeof(T)];
   for (std::size_t i = 0; i < std::size(values); ++i) {
@@ -63,7 +62,7 @@ void fillReals(fuzz::ByteSource& source, unsigned char* part) {
   std::memcpy(part, values, sizeof values);
 }
 
-void place(fuzz::ByteSource& source, unsigned char* part, Image& image) {
+void place(test::ByteSource& source, unsigned char* part, Image& image) {
   image.PixelSize = {1, 1, 1};
   image.Origin = {0, 0, 0};
   if (source.Flip()) {
@@ -77,7 +76,7 @@ void place(fuzz::ByteSource& source, unsigned char* part, Image& image) {
 }
 
 /// Where a picture starts: in its own part, or, once in so many times, in that of another.
-unsigned char* start(fuzz::ByteSource& source, Arena& arena, int part, int times = 16) {
+unsigned char* start(test::ByteSource& source, Arena& arena, int part, int times = 16) {
   if (source.Between(1, times) != 1) return arena.Part(part);
   return arena.Part(source.Between(0, 3)) + std::ptrdiff_t{8} * source.Between(0, 255);
 }
@@ -87,7 +86,7 @@ struct Shape {
   int width, height, pitch;
 };
 
-Shape shape(fuzz::ByteSource& source, int commonHeight) {
+Shape shape(test::ByteSource& source, int commonHeight) {
   Shape shape{};
   shape.width = source.Between(0, 60);
   shape.height = source.Between(0, 7) == 0 ? source.Between(0, 4) : commonHeight;
@@ -109,7 +108,7 @@ bool holdsMeasurements(ImageType type) {
          std::end(kMeasurements);
 }
 
-ImageType anyType(fuzz::ByteSource& source) {
+ImageType anyType(test::ByteSource& source) {
   if (source.Between(0, 15) != 0) return source.OneOf(kMeasurements);
   return static_cast<ImageType>(source.Between(-1, 12));
 }
@@ -192,7 +191,7 @@ struct Call {
   }
 };
 
-void draw(fuzz::ByteSource& source, Arena& arena, Call& call) {
+void draw(test::ByteSource& source, Arena& arena, Call& call) {
   const int height = source.Between(0, 4);
   const Shape points = shape(source, height);
   const auto sourceShape = [&] {
@@ -217,12 +216,12 @@ void draw(fuzz::ByteSource& source, Arena& arena, Call& call) {
   call.clear = source.Flip();
 }
 
-void checkClassLevel(fuzz::ByteSource& source) {
-  fuzz::LogCount log;
+void checkClassLevel(test::ByteSource& source) {
+  test::LogCount log;
   Arena arena(source);
   Call call;
   draw(source, arena, call);
-  fuzz::LogCount::Clear();
+  test::LogCount::Clear();
   const std::vector<unsigned char> before = arena.bytes_;
   const bool done = call.Run();
   const bool typesAreFine =
@@ -231,27 +230,27 @@ void checkClassLevel(fuzz::ByteSource& source) {
   const std::vector<unsigned char> after = arena.bytes_;
   if (!done) {
     // Refused by the choice of kernel, behind the checks, the targets have been cleared already.
-    FUZZ_CHECK(after == before || (call.clear && (!typesAreFine || call.mode > 2)));
+    CHECK_HOLDS(after == before || (call.clear && (!typesAreFine || call.mode > 2)));
     return;
   }
   arena.bytes_ = before;
   call.RunReference();
-  FUZZ_CHECK(arena.bytes_ == after);
+  CHECK_HOLDS(arena.bytes_ == after);
   arena.bytes_ = before;
-  fuzz::useThreads(3);
-  FUZZ_CHECK(call.Run());
-  fuzz::useThreads(1);
-  FUZZ_CHECK(arena.bytes_ == after);
+  test::useThreads(3);
+  CHECK_HOLDS(call.Run());
+  test::useThreads(1);
+  CHECK_HOLDS(arena.bytes_ == after);
 }
 
 /// Sizes between what a test has memory for and what no image can have become the latter.
-int saneCount(fuzz::ByteSource& source) {
+int saneCount(test::ByteSource& source) {
   const auto count = static_cast<int>(source.Count());
   return count > 128 && count < 65536 ? 128 : count;
 }
 
-void checkTargets(fuzz::ByteSource& source) {
-  fuzz::LogCount log;
+void checkTargets(test::ByteSource& source) {
+  test::LogCount log;
   double limits[6];
   for (double& limit : limits) limit = source.Real();
   const double sizes[3] = {source.Real(), source.Real(), source.Real()};
@@ -273,16 +272,16 @@ void checkTargets(fuzz::ByteSource& source) {
                                   sizes[2], limits[4], limits[5], target, type, 1);
   log.CheckRefusal(done);
   if (!done) return;
-  FUZZ_CHECK(target.GetType() == type && target.GetImageData().IsConsistent());
-  FUZZ_CHECK(target.GetWidth() == columns && target.GetHeight() == rows);
+  CHECK_HOLDS(target.GetType() == type && target.GetImageData().IsConsistent());
+  CHECK_HOLDS(target.GetWidth() == columns && target.GetHeight() == rows);
   const auto* const bytes = static_cast<const unsigned char*>(target.GetData());
-  FUZZ_CHECK(std::count(bytes, bytes + target.GetRawBufferSize(), 0) ==
-             static_cast<std::ptrdiff_t>(target.GetRawBufferSize()));
+  CHECK_HOLDS(std::count(bytes, bytes + target.GetRawBufferSize(), 0) ==
+              static_cast<std::ptrdiff_t>(target.GetRawBufferSize()));
 }
 
 /// rectify() without co-rectified images, or with one, gives what the class level gives.
-void checkInterface(fuzz::ByteSource& source) {
-  fuzz::LogCount log;
+void checkInterface(test::ByteSource& source) {
+  test::LogCount log;
   Arena arena(source);
   const ImageSize size = {static_cast<std::uint16_t>(source.Between(0, 60)),
                           static_cast<std::uint16_t>(source.Between(0, 4))};
@@ -297,8 +296,8 @@ void checkInterface(fuzz::ByteSource& source) {
   const bool withImage = source.Flip();
   const auto mode = static_cast<std::uint32_t>(source.Between(0, 5));
   std::uint32_t filter = 0;
-  FUZZ_CHECK(createRectificationFilter(mode, grid, size, withImage ? 1 : 0, &format, splat, -1.5F,
-                                       &filter));
+  CHECK_HOLDS(createRectificationFilter(mode, grid, size, withImage ? 1 : 0, &format, splat, -1.5F,
+                                        &filter));
   fillReals<float>(source, arena.Part(0));
   fillReals<float>(source, arena.Part(1));
   auto* const x = reinterpret_cast<float*>(arena.Part(0));
@@ -310,11 +309,11 @@ void checkInterface(fuzz::ByteSource& source) {
   const std::vector<unsigned char> before = arena.bytes_;
   const bool done = rectify(filter, x, z, in, range, out);
   log.CheckCall(done);
-  FUZZ_CHECK(destroyRectificationFilter(&filter));
+  CHECK_HOLDS(destroyRectificationFilter(&filter));
   std::vector<float> got(std::size_t{grid.xCount} * grid.yCount);
   if (!got.empty()) std::memcpy(got.data(), range, got.size() * sizeof(float));
   if (!done) {
-    if (!withImage) FUZZ_CHECK(arena.bytes_ == before);
+    if (!withImage) CHECK_HOLDS(arena.bytes_ == before);
     return;
   }
 
@@ -325,8 +324,8 @@ void checkInterface(fuzz::ByteSource& source) {
   wrap(call.z, cmnalg::IMAGE_TYPE_FLOAT32, reinterpret_cast<unsigned char*>(z),
        {size.width, size.height, 0});
   const auto columns = static_cast<int>(grid.xCount);
-  FUZZ_CHECK(call.target.Create(columns, size.height, Image::s_defaultImageAllocator));
-  FUZZ_CHECK(call.targetIntensity.Create(columns, size.height, Image::s_defaultImageAllocator));
+  CHECK_HOLDS(call.target.Create(columns, size.height, Image::s_defaultImageAllocator));
+  CHECK_HOLDS(call.targetIntensity.Create(columns, size.height, Image::s_defaultImageAllocator));
   const RangeTransform transform = rangeTraitsToTransform(grid);
   call.target.PixelSize = {transform.scaleX, 1, transform.scaleZ};
   call.target.Origin = {transform.originX, 0, transform.originZ};
@@ -340,21 +339,20 @@ void checkInterface(fuzz::ByteSource& source) {
          const_cast<unsigned char*>(static_cast<const unsigned char*>(in[0])),
          {size.width, size.height, 0});
   }
-  FUZZ_CHECK(call.Run());
+  CHECK_HOLDS(call.Run());
   for (std::size_t i = 0; i < got.size(); ++i) {
     const std::uint16_t value = call.target.GetRowPtr(0)[i];
     const float want =
         value == 0 ? -1.5F
                    : std::fma(static_cast<float>(value), static_cast<float>(transform.scaleZ),
                               static_cast<float>(transform.originZ));
-    FUZZ_CHECK(fuzz::sameBits(got[i], want));
+    CHECK_HOLDS(test::sameBits(got[i], want));
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::ByteSource source(data, size);
+PLANEX_PROPERTY(rectification) {
   switch (source.Between(0, 3)) {
     case 0:
       checkTargets(source);
@@ -365,5 +363,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     default:
       checkClassLevel(source);
   }
-  return 0;
 }

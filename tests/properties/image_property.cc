@@ -10,12 +10,11 @@
 #include <utility>
 #include <vector>
 
-#include "fuzz/byte_source.h"
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/foundation/image.h"
 #include "planex/foundation/image_of.h"
 #include "planex/foundation/matrix.h"
+#include "tests/support/byte_source.h"
+#include "tests/support/property.h"
 
 namespace {
 
@@ -35,7 +34,7 @@ class CountingAllocator final : public etl::Allocator {
     return std::malloc(bytes);
   }
   void Deallocate(void* memory) const noexcept override {
-    FUZZ_CHECK(memory != nullptr);
+    CHECK_HOLDS(memory != nullptr);
     --live;
     std::free(memory);
   }
@@ -47,7 +46,7 @@ class CountingAllocator final : public etl::Allocator {
 struct Shape {
   int width, height, pitch;
 
-  explicit Shape(fuzz::ByteSource& source) {
+  explicit Shape(test::ByteSource& source) {
     width = Length(source);
     height = Length(source);
     pitch = source.Flip() ? 0 : Length(source);
@@ -57,7 +56,7 @@ struct Shape {
     if (Pixels() > kMaxPixels && Pixels() <= kLargestImage) height = width = pitch = 2;
   }
 
-  static int Length(fuzz::ByteSource& source) {
+  static int Length(test::ByteSource& source) {
     const auto kind = source.Raw<std::uint8_t>();
     return kind < 192 ? kind % 24 : static_cast<int>(source.Count());
   }
@@ -68,7 +67,7 @@ struct Shape {
   }
 };
 
-ImageType anyType(fuzz::ByteSource& source) {
+ImageType anyType(test::ByteSource& source) {
   return static_cast<ImageType>(source.Between(0, 15) == 0 ? source.Between(-1, 12)
                                                            : source.Between(0, 10));
 }
@@ -77,20 +76,20 @@ ImageType anyType(fuzz::ByteSource& source) {
 void checkImage(const Image& image) {
   const cmnalg::ImageData& data = image.GetImageData();
   if (!data.IsValid()) {
-    FUZZ_CHECK(data.GetData() == nullptr && data.GetWidth() == 0 && data.GetHeight() == 0);
-    FUZZ_CHECK(!image.IsConsistent());
+    CHECK_HOLDS(data.GetData() == nullptr && data.GetWidth() == 0 && data.GetHeight() == 0);
+    CHECK_HOLDS(!image.IsConsistent());
     return;
   }
-  FUZZ_CHECK(data.GetWidth() >= 0 && data.GetHeight() >= 0 && data.GetPitch() >= data.GetWidth());
+  CHECK_HOLDS(data.GetWidth() >= 0 && data.GetHeight() >= 0 && data.GetPitch() >= data.GetWidth());
   const std::size_t bytes = static_cast<std::size_t>(data.GetHeight()) *
                             static_cast<std::size_t>(data.GetPitch()) *
                             cmnalg::bytesPerPixel(data.GetType());
-  FUZZ_CHECK(data.GetBufferSize() == bytes);
+  CHECK_HOLDS(data.GetBufferSize() == bytes);
   if (data.GetData() == nullptr || data.GetWidth() == 0 || data.GetHeight() == 0) return;
   for (const int x : {0, data.GetWidth() - 1}) {
     for (const int y : {0, data.GetHeight() - 1}) {
       const double value = image.GetPixel(x, y);
-      FUZZ_CHECK(fuzz::sameBits(value, image.GetPixel(x, y)));
+      CHECK_HOLDS(test::sameBits(value, image.GetPixel(x, y)));
     }
   }
 }
@@ -120,7 +119,7 @@ bool samePixels(const Image& a, const Image& b) {
 class ImagePlay {
  public:
   /// The allocator must outlive the images.
-  ImagePlay(fuzz::ByteSource& source, CountingAllocator& allocator)
+  ImagePlay(test::ByteSource& source, CountingAllocator& allocator)
       : source_(source), allocator_(allocator) {}
 
   void Run() {
@@ -128,9 +127,9 @@ class ImagePlay {
       Image& image = Choose();
       Operate(image);
       allocator_.fails = false;
-      fuzz::LogCount::Clear();
+      test::LogCount::Clear();
       checkImage(image);
-      FUZZ_CHECK(typed_.GetType() == cmnalg::IMAGE_TYPE_UINT16);
+      CHECK_HOLDS(typed_.GetType() == cmnalg::IMAGE_TYPE_UINT16);
     }
   }
 
@@ -162,11 +161,11 @@ class ImagePlay {
         return Move(image);
       case 8:
         image.Deallocate();
-        FUZZ_CHECK(image.GetData() == nullptr && image.GetWidth() == 0);
+        CHECK_HOLDS(image.GetData() == nullptr && image.GetWidth() == 0);
         return;
       case 9:
         image.InvalidateImage();
-        FUZZ_CHECK(!image.GetImageData().IsValid());
+        CHECK_HOLDS(!image.GetImageData().IsValid());
         return;
       case 10:
         return SetPixels(image);
@@ -186,10 +185,10 @@ class ImagePlay {
     const bool done = image.Create(type, shape.width, shape.height, shape.pitch, allocator_);
     log_.CheckRefusal(done);
     const bool possible = Accepts(image, type) && shape.IsPossible();
-    FUZZ_CHECK(possible || !done);
-    FUZZ_CHECK(!possible || done || allocator_.fails);
+    CHECK_HOLDS(possible || !done);
+    CHECK_HOLDS(!possible || done || allocator_.fails);
     if (done && buffer != nullptr && before == image.GetRawBufferSize()) {
-      FUZZ_CHECK(image.GetData() == buffer);
+      CHECK_HOLDS(image.GetData() == buffer);
     }
     if (done) Fill(image);
   }
@@ -216,9 +215,9 @@ class ImagePlay {
     const bool done = image.Create(null ? nullptr : memory, type, shape.width, shape.height,
                                    shape.pitch, clone, allocator_, adopt);
     log_.CheckRefusal(done);
-    FUZZ_CHECK(possible || !done);
-    FUZZ_CHECK(!possible || done || (clone && allocator_.fails));
-    if (done && !clone) FUZZ_CHECK(image.GetData() == memory);
+    CHECK_HOLDS(possible || !done);
+    CHECK_HOLDS(!possible || done || (clone && allocator_.fails));
+    if (done && !clone) CHECK_HOLDS(image.GetData() == memory);
     if (adopt && !done) allocator_.Deallocate(memory);
   }
 
@@ -227,11 +226,12 @@ class ImagePlay {
     const bool clone = source_.Flip();
     Image copy;
     const bool copied = copy.Create(other, clone);
-    fuzz::LogCount::Clear();
-    if (copied) FUZZ_CHECK(samePixels(copy, other) && (clone || copy.GetData() == other.GetData()));
+    test::LogCount::Clear();
+    if (copied)
+      CHECK_HOLDS(samePixels(copy, other) && (clone || copy.GetData() == other.GetData()));
     if (&image == &other || !clone) return;  // views would outlive what they show
-    FUZZ_CHECK(image.Create(other, true) == (copied && Accepts(image, other.GetType())));
-    if (image.GetImageData().IsValid() && copied) FUZZ_CHECK(samePixels(image, copy));
+    CHECK_HOLDS(image.Create(other, true) == (copied && Accepts(image, other.GetType())));
+    if (image.GetImageData().IsValid() && copied) CHECK_HOLDS(samePixels(image, copy));
   }
 
   /// All rows but the first of an image become the image.
@@ -244,13 +244,13 @@ class ImagePlay {
     const int width = image.GetWidth();
     const int height = image.GetHeight() - 1;
     Image rows(type, 0, 0, allocator_);
-    FUZZ_CHECK(rows.Create(second, type, width, height, pitch, true, allocator_, false));
+    CHECK_HOLDS(rows.Create(second, type, width, height, pitch, true, allocator_, false));
     const bool clone = source_.Flip();
     const bool owned = image.GetImageData().OwnsData();
     const bool done = image.Create(second, type, width, height, pitch, clone, allocator_, false);
     log_.CheckRefusal(done);
-    FUZZ_CHECK(done == (clone || !owned));
-    if (done) FUZZ_CHECK(samePixels(image, rows));
+    CHECK_HOLDS(done == (clone || !owned));
+    if (done) CHECK_HOLDS(samePixels(image, rows));
   }
 
   void Assign(Image& image) {
@@ -259,15 +259,15 @@ class ImagePlay {
                       cmnalg::bytesPerPixel(other.GetImageData().GetType()) == 0;
     allocator_.fails = source_.Between(0, 7) == 0;
     const Image before(image, true);
-    fuzz::LogCount::Clear();
+    test::LogCount::Clear();
     const bool hadPixels = image.GetData() != nullptr;
     try {
       image = other;
       allocator_.fails = false;
-      if (fits) FUZZ_CHECK(samePixels(image, other));
+      if (fits) CHECK_HOLDS(samePixels(image, other));
     } catch (const std::bad_alloc&) {
-      FUZZ_CHECK(allocator_.fails);
-      FUZZ_CHECK(!hadPixels || samePixels(image, before));
+      CHECK_HOLDS(allocator_.fails);
+      CHECK_HOLDS(!hadPixels || samePixels(image, before));
     }
   }
 
@@ -277,7 +277,7 @@ class ImagePlay {
     const bool fits = &image != &typed_ || other.GetType() == cmnalg::IMAGE_TYPE_UINT16;
     const void* const pixels = other.GetData();
     image = std::move(other);
-    if (fits && pixels != nullptr) FUZZ_CHECK(image.GetData() == pixels);
+    if (fits && pixels != nullptr) CHECK_HOLDS(image.GetData() == pixels);
     checkImage(other);  // NOLINT(bugprone-use-after-move): a state of its own
   }
 
@@ -287,8 +287,8 @@ class ImagePlay {
     image.SetPixel(image.GetWidth() - 1, image.GetHeight() - 1, value);
     const double stored = image.GetPixel(image.GetWidth() - 1, image.GetHeight() - 1);
     const bool isSmall = value >= 0 && value <= 127 && value == static_cast<int>(value);
-    FUZZ_CHECK(!isSmall || stored == value);
-    FUZZ_CHECK(image.IsFloatingType() || stored == stored);
+    CHECK_HOLDS(!isSmall || stored == value);
+    CHECK_HOLDS(image.IsFloatingType() || stored == stored);
   }
 
   void CopyData(Image& image) {
@@ -296,31 +296,31 @@ class ImagePlay {
     allocator_.fails = source_.Between(0, 7) == 0;
     const bool done = copy.Copy(image.GetImageData());
     log_.CheckRefusal(done);
-    FUZZ_CHECK(done || allocator_.fails);
-    if (done) FUZZ_CHECK(copy.GetBufferSize() == image.GetRawBufferSize());
-    if (done) FUZZ_CHECK(copy.GetData() == nullptr || copy.GetData() != image.GetData());
+    CHECK_HOLDS(done || allocator_.fails);
+    if (done) CHECK_HOLDS(copy.GetBufferSize() == image.GetRawBufferSize());
+    if (done) CHECK_HOLDS(copy.GetData() == nullptr || copy.GetData() != image.GetData());
   }
 
   static void Fill(Image& image) {
     if (image.GetRawBufferSize() > 0) std::memset(image.GetData(), 1, image.GetRawBufferSize());
   }
 
-  fuzz::ByteSource& source_;
+  test::ByteSource& source_;
   CountingAllocator& allocator_;
-  fuzz::LogCount log_;
+  test::LogCount log_;
   std::vector<std::unique_ptr<unsigned char[]>> buffers_;  // which images may still show
   Image images_[3];
   ImageOf<std::uint16_t> typed_;
 };
 
 /// Shapes, products and inverses of matrices.
-void playMatrices(fuzz::ByteSource& source) {
-  fuzz::LogCount log;
+void playMatrices(test::ByteSource& source) {
+  test::LogCount log;
   cmnalg::Matrix<double> a;
   const Shape shape(source);
   const bool done = a.Create(shape.height, shape.width, shape.pitch);
   log.CheckRefusal(done);
-  FUZZ_CHECK(done == shape.IsPossible());
+  CHECK_HOLDS(done == shape.IsPossible());
   const int rows = source.Between(0, 5);
   const int cols = source.Between(0, 5);
   std::vector<double> values(25);
@@ -328,23 +328,21 @@ void playMatrices(fuzz::ByteSource& source) {
   const auto b = cmnalg::Matrix<double>::FromRows(rows, cols, values.data());
   const auto c = cmnalg::Matrix<double>::FromRows(cols, source.Between(0, 5), values.data());
   const auto product = b * c;
-  FUZZ_CHECK(product.Height() == rows && product.Width() == c.Width());
-  FUZZ_CHECK((c * cmnalg::Matrix<double>::Identity(6, 6)).IsEmpty());
+  CHECK_HOLDS(product.Height() == rows && product.Width() == c.Width());
+  CHECK_HOLDS((c * cmnalg::Matrix<double>::Identity(6, 6)).IsEmpty());
   cmnalg::Matrix<double> copy;
   copy = b;
-  FUZZ_CHECK(copy.Height() == rows && copy.Width() == cols);
+  CHECK_HOLDS(copy.Height() == rows && copy.Width() == cols);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::ByteSource source(data, size);
+PLANEX_PROPERTY(image) {
   if (source.Between(0, 7) == 0) {
     playMatrices(source);
-    return 0;
+    return;
   }
   CountingAllocator allocator;
   ImagePlay(source, allocator).Run();
-  FUZZ_CHECK(allocator.live == 0);
-  return 0;
+  CHECK_HOLDS(allocator.live == 0);
 }

@@ -7,10 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/api/planex.h"
 #include "planex/api/registries.h"
+#include "tests/support/property.h"
 
 namespace {
 
@@ -25,11 +24,11 @@ std::size_t allowedBytes(std::size_t textSize) { return 128 * textSize + 65536; 
 std::string exported(uint32_t model) {
   std::string buffer(4096, '#');
   while (!createJsonFromModel(model, buffer.data(), buffer.size())) {
-    FUZZ_CHECK(fuzz::LogCount::Severe() == 1);
-    FUZZ_CHECK(buffer.find_first_not_of('#') == std::string::npos);
-    fuzz::LogCount::Clear();
+    CHECK_HOLDS(test::LogCount::Severe() == 1);
+    CHECK_HOLDS(buffer.find_first_not_of('#') == std::string::npos);
+    test::LogCount::Clear();
     buffer.assign(buffer.size() * 2, '#');
-    FUZZ_CHECK(buffer.size() < (std::size_t{1} << 28));
+    CHECK_HOLDS(buffer.size() < (std::size_t{1} << 28));
   }
   buffer.resize(std::strlen(buffer.c_str()));
   return buffer;
@@ -37,22 +36,22 @@ std::string exported(uint32_t model) {
 
 void checkRoomForExport(uint32_t model, const std::string& text) {
   std::vector<char> buffer(text.size() + 1, '#');
-  FUZZ_CHECK(!createJsonFromModel(model, buffer.data(), text.size()));
-  FUZZ_CHECK(std::count(buffer.begin(), buffer.end(), '#') ==
-             static_cast<std::ptrdiff_t>(buffer.size()));
-  FUZZ_CHECK(createJsonFromModel(model, buffer.data(), buffer.size()));
-  FUZZ_CHECK(buffer.data() == text);
-  fuzz::LogCount::Clear();
+  CHECK_HOLDS(!createJsonFromModel(model, buffer.data(), text.size()));
+  CHECK_HOLDS(std::count(buffer.begin(), buffer.end(), '#') ==
+              static_cast<std::ptrdiff_t>(buffer.size()));
+  CHECK_HOLDS(createJsonFromModel(model, buffer.data(), buffer.size()));
+  CHECK_HOLDS(buffer.data() == text);
+  test::LogCount::Clear();
 }
 
 void checkRereading(uint32_t model) {
   const std::string text = exported(model);
   checkRoomForExport(model, text);
   uint32_t again = 0;
-  FUZZ_CHECK(createModelFromJson(text.c_str(), &again));
-  FUZZ_CHECK(again == model + 1);
-  FUZZ_CHECK(exported(again) == text);
-  FUZZ_CHECK(destroyModel(&again) && again == 0);
+  CHECK_HOLDS(createModelFromJson(text.c_str(), &again));
+  CHECK_HOLDS(again == model + 1);
+  CHECK_HOLDS(exported(again) == text);
+  CHECK_HOLDS(destroyModel(&again) && again == 0);
 }
 
 /// The whole sensor, as far as it fits the record, in few range values.
@@ -63,19 +62,19 @@ SensorTraits wholeSensor(uint32_t model) {
   return {width / 8.0, 0, std::max<double>(height, 1) / 64, 0, width, height};
 }
 
-void checkBounds(uint32_t model, const SensorTraits& traits, fuzz::LogCount& log) {
+void checkBounds(uint32_t model, const SensorTraits& traits, test::LogCount& log) {
   WorldRangeTraits box = {1, 2, 3, 4, 5, 6, 7, 8, 9};
   SplatSettings splat = {1, 2, 3};
-  const std::string before = fuzz::bytesOf(box) + fuzz::bytesOf(splat);
+  const std::string before = test::bytesOf(box) + test::bytesOf(splat);
   const bool done = calculateCalibrationBounds(model, traits, kSize, &box, &splat);
   log.CheckCall(done);
   if (!done) {
-    FUZZ_CHECK(fuzz::bytesOf(box) + fuzz::bytesOf(splat) == before);
+    CHECK_HOLDS(test::bytesOf(box) + test::bytesOf(splat) == before);
     return;
   }
-  FUZZ_CHECK(box.xCount == kSize.width && box.yCount == kSize.height && box.zLevels == 65536);
-  FUZZ_CHECK(splat.splatC == 1);
-  FUZZ_CHECK(!std::isnan(box.xMin) && !std::isnan(box.yMin) && !std::isnan(box.zMin));
+  CHECK_HOLDS(box.xCount == kSize.width && box.yCount == kSize.height && box.zLevels == 65536);
+  CHECK_HOLDS(splat.splatC == 1);
+  CHECK_HOLDS(!std::isnan(box.xMin) && !std::isnan(box.yMin) && !std::isnan(box.zMin));
 }
 
 struct Calibrated {
@@ -83,13 +82,13 @@ struct Calibrated {
   std::vector<float> z = x;
 
   bool operator==(const Calibrated& other) const {
-    const auto same = [](float a, float b) { return fuzz::sameBits(a, b); };
+    const auto same = [](float a, float b) { return test::sameBits(a, b); };
     return std::equal(x.begin(), x.end(), other.x.begin(), same) &&
            std::equal(z.begin(), z.end(), other.z.begin(), same);
   }
 };
 
-void checkCalibration(uint32_t model, const SensorTraits& traits, fuzz::LogCount& log) {
+void checkCalibration(uint32_t model, const SensorTraits& traits, test::LogCount& log) {
   uint32_t filter = 0;
   const bool created =
       createCalibrationFilter(model, traits, kSize, PLANEX_PIXEL_FORMAT_MONO16, &filter);
@@ -100,35 +99,35 @@ void checkCalibration(uint32_t model, const SensorTraits& traits, fuzz::LogCount
   Calibrated one;
   const bool done = applyCalibration(filter, range.data(), one.x.data(), one.z.data());
   log.CheckCall(done);
-  FUZZ_CHECK(done || one == Calibrated());
-  FUZZ_CHECK(!done || (std::isnan(one.x[0]) && std::isnan(one.z[0])));
+  CHECK_HOLDS(done || one == Calibrated());
+  CHECK_HOLDS(!done || (std::isnan(one.x[0]) && std::isnan(one.z[0])));
   Calibrated three;
-  fuzz::useThreads(3);
-  FUZZ_CHECK(applyCalibration(filter, range.data(), three.x.data(), three.z.data()) == done);
-  fuzz::useThreads(1);
-  FUZZ_CHECK(one == three);
-  fuzz::LogCount::Clear();
-  FUZZ_CHECK(destroyCalibrationFilter(&filter));
+  test::useThreads(3);
+  CHECK_HOLDS(applyCalibration(filter, range.data(), three.x.data(), three.z.data()) == done);
+  test::useThreads(1);
+  CHECK_HOLDS(one == three);
+  test::LogCount::Clear();
+  CHECK_HOLDS(destroyCalibrationFilter(&filter));
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+PLANEX_PROPERTY(model_text) {
+  const std::string input = source.Rest();
   // Exactly as long as the text: reading past its end is seen.
-  std::vector<char> text(data, data + size);
+  std::vector<char> text(input.begin(), input.end());
   text.push_back('\0');
-  fuzz::LogCount log;
+  test::LogCount log;
   uint32_t model = 77;
-  const fuzz::MemoryPeak peak;
+  const test::MemoryPeak peak;
   const bool created = createModelFromJson(text.data(), &model);
-  FUZZ_CHECK(peak.Bytes() <= allowedBytes(size));
+  CHECK_HOLDS(peak.Bytes() <= allowedBytes(input.size()));
   log.CheckCall(created);
-  FUZZ_CHECK(created == (model != 0));
-  if (!created) return 0;
+  CHECK_HOLDS(created == (model != 0));
+  if (!created) return;
   checkRereading(model);
   const SensorTraits traits = wholeSensor(model);
   checkBounds(model, traits, log);
   checkCalibration(model, traits, log);
-  FUZZ_CHECK(destroyModel(&model));
-  return 0;
+  CHECK_HOLDS(destroyModel(&model));
 }

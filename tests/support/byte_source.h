@@ -7,9 +7,9 @@
 #include <limits>
 #include <string>
 
-namespace fuzz {
+namespace test {
 
-/// Turns the bytes of a fuzzer's input into arguments. Behind the end every byte is 0.
+/// Turns the bytes of an input into arguments. Behind the end every byte is 0.
 class ByteSource {
  public:
   ByteSource(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
@@ -53,6 +53,9 @@ class ByteSource {
     return kind < 224 ? OneOf(kSpecialCounts) : Raw<std::uint32_t>();
   }
 
+  /// All bytes that are left.
+  std::string Rest() { return Text(size_); }
+
   /// Up to `size` bytes of text.
   std::string Text(std::size_t size) {
     const std::size_t taken = std::min(size, size_);
@@ -82,4 +85,4 @@ class ByteSource {
   std::size_t size_;
 };
 
-}  // namespace fuzz
+}  // namespace test

@@ -4,12 +4,11 @@
 #include <memory>
 #include <string>
 
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/foundation/image_of.h"
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
+#include "tests/support/property.h"
 
 namespace {
 
@@ -21,7 +20,7 @@ std::size_t allowedBytes(std::size_t textSize) { return 128 * textSize + 65536; 
 std::string written(etl::IVisitable& object) {
   etl::MemoryOutStream stream;
   base::JsonVisitingSerializer writer(stream, false);
-  FUZZ_CHECK(writer.Serialize(object));
+  CHECK_HOLDS(writer.Serialize(object));
   return std::string(stream.GetText());
 }
 
@@ -29,34 +28,34 @@ std::string written(etl::IVisitable& object) {
 void checkImage(const Image& image) {
   const std::size_t pixels =
       static_cast<std::size_t>(image.GetWidth()) * static_cast<std::size_t>(image.GetHeight());
-  FUZZ_CHECK(image.GetPitch() == image.GetWidth());
-  FUZZ_CHECK(image.GetRawBufferSize() == pixels * cmnalg::bytesPerPixel(image.GetType()));
+  CHECK_HOLDS(image.GetPitch() == image.GetWidth());
+  CHECK_HOLDS(image.GetRawBufferSize() == pixels * cmnalg::bytesPerPixel(image.GetType()));
   if (pixels == 0) return;
   const double last = image.GetPixel(image.GetWidth() - 1, image.GetHeight() - 1);
-  FUZZ_CHECK(fuzz::sameBits(last, image.GetPixel(image.GetWidth() - 1, image.GetHeight() - 1)));
+  CHECK_HOLDS(test::sameBits(last, image.GetPixel(image.GetWidth() - 1, image.GetHeight() - 1)));
 }
 
 void checkObject(const etl::Buffer& bytes, bool exactNames) {
-  const fuzz::MemoryPeak peak;
+  const test::MemoryPeak peak;
   base::JsonVisitingDeSerializer reader(bytes, exactNames);
   const std::unique_ptr<etl::IVisitable> object = reader.DeserializeObject();
-  FUZZ_CHECK(peak.Bytes() <= allowedBytes(bytes.size()));
-  FUZZ_CHECK((object != nullptr) == !reader.HasError());
+  CHECK_HOLDS(peak.Bytes() <= allowedBytes(bytes.size()));
+  CHECK_HOLDS((object != nullptr) == !reader.HasError());
 
   // The same bytes as a text that ends at the first NUL.
   const std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   base::JsonVisitingDeSerializer textReader(text.c_str(), exactNames);
-  FUZZ_CHECK((textReader.DeserializeObject() != nullptr) == (object != nullptr));
-  FUZZ_CHECK(textReader.GetErrorDescription() == reader.GetErrorDescription());
+  CHECK_HOLDS((textReader.DeserializeObject() != nullptr) == (object != nullptr));
+  CHECK_HOLDS(textReader.GetErrorDescription() == reader.GetErrorDescription());
   if (object == nullptr) return;
 
   if (const auto* image = dynamic_cast<const Image*>(object.get())) checkImage(*image);
   const std::string first = written(*object);
   base::JsonVisitingDeSerializer again(first.c_str(), true);
   const std::unique_ptr<etl::IVisitable> reread = again.DeserializeObject();
-  FUZZ_CHECK(reread != nullptr);
-  FUZZ_CHECK(written(*reread) == first);
-  FUZZ_CHECK(written(*object->CloneVisitable()) == first);
+  CHECK_HOLDS(reread != nullptr);
+  CHECK_HOLDS(written(*reread) == first);
+  CHECK_HOLDS(written(*object->CloneVisitable()) == first);
 }
 
 template <typename T>
@@ -68,18 +67,18 @@ void checkExisting(const etl::Buffer& bytes) {
   if (reader.DeserializeIntoExistingObject(image)) {
     checkImage(image);
   } else {
-    FUZZ_CHECK(written(image) == before);
+    CHECK_HOLDS(written(image) == before);
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  etl::Buffer bytes(data, data + size);
+PLANEX_PROPERTY(image_document) {
+  const std::string input = source.Rest();
+  const etl::Buffer bytes(input.begin(), input.end());
   checkObject(bytes, false);
   checkObject(bytes, true);
   checkExisting<float>(bytes);
   checkExisting<std::uint8_t>(bytes);
   checkExisting<cmnalg::PixelRGB>(bytes);
-  return 0;
 }

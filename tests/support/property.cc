@@ -1,4 +1,4 @@
-#include "fuzz/harness.h"
+#include "tests/support/property.h"
 
 #include <omp.h>
 
@@ -7,21 +7,20 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fuzz/check.h"
 #include "planex/api/planex.h"
 #include "planex/processing/row_parallel.h"
 
 // Of the sanitizer's runtime; g++ has no header for them.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
-int __sanitizer_install_malloc_and_free_hooks(void (*onAllocation)(const volatile void*,
-                                                                   std::size_t),
-                                              void (*onRelease)(const volatile void*));
-std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
+[[gnu::weak]] int __sanitizer_install_malloc_and_free_hooks(
+    void (*onAllocation)(const volatile void*, std::size_t),
+    void (*onRelease)(const volatile void*));
+[[gnu::weak]] std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
-namespace fuzz {
+namespace test {
 namespace {
 
 int severeCount = 0;
@@ -30,7 +29,7 @@ int warningCount = 0;
 constexpr std::size_t kTimeLength = 21;  // "2024-05-03 14-07-09: "
 
 void countText(const char* text) {
-  FUZZ_CHECK(std::strlen(text) > kTimeLength);
+  CHECK_HOLDS(std::strlen(text) > kTimeLength);
   const char* const level = text + kTimeLength;
   if (std::strncmp(level, "SEVERE: ", 8) == 0) ++severeCount;
   if (std::strncmp(level, "WARNING: ", 9) == 0) ++warningCount;
@@ -57,6 +56,16 @@ void onRelease(const volatile void* memory) {
 
 }  // namespace
 
+std::vector<Property>& properties() {
+  static std::vector<Property> known;
+  return known;
+}
+
+bool addProperty(const Property& property) {
+  properties().push_back(property);
+  return true;
+}
+
 LogCount::LogCount() {
   Clear();
   registerLogHandler(countText);
@@ -70,21 +79,24 @@ void LogCount::Clear() { severeCount = warningCount = 0; }
 
 void LogCount::CheckCall(bool succeeded) {
   if (succeeded) {
-    FUZZ_CHECK(severeCount == 0);
+    CHECK_HOLDS(severeCount == 0);
   } else {
-    FUZZ_CHECK(severeCount == 1 || (severeCount == 0 && warningCount >= 1));
+    CHECK_HOLDS(severeCount == 1 || (severeCount == 0 && warningCount >= 1));
   }
   Clear();
 }
 
 void LogCount::CheckRefusal(bool succeeded) {
-  FUZZ_CHECK(severeCount == 0);
-  FUZZ_CHECK(succeeded || warningCount == 1);
+  CHECK_HOLDS(severeCount == 0);
+  CHECK_HOLDS(succeeded || warningCount == 1);
   Clear();
 }
 
 MemoryPeak::MemoryPeak() {
-  static const int installed = __sanitizer_install_malloc_and_free_hooks(onAllocation, onRelease);
+  static const int installed =
+      __sanitizer_install_malloc_and_free_hooks == nullptr
+          ? 0
+          : __sanitizer_install_malloc_and_free_hooks(onAllocation, onRelease);
   static_cast<void>(installed);
   bytesAtStart = liveBytes;
   peakBytes = bytesAtStart;
@@ -105,14 +117,4 @@ bool sameBits(float a, float b) {
   return (a == b && std::signbit(a) == std::signbit(b)) || (a != a && b != b);
 }
 
-}  // namespace fuzz
-
-extern "C" {
-
-/// Runs before the first input. Small images on one thread keep the fuzzer fast and its findings
-/// repeatable; a target that compares thread counts asks for more itself.
-int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  fuzz::useThreads(1);
-  return 0;
-}
-}
+}  // namespace test

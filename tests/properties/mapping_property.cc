@@ -9,9 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/byte_source.h"
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/model/calibrated_bounds.h"
 #include "planex/model/calibration_model.h"
 #include "planex/model/camera_matrix.h"
@@ -19,6 +16,8 @@
 #include "planex/model/shape_mapping.h"
 #include "planex/processing/image_alignment.h"
 #include "planex/processing/image_calibration.h"
+#include "tests/support/byte_source.h"
+#include "tests/support/property.h"
 
 namespace {
 
@@ -43,11 +42,11 @@ T toReal(double value) {
 
 template <typename T>
 bool same(const Vec<2, T>& a, const Vec<2, T>& b) {
-  return fuzz::sameBits(a.x, b.x) && fuzz::sameBits(a.y, b.y);
+  return test::sameBits(a.x, b.x) && test::sameBits(a.y, b.y);
 }
 template <typename T>
 bool same(const Vec<3, T>& a, const Vec<3, T>& b) {
-  return fuzz::sameBits(a.x, b.x) && fuzz::sameBits(a.y, b.y) && fuzz::sameBits(a.z, b.z);
+  return test::sameBits(a.x, b.x) && test::sameBits(a.y, b.y) && test::sameBits(a.z, b.z);
 }
 template <int N, typename T>
 bool same(const Points<N, T>& a, const Points<N, T>& b) {
@@ -57,7 +56,7 @@ bool same(const Points<N, T>& a, const Points<N, T>& b) {
 }
 
 /// Mostly the shape that is wanted.
-cmnalg::Matrix<double> drawMatrix(fuzz::ByteSource& source, int rows, int cols) {
+cmnalg::Matrix<double> drawMatrix(test::ByteSource& source, int rows, int cols) {
   if (source.Between(0, 15) == 0) {
     rows = source.Between(0, 5);
     cols = source.Between(0, 5);
@@ -72,7 +71,7 @@ cmnalg::Matrix<double> drawMatrix(fuzz::ByteSource& source, int rows, int cols) 
   return cmnalg::Matrix<double>::FromRows(rows, cols, values.data());
 }
 
-CalibrationModel drawModel(fuzz::ByteSource& source) {
+CalibrationModel drawModel(test::ByteSource& source) {
   CalibrationModel model;
   model.CurrentState = static_cast<datafusion::planex::ModelState>(source.Between(0, 6));
   model.SkewMode = static_cast<datafusion::planex::SkewMode>(source.Between(0, 3));
@@ -95,19 +94,19 @@ CalibrationModel drawModel(fuzz::ByteSource& source) {
   return model;
 }
 
-CoordinateSystem drawSystem(fuzz::ByteSource& source) {
+CoordinateSystem drawSystem(test::ByteSource& source) {
   return static_cast<CoordinateSystem>(source.Between(0, 15) == 0 ? source.Between(-1, 4)
                                                                   : source.Between(0, 2));
 }
 
 class MappingPlay {
  public:
-  explicit MappingPlay(fuzz::ByteSource& source)
+  explicit MappingPlay(test::ByteSource& source)
       : source_(source),
         model_(drawModel(source)),
         from_(drawSystem(source)),
         to_(drawSystem(source)) {
-    fuzz::LogCount::Clear();
+    test::LogCount::Clear();
   }
 
   void Run() {
@@ -146,17 +145,17 @@ class MappingPlay {
     const Points<N, T> before = out;
     const bool done = mapThem(points, out);
     log_.CheckRefusal(done);
-    FUZZ_CHECK(done ? out.size() == points.size() : same(out, before));
+    CHECK_HOLDS(done ? out.size() == points.size() : same(out, before));
     Points<N, T> inPlace = points;
-    FUZZ_CHECK(mapThem(inPlace, inPlace) == done);
-    FUZZ_CHECK(same(inPlace, done ? out : points));
+    CHECK_HOLDS(mapThem(inPlace, inPlace) == done);
+    CHECK_HOLDS(same(inPlace, done ? out : points));
     for (std::size_t i = 0; done && i < points.size(); ++i) {
       const Points<N, T> single = {points[i]};
       Points<N, T> mapped;
-      FUZZ_CHECK(mapThem(single, mapped));
-      FUZZ_CHECK(same(mapped[0], out[i]));
+      CHECK_HOLDS(mapThem(single, mapped));
+      CHECK_HOLDS(same(mapped[0], out[i]));
     }
-    fuzz::LogCount::Clear();
+    test::LogCount::Clear();
   }
 
   template <typename T>
@@ -196,12 +195,12 @@ class MappingPlay {
     cmnalg::shape::Polyline outline;
     const bool done = planex::mapRectangle(model_, rectangle, outline, from_, to_, n);
     log_.CheckRefusal(done);
-    FUZZ_CHECK(outline.Points.size() == (done ? 4 * (static_cast<std::size_t>(n) + 1) : 0));
+    CHECK_HOLDS(outline.Points.size() == (done ? 4 * (static_cast<std::size_t>(n) + 1) : 0));
     cmnalg::shape::Rectangle bounds = rectangle;
-    FUZZ_CHECK(planex::mapRectangle(model_, bounds, bounds, from_, to_, n) == done);
-    FUZZ_CHECK(done ||
-               (std::isnan(bounds.Center.x) && fuzz::sameBits(bounds.Width, rectangle.Width)));
-    fuzz::LogCount::Clear();
+    CHECK_HOLDS(planex::mapRectangle(model_, bounds, bounds, from_, to_, n) == done);
+    CHECK_HOLDS(done ||
+                (std::isnan(bounds.Center.x) && test::sameBits(bounds.Width, rectangle.Width)));
+    test::LogCount::Clear();
 
     const auto box =
         cmnalg::shape3d::Box::FromCorners({source_.Real(), source_.Real(), source_.Real()},
@@ -211,13 +210,13 @@ class MappingPlay {
     const bool mapped = planex::mapBox(model_, box, points, from_, to_, 0.5, yScale, n);
     log_.CheckRefusal(mapped);
     const std::size_t k = static_cast<std::size_t>(n) + 2;
-    FUZZ_CHECK(points.size() == (mapped ? 2 * (k - 2) * (k - 2) + 4 * k * (k - 1) : 0));
+    CHECK_HOLDS(points.size() == (mapped ? 2 * (k - 2) * (k - 2) + 4 * k * (k - 1) : 0));
     Vec<3, double> min{1, 2, 3};
     Vec<3, double> max{4, 5, 6};
-    FUZZ_CHECK(planex::mapBox(model_, box, min, max, from_, to_, 0.5, yScale, n) == mapped);
-    FUZZ_CHECK(mapped || (min.x == 1 && max.z == 6));
-    for (const auto& point : points) FUZZ_CHECK(!(point.x < min.x) && !(point.y > max.y));
-    fuzz::LogCount::Clear();
+    CHECK_HOLDS(planex::mapBox(model_, box, min, max, from_, to_, 0.5, yScale, n) == mapped);
+    CHECK_HOLDS(mapped || (min.x == 1 && max.z == 6));
+    for (const auto& point : points) CHECK_HOLDS(!(point.x < min.x) && !(point.y > max.y));
+    test::LogCount::Clear();
   }
 
   void Bounds() {
@@ -231,10 +230,10 @@ class MappingPlay {
         model_, aligned, {source_.Real(), source_.Real()}, {source_.Real(), source_.Real()}, min,
         max, slope, offset);
     log_.CheckRefusal(done);
-    FUZZ_CHECK(done ? !std::isnan(min.x) && !std::isnan(max.y)
-                    : min.x == 1 && max.y == 4 && slope == 5 && offset == 6);
+    CHECK_HOLDS(done ? !std::isnan(min.x) && !std::isnan(max.y)
+                     : min.x == 1 && max.y == 4 && slope == 5 && offset == 6);
     planex::calculateCalibratedBounds(model_, aligned, min, max, slope, offset);
-    fuzz::LogCount::Clear();
+    test::LogCount::Clear();
 
     Image image;
     image.PixelSize = {source_.Real(), source_.Real(), source_.Real()};
@@ -245,7 +244,7 @@ class MappingPlay {
         planex::calculateImageBounds(model_, image, source_.Real(), source_.Real(), low, high,
                                      from_, to_, source_.Between(-1, 4));
     log_.CheckRefusal(bounded);
-    FUZZ_CHECK(bounded || (low.x == 1 && high.z == 6));
+    CHECK_HOLDS(bounded || (low.x == 1 && high.z == 6));
   }
 
   /// Calibration and alignment of an image of any type, on one and on three threads.
@@ -269,22 +268,22 @@ class MappingPlay {
       range.PixelSize = {source_.Real(), source_.Real(), source_.Real()};
       range.Origin = {source_.Real(), source_.Real(), source_.Real()};
     }
-    fuzz::LogCount::Clear();
+    test::LogCount::Clear();
     const bool aligned = source_.Flip();
     const auto mode = static_cast<RunMode>(source_.Between(-1, 3));
     ImageOf<float> x;
     ImageOf<float> z;
     const bool done = planex::applyCalibration(model_, aligned, range, x, z, mode);
-    FUZZ_CHECK(done || fuzz::LogCount::Severe() == 0);
+    CHECK_HOLDS(done || test::LogCount::Severe() == 0);
     if (!done) {
-      FUZZ_CHECK(fuzz::LogCount::Warnings() <= 1);
+      CHECK_HOLDS(test::LogCount::Warnings() <= 1);
       return;
     }
     ImageOf<float> x3;
     ImageOf<float> z3;
-    fuzz::useThreads(3);
-    FUZZ_CHECK(planex::applyCalibration(model_, aligned, range, x3, z3, mode));
-    fuzz::useThreads(1);
+    test::useThreads(3);
+    CHECK_HOLDS(planex::applyCalibration(model_, aligned, range, x3, z3, mode));
+    test::useThreads(1);
     CheckSame(x, x3);
     CheckSame(z, z3);
     Align(aligned, x, z, mode);
@@ -296,24 +295,24 @@ class MappingPlay {
     etl::Vector<double> y(static_cast<std::size_t>(z.GetHeight()) + (fits ? 0 : 1));
     for (double& value : y) value = source_.Real();
     ImageOf<float> out[3];
-    fuzz::LogCount::Clear();
+    test::LogCount::Clear();
     const bool done =
         planex::applyAlignment(model_, aligned, x, y, z, out[0], out[1], out[2], mode);
-    FUZZ_CHECK(done || fuzz::LogCount::Warnings() == 1);
-    FUZZ_CHECK(fits || !done);
+    CHECK_HOLDS(done || test::LogCount::Warnings() == 1);
+    CHECK_HOLDS(fits || !done);
     if (!done) return;
     ImageOf<float> three[3];
-    fuzz::useThreads(3);
-    FUZZ_CHECK(
+    test::useThreads(3);
+    CHECK_HOLDS(
         planex::applyAlignment(model_, aligned, x, y, z, three[0], three[1], three[2], mode));
-    fuzz::useThreads(1);
+    test::useThreads(1);
     for (int i = 0; i < 3; ++i) CheckSame(out[i], three[i]);
   }
 
   static void CheckSame(const ImageOf<float>& a, const ImageOf<float>& b) {
-    FUZZ_CHECK(a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight());
+    CHECK_HOLDS(a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight());
     for (int v = 0; v < a.GetHeight(); ++v) {
-      for (int u = 0; u < a.GetWidth(); ++u) FUZZ_CHECK(fuzz::sameBits(a.Pix(u, v), b.Pix(u, v)));
+      for (int u = 0; u < a.GetWidth(); ++u) CHECK_HOLDS(test::sameBits(a.Pix(u, v), b.Pix(u, v)));
     }
   }
 
@@ -323,7 +322,7 @@ class MappingPlay {
     const Vec<3, double> skew{source_.Real(), source_.Real(), source_.Real()};
     const bool skewed = model_.setSkew(skew.x, skew.y, skew.z);
     log_.CheckRefusal(skewed);
-    FUZZ_CHECK(same(model_.Skew, skewed ? skew : before));
+    CHECK_HOLDS(same(model_.Skew, skewed ? skew : before));
     const bool mirrored = model_.mirror(source_.Flip(), {source_.Real(), source_.Real()});
     log_.CheckRefusal(mirrored);
     cmnalg::math::Transform<3, double> pose;
@@ -331,11 +330,11 @@ class MappingPlay {
                 static_cast<cmnalg::math::TransformType>(source_.Between(0, 7)));
     model_.setPose(pose);
     model_.getK();
-    FUZZ_CHECK(!model_.toString().empty());
-    fuzz::LogCount::Clear();
+    CHECK_HOLDS(!model_.toString().empty());
+    test::LogCount::Clear();
 
     auto& region = model_.CalibratedRegion;
-    FUZZ_CHECK(region.Resize(source_.Between(0, 12), source_.Between(0, 12)));
+    CHECK_HOLDS(region.Resize(source_.Between(0, 12), source_.Between(0, 12)));
     Points<2, double> points(Count());
     for (auto& point : points) point = {source_.Real(), source_.Real()};
     Points<2, double> residuals(points.size() + (source_.Between(0, 15) == 0 ? 1 : 0));
@@ -343,29 +342,25 @@ class MappingPlay {
     const bool updated = region.Update(points, residuals);
     log_.CheckRefusal(updated);
     Image count;
-    FUZZ_CHECK(region.GetPointCount(count));
+    CHECK_HOLDS(region.GetPointCount(count));
     double counted = 0;
     for (int v = 0; v < count.GetHeight(); ++v) {
       for (int u = 0; u < count.GetWidth(); ++u) counted += count.GetPixel(u, v);
     }
-    FUZZ_CHECK(counted <= static_cast<double>(points.size()));
+    CHECK_HOLDS(counted <= static_cast<double>(points.size()));
     cmnalg::shape::Rectangle area;
-    FUZZ_CHECK(region.GetRegion(area) == area.IsValid());
+    CHECK_HOLDS(region.GetRegion(area) == area.IsValid());
     CalibrationModel copy = model_;
     copy.reset();
-    FUZZ_CHECK(copy.IsConsistent() || copy.FocalLength < 0);
+    CHECK_HOLDS(copy.IsConsistent() || copy.FocalLength < 0);
   }
 
-  fuzz::ByteSource& source_;
-  fuzz::LogCount log_;
+  test::ByteSource& source_;
+  test::LogCount log_;
   CalibrationModel model_;
   CoordinateSystem from_, to_;
 };
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::ByteSource source(data, size);
-  MappingPlay(source).Run();
-  return 0;
-}
+PLANEX_PROPERTY(mapping) { MappingPlay(source).Run(); }

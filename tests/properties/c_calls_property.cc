@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/byte_source.h"
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/api/planex.h"
+#include "tests/support/byte_source.h"
+#include "tests/support/property.h"
 
 namespace {
 
@@ -52,8 +51,8 @@ template <typename Info>
 class Handles {
  public:
   void Add(std::uint32_t handle, Info info) {
-    FUZZ_CHECK(handle > last_);
-    FUZZ_CHECK(!IsFull());
+    CHECK_HOLDS(handle > last_);
+    CHECK_HOLDS(!IsFull());
     last_ = handle;
     live_.emplace(handle, std::move(info));
   }
@@ -63,11 +62,11 @@ class Handles {
     return found == live_.end() ? nullptr : &found->second;
   }
   bool IsFull() const { return live_.size() == 256; }
-  void Remove(std::uint32_t handle) { FUZZ_CHECK(live_.erase(handle) == 1); }
+  void Remove(std::uint32_t handle) { CHECK_HOLDS(live_.erase(handle) == 1); }
   void Clear() { live_.clear(); }
 
   /// Mostly the last one, or one before it, or the one that comes next.
-  std::uint32_t Choose(fuzz::ByteSource& source) const {
+  std::uint32_t Choose(test::ByteSource& source) const {
     const int kind = source.Between(0, 15);
     if (kind == 0) return source.Count();
     return last_ + 1 - static_cast<std::uint32_t>(kind < 8 ? 1 : kind % 4);
@@ -105,14 +104,14 @@ class Buffer {
     return size_ == other.size_ && std::memcmp(bytes_.get(), other.bytes_.get(), size_) == 0;
   }
 
-  void FillBytes(fuzz::ByteSource& source) {
+  void FillBytes(test::ByteSource& source) {
     const std::string text = source.Text(std::min<std::size_t>(size_, 32));
     for (std::size_t i = 0; i < size_ && !text.empty(); ++i) {
       bytes_[i] = static_cast<unsigned char>(text[i % text.size()]);
     }
   }
   /// A few numbers, repeated and moved on.
-  void FillFloats(fuzz::ByteSource& source) {
+  void FillFloats(test::ByteSource& source) {
     constexpr std::size_t kDrawn = 8;
     const std::size_t count = size_ / sizeof(float);
     float* const values = As<float>();
@@ -167,7 +166,7 @@ struct Rectified {
 /// One input's worth of calls. Handles count on from one input to the next, objects do not survive.
 class Caller {
  public:
-  explicit Caller(fuzz::ByteSource source) : source_(source) {
+  explicit Caller(test::ByteSource source) : source_(source) {
     destroyAllModels();
     destroyAllCalibrationFilters();
     destroyAllRectificationFilters();
@@ -224,7 +223,7 @@ class Caller {
     if (done) {
       models_.Add(handle, {});
     } else {
-      FUZZ_CHECK(handle == (out == nullptr ? 77u : 0u));
+      CHECK_HOLDS(handle == (out == nullptr ? 77u : 0u));
     }
   }
 
@@ -234,8 +233,8 @@ class Caller {
     char* const out = OrNull(text.As<char>());
     const bool done = createJsonFromModel(handle, out, text.Size());
     log_.CheckCall(done);
-    FUZZ_CHECK(!done || (out != nullptr && models_.Find(handle) != nullptr));
-    FUZZ_CHECK(done || text.Holds(kUntouched));
+    CHECK_HOLDS(!done || (out != nullptr && models_.Find(handle) != nullptr));
+    CHECK_HOLDS(done || text.Holds(kUntouched));
   }
 
   template <typename Info>
@@ -246,11 +245,11 @@ class Caller {
     const bool done = destroy(out);
     log_.CheckCall(done);
     if (out == nullptr) {
-      FUZZ_CHECK(done);
+      CHECK_HOLDS(done);
       return;
     }
-    FUZZ_CHECK(done == (handles.Find(handle) != nullptr));
-    FUZZ_CHECK(variable == (done ? 0 : handle));
+    CHECK_HOLDS(done == (handles.Find(handle) != nullptr));
+    CHECK_HOLDS(variable == (done ? 0 : handle));
     if (done) handles.Remove(handle);
   }
 
@@ -281,10 +280,10 @@ class Caller {
     const bool done = createCalibrationFilter(model, traits, size, format, out);
     log_.CheckCall(done);
     if (done) {
-      FUZZ_CHECK(models_.Find(model) != nullptr);
+      CHECK_HOLDS(models_.Find(model) != nullptr);
       calibrations_.Add(handle, pixelsOf(size));
     } else {
-      FUZZ_CHECK(handle == 77 || (handle == 0 && calibrations_.IsFull()));
+      CHECK_HOLDS(handle == 77 || (handle == 0 && calibrations_.IsFull()));
     }
   }
 
@@ -301,8 +300,8 @@ class Caller {
     const bool done = applyCalibration(filter, in, outX, outZ);
     log_.CheckCall(done);
     const bool complete = in != nullptr && outX != nullptr && outZ != nullptr;
-    FUZZ_CHECK(!done || (complete && pixels != nullptr && *pixels <= kMaxPixels));
-    FUZZ_CHECK(done || (x.Holds(kUntouched) && z.Holds(kUntouched)));
+    CHECK_HOLDS(!done || (complete && pixels != nullptr && *pixels <= kMaxPixels));
+    CHECK_HOLDS(done || (x.Holds(kUntouched) && z.Holds(kUntouched)));
   }
 
   void Bounds() {
@@ -313,12 +312,12 @@ class Caller {
     if (count > kMaxRangeCount && count < 0x1p25) traits.scaleZ = 0;
     WorldRangeTraits box = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     SplatSettings splat = {1, 2, 3};
-    const std::string before = fuzz::bytesOf(box) + fuzz::bytesOf(splat);
+    const std::string before = test::bytesOf(box) + test::bytesOf(splat);
     const bool done =
         calculateCalibrationBounds(model, traits, Size(), OrNull(&box), OrNull(&splat));
     log_.CheckCall(done);
-    FUZZ_CHECK(!done || models_.Find(model) != nullptr);
-    FUZZ_CHECK(done || fuzz::bytesOf(box) + fuzz::bytesOf(splat) == before);
+    CHECK_HOLDS(!done || models_.Find(model) != nullptr);
+    CHECK_HOLDS(done || test::bytesOf(box) + test::bytesOf(splat) == before);
   }
 
   WorldRangeTraits Grid(ImageSize size) {
@@ -339,7 +338,7 @@ class Caller {
     const ImageSize size = Size();
     const WorldRangeTraits grid = Grid(size);
     const RangeTransform transform = rangeTraitsToTransform(grid);
-    FUZZ_CHECK(fuzz::sameBits(transform.originX, grid.xMin));
+    CHECK_HOLDS(test::sameBits(transform.originX, grid.xMin));
     auto formats = std::make_shared<std::vector<std::uint32_t>>();
     for (int i = source_.Between(0, 3); i > 0; --i) formats->push_back(source_.OneOf(kFormats));
     const std::uint32_t* const formatPointer = OrNull(formats->data());
@@ -351,12 +350,12 @@ class Caller {
         source_.Between(0, 6) == 6 ? source_.Count() : static_cast<uint32_t>(source_.Between(0, 4)),
         grid, size, countBits + formats->size(), formatPointer, splat, source_.Raw<float>(), out);
     log_.CheckCall(done);
-    FUZZ_CHECK(done == (out != nullptr && !rectifications_.IsFull()));
+    CHECK_HOLDS(done == (out != nullptr && !rectifications_.IsFull()));
     if (done) {
       const std::uint64_t cells = std::uint64_t{grid.xCount} * grid.yCount;
       rectifications_.Add(handle, {pixelsOf(size), cells, std::move(formats)});
     } else {
-      FUZZ_CHECK(handle == (out == nullptr ? 77u : 0u));
+      CHECK_HOLDS(handle == (out == nullptr ? 77u : 0u));
     }
   }
 
@@ -389,15 +388,15 @@ class Caller {
     const Buffer zBefore = copyOf(z);
     const bool done = rectify(handle, inX, inZ, in, range, out);
     log_.CheckCall(done);
-    FUZZ_CHECK(!done || (found != nullptr && range != nullptr && filter.cells <= kMaxPixels));
-    FUZZ_CHECK(done || (one.range.Holds(kUntouched) && z == zBefore));
+    CHECK_HOLDS(!done || (found != nullptr && range != nullptr && filter.cells <= kMaxPixels));
+    CHECK_HOLDS(done || (one.range.Holds(kUntouched) && z == zBefore));
     if (!done || overlap) return;
     Rectified three(filter);
-    fuzz::useThreads(3);
-    FUZZ_CHECK(rectify(handle, inX, inZ, in, three.range.As<float>(),
-                       out == nullptr ? nullptr : three.pointers.data()));
-    fuzz::useThreads(1);
-    FUZZ_CHECK(three == one);
+    test::useThreads(3);
+    CHECK_HOLDS(rectify(handle, inX, inZ, in, three.range.As<float>(),
+                        out == nullptr ? nullptr : three.pointers.data()));
+    test::useThreads(1);
+    CHECK_HOLDS(three == one);
   }
 
   static Buffer copyOf(Buffer& original) {
@@ -420,8 +419,8 @@ class Caller {
       case 3: {
         const char* const paths[] = {nullptr, "", "/", "/dev/null", "/nonexistent"};
         uint32_t handle = 77;
-        FUZZ_CHECK(!createModelFromFilePath(source_.OneOf(paths), OrNull(&handle)));
-        FUZZ_CHECK(handle == 77);
+        CHECK_HOLDS(!createModelFromFilePath(source_.OneOf(paths), OrNull(&handle)));
+        CHECK_HOLDS(handle == 77);
         return log_.CheckCall(false);
       }
       default:
@@ -431,8 +430,8 @@ class Caller {
     }
   }
 
-  fuzz::ByteSource source_;
-  fuzz::LogCount log_;
+  test::ByteSource source_;
+  test::LogCount log_;
   bool filled_ = false;
   Handles<Model> models_;
   Handles<std::uint64_t> calibrations_;  // pixels of an image
@@ -441,7 +440,4 @@ class Caller {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Caller(fuzz::ByteSource(data, size)).Run();
-  return 0;
-}
+PLANEX_PROPERTY(c_calls) { Caller(source).Run(); }

@@ -5,12 +5,11 @@
 #include <optional>
 #include <string>
 
-#include "fuzz/check.h"
-#include "fuzz/harness.h"
 #include "planex/api/model_recovery.h"
 #include "planex/api/planex.h"
 #include "planex/api/registries.h"
 #include "planex/infra/json_deserializer.h"
+#include "tests/support/property.h"
 
 namespace {
 
@@ -62,23 +61,23 @@ std::optional<int> numberOf(const std::string& digits) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+PLANEX_PROPERTY(recovery) {
+  const std::string text = source.Rest();
   const std::optional<Match> wanted = searchOnly(text);
   const auto found = tavik::planex::findOnlySensorSize(text);
-  FUZZ_CHECK(wanted.has_value() == found.has_value());
+  CHECK_HOLDS(wanted.has_value() == found.has_value());
   if (wanted) {
-    FUZZ_CHECK(found->width == wanted->width && found->height == wanted->height);
+    CHECK_HOLDS(found->width == wanted->width && found->height == wanted->height);
     const std::optional<int> width = numberOf(wanted->width);
     const std::optional<int> height = numberOf(wanted->height);
     CalibrationModel model;
     model.SensorSize = {width.value_or(0), height.value_or(0)};
-    FUZZ_CHECK(tavik::planex::sensorSizeConfirms(text, model) == (width && height));
+    CHECK_HOLDS(tavik::planex::sensorSizeConfirms(text, model) == (width && height));
     model.SensorSize.y ^= 1;
-    FUZZ_CHECK(!tavik::planex::sensorSizeConfirms(text, model));
+    CHECK_HOLDS(!tavik::planex::sensorSizeConfirms(text, model));
   }
 
-  fuzz::LogCount log;
+  test::LogCount log;
   uint32_t handle = 77;
   const bool created = createModelFromJson(text.c_str(), &handle);
   log.CheckCall(created);
@@ -89,11 +88,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::optional<Match> mention = searchOnly(shown);
   const bool confirmed = mention && numberOf(mention->width) == model.SensorSize.x &&
                          numberOf(mention->height) == model.SensorSize.y;
-  FUZZ_CHECK(created == ((readable || confirmed) && model.IsConsistent()));
+  CHECK_HOLDS(created == ((readable || confirmed) && model.IsConsistent()));
   if (created) {
     const auto sensor = tavik::planex::models().copyOf(handle).SensorSize;
-    FUZZ_CHECK(sensor.x == model.SensorSize.x && sensor.y == model.SensorSize.y);
-    FUZZ_CHECK(destroyModel(&handle));
+    CHECK_HOLDS(sensor.x == model.SensorSize.x && sensor.y == model.SensorSize.y);
+    CHECK_HOLDS(destroyModel(&handle));
   }
-  return 0;
 }
