@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 """Measures planex beside what one would write instead, interleaved in one run.
 
-    bench/compare.py [--build DIR] [--json FILE] [--rounds N] [--scale]
+    bench/compare.py [--build DIR] [--json FILE] [--rounds N] [--scale] [--update]
 
 Each round runs the benchmark programs (scalar loops, copies and Eigen) and then, in this process,
 the library's C interface and NumPy, SciPy, OpenCV and GMT in turn. What the peers compute is
 compared with ours before anything is timed. Times are medians of processor time on one thread,
 pinned to one processor; rows that say "threads" compare the best times, elapsed. A peer that is not there is
-named in the table. --scale adds images up to 250 M pixels, for which it takes 3.5 GB.
+named in the table. --scale adds images up to 250 M pixels, for which it takes 3.5 GB. --update
+puts the table into docs/performance.md, and the rows that a reader decides by into README.md.
 """
 
 import argparse
@@ -27,7 +28,8 @@ os.environ["OMP_NUM_THREADS"] = os.environ["OPENBLAS_NUM_THREADS"] = "1"
 
 from contests import all_contests  # NumPy reads the thread counts above on import
 from interface import Planex
-from pairs import FASTER, PAIRS, SCALE
+from pairs import DECISIVE, FASTER, PAIRS, SCALE
+
 
 class Times:
     """Seconds by the name of what was run."""
@@ -156,6 +158,19 @@ def machine():
     return f"{name}, {len(CPUS)} processors, {time.strftime('%Y-%m-%d')}"
 
 
+def table(heading, rows):
+    lines = [heading, "", "| work | planex | beside | its time | planex is |", "|---|---|---|---|---|"]
+    return "\n".join(lines + [row.line() for row in rows])
+
+
+def put(page, text):
+    """Replaces what stands between the two comments of this program on a page."""
+    begin, end = "<!-- bench/compare.py -->\n", "\n<!-- end -->"
+    before, rest = page.read_text(encoding="utf-8").split(begin)
+    after = rest.partition(end)[2]
+    page.write_text(before + begin + text + end + after, encoding="utf-8")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     root = pathlib.Path(__file__).resolve().parent.parent
@@ -164,16 +179,18 @@ def main():
     parser.add_argument("--rounds", type=int, default=7)
     parser.add_argument("--min-time", type=float, default=0.04, help="seconds a benchmark")
     parser.add_argument("--scale", action="store_true", help="images up to 250 M pixels as well")
+    parser.add_argument("--update", action="store_true", help="write the tables of the pages")
     options = parser.parse_args()
     if not (options.build / "bench").is_dir():
         sys.exit("nothing built there: cmake --preset release && cmake --build --preset release")
     os.sched_setaffinity(0, CPUS[-1:])
     with tempfile.TemporaryDirectory() as folder:
         rows = list(measure(options, folder))
-    print(f"{machine()}; times a pixel, point or call, medians of {options.rounds}\n")
-    print("| work | planex | beside | its time | planex is |\n|---|---|---|---|---|")
-    for row in rows:
-        print(row.line())
+    heading = f"{machine()}. Times a pixel, point or call, medians of {options.rounds}:"
+    print(table(heading, rows))
+    if options.update:
+        put(root / "docs" / "performance.md", table(heading, rows))
+        put(root / "README.md", table(heading, [r for r in rows if (r.work, r.peer) in DECISIVE]))
     if options.json:
         result = {"machine": machine(), "rows": [
             {"work": r.work, "planex_s": r.ours, "beside": r.peer, "its_s": r.theirs,

@@ -68,3 +68,11 @@ SCALE = [
     for call in ("applyCalibration", "rectify")
     for name, height in (("10", 2500), ("100", 25000), ("250", 61035))
 ]
+# What a reader decides by, as (work, beside).
+DECISIVE = {
+    ("calibrate", SCALAR), ("calibrate, uncached", COPY), ("applyCalibration", "NumPy float64"),
+    ("applyCalibration", "OpenCV, strips of rows"), ("applyCalibration, all threads", "one thread"),
+    ("rectify LOWEST", SCALAR), ("rectify MEAN, half-width 0", "NumPy bincount"),
+    ("mapPoints inverse", "OpenCV undistortPoints"), ("rectify, one profile a call", "whole image"),
+    ("applyCalibration, 100 M pixels (+0.0 MB)", "1 M pixels"),
+}

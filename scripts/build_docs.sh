@@ -20,7 +20,7 @@ mapfile -t headers < <(sed -n 's|^include/||p' tests/package/installed_files.txt
   cat docs/Doxyfile
   printf 'PROJECT_NUMBER = %s\nOUTPUT_DIRECTORY = "%s"\n' "$version" "$output"
   printf 'STRIP_FROM_PATH += "%s/include"\nSTRIP_FROM_INC_PATH += "%s/include"\n' "$output" "$output"
-  printf 'INPUT += "%s"\n' docs/guide.md docs/design/*.md docs/namespaces.dox \
+  printf 'INPUT += "%s"\n' docs/*.md docs/design/*.md docs/namespaces.dox \
     "$output/include/planex/version.h" "${headers[@]}"
 } | doxygen -
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Lines and branches that the test suite reaches, per folder, and the lines that it does not.
-# The pages of every file stand in build/coverage/html.
+# The pages of every file stand in build/coverage/html. --update writes the table into
+# docs/design/testing.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,9 +19,10 @@ gcovr --root . --object-directory build/coverage --filter planex/ --exclude-thro
   --exclude-unreachable-branches --json "$output/coverage.json" \
   --html-details "$output/index.html" >/dev/null
 
-python3 - "$output/coverage.json" <<'PY'
+python3 - "$output/coverage.json" "${1:-}" <<'PY'
 import collections
 import json
+import pathlib
 import sys
 
 files = json.load(open(sys.argv[1], encoding="utf-8"))["files"]
@@ -40,10 +42,20 @@ for entry in files:
     if numbers:
         missing.append((name, numbers))
 
-print(f"{'folder':<12}{'lines':>16}{'branches':>16}")
+def share(part, whole):
+    return f"{part} of {whole}, {part / max(whole, 1):.1%}"
+
+
+table = ["| folder | lines | branches |", "|---|---|---|"]
 for folder, (hit, lines, taken, branches) in sorted(totals.items()):
-    print(f"{folder:<12}{hit:>6}/{lines:<5}{hit / max(lines, 1):>5.1%}"
-          f"{taken:>6}/{branches:<5}{taken / max(branches, 1):>5.1%}")
+    table.append(f"| `{folder}` | {share(hit, lines)} | {share(taken, branches)} |")
+print("\n".join(table))
+if sys.argv[2] == "--update":
+    page = pathlib.Path("docs/design/testing.md")
+    begin, end = "<!-- scripts/coverage.sh -->\n", "\n<!-- end -->"
+    before, rest = page.read_text(encoding="utf-8").split(begin)
+    page.write_text(before + begin + "\n".join(table) + end + rest.partition(end)[2],
+                    encoding="utf-8")
 print("\nlines not reached:")
 for name, numbers in sorted(missing):
     print(f"  {name}: {', '.join(map(str, numbers))}")
