@@ -7,6 +7,9 @@
 
 namespace tavik::planex {
 
+/// The refusal of every size or scale that the world bounds and rectification cannot work with.
+inline constexpr const char* kInvalidScaleMessage = "Invalid data in sensor traits scale X / Z";
+
 /// Runs the body of one exported function and returns its result.
 ///
 /// A CalibrationException becomes one SEVERE record and false. Any other exception passes on to the

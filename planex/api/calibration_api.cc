@@ -1,15 +1,21 @@
 #include "planex/api/boundary.h"
+#include "planex/api/conversions.h"
 #include "planex/api/planex.h"
 #include "planex/api/registries.h"
-#include "planex/api/sensor_traits_check.h"
-#include "planex/api/world_bounds.h"
 #include "planex/foundation/image_of.h"
+#include "planex/foundation/interval.h"
+#include "planex/model/world_bounds.h"
 #include "planex/processing/image_calibration.h"
 
 namespace tavik::planex {
 namespace {
 
 using cmnalg::Image;
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::WorldBounds;
+using datafusion::planex::WorldBoundsResult;
+
+constexpr const char* kOutsideSensorMessage = "Sensor traits does not match the model";
 
 cmnalg::ImageType rangeTypeOf(std::uint32_t pixelFormat) {
   switch (pixelFormat) {
@@ -38,7 +44,7 @@ bool wrapRange(const void* buffer, cmnalg::ImageType type, ImageSize size, Senso
   return true;
 }
 
-bool calibrate(const CalibrationFilter& filter, const datafusion::planex::CalibrationModel& model,
+bool calibrate(const CalibrationFilter& filter, const CalibrationModel& model,
                const void* rangeBuffer, float* xBuffer, float* zBuffer) {
   const ImageSize size = filter.imageSize;
   Image range;
@@ -50,7 +56,31 @@ bool calibrate(const CalibrationFilter& filter, const datafusion::planex::Calibr
   cmnalg::ImageOf<float> z(zBuffer, size.width, size.height, 0, false,
                            Image::s_defaultImageAllocator, false);
   return datafusion::planex::applyCalibration(model, false, range, x, z,
-                                              datafusion::planex::RunMode{2});
+                                              datafusion::planex::RunMode::Default);
+}
+
+/// Throws where there are none.
+WorldBounds boundsOf(const CalibrationModel& model, SensorTraits traits, ImageSize size) {
+  WorldBounds bounds;
+  switch (calculateWorldBounds(model, regionOf(traits), size.width, bounds)) {
+    case WorldBoundsResult::Calculated:
+      return bounds;
+    case WorldBoundsResult::OutsideSensor:
+      throw CalibrationException(kOutsideSensorMessage);
+    case WorldBoundsResult::InvalidRangeValues:
+      throw CalibrationException(kInvalidScaleMessage);
+    default:
+      throw CalibrationException("The sensor region could not be mapped to world coordinates");
+  }
+}
+
+/// Rows count as Y, where there is a sample of them at all.
+cmnalg::math::Interval rowBounds(SensorTraits traits, ImageSize size) {
+  cmnalg::math::Interval rows;
+  if (size.width == 0 && lastRangeValue(regionOf(traits)) < 1.0) return rows;
+  rows.Include(0.0);
+  rows.Include(size.height - 1.0);
+  return rows;
 }
 
 }  // namespace
@@ -61,7 +91,8 @@ using namespace tavik::planex;  // NOLINT(google-build-using-namespace): the bod
 bool createCalibrationFilter(uint32_t modelHandle, SensorTraits sensorTraits, ImageSize imageSize,
                              uint32_t pixelFormat, uint32_t* filterHandle) {
   return guarded([&] {
-    checkSensorTraitsConsistent(models().copyOf(modelHandle), sensorTraits, imageSize);
+    CalibrationException::throwUnless(
+        isOnSensor(models().copyOf(modelHandle), regionOf(sensorTraits)), kOutsideSensorMessage);
     CalibrationException::throwUnless(filterHandle != nullptr, "Handle is NULL");
     *filterHandle = 0;
     *filterHandle =
@@ -96,12 +127,18 @@ bool calculateCalibrationBounds(uint32_t modelHandle, SensorTraits sensorTraits,
     CalibrationException::throwUnless(worldRangeTraits != nullptr,
                                       "Argument worldRangeTraits is NULL");
     CalibrationException::throwUnless(splatSettings != nullptr, "Argument splatSettings is NULL");
-    calculateCalibrationBoundsModel(models().copyOf(modelHandle), sensorTraits, imageSize,
-                                    *worldRangeTraits, *splatSettings);
+    const WorldBounds bounds = boundsOf(models().copyOf(modelHandle), sensorTraits, imageSize);
+    const cmnalg::math::Interval rows = rowBounds(sensorTraits, imageSize);
+    *worldRangeTraits = {bounds.x.min,     bounds.x.max, imageSize.width, rows.min, rows.max,
+                         imageSize.height, bounds.z.min, bounds.z.max,    65536};
+    *splatSettings = {bounds.lateralSpacing.x, bounds.lateralSpacing.y, 1.0};
     return true;
   });
 }
 
 RangeTransform rangeTraitsToTransform(WorldRangeTraits worldRangeTraits) {
-  return transformOf(worldRangeTraits);
+  const auto columns = columnsOf(worldRangeTraits);
+  const auto rows = rowsOf(worldRangeTraits);
+  const auto levels = levelsOf(worldRangeTraits);
+  return {columns.scale, columns.origin, rows.scale, rows.origin, levels.scale, levels.origin};
 }

@@ -1,27 +1,28 @@
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <limits>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "planex/api/boundary.h"
-#include "planex/api/intensity_reduction.h"
+#include "planex/api/conversions.h"
 #include "planex/api/planex.h"
-#include "planex/api/rectification_grid.h"
 #include "planex/api/registries.h"
-#include "planex/api/world_bounds.h"
 #include "planex/foundation/image_of.h"
-#include "planex/infra/logger.h"
+#include "planex/foundation/memory_overlap.h"
+#include "planex/infra/refusal.h"
+#include "planex/processing/intensity_reduction.h"
+#include "planex/processing/rectification.h"
 
 namespace tavik::planex {
 namespace {
 
+using cmnalg::Bytes;
 using cmnalg::Image;
 using cmnalg::ImageOf;
+using datafusion::planex::findIntensityLimits;
 using datafusion::planex::RectificationMode;
+using datafusion::planex::reduceIntensities;
 
 /// The interface's numbers put HIGHEST before LOWEST.
 RectificationMode modeOf(std::uint32_t interfaceMode) {
@@ -48,18 +49,6 @@ ImageOf<T> wrap(const void* pixels, int width, int height) {
                     Image::s_defaultImageAllocator, false);
 }
 
-/// The bytes of a buffer of the caller.
-struct Bytes {
-  const void* begin;
-  std::size_t size;
-
-  bool overlaps(const Bytes& other) const {
-    const auto first = reinterpret_cast<std::uintptr_t>(begin);
-    const auto second = reinterpret_cast<std::uintptr_t>(other.begin);
-    return first < second + other.size && second < first + size;
-  }
-};
-
 /// The steps of one rectify(): the wrapped inputs, the grid, and one pass over both per
 /// co-rectified image, of which the last one writes the world range.
 class Rectification {
@@ -69,14 +58,16 @@ class Rectification {
       : filter_(checkedSize(filter)),
         x_(wrapInput<float>(x)),
         z_(wrapInput<float>(z)),
-        grid_(heightGridOf(checkedTraits())) {}
+        grid_(gridOf(filter.worldRangeTraits)) {
+    CalibrationException::throwUnless(
+        x_.IsConsistent() && z_.IsConsistent() && grid_.IsConsistent(), kInvalidScaleMessage);
+  }
 
   /// The height map without co-rectified images. False where the algorithm refuses.
   bool rectifyHeights(float* range) {
-    const RectificationMode mode = modeOf(filter_.rectificationMode);
-    return intoRange(range, {bytesOf(x_), bytesOf(z_)}, [&](const HeightRowSink& sink) {
-      return toRectifiedRows(x_, z_, splat(), mode, grid_, sink);
-    });
+    auto heights = wrap<float>(range, grid_.width, grid_.height);
+    return toRectifiedWorld(x_, z_, splat(), modeOf(filter_.rectificationMode), grid_,
+                            filter_.missingDataValue, heights);
   }
 
   /// Throws for what cannot be co-rectified image i.
@@ -100,39 +91,37 @@ class Rectification {
   bool mayWrite(std::uint32_t i, std::uint32_t count, const void* const* inputs,
                 void* const* outputs, const float* range) const {
     const Bytes target = outputBytes(outputs[i]);
-    bool shared = target.overlaps({range, target.size * sizeof(float)});
+    bool shared = overlaps(target, {range, target.size * sizeof(float)});
     for (std::uint32_t j = 0; j < i && !shared; ++j) {
-      shared = target.overlaps(outputBytes(outputs[j]));
+      shared = overlaps(target, outputBytes(outputs[j]));
     }
     for (std::uint32_t k = i + 1; k < count && !shared; ++k) {
-      shared = target.overlaps(inputBytes(filter_.coRectifiedFormats[k], inputs[k]));
+      shared = overlaps(target, inputBytes(filter_.coRectifiedFormats[k], inputs[k]));
     }
-    if (shared) {
-      base::Logger::Get("Image.Calibration.Planex")
-          .Warning("Cannot reuse source image as target image.");
-    }
-    return !shared;
+    return !shared ||
+           base::refuse("Image.Calibration.Planex", "Cannot reuse source image as target image.");
   }
 
   /// The height map together with co-rectified image i; `range` is null for all but the last. False
   /// where the algorithm refuses.
   bool rectifyWithImage(std::uint32_t i, const void* input, void* output, float* range) {
-    const ImageOf<std::uint8_t>& intensity = intensityOf(filter_.coRectifiedFormats[i], input);
+    const auto intensity = intensityOf(filter_.coRectifiedFormats[i], input);
     auto target = wrap<std::uint8_t>(output, grid_.width, grid_.height);
-    const RectificationMode mode = modeOf(filter_.rectificationMode);
-    const auto pass = [&](const HeightRowSink& sink) {
-      return toRectifiedRows(x_, z_, intensity, splat(), mode, grid_, target, sink);
-    };
-    if (range == nullptr) return pass([](int /*row*/, const std::uint16_t* /*heights*/) {});
-    return intoRange(range, {bytesOf(x_), bytesOf(z_), bytesOf(intensity)}, pass);
+    auto heights =
+        wrap<float>(range, range == nullptr ? 0 : grid_.width, range == nullptr ? 0 : grid_.height);
+    return toRectifiedWorld(x_, z_, intensity, splat(), modeOf(filter_.rectificationMode), grid_,
+                            filter_.missingDataValue, range == nullptr ? nullptr : &heights,
+                            target);
   }
 
  private:
-  using HeightRowSink = datafusion::planex::HeightRowSink;
-
   template <typename T>
   ImageOf<T> wrapInput(const void* pixels) const {
     return wrap<T>(pixels, filter_.inputSize.width, filter_.inputSize.height);
+  }
+
+  std::size_t inputPixels() const {
+    return std::size_t{filter_.inputSize.width} * filter_.inputSize.height;
   }
 
   /// Throws for more pixels than an image can have.
@@ -143,56 +132,25 @@ class Rectification {
     return filter;
   }
 
-  static Bytes bytesOf(const Image& image) { return {image.GetData(), image.GetRawBufferSize()}; }
-
-  /// The grid's description, once the inputs have passed.
-  const WorldRangeTraits& checkedTraits() const {
-    CalibrationException::throwUnless(x_.IsConsistent(), kInvalidScaleMessage);
-    CalibrationException::throwUnless(z_.IsConsistent(), kInvalidScaleMessage);
-    return filter_.worldRangeTraits;
-  }
-
   Bytes outputBytes(const void* output) const {
     return {output, static_cast<std::size_t>(grid_.width) * static_cast<std::size_t>(grid_.height)};
   }
 
   Bytes inputBytes(std::uint32_t format, const void* input) const {
-    const std::size_t pixels = std::size_t{filter_.inputSize.width} * filter_.inputSize.height;
-    return {input, format == PLANEX_PIXEL_FORMAT_MONO16 ? pixels * 2 : pixels};
+    return {input, format == PLANEX_PIXEL_FORMAT_MONO16 ? inputPixels() * 2 : inputPixels()};
   }
 
   /// A Mono8 input as it is; a Mono16 input reduced to 8 bits, in memory that serves all of them.
-  const ImageOf<std::uint8_t>& intensityOf(std::uint32_t format, const void* input) {
-    if (format == PLANEX_PIXEL_FORMAT_MONO8) {
-      mono8_ = wrapInput<std::uint8_t>(input);
-      return mono8_;
-    }
-    const ImageSize size = filter_.inputSize;
+  ImageOf<std::uint8_t> intensityOf(std::uint32_t format, const void* input) {
+    if (format == PLANEX_PIXEL_FORMAT_MONO8) return wrapInput<std::uint8_t>(input);
     CalibrationException::throwUnless(
-        reduced_.Create(size.width, size.height, Image::s_defaultImageAllocator),
+        reduced_.Create(filter_.inputSize.width, filter_.inputSize.height,
+                        Image::s_defaultImageAllocator),
         kInvalidScaleMessage);
-    reduceTo8Bit(static_cast<const std::uint16_t*>(input), std::size_t{size.width} * size.height,
-                 reduced_.GetRowPtr(0));
-    return reduced_;
-  }
-
-  /// Runs a pass that writes the world range: straight into the caller's buffer, or, where that
-  /// buffer shares memory with what the pass still reads, into a copy first. A grid with another
-  /// number of rows than the inputs is refused by the pass: no copy, which could be a huge one.
-  template <typename Pass>
-  bool intoRange(float* range, std::initializer_list<Bytes> used, Pass pass) const {
-    const std::size_t cells =
-        static_cast<std::size_t>(grid_.width) * static_cast<std::size_t>(grid_.height);
-    const Bytes target{range, cells * sizeof(float)};
-    const bool shared = grid_.height == x_.GetHeight() &&
-                        std::any_of(used.begin(), used.end(),
-                                    [&](const Bytes& bytes) { return target.overlaps(bytes); });
-    std::vector<float> copy(shared ? cells : 0);
-    const WorldRangeWriter writer(grid_, filter_.missingDataValue, shared ? copy.data() : range);
-    const bool done =
-        pass([&](int row, const std::uint16_t* heights) { writer.WriteRow(row, heights); });
-    if (done) std::copy(copy.begin(), copy.end(), range);
-    return done;
+    const auto* values = static_cast<const std::uint16_t*>(input);
+    reduceIntensities(values, inputPixels(), findIntensityLimits(values, inputPixels()),
+                      reduced_.GetRowPtr(0));
+    return wrapInput<std::uint8_t>(reduced_.GetData());
   }
 
   datafusion::planex::SplatShape splat() const {
@@ -203,7 +161,7 @@ class Rectification {
   const RectificationFilter& filter_;
   ImageOf<float> x_, z_;
   datafusion::planex::HeightGrid grid_;
-  ImageOf<std::uint8_t> mono8_, reduced_;
+  ImageOf<std::uint8_t> reduced_;
 };
 
 bool rectifyImages(Rectification& rectification, std::uint32_t count, const void* const* inputs,

@@ -7,15 +7,12 @@
 #include <cstddef>
 #include <limits>
 
-#include "planex/infra/logger.h"
+#include "planex/infra/refusal.h"
 
 namespace cmnalg::math {
 namespace {
 
-bool refuse(const char* reason) {
-  base::Logger::Get("Matrix").Warning("%s", reason);
-  return false;
-}
+bool refuse(const char* reason) { return base::refuse("Matrix", reason); }
 
 /// The power of two that brings `largest` into [1, 2).
 double balancing(double largest) { return std::scalbn(1.0, -std::ilogb(largest)); }

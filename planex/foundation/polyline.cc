@@ -1,40 +1,32 @@
 #include "planex/foundation/polyline.h"
 
-#include <algorithm>
 #include <limits>
+
+#include "planex/foundation/interval.h"
 
 namespace cmnalg::shape {
 namespace {
 
-class Extent {
- public:
-  void Add(double value) {
-    low_ = std::min(low_, value);  // the accumulated bound comes first: a NaN never replaces it
-    high_ = std::max(high_, value);
-  }
-  // Halved before they are added, so that the sum of two large bounds is finite.
-  double Center() const { return IsEmpty() ? kNan : low_ / 2 + high_ / 2; }
-  double Length() const { return IsEmpty() ? kNan : high_ - low_; }
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
- private:
-  static constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+/// Halved before they are added, so that the sum of two large bounds is finite.
+double centerOf(const math::Interval& extent) {
+  return extent.IsEmpty() ? kNan : extent.min / 2 + extent.max / 2;
+}
 
-  bool IsEmpty() const { return low_ > high_; }
-
-  double low_ = std::numeric_limits<double>::infinity();
-  double high_ = -std::numeric_limits<double>::infinity();
-};
+double lengthOf(const math::Interval& extent) {
+  return extent.IsEmpty() ? kNan : extent.max - extent.min;
+}
 
 }  // namespace
 
 Rectangle Polyline::GetBoundingBox() const {
-  Extent x;
-  Extent y;
+  math::Interval x, y;
   for (const Vec<2, double>& point : Points) {
-    x.Add(point.x);
-    y.Add(point.y);
+    x.Include(point.x);
+    y.Include(point.y);
   }
-  return {{x.Center(), y.Center()}, x.Length(), y.Length(), 0};
+  return {{centerOf(x), centerOf(y)}, lengthOf(x), lengthOf(y), 0};
 }
 
 }  // namespace cmnalg::shape

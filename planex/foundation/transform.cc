@@ -4,7 +4,7 @@
 #include <string>
 
 #include "planex/infra/class_repository.h"
-#include "planex/infra/logger.h"
+#include "planex/infra/refusal.h"
 #include "planex/infra/visitor.h"
 
 namespace cmnalg::math {
@@ -17,10 +17,7 @@ constexpr const char* kTypeNames[] = {"IDENTITY",   "TRANSLATION", "RIGID",
 [[maybe_unused]] const bool kRegistered = etl::registerClass<Transform<2, double>>("Transform2D") &&
                                           etl::registerClass<Transform<3, double>>("Transform3D");
 
-bool refuse(const char* reason) {
-  base::Logger::Get("Matrix").Warning("%s", reason);
-  return false;
-}
+bool refuse(const char* reason) { return base::refuse("Matrix", reason); }
 
 /// @return false when the text is no type's name
 bool typeFromString(const std::string& text, TransformType& type) {

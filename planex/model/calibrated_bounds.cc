@@ -1,16 +1,15 @@
 #include "planex/model/calibrated_bounds.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <limits>
 
 #include "planex/foundation/box.h"
-#include "planex/foundation/line_fit.h"
+#include "planex/foundation/interval.h"
 #include "planex/infra/containers.h"
-#include "planex/infra/logger.h"
+#include "planex/model/model_checks.h"
 #include "planex/model/point_mapping.h"
 #include "planex/model/shape_mapping.h"
+#include "planex/model/spacing_fit.h"
 
 namespace datafusion::planex {
 namespace {
@@ -47,13 +46,11 @@ PointList sampleSensor(const Vec<2, double>& pixMin, const Vec<2, double>& pixMa
 }
 
 /// The distance of neighbouring points over Z, from the mapped rows.
-cmnalg::math::LineFit fitSpacing(const PointList& points, double columns) {
-  cmnalg::math::LineFit fit;
+SpacingFit fitSpacing(const PointList& points, double columns) {
+  SpacingFit fit(columns);
   for (std::size_t row = 0; row < kRows; ++row) {
     const Vec<2, double>* ends = &points[3 * row];
-    const double dx = ends[1].x - ends[0].x;
-    const double dz = ends[1].y - ends[0].y;
-    fit.Add(ends[2].y, std::sqrt(dx * dx + dz * dz) / columns);
+    fit.Add(ends[1].x - ends[0].x, ends[1].y - ends[0].y, ends[2].y);
   }
   return fit;
 }
@@ -64,11 +61,9 @@ bool calculateImageBounds(const CalibrationModel& model, const cmnalg::Image& im
                           double zMax, Vec<3, double>& min, Vec<3, double>& max,
                           CoordinateSystem from, CoordinateSystem to, int supersampling) {
   if (zMin > zMax) {
-    base::Logger::Get("Image.Calibration.Planex")
-        .Warning("%s",
-                 "Range limits for Z must be in proper order. Minimum must be a smaller value than "
-                 "maximum.");
-    return false;
+    return refuse(
+        "Range limits for Z must be in proper order. Minimum must be a smaller value than "
+        "maximum.");
   }
   const double lastColumn = image.GetWidth() - 1.0;
   const double lastRow = image.GetHeight() - 1.0;
@@ -87,19 +82,18 @@ bool calculateCalibratedBounds(const CalibrationModel& model, bool aligned,
   if (!mapPoints<double>(model, points, points, CoordinateSystem::Pixel, target)) return false;
 
   constexpr double kLargest = std::numeric_limits<double>::max();
-  Vec<2, double> low{kLargest, kLargest};
-  Vec<2, double> high{-kLargest, -kLargest};
+  cmnalg::math::Interval x{kLargest, -kLargest}, z = x;
   for (const Vec<2, double>& point : points) {
-    low = {std::min(low.x, point.x), std::min(low.y, point.y)};
-    high = {std::max(high.x, point.x), std::max(high.y, point.y)};
+    x.Include(point.x);
+    z.Include(point.y);
   }
 
   const double columns = pixMax.x - pixMin.x;
   double slope = 1.0;
-  double offset = (high.x - low.x) / columns;
-  static_cast<void>(fitSpacing(points, columns).Solve(slope, offset));  // else they stay
-  min = low;
-  max = high;
+  double offset = (x.max - x.min) / columns;
+  fitSpacing(points, columns).Solve(slope, offset);
+  min = {x.min, z.min};
+  max = {x.max, z.max};
   resSlope = slope;
   resOffset = offset;
   return true;

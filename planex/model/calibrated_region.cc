@@ -11,7 +11,8 @@
 #include <utility>
 
 #include "planex/foundation/image_of.h"
-#include "planex/infra/logger.h"
+#include "planex/foundation/interval.h"
+#include "planex/model/model_checks.h"
 
 namespace datafusion::planex {
 namespace {
@@ -22,11 +23,6 @@ using PointList = etl::Vector<Point>;
 
 constexpr const char* kModelClass = "Image.Planex.Model";
 constexpr const char* kUnequalLists = "The amount of residuals must match the amount of points.";
-
-bool refuse(const char* reason) {
-  base::Logger::Get(kModelClass).Warning("%s", reason);
-  return false;
-}
 
 /// The five images while they are filled.
 class Grid {
@@ -47,20 +43,18 @@ class Grid {
 
   /// Spans the grid over finite points. @return false when there are less than two of them
   bool place(const PointList& points) {
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    Point min{kInfinity, kInfinity};
-    Point max{-kInfinity, -kInfinity};
+    cmnalg::math::Interval x, z;
     std::size_t finite = 0;
     for (const Point& point : points) {
       if (!isFinite(point)) continue;
-      min = {std::min(min.x, point.x), std::min(min.y, point.y)};
-      max = {std::max(max.x, point.x), std::max(max.y, point.y)};
+      x.Include(point.x);
+      z.Include(point.y);
       ++finite;
     }
-    const double dx = (max.x - min.x) / count->GetWidth();
-    const double dz = (max.y - min.y) / count->GetHeight();
+    const double dx = (x.max - x.min) / count->GetWidth();
+    const double dz = (z.max - z.min) / count->GetHeight();
     count->PixelSize = {dx, dz, 1.0};
-    count->Origin = {min.x + dx / 2, min.y + dz / 2, 0.0};
+    count->Origin = {x.min + dx / 2, z.min + dz / 2, 0.0};
     for (const ResidualImage* image : {&meanX, &meanZ, &maxX, &maxZ}) {
       cmnalg::impro::CopyImageMetadata(*count, **image);
     }
@@ -150,17 +144,17 @@ bool CalibratedRegion::Update(const PointList& points, const PointList& residual
   const int width = complete && AreOfOneSize() ? images_[kPointCount]->GetWidth() : 0;
   const int height = width > 0 ? images_[kPointCount]->GetHeight() : 0;
   if (width < 2 || height < 2) {
-    return refuse(
+    return refuseToChange(
         "Grid must be at least 2x2. Please call Resize() to allocate the feedback images before "
         "calling Update().");
   }
   constexpr const char* kTooFew =
       "At least two points must be added to calculate the calibrated region";
-  if (points.size() < 2) return refuse(kTooFew);
-  if (points.size() != residuals.size()) return refuse(kUnequalLists);
+  if (points.size() < 2) return refuseToChange(kTooFew);
+  if (points.size() != residuals.size()) return refuseToChange(kUnequalLists);
   Grid grid;
   if (!grid.create(width, height)) return false;
-  if (!grid.place(points)) return refuse(kTooFew);
+  if (!grid.place(points)) return refuseToChange(kTooFew);
   for (std::size_t i = 0; i < points.size(); ++i) grid.add(points[i], residuals[i]);
   grid.finalize();
   images_ = {grid.count, grid.meanX, grid.meanZ, grid.maxX, grid.maxZ};
@@ -169,12 +163,12 @@ bool CalibratedRegion::Update(const PointList& points, const PointList& residual
 
 bool CalibratedRegion::Update(const etl::Vector<PointList>& pointLists,
                               const etl::Vector<PointList>& residualLists) {
-  if (pointLists.empty()) return refuse("At least one point list must be supplied.");
-  if (pointLists.size() != residualLists.size()) return refuse(kUnequalLists);
+  if (pointLists.empty()) return refuseToChange("At least one point list must be supplied.");
+  if (pointLists.size() != residualLists.size()) return refuseToChange(kUnequalLists);
   PointList points;
   PointList residuals;
   for (std::size_t i = 0; i < pointLists.size(); ++i) {
-    if (pointLists[i].size() != residualLists[i].size()) return refuse(kUnequalLists);
+    if (pointLists[i].size() != residualLists[i].size()) return refuseToChange(kUnequalLists);
     points.insert(points.end(), pointLists[i].begin(), pointLists[i].end());
     residuals.insert(residuals.end(), residualLists[i].begin(), residualLists[i].end());
   }

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "planex/infra/class_repository.h"
-#include "planex/infra/logger.h"
 #include "planex/model/camera_matrix.h"
 #include "planex/model/model_checks.h"
 
@@ -18,11 +17,6 @@ constexpr double kSmallestLength = 1e-13;
 [[maybe_unused]] const bool kRegistered = etl::registerClass<CalibrationModel>(kClassName);
 
 cmnalg::Matrix<double> identity(int size) { return cmnalg::Matrix<double>::Identity(size, size); }
-
-bool refuse(const char* reason) {
-  base::Logger::Get(kClassName).Warning("%s", reason);
-  return false;
-}
 
 /// Two decimals, as %3.2f gives in the C locale; any NaN is nan.
 std::string twoDecimals(double value) {
@@ -59,7 +53,7 @@ bool CalibrationModel::setScheimpflug(double c5, double c6) {
 
 bool CalibrationModel::setSkew(double x, double y, double z) {
   if (std::sqrt(x * x + y * y + z * z) <= kSmallestLength || std::abs(y) <= kSmallestLength) {
-    return refuse(
+    return refuseToChange(
         "Skew vector cannot have zero norm or have zero contribution skewed the image "
         "Y-direction.");
   }
@@ -69,7 +63,7 @@ bool CalibrationModel::setSkew(double x, double y, double z) {
 
 bool CalibrationModel::setPose(const cmnalg::math::Transform<3, double>& pose) {
   if (pose.GetType() > cmnalg::math::TransformType::SIMILARITY) {
-    return refuse("The input pose is not a valid similarity transform.");
+    return refuseToChange("The input pose is not a valid similarity transform.");
   }
   Pose = pose.GetMatrix();
   return true;
@@ -77,7 +71,7 @@ bool CalibrationModel::setPose(const cmnalg::math::Transform<3, double>& pose) {
 
 bool CalibrationModel::setHomography(const cmnalg::math::Transform<2, double>& homography) {
   if (homography.GetType() > cmnalg::math::TransformType::HOMOGRAPHY) {
-    return refuse("The input is not a valid homography transform.");
+    return refuseToChange("The input is not a valid homography transform.");
   }
   Homography = homography.GetMatrix();
   return true;
@@ -113,9 +107,9 @@ cmnalg::Matrix<double> CalibrationModel::getK() const {
 
 bool CalibrationModel::mirror(bool mirrorX, cmnalg::Vec<2, double> point) {
   if (!std::isfinite(point.x) || !std::isfinite(point.y)) {
-    return refuse("The mirror point is invalid.");
+    return refuseToChange("The mirror point is invalid.");
   }
-  if (!homographyUsable(*this)) return refuse("Invalid perspective matrix.");
+  if (!homographyUsable(*this)) return refuseToChange("Invalid perspective matrix.");
   cmnalg::Matrix<double> mirroring = identity(3);
   const int axis = mirrorX ? 0 : 1;
   mirroring[axis][axis] = -1.0;
@@ -127,14 +121,9 @@ bool CalibrationModel::mirror(bool mirrorX, cmnalg::Vec<2, double> point) {
 }
 
 std::string CalibrationModel::toString() const {
-  const ModelState state = CurrentState;
-  const bool calibrated = state == ModelState::CALIBRATED ||
-                          state == ModelState::CALIBRATED_ALIGNED_2D ||
-                          state == ModelState::CALIBRATED_ALIGNED_3D;
-  const bool aligned2d =
-      state == ModelState::CALIBRATED_ALIGNED_2D || state == ModelState::ALIGNED_2D;
-  const bool aligned3d =
-      state == ModelState::CALIBRATED_ALIGNED_3D || state == ModelState::ALIGNED_3D;
+  const bool calibrated = isCalibrated(CurrentState);
+  const bool aligned2d = isAligned2D(CurrentState);
+  const bool aligned3d = isAligned3D(CurrentState);
 
   std::string text = "Planex Camera Model, state: ";
   text += calibrated ? "Calibrated" : "Uncalibrated";

@@ -2,17 +2,9 @@
 
 #include <utility>
 
-#include "planex/infra/logger.h"
+#include "planex/model/model_checks.h"
 
 namespace datafusion::planex {
-namespace {
-
-bool refuse(const char* reason) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", reason);
-  return false;
-}
-
-}  // namespace
 
 bool getK(const double& focal, const double& cx, const double& cy, cmnalg::Matrix<double>& K) {
   if (cx < 0.0 || cy < 0.0) return refuse("Invalid lens center coordinate.");

@@ -1,8 +1,18 @@
 #pragma once
 
+#include "planex/infra/refusal.h"
 #include "planex/model/calibration_model.h"
 
 namespace datafusion::planex {
+
+/// @{
+/// One warning, on the logger of mappings and image functions, or on that of the model. @return
+/// false
+inline bool refuse(const char* reason) { return base::refuse("Image.Calibration.Planex", reason); }
+inline bool refuseToChange(const char* reason) {
+  return base::refuse("Image.Planex.Model", reason);
+}
+/// @}
 
 // Whether the parts of a model that came from a document have a shape that mappings can use. The
 // fields are public, so every user asks; each has its own text for a refusal.

@@ -27,6 +27,20 @@ enum class SkewMode : std::int32_t {
 };
 
 /// @{
+/// What a state says. Values that have no name say nothing.
+constexpr bool isCalibrated(ModelState state) {
+  return state == ModelState::CALIBRATED || state == ModelState::CALIBRATED_ALIGNED_2D ||
+         state == ModelState::CALIBRATED_ALIGNED_3D;
+}
+constexpr bool isAligned2D(ModelState state) {
+  return state == ModelState::CALIBRATED_ALIGNED_2D || state == ModelState::ALIGNED_2D;
+}
+constexpr bool isAligned3D(ModelState state) {
+  return state == ModelState::CALIBRATED_ALIGNED_3D || state == ModelState::ALIGNED_3D;
+}
+/// @}
+
+/// @{
 /// @return the enumerator's name; an empty text for a value that has none
 PLANEX_EXPORT std::string stateToString(ModelState state);
 PLANEX_EXPORT std::string skewModeToString(SkewMode mode);

@@ -8,17 +8,12 @@
 #include <new>
 #include <stdexcept>
 
-#include "planex/infra/logger.h"
+#include "planex/model/model_checks.h"
 
 namespace datafusion::planex {
 namespace {
 
 using cmnalg::Vec;
-
-bool refuse(const char* reason) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", reason);
-  return false;
-}
 
 /// In bytes. A system that overcommits grants larger lists, and ends the process that fills them.
 std::uint64_t physicalMemory() {

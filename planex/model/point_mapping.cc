@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "planex/foundation/matrix_inverse.h"
-#include "planex/infra/logger.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/point_mapping_kernel.h"
 #include "planex/model/skewed_pose.h"
@@ -19,11 +18,6 @@ template <typename T>
 using Plane = etl::Vector<Vec<2, T>>;
 template <typename T>
 using Space = etl::Vector<Vec<3, T>>;
-
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
-  return false;
-}
 
 CoordinateSystem normalised(CoordinateSystem system) {
   return system == CoordinateSystem::Pixel || system == CoordinateSystem::Calibrated
@@ -147,10 +141,9 @@ bool mapInPlane(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out
   return addPlaneSteps(builder, from, to) && run(builder.Plan(), in, out);
 }
 
-bool isUncalibrated(const CalibrationModel& model) {
-  if (model.CurrentState != ModelState::UNCALIBRATED) return false;
-  refuse("Operation failed because it was called with uncalibrated model.");
-  return true;
+bool hasState(const CalibrationModel& model) {
+  return model.CurrentState != ModelState::UNCALIBRATED ||
+         refuse("Operation failed because it was called with uncalibrated model.");
 }
 
 }  // namespace
@@ -160,7 +153,7 @@ bool mapPoints(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out,
                CoordinateSystem from, CoordinateSystem to) {
   from = normalised(from);
   to = normalised(to);
-  if (isUncalibrated(model)) return false;
+  if (!hasState(model)) return false;
   if (from == to) {
     out = in;
     return true;
@@ -174,15 +167,13 @@ bool mapPoints(const CalibrationModel& model, const Space<T>& in, Space<T>& out,
                const double& yScale) {
   from = normalised(from);
   to = normalised(to);
-  if (isUncalibrated(model)) return false;
+  if (!hasState(model)) return false;
   if (from == to) {
     out = in;
     return true;
   }
   const bool ofPixels = from == CoordinateSystem::Pixel || to == CoordinateSystem::Pixel;
-  const ModelState state = model.CurrentState;
-  if (ofPixels && state != ModelState::CALIBRATED && state != ModelState::CALIBRATED_ALIGNED_2D &&
-      state != ModelState::CALIBRATED_ALIGNED_3D) {
+  if (ofPixels && !isCalibrated(model.CurrentState)) {
     return refuse("mapPoints called with uncalibrated model.");
   }
   PlanBuilder builder(model);

@@ -1,9 +1,9 @@
 #include "planex/model/shape_mapping.h"
 
-#include <algorithm>
 #include <limits>
 #include <utility>
 
+#include "planex/foundation/interval.h"
 #include "planex/model/outline_sampling.h"
 #include "planex/model/point_mapping.h"
 
@@ -29,14 +29,15 @@ bool mapBox(const CalibrationModel& model, const Box& box, Vec<3, double>& min, 
             int supersampling) {
   etl::Vector<Vec<3, double>> points;
   if (!mapBox(model, box, points, from, to, yOffset, yScale, supersampling)) return false;
-  Vec<3, double> low = points.front();
-  Vec<3, double> high = low;
+  const Vec<3, double>& first = points.front();
+  cmnalg::math::Interval x{first.x, first.x}, y{first.y, first.y}, z{first.z, first.z};
   for (const Vec<3, double>& point : points) {
-    low = {std::min(low.x, point.x), std::min(low.y, point.y), std::min(low.z, point.z)};
-    high = {std::max(high.x, point.x), std::max(high.y, point.y), std::max(high.z, point.z)};
+    x.Include(point.x);
+    y.Include(point.y);
+    z.Include(point.z);
   }
-  min = low;
-  max = high;
+  min = {x.min, y.min, z.min};
+  max = {x.max, y.max, z.max};
   return true;
 }
 

@@ -4,21 +4,15 @@
 #include <cstddef>
 
 #include "planex/foundation/matrix_inverse.h"
-#include "planex/infra/logger.h"
+#include "planex/foundation/memory_overlap.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/skewed_pose.h"
 #include "planex/processing/alignment_block.h"
-#include "planex/processing/image_overlap.h"
 
 namespace datafusion::planex {
 namespace {
 
 constexpr double kSmallestSkewY = 1e-13;
-
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
-  return false;
-}
 
 /// E with row 1 and column 1 of the identity.
 cmnalg::Matrix<double> inPlanePose(const cmnalg::Matrix<double>& pose) {

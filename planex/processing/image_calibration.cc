@@ -2,19 +2,13 @@
 
 #include <limits>
 
-#include "planex/infra/logger.h"
+#include "planex/foundation/memory_overlap.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/skewed_pose.h"
 #include "planex/processing/calibration_block.h"
-#include "planex/processing/image_overlap.h"
 
 namespace datafusion::planex {
 namespace {
-
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
-  return false;
-}
 
 bool mapsIntoAlignedPlane(const CalibrationModel& model, bool aligned) {
   return aligned && model.CurrentState >= ModelState::CALIBRATED_ALIGNED_2D &&

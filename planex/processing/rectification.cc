@@ -4,16 +4,15 @@
 #include <atomic>
 #include <cstddef>
 #include <cstring>
-#include <utility>
 #include <vector>
 
+#include "planex/foundation/memory_overlap.h"
 #include "planex/infra/containers.h"
-#include "planex/infra/logger.h"
-#include "planex/processing/image_overlap.h"
+#include "planex/model/model_checks.h"
 #include "planex/processing/pixel_block.h"
 #include "planex/processing/rectification_kernel.h"
-#include "planex/processing/rectification_rows.h"
 #include "planex/processing/row_parallel.h"
+#include "planex/processing/world_heights.h"
 
 namespace datafusion::planex {
 namespace {
@@ -22,12 +21,8 @@ using cmnalg::Image;
 using cmnalg::ImageOf;
 using cmnalg::impro::HoldsPixels;
 
+constexpr const char* kReusedSource = "Cannot reuse source image as target image.";
 constexpr double kSplatOverlap = 0.55;  // half the spacing and a tenth more
-
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
-  return false;
-}
 
 bool sameSize(const Image& a, const Image& b) {
   return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
@@ -36,52 +31,39 @@ bool sameSize(const Image& a, const Image& b) {
 void clear(Image& image) { std::memset(image.GetData(), 0, image.GetRawBufferSize()); }
 
 HeightGrid gridOf(const Image& target) {
-  return {target.GetWidth(), target.GetHeight(), target.PixelSize, target.Origin};
+  return {target.GetWidth(),
+          target.GetHeight(),
+          {target.PixelSize.x, target.Origin.x},
+          {target.PixelSize.z, target.Origin.z}};
 }
 
-kernel::SplatCoefficients splatCoefficients(const Image& x, const Image& z, const SplatShape& splat,
-                                            const HeightGrid& grid) {
-  const double a = splat.lateralSpacing.x * splat.size;
-  const double b = splat.lateralSpacing.y * splat.size;
+/// The points of a call, and how they are spread.
+struct Points {
+  const Image& x;
+  const Image& z;
+  const Image* intensity;  // null where there is none
+  SplatShape splat;
+  RectificationMode mode;
+};
+
+kernel::SplatCoefficients splatCoefficients(const Points& from, const HeightGrid& grid) {
+  const double a = from.splat.lateralSpacing.x * from.splat.size;
+  const double b = from.splat.lateralSpacing.y * from.splat.size;
   kernel::SplatCoefficients k{};
-  k.columnScale = x.PixelSize.z / grid.pixelSize.x;
-  k.columnOffset = (x.Origin.z - grid.origin.x) / grid.pixelSize.x;
-  k.heightScale = z.PixelSize.z / grid.pixelSize.z;
-  k.heightOffset = (z.Origin.z - grid.origin.z) / grid.pixelSize.z;
-  k.widthSlope = kSplatOverlap * grid.pixelSize.z * a / grid.pixelSize.x;
-  k.widthIntercept = kSplatOverlap * (grid.origin.z * a + b) / grid.pixelSize.x;
+  k.columnScale = from.x.PixelSize.z / grid.x.scale;
+  k.columnOffset = (from.x.Origin.z - grid.x.origin) / grid.x.scale;
+  k.heightScale = from.z.PixelSize.z / grid.levels.scale;
+  k.heightOffset = (from.z.Origin.z - grid.levels.origin) / grid.levels.scale;
+  k.widthSlope = kSplatOverlap * grid.levels.scale * a / grid.x.scale;
+  k.widthIntercept = kSplatOverlap * (grid.levels.origin * a + b) / grid.x.scale;
   k.columnLimit = std::min(grid.width + double{kernel::kMaximumHalfWidth}, 2147483648.0);
   return k;
 }
 
-/// What one thread works with: its arrays, and where its heights go (ImageRows or SinkRows).
-template <typename Rows>
-class RowScratch {
+/// Heights as they are: into the rows of an image of levels.
+class LevelRows {
  public:
-  RowScratch(int points, bool mean, std::size_t resolverBytes, Rows rows)
-      : integers_(static_cast<std::size_t>(points) * 3),
-        heights_(mean ? static_cast<std::size_t>(points) : 0),
-        cells_((resolverBytes + sizeof(double) - 1) / sizeof(double)),
-        placed_{integers_.data(), integers_.data() + points, integers_.data() + points + points,
-                heights_.data(), points},
-        rows_(std::move(rows)) {}
-
-  const kernel::PlacedPoints& Points() const { return placed_; }
-  void* Cells() { return cells_.data(); }
-  Rows& Heights() { return rows_; }
-
- private:
-  etl::Vector<std::int32_t> integers_;
-  etl::Vector<double> heights_;
-  etl::Vector<double> cells_;
-  kernel::PlacedPoints placed_;
-  Rows rows_;
-};
-
-/// Where heights go: into the rows of an image.
-class ImageRows {
- public:
-  explicit ImageRows(ImageOf<std::uint16_t>& target) : target_(target) {}
+  explicit LevelRows(ImageOf<std::uint16_t>& target) : target_(target) {}
   std::uint16_t* Begin(int row) { return target_.GetRowPtr(row); }
   void End(int /*row*/) {}
 
@@ -89,37 +71,64 @@ class ImageRows {
   ImageOf<std::uint16_t>& target_;
 };
 
-/// Where heights go: into one cleared row at a time, which a sink takes over.
-class SinkRows {
+/// Heights in world units: one cleared row of levels at a time, into the rows of an image of floats
+/// where there is one.
+class WorldRows {
  public:
-  SinkRows(int width, const HeightRowSink& sink)
-      : heights_(static_cast<std::size_t>(width)), sink_(sink) {}
+  WorldRows(ImageOf<float>* target, float missing, const HeightGrid& grid)
+      : target_(target),
+        missing_(missing),
+        axis_(grid.levels),
+        levels_(static_cast<std::size_t>(grid.width)) {}
+
   std::uint16_t* Begin(int /*row*/) {
-    std::fill(heights_.begin(), heights_.end(), std::uint16_t{0});
-    return heights_.data();
+    std::fill(levels_.begin(), levels_.end(), std::uint16_t{0});
+    return levels_.data();
   }
-  void End(int row) { sink_(row, heights_.data()); }
+  void End(int row) {
+    if (target_ == nullptr) return;
+    toWorldHeights(levels_.data(), levels_.size(), axis_, missing_, target_->GetRowPtr(row));
+  }
 
  private:
-  etl::Vector<std::uint16_t> heights_;
-  const HeightRowSink& sink_;
+  ImageOf<float>* target_;
+  float missing_;
+  GridAxis axis_;
+  etl::Vector<std::uint16_t> levels_;
+};
+
+/// What one thread works with: its arrays, and where its heights go (LevelRows or WorldRows).
+template <typename Rows>
+struct RowScratch {
+  RowScratch(int points, bool mean, std::size_t resolverBytes, const Rows& prototype)
+      : integers(static_cast<std::size_t>(points) * 3),
+        heights(mean ? static_cast<std::size_t>(points) : 0),
+        cells((resolverBytes + sizeof(double) - 1) / sizeof(double)),
+        placed{integers.data(), integers.data() + points, integers.data() + points + points,
+               heights.data(), points},
+        rows(prototype) {}
+
+  etl::Vector<std::int32_t> integers;
+  etl::Vector<double> heights;
+  etl::Vector<double> cells;
+  kernel::PlacedPoints placed;
+  Rows rows;
 };
 
 /// The part that all forms have in common once arguments are checked and targets cleared.
-/// @param makeRows ImageRows or SinkRows for one thread
-template <typename MakeRows>
-bool rectifyRows(const Image& x, const Image& z, const ImageOf<std::uint8_t>* intensity,
-                 const SplatShape& splat, RectificationMode mode, const HeightGrid& grid,
-                 ImageOf<std::uint8_t>* targetIntensity, bool overwrite, MakeRows makeRows) {
-  const bool withIntensity = intensity != nullptr;
-  const bool mean = mode == RectificationMode::MEAN;
+/// @param prototype where heights go; every thread works with a copy
+template <typename Rows>
+bool rectifyRows(const Points& from, const HeightGrid& grid, ImageOf<std::uint8_t>* targetIntensity,
+                 bool overwrite, const Rows& prototype) {
+  const bool withIntensity = from.intensity != nullptr;
+  const bool mean = from.mode == RectificationMode::MEAN;
   const cmnalg::InstructionSet set = cmnalg::currentInstructionSet();
-  const kernel::PlaceRow place = kernel::placeRow(x.GetType(), z.GetType(), mean, set);
+  const kernel::PlaceRow place = kernel::placeRow(from.x.GetType(), from.z.GetType(), mean, set);
   if (place == nullptr) return false;
-  const kernel::SplatCoefficients coefficients = splatCoefficients(x, z, splat, grid);
-  const int points = x.GetWidth();
+  const kernel::SplatCoefficients coefficients = splatCoefficients(from, grid);
+  const int points = from.x.GetWidth();
   const kernel::Resolver resolver =
-      kernel::resolver(mode, withIntensity, overwrite, points, grid.width,
+      kernel::resolver(from.mode, withIntensity, overwrite, points, grid.width,
                        kernel::largestHalfWidth(coefficients), set);
   if (resolver.run == nullptr) {
     return refuse(withIntensity ? "Unsupported rectification mode."
@@ -127,89 +136,117 @@ bool rectifyRows(const Image& x, const Image& z, const ImageOf<std::uint8_t>* in
                                   "BRIGHTEST or DARKEST.");
   }
   // All memory is there before the first height is written: a target is complete or untouched.
-  const int blocks = threading_helpers::maximumRowBlocks(0, x.GetHeight(), points);
-  std::vector<RowScratch<decltype(makeRows())>> scratches;
+  const int rows = from.x.GetHeight();
+  const int blocks = threading_helpers::maximumRowBlocks(0, rows, points);
+  std::vector<RowScratch<Rows>> scratches;
   scratches.reserve(static_cast<std::size_t>(blocks));
   for (int i = 0; i < blocks; ++i) {
-    scratches.emplace_back(points, mean, resolver.scratchBytes, makeRows());
+    scratches.emplace_back(points, mean, resolver.scratchBytes, prototype);
   }
   std::atomic<std::size_t> next{0};
-  threading_helpers::forEachRowBlock(0, x.GetHeight(), points, [&](int first, int last) {
-    auto& scratch = scratches[next++];
-    auto& rows = scratch.Heights();
+  threading_helpers::forEachRowBlock(0, rows, points, [&](int first, int last) {
+    RowScratch<Rows>& scratch = scratches[next++];
     for (int row = first; row < last; ++row) {
-      const kernel::WidthRange widths =
-          place(pixelAddress(x, 0, row), pixelAddress(z, 0, row), coefficients, scratch.Points());
-      const kernel::TargetRow out{
-          rows.Begin(row), withIntensity ? targetIntensity->GetRowPtr(row) : nullptr, grid.width};
-      resolver.run(scratch.Points(), widths, withIntensity ? intensity->GetRowPtr(row) : nullptr,
-                   out, scratch.Cells());
-      rows.End(row);
+      const kernel::WidthRange widths = place(
+          pixelAddress(from.x, 0, row), pixelAddress(from.z, 0, row), coefficients, scratch.placed);
+      const kernel::TargetRow out{scratch.rows.Begin(row),
+                                  withIntensity ? targetIntensity->GetRowPtr(row) : nullptr,
+                                  grid.width};
+      resolver.run(scratch.placed, widths,
+                   withIntensity ? reinterpret_cast<const std::uint8_t*>(
+                                       pixelAddress(*from.intensity, 0, row))
+                                 : nullptr,
+                   out, scratch.cells.data());
+      scratch.rows.End(row);
     }
   });
   return true;
 }
 
-// Checks in the order in which a caller hears of them. A grid without image stands for a valid
-// target that allows missing data and shares no memory.
+// Checks in the order in which a caller hears of them. `target` is null where heights go into world
+// units: as a valid target that allows missing data and shares no memory.
 
-bool checkHeights(const Image& x, const Image& z, const HeightGrid& grid, double splatSize,
-                  const Image* target) {
-  if (!HoldsPixels(x) || !HoldsPixels(z)) {
+bool sharesMemoryWithAny(const Image& target, const Points& from) {
+  return sharesMemory(target, from.x) || sharesMemory(target, from.z) ||
+         (from.intensity != nullptr && sharesMemory(target, *from.intensity));
+}
+
+bool checkHeights(const Points& from, const HeightGrid& grid, const Image* target) {
+  if (!HoldsPixels(from.x) || !HoldsPixels(from.z)) {
     return refuse("One or more input images are invalid. Please check your input.");
   }
   if (target != nullptr && !HoldsPixels(*target)) {
     return refuse("Target image must be a valid image.");
   }
-  if (!sameSize(x, z)) return refuse("X and Z inputs must be of the same size.");
-  if (grid.height != x.GetHeight()) {
+  if (!sameSize(from.x, from.z)) return refuse("X and Z inputs must be of the same size.");
+  if (grid.height != from.x.GetHeight()) {
     return refuse("Target image must have the same height as the source image.");
   }
-  if (splatSize < 0.0) return refuse("Splat size should be larger than 0.0.");
+  if (from.splat.size < 0.0) return refuse("Splat size should be larger than 0.0.");
   if (target == nullptr) return true;
   if (target->HandleZeroPixels != cmnalg::ZeroPixels::MissingData) {
     return refuse("Target image must allow missing data.");
   }
-  if (sharesMemory(*target, x) || sharesMemory(*target, z)) {
-    return refuse("Cannot reuse source image as target image.");
-  }
-  return true;
+  return !sharesMemoryWithAny(*target, from) || refuse(kReusedSource);
 }
 
-bool sharesMemoryWithAny(const Image& target, const Image& x, const Image& z,
-                         const Image& intensity) {
-  return sharesMemory(target, x) || sharesMemory(target, z) || sharesMemory(target, intensity);
-}
-
-bool checkWithIntensity(const Image& x, const Image& z, const Image& intensity,
-                        const HeightGrid& grid, const Image& targetIntensity, double splatSize,
+bool checkWithIntensity(const Points& from, const HeightGrid& grid, const Image& targetIntensity,
                         const Image* target) {
-  if (!HoldsPixels(x) || !HoldsPixels(z) || !HoldsPixels(intensity)) {
+  if (!HoldsPixels(from.x) || !HoldsPixels(from.z) || !HoldsPixels(*from.intensity)) {
     return refuse("One or more input images are invalid. Please check your input.");
   }
   if ((target != nullptr && !HoldsPixels(*target)) || !HoldsPixels(targetIntensity)) {
     return refuse("Target images must be valid.");
   }
-  if (!sameSize(x, z) || !sameSize(x, intensity)) {
+  if (!sameSize(from.x, from.z) || !sameSize(from.x, *from.intensity)) {
     return refuse("X, Z and I inputs must be of the same size.");
   }
-  if (grid.height != x.GetHeight() || targetIntensity.GetHeight() != x.GetHeight()) {
+  if (grid.height != from.x.GetHeight() || targetIntensity.GetHeight() != from.x.GetHeight()) {
     return refuse("Target images must have the same height as the source images.");
   }
-  if (intensity.GetType() != cmnalg::IMAGE_TYPE_UINT8) {
+  if (from.intensity->GetType() != cmnalg::IMAGE_TYPE_UINT8) {
     return refuse("Intensity image must be of UINT8 type.");
   }
-  if (splatSize < 0.0) return refuse("Splat size should be larger than 0.");
+  if (from.splat.size < 0.0) return refuse("Splat size should be larger than 0.");
   if (target != nullptr && target->HandleZeroPixels != cmnalg::ZeroPixels::MissingData) {
     return refuse("Target image must allow missing data.");
   }
-  if (sharesMemoryWithAny(targetIntensity, x, z, intensity) ||
+  if (sharesMemoryWithAny(targetIntensity, from) ||
       (target != nullptr &&
-       (sharesMemoryWithAny(*target, x, z, intensity) || sharesMemory(*target, targetIntensity)))) {
-    return refuse("Cannot reuse source image as target image.");
+       (sharesMemoryWithAny(*target, from) || sharesMemory(*target, targetIntensity)))) {
+    return refuse(kReusedSource);
   }
   if (targetIntensity.GetWidth() < grid.width) {
     return refuse("The intensity target must be at least as wide as the target image.");
+  }
+  return true;
+}
+
+/// Rectifies into world heights, once the sources are checked: into a copy first where the target
+/// shares memory with what is still to be read.
+bool rectifyWorld(const Points& from, const HeightGrid& grid, float missing, ImageOf<float>* target,
+                  ImageOf<std::uint8_t>* targetIntensity) {
+  if (grid.width < 1 ||
+      (target != nullptr && (!HoldsPixels(*target) || target->GetWidth() != grid.width ||
+                             target->GetHeight() != grid.height))) {
+    return refuse("The height target must be as large as the grid.");
+  }
+  if (target != nullptr && targetIntensity != nullptr && sharesMemory(*target, *targetIntensity)) {
+    return refuse(kReusedSource);
+  }
+  std::vector<float> copy;
+  ImageOf<float> copied;
+  const bool shared = target != nullptr && sharesMemoryWithAny(*target, from);
+  if (shared) {
+    copy.resize(static_cast<std::size_t>(grid.width) * static_cast<std::size_t>(grid.height));
+    copied.Create(copy.data(), grid.width, grid.height, 0, false, Image::s_defaultImageAllocator,
+                  false);
+  }
+  if (targetIntensity != nullptr) clear(*targetIntensity);
+  const WorldRows rows(shared ? &copied : target, missing, grid);
+  if (!rectifyRows(from, grid, targetIntensity, true, rows)) return false;
+  for (int row = 0; shared && row < grid.height; ++row) {
+    std::copy_n(copied.GetRowPtr(row), grid.width, target->GetRowPtr(row));
   }
   return true;
 }
@@ -219,44 +256,42 @@ bool checkWithIntensity(const Image& x, const Image& z, const Image& intensity,
 bool toRectified(const Image& x, const Image& z, const cmnalg::Vec<2, double>& lateralSpacing,
                  const double& splatSize, RectificationMode mode, ImageOf<std::uint16_t>& target,
                  bool clearTarget) {
+  const Points from{x, z, nullptr, {lateralSpacing, splatSize}, mode};
   const HeightGrid grid = gridOf(target);
-  if (!checkHeights(x, z, grid, splatSize, &target)) return false;
+  if (!checkHeights(from, grid, &target)) return false;
   if (clearTarget) clear(target);
-  return rectifyRows(x, z, nullptr, {lateralSpacing, splatSize}, mode, grid, nullptr, clearTarget,
-                     [&] { return ImageRows(target); });
+  return rectifyRows(from, grid, nullptr, clearTarget, LevelRows(target));
 }
 
 bool toRectified(const Image& x, const Image& z, const Image& intensity,
                  const cmnalg::Vec<2, double>& lateralSpacing, const double& splatSize,
                  RectificationMode mode, ImageOf<std::uint16_t>& target,
                  ImageOf<std::uint8_t>& targetIntensity, bool clearTarget) {
+  const Points from{x, z, &intensity, {lateralSpacing, splatSize}, mode};
   const HeightGrid grid = gridOf(target);
-  if (!checkWithIntensity(x, z, intensity, grid, targetIntensity, splatSize, &target)) return false;
+  if (!checkWithIntensity(from, grid, targetIntensity, &target)) return false;
   if (clearTarget) {
     clear(target);
     clear(targetIntensity);
   }
-  const ImageOf<std::uint8_t> view(intensity, false);
-  return rectifyRows(x, z, &view, {lateralSpacing, splatSize}, mode, grid, &targetIntensity,
-                     clearTarget, [&] { return ImageRows(target); });
+  return rectifyRows(from, grid, &targetIntensity, clearTarget, LevelRows(target));
 }
 
-bool toRectifiedRows(const Image& x, const Image& z, const SplatShape& splat,
-                     RectificationMode mode, const HeightGrid& grid, const HeightRowSink& sink) {
-  return checkHeights(x, z, grid, splat.size, nullptr) &&
-         rectifyRows(x, z, nullptr, splat, mode, grid, nullptr, true,
-                     [&] { return SinkRows(grid.width, sink); });
+bool toRectifiedWorld(const Image& x, const Image& z, const SplatShape& splat,
+                      RectificationMode mode, const HeightGrid& grid, float missing,
+                      ImageOf<float>& targetHeights) {
+  const Points from{x, z, nullptr, splat, mode};
+  return checkHeights(from, grid, nullptr) &&
+         rectifyWorld(from, grid, missing, &targetHeights, nullptr);
 }
 
-bool toRectifiedRows(const Image& x, const Image& z, const Image& intensity,
-                     const SplatShape& splat, RectificationMode mode, const HeightGrid& grid,
-                     ImageOf<std::uint8_t>& targetIntensity, const HeightRowSink& sink) {
-  if (!checkWithIntensity(x, z, intensity, grid, targetIntensity, splat.size, nullptr))
-    return false;
-  clear(targetIntensity);
-  const ImageOf<std::uint8_t> view(intensity, false);
-  return rectifyRows(x, z, &view, splat, mode, grid, &targetIntensity, true,
-                     [&] { return SinkRows(grid.width, sink); });
+bool toRectifiedWorld(const Image& x, const Image& z, const Image& intensity,
+                      const SplatShape& splat, RectificationMode mode, const HeightGrid& grid,
+                      float missing, ImageOf<float>* targetHeights,
+                      ImageOf<std::uint8_t>& targetIntensity) {
+  const Points from{x, z, &intensity, splat, mode};
+  return checkWithIntensity(from, grid, targetIntensity, nullptr) &&
+         rectifyWorld(from, grid, missing, targetHeights, &targetIntensity);
 }
 
 }  // namespace datafusion::planex

@@ -6,6 +6,7 @@
 #include "planex/foundation/image_of.h"
 #include "planex/foundation/vec.h"
 #include "planex/infra/export.h"
+#include "planex/processing/height_grid.h"
 #include "planex/processing/rectification_mode.h"
 
 namespace datafusion::planex {
@@ -80,5 +81,45 @@ PLANEX_EXPORT bool toRectified(const cmnalg::Image& x, const cmnalg::Image& z,
                                const double& splatSize, RectificationMode mode,
                                cmnalg::ImageOf<std::uint16_t>& target,
                                cmnalg::ImageOf<std::uint8_t>& targetIntensity, bool clearTarget);
+
+/// How wide points are spread: the arguments of the same meaning of toRectified.
+struct SplatShape {
+  cmnalg::Vec<2, double> lateralSpacing;  ///< as calculateWorldBounds() gives it
+  double size = 1.0;                      ///< factor on the spacing, not negative
+};
+
+/// Resamples calibrated points straight to world heights: toRectified with a cleared target on the
+/// grid, and toWorldHeights with its levels, row by row. The 16-bit map never exists as a whole, so
+/// that its memory need not be touched for maps far beyond the caches.
+///
+/// @param x, z, mode     as in toRectified
+/// @param grid           the cells, as high as the sources
+/// @param missing        value of cells that no point fell into
+/// @param targetHeights  in the size of the grid. May share memory with the sources: it is then
+///                       filled at the end, from a copy. Its PixelSize and Origin stay as they were
+/// @return as toRectified; the texts are "One or more input images are invalid. Please check your
+///         input.", "X and Z inputs must be of the same size.", "Target image must have the same
+///         height as the source image.", "Splat size should be larger than 0.0.", "The height
+///         target must be as large as the grid.", "Intensity must be provided to use rectification
+///         modes BRIGHTEST or DARKEST."
+///
+/// Throws std::bad_alloc when there is no memory for scratch or a copy.
+PLANEX_EXPORT bool toRectifiedWorld(const cmnalg::Image& x, const cmnalg::Image& z,
+                                    const SplatShape& splat, RectificationMode mode,
+                                    const HeightGrid& grid, float missing,
+                                    cmnalg::ImageOf<float>& targetHeights);
+
+/// The same with an intensity for every point, see toRectified.
+///
+/// @param targetHeights   null where only the intensity is wanted; must not share memory with
+///                        `targetIntensity`
+/// @param targetIntensity of the grid's height and at least its width; must not share memory with a
+///                        source
+/// @return as toRectified with an intensity, and "The height target must be as large as the grid."
+PLANEX_EXPORT bool toRectifiedWorld(const cmnalg::Image& x, const cmnalg::Image& z,
+                                    const cmnalg::Image& intensity, const SplatShape& splat,
+                                    RectificationMode mode, const HeightGrid& grid, float missing,
+                                    cmnalg::ImageOf<float>* targetHeights,
+                                    cmnalg::ImageOf<std::uint8_t>& targetIntensity);
 
 }  // namespace datafusion::planex

@@ -6,17 +6,14 @@
 #include <limits>
 
 #include "planex/infra/logger.h"
+#include "planex/model/model_checks.h"
+#include "planex/processing/height_grid.h"
 
 namespace datafusion::planex {
 namespace {
 
 constexpr int kMaximumPixels = 100000000;
 constexpr double kDefaultZSteps = 16383.0;
-
-bool refuse(const char* message) {
-  base::Logger::Get("Image.Calibration.Planex").Warning("%s", message);
-  return false;
-}
 
 bool refuseLimits() {
   return refuse("Maximum coordinate limits must be larger than the minimum coordinate limits.");
@@ -46,9 +43,9 @@ bool createRectificationTarget(const int& width, const double& xMin, const doubl
   if (height < 1) return refuse("The height must be at least 1.");
   if (zSteps < 2) return refuse("The number of Z steps must be larger than 1.");
   if (!(xMax >= xMin && yMax >= yMin && zMax > zMin)) return refuseLimits();
-  const cmnalg::Vec<3, double> pixelSize{(xMax - xMin) / (width - 1),
-                                         height > 1 ? (yMax - yMin) / (height - 1) : 1.0,
-                                         (zMax - zMin) / (zSteps - 1)};
+  const cmnalg::Vec<3, double> pixelSize{sampleAxis(xMin, xMax, width).scale,
+                                         height > 1 ? sampleAxis(yMin, yMax, height).scale : 1.0,
+                                         sampleAxis(zMin, zMax, zSteps).scale};
   return createGrid(width, height, pixelSize, {xMin, yMin, zMin}, target, type, missingData);
 }
 

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "planex/api/registries.h"
-#include "planex/api/sensor_traits_check.h"
 #include "planex/model/point_mapping.h"
 #include "tests/api/api_test.h"
 #include "tests/support/reference.h"

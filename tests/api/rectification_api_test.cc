@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "planex/api/intensity_reduction.h"
+#include "planex/processing/intensity_reduction.h"
 #include "tests/api/api_test.h"
 #include "tests/support/reference.h"
 
@@ -280,7 +280,9 @@ TEST(IntensityReduction, RoundsHalfAwayFromZeroOverAllSpans) {
       std::vector<uint16_t> values;
       for (unsigned v = 0; v <= span; ++v) values.push_back(static_cast<uint16_t>(low + v));
       std::vector<uint8_t> reduced(values.size());
-      tavik::planex::reduceTo8Bit(values.data(), values.size(), reduced.data());
+      datafusion::planex::reduceIntensities(
+          values.data(), values.size(),
+          datafusion::planex::findIntensityLimits(values.data(), values.size()), reduced.data());
       ASSERT_EQ(reduced, plainReduction(values)) << span;
     }
   }

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <limits>
+
+namespace cmnalg::math {
+
+/// The smallest and the largest of some numbers.
+///
+/// Starts out empty, with min > max, or with given bounds. A NaN changes nothing, unless it is a
+/// bound from the start: then it stays.
+struct Interval {
+  double min = std::numeric_limits<double>::infinity();
+  double max = -std::numeric_limits<double>::infinity();
+
+  void Include(double value) {
+    if (value < min) min = value;
+    if (value > max) max = value;
+  }
+
+  bool IsEmpty() const { return min > max; }
+};
+
+}  // namespace cmnalg::math
