@@ -1,4 +1,7 @@
 // planex: camera models, range images and height maps on the command line.
+#include <planex/io/failure.h>
+#include <planex/io/library_warnings.h>
+#include <planex/io/output_file.h>
 #include <planex/version.h>
 
 #include <CLI/CLI.hpp>
@@ -8,9 +11,6 @@
 #include <string>
 
 #include "tools/commands/commands.h"
-#include "tools/support/failure.h"
-#include "tools/support/library_warnings.h"
-#include "tools/support/output_file.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr int kInputError = 1;
 constexpr int kUsageError = 2;
 
 int complain(const std::string& text, int status) {
-  std::fprintf(stderr, "planex: %s\n", planex_tools::inOneLine(text).c_str());
+  std::fprintf(stderr, "planex: %s\n", planex::io::inOneLine(text).c_str());
   return status;
 }
 
@@ -39,7 +39,7 @@ std::string usageText(const CLI::App& app, const CLI::ParseError& error, const s
 }
 
 int run(int argc, char** argv) {
-  using namespace planex_tools;
+  using namespace planex::tools;
   Context context;
   CLI::App app(
       "From range images of laser-line cameras to height maps and point clouds.\n"
@@ -67,11 +67,11 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  planex_tools::removeUnfinishedFilesOnSignals();
-  planex_tools::collectLibraryWarnings();
+  planex::io::removeUnfinishedFilesOnSignals();
+  planex::io::collectLibraryWarnings();
   try {
     return run(argc, argv);
-  } catch (const planex_tools::Failure& failure) {
+  } catch (const planex::io::Failure& failure) {
     return complain(failure.what(), kInputError);
   } catch (const std::bad_alloc&) {
     return complain("the memory is used up; process fewer rows at a time with --block",

@@ -17,7 +17,7 @@ fail() {
 class_level_names() {
   awk '
     BEGIN {
-      split("datafusion planex basic cmnalg math impro shape shape3d etl base", names)
+      split("datafusion planex io scan basic cmnalg math impro shape shape3d etl base", names)
       for (i in names) namespaces[names[i]] = 1
     }
     !/^_Z/ { print; next }
@@ -37,7 +37,7 @@ class_level_names() {
     }' | sort -u
 }
 
-symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_1$')
+symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_\(IO_\)\?1$')
 names=$(class_level_names <<<"$symbols")
 expected=$(sort -u "$c_functions" "$cxx_names")
 missing=$(comm -23 <(echo "$expected") <(echo "$names"))
@@ -46,11 +46,13 @@ strangers=$(comm -13 <(echo "$expected") <(echo "$names") | c++filt)
 [ -z "$strangers" ] || fail "Exported, but in no list:"$'\n'"$strangers"
 
 # A name of ours may still drag in a type of others.
-foreign=$(c++filt <<<"$symbols" | grep -E 'Eigen::|tavik::' || true)
+foreign=$(c++filt <<<"$symbols" | grep -E 'Eigen::|tavik::|CLI::|fmt::' || true)
 [ -z "$foreign" ] || fail "Foreign types in:"$'\n'"$foreign"
 
 dynamic=$(readelf --dynamic --wide "$library")
-grep -q 'SONAME.*\[libplanex\.so\.1\]' <<<"$dynamic" || fail "SONAME is not libplanex.so.1"
-grep -q 'FLAGS_1.*NODELETE' <<<"$dynamic" || fail "The library can be unloaded"
+soname=$(basename "$library" | sed 's/\.so.*/.so.1/')
+grep -qF "[$soname]" <<<"$(grep SONAME <<<"$dynamic")" || fail "SONAME is not $soname"
+[ "$soname" != libplanex.so.1 ] || grep -q 'FLAGS_1.*NODELETE' <<<"$dynamic" ||
+  fail "The library can be unloaded"
 
 [ "$failures" -eq 0 ]

@@ -28,7 +28,7 @@ case "$step" in
     "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
     # Exported targets come in one file more per configuration, named after it.
     diff <(cd "$here" && sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$@" | sort) \
-      <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|planexTargets-[a-z]*\.cmake|planexTargets-config.cmake|' | sort)
+      <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|' | sort)
     ;;
   headers)
     cd "$prefix/include"
@@ -44,8 +44,9 @@ case "$step" in
     "$cmake" -S "$here/consumer" -B "$scratch/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
       -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
     "$cmake" --build "$scratch/cmake"
-    "$scratch/cmake/c_consumer"
-    "$scratch/cmake/cxx_consumer"
+    for program in "$scratch"/cmake/*_consumer; do
+      "$program" "$source_dir/examples/models/simulated_camera.json"
+    done
     ;;
   pkgconfig)
     export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
@@ -55,6 +56,11 @@ case "$step" in
     "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
     "$scratch/c_consumer"
     "$scratch/cxx_consumer"
+    pkg-config --exists planex-io || exit 0
+    read -ra flags < <(pkg-config --cflags --libs "planex-io = $version")
+    "$cxx" -std=c++17 "$here/consumer/io_consumer.cc" -o "$scratch/io_consumer" "${flags[@]}" \
+      "-Wl,-rpath,$prefix/$libdir"
+    "$scratch/io_consumer" "$source_dir/examples/models/simulated_camera.json"
     ;;
   command)
     # It finds its library beside itself.

@@ -1,4 +1,7 @@
 #include <fmt/format.h>
+#include <planex/io/json.h>
+#include <planex/io/model_file.h>
+#include <planex/scan/world_bounds.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -8,19 +11,17 @@
 #include <optional>
 #include <string>
 
+#include "tools/cli/scan_options.h"
 #include "tools/commands/commands.h"
-#include "tools/support/json.h"
-#include "tools/support/model_file.h"
-#include "tools/support/world_bounds.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 constexpr int kMostColumns = 1 << 24;
 
 struct BoundsOptions {
   std::string model, image;
-  SensorOptions sensor;
+  scan::SensorSettings sensor;
   int columns = 0;
   bool json = false;
 };
@@ -30,8 +31,8 @@ struct Transform {
   double scaleX, originX, scaleZ, originZ;
 };
 
-Transform transformOf(const WorldBounds& bounds, int columns) {
-  const ValueTransform levels = valueTransformOf(bounds.zMin, bounds.zMax);
+Transform transformOf(const scan::WorldBounds& bounds, int columns) {
+  const scan::ValueTransform levels = scan::valueTransformOf(bounds.zMin, bounds.zMax);
   return {(bounds.xMax - bounds.xMin) / (columns - 1), bounds.xMin, levels.scale, levels.origin};
 }
 
@@ -41,37 +42,37 @@ int columnsOf(const SensorTraits& traits) {
   return static_cast<int>(std::clamp(columns, 2.0, double{kMostColumns}));
 }
 
-std::string jsonText(const WorldBounds& bounds, const Transform& transform, int columns,
+std::string jsonText(const scan::WorldBounds& bounds, const Transform& transform, int columns,
                      const SensorTraits& traits, const std::string& unit) {
-  const Json root(cJSON_CreateObject());
-  add(root.get(), "unit", unit);
-  cJSON* sensor = addObject(root.get(), "sensor");
-  add(sensor, "scaleX", traits.scaleX);
-  add(sensor, "originX", traits.originX);
-  add(sensor, "scaleZ", traits.scaleZ);
-  add(sensor, "originZ", traits.originZ);
-  add(sensor, "width", static_cast<double>(traits.width));
-  add(sensor, "height", static_cast<double>(traits.height));
-  cJSON* world = addObject(root.get(), "bounds");
-  add(world, "xMin", bounds.xMin);
-  add(world, "xMax", bounds.xMax);
-  add(world, "xCount", static_cast<double>(columns));
-  add(world, "zMin", bounds.zMin);
-  add(world, "zMax", bounds.zMax);
-  add(world, "zLevels", 65536.0);
-  cJSON* splat = addObject(root.get(), "splat");
-  add(splat, "splatA", bounds.splat.splatA);
-  add(splat, "splatB", bounds.splat.splatB);
-  add(splat, "splatC", bounds.splat.splatC);
-  cJSON* value = addObject(root.get(), "transform");
-  add(value, "scaleX", transform.scaleX);
-  add(value, "originX", transform.originX);
-  add(value, "scaleZ", transform.scaleZ);
-  add(value, "originZ", transform.originZ);
-  return printJson(*root);
+  io::JsonText root;
+  root.add("unit", unit);
+  const io::JsonObject sensor = root.addObject("sensor");
+  sensor.add("scaleX", traits.scaleX);
+  sensor.add("originX", traits.originX);
+  sensor.add("scaleZ", traits.scaleZ);
+  sensor.add("originZ", traits.originZ);
+  sensor.add("width", traits.width);
+  sensor.add("height", traits.height);
+  const io::JsonObject world = root.addObject("bounds");
+  world.add("xMin", bounds.xMin);
+  world.add("xMax", bounds.xMax);
+  world.add("xCount", columns);
+  world.add("zMin", bounds.zMin);
+  world.add("zMax", bounds.zMax);
+  world.add("zLevels", 65536.0);
+  const io::JsonObject splat = root.addObject("splat");
+  splat.add("splatA", bounds.splat.splatA);
+  splat.add("splatB", bounds.splat.splatB);
+  splat.add("splatC", bounds.splat.splatC);
+  const io::JsonObject value = root.addObject("transform");
+  value.add("scaleX", transform.scaleX);
+  value.add("originX", transform.originX);
+  value.add("scaleZ", transform.scaleZ);
+  value.add("originZ", transform.originZ);
+  return root.print();
 }
 
-std::string plainText(const WorldBounds& bounds, const Transform& transform, int columns,
+std::string plainText(const scan::WorldBounds& bounds, const Transform& transform, int columns,
                       const std::string& unit) {
   return fmt::format(
       "X          {:.6g} to {:.6g} {}\n"
@@ -85,10 +86,11 @@ std::string plainText(const WorldBounds& bounds, const Transform& transform, int
 }
 
 void runBounds(const BoundsOptions& options, const Context& context) {
-  const datafusion::planex::CalibrationModel model = loadModel(options.model);
-  const SensorTraits traits = resolveSensor(options.sensor, options.image, model, options.model);
+  const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
+  const SensorTraits traits =
+      scan::resolveSensor(options.sensor, options.image, model, options.model);
   const int columns = options.columns > 0 ? options.columns : columnsOf(traits);
-  const WorldBounds bounds = worldBounds(model, traits, columns, options.model);
+  const scan::WorldBounds bounds = scan::worldBounds(model, traits, columns, options.model);
   const Transform transform = transformOf(bounds, columns);
   const std::string text = options.json ? jsonText(bounds, transform, columns, traits, context.unit)
                                         : plainText(bounds, transform, columns, context.unit);
@@ -119,4 +121,4 @@ void addBoundsCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runBounds(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,6 +1,13 @@
 #include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+#include <planex/io/library_warnings.h>
+#include <planex/io/model_file.h>
+#include <planex/io/output_file.h>
+#include <planex/io/point_writer.h>
 #include <planex/model/model_state.h>
 #include <planex/processing/image_alignment.h>
+#include <planex/scan/calibrated_rows.h>
 #include <planex/version.h>
 
 #include <cmath>
@@ -11,19 +18,11 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/progress.h"
+#include "tools/cli/scan_options.h"
 #include "tools/commands/commands.h"
-#include "tools/images/calibrated_rows.h"
-#include "tools/images/point_writer.h"
-#include "tools/support/failure.h"
-#include "tools/support/json.h"
-#include "tools/support/library_warnings.h"
-#include "tools/support/model_file.h"
-#include "tools/support/output_file.h"
-#include "tools/support/progress.h"
-#include "tools/support/row_options.h"
-#include "tools/support/y_positions.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -33,7 +32,7 @@ using FloatImage = cmnalg::ImageOf<float>;
 struct CalibrateOptions {
   std::string model, range, output, intensity;
   bool aligned = false;
-  SensorOptions sensor;
+  scan::SensorSettings sensor;
   YOptions y;
   RowOptions rows;
 };
@@ -41,33 +40,34 @@ struct CalibrateOptions {
 /// The points of blocks of rows, with the Y that goes with them.
 class PointSource {
  public:
-  PointSource(const CalibrationModel& model, const CalibrateOptions& options, ImageReader& range)
+  PointSource(const CalibrationModel& model, const CalibrateOptions& options,
+              io::ImageReader& range)
       : model_(model),
         options_(options),
         calibrated_(model, options.model, range,
-                    resolveSensor(options.sensor, options.range, model, options.model)),
-        y_(options.y, range.shape().height) {}
+                    scan::resolveSensor(options.sensor, options.range, model, options.model)),
+        y_(resolveY(options.y, range.shape().height)) {}
 
-  const CalibratedRows& calibrated() const { return calibrated_; }
-  const YPositions& y() const { return y_; }
+  const scan::CalibratedRows& calibrated() const { return calibrated_; }
+  const scan::YPositions& y() const { return y_; }
 
-  PointRows load(int first, int count) {
+  io::PointRows load(int first, int count) {
     calibrated_.load(first, count);
     return options_.aligned ? align(first, count) : addY(first, count);
   }
 
  private:
-  PointRows align(int first, int count) {
+  io::PointRows align(int first, int count) {
     etl::Vector<double> y;
     for (int row = first; row < first + count; ++row) y.push_back(y_.at(row));
     if (!applyAlignment(model_, false, calibrated_.x(), y, calibrated_.z(), xAligned_, yAligned_,
                         zAligned_, datafusion::planex::RunMode::Default)) {
-      failWithLibraryWarnings(options_.model, "cannot align points", "see planex check");
+      io::failWithLibraryWarnings(options_.model, "cannot align points", "see planex check");
     }
     return {count, xAligned_.GetRowPtr(0), yAligned_.GetRowPtr(0), zAligned_.GetRowPtr(0), nullptr};
   }
 
-  PointRows addY(int first, int count) {
+  io::PointRows addY(int first, int count) {
     const float* z = calibrated_.z().GetRowPtr(0);
     const auto width = static_cast<std::size_t>(calibrated_.z().GetWidth());
     yValues_.resize(width * static_cast<std::size_t>(count));
@@ -81,19 +81,20 @@ class PointSource {
 
   const CalibrationModel& model_;
   const CalibrateOptions& options_;
-  CalibratedRows calibrated_;
-  const YPositions y_;
+  scan::CalibratedRows calibrated_;
+  const scan::YPositions y_;
   std::vector<float> yValues_;
   FloatImage xAligned_, yAligned_, zAligned_;
 };
 
-PointFormat checkedFormat(const CalibrateOptions& options) {
-  const std::optional<PointFormat> format = pointFormatOf(options.output);
+io::PointFormat checkedFormat(const CalibrateOptions& options) {
+  const std::optional<io::PointFormat> format = io::pointFormatOf(options.output);
   if (!format) {
     throw CLI::ValidationError(
         "--output", "'" + options.output + "' ends neither in .ply, .pcd, .tif nor .npy");
   }
-  if (!options.intensity.empty() && *format != PointFormat::kPly && *format != PointFormat::kPcd) {
+  if (!options.intensity.empty() && *format != io::PointFormat::kPly &&
+      *format != io::PointFormat::kPcd) {
     throw CLI::ValidationError("--intensity", "goes into .ply and .pcd files only");
   }
   return *format;
@@ -104,73 +105,78 @@ void checkAligned(const CalibrationModel& model, const CalibrateOptions& options
       model.CurrentState == ModelState::CALIBRATED_ALIGNED_3D) {
     return;
   }
-  throw Failure(options.model, "the model has no alignment; use one that has, or omit --aligned");
+  throw io::Failure(options.model,
+                    "the model has no alignment; use one that has, or omit --aligned");
 }
 
-std::unique_ptr<ImageReader> openIntensity(const std::string& path, const ImageReader& range) {
+std::unique_ptr<io::ImageReader> openIntensity(const std::string& path,
+                                               const io::ImageReader& range) {
   if (path.empty()) return nullptr;
-  std::unique_ptr<ImageReader> intensity = ImageReader::open(path);
+  std::unique_ptr<io::ImageReader> intensity = io::ImageReader::open(path);
   if (intensity->shape().width != range.shape().width ||
       intensity->shape().height != range.shape().height) {
-    throw Failure(path,
-                  "is not as large as " + range.path() + "; give the image that belongs to it");
+    throw io::Failure(path,
+                      "is not as large as " + range.path() + "; give the image that belongs to it");
   }
   return intensity;
 }
 
-PointDescription describe(const CalibrateOptions& options, const Context& context,
-                          const ImageReader& range, const ImageReader* intensity, int rows) {
-  PointDescription points;
+io::PointDescription describe(const CalibrateOptions& options, const Context& context,
+                              const io::ImageReader& range, const io::ImageReader* intensity,
+                              int rows) {
+  io::PointDescription points;
   points.columns = range.shape().width;
   points.rows = rows;
   points.aligned = options.aligned;
   points.unit = context.unit;
   if (intensity != nullptr) {
-    points.intensity = intensity->shape().type == cmnalg::IMAGE_TYPE_UINT8 ? SampleType::kUint8
-                                                                           : SampleType::kUint16;
+    points.intensity = intensity->shape().type == cmnalg::IMAGE_TYPE_UINT8
+                           ? io::SampleType::kUint8
+                           : io::SampleType::kUint16;
   }
   return points;
 }
 
 /// What the points are, for programs and people; the file itself has place for little of it.
-std::string describeInJson(const CalibrateOptions& options, const PointDescription& points,
-                           const RowBlocks& rows, const YPositions& y) {
-  const Json json(cJSON_CreateObject());
-  add(json.get(), "generator", "planex " PLANEX_VERSION_STRING);
-  add(json.get(), "content", options.aligned ? "aligned points" : "calibrated points");
-  add(json.get(), "unit", points.unit);
-  add(json.get(), "missing", "NaN");
-  add(json.get(), "columns", static_cast<double>(points.columns));
-  add(json.get(), "rows", static_cast<double>(points.rows));
-  add(json.get(), "firstRow", static_cast<double>(rows.first));
+std::string describeInJson(const CalibrateOptions& options, const io::PointDescription& points,
+                           const scan::RowBlocks& rows, const scan::YPositions& y) {
+  io::JsonText json;
+  json.add("generator", "planex " PLANEX_VERSION_STRING);
+  json.add("content", options.aligned ? "aligned points" : "calibrated points");
+  json.add("unit", points.unit);
+  json.add("missing", "NaN");
+  json.add("columns", points.columns);
+  json.add("rows", points.rows);
+  json.add("firstRow", rows.first);
   if (y.line()) {
-    cJSON* line = addObject(json.get(), "y");
-    add(line, "scale", y.line()->scale);
-    add(line, "offset", y.line()->origin);
+    const io::JsonObject line = json.addObject("y");
+    line.add("scale", y.line()->scale);
+    line.add("offset", y.line()->origin);
   }
-  add(json.get(), "model", options.model);
-  add(json.get(), "range", options.range);
-  return printJson(*json);
+  json.add("model", options.model);
+  json.add("range", options.range);
+  return json.print();
 }
 
 void runCalibrate(const CalibrateOptions& options, const Context& context) {
-  const PointFormat format = checkedFormat(options);
+  const io::PointFormat format = checkedFormat(options);
   applyThreads(context);
-  const CalibrationModel model = loadModel(options.model);
+  const CalibrationModel model = io::loadModel(options.model);
   checkAligned(model, options);
-  const auto range = ImageReader::open(options.range);
+  const auto range = io::ImageReader::open(options.range);
   const auto intensity = openIntensity(options.intensity, *range);
-  const RowBlocks rows = resolveRows(options.rows, range->shape());
+  const scan::RowBlocks rows = resolveRows(options.rows, range->shape());
   PointSource source(model, options, *range);
 
-  OutputFile file(options.output, context.force);
-  OutputFile sidecar(options.output + ".json", context.force);
-  const PointDescription points = describe(options, context, *range, intensity.get(), rows.count());
-  const auto writer = PointWriter::create(format, file, points);
+  io::OutputFile file(options.output, context.force);
+  io::OutputFile sidecar(options.output + ".json", context.force);
+  const io::PointDescription points =
+      describe(options, context, *range, intensity.get(), rows.count());
+  const auto writer = io::PointWriter::create(format, file, points);
   std::vector<char> intensities;
   Progress progress(context, "calibrating", std::int64_t{rows.count()} * points.columns, "points");
   rows.forEach([&](int first, int count) {
-    PointRows block = source.load(first, count);
+    io::PointRows block = source.load(first, count);
     if (intensity != nullptr) {
       intensities.resize(static_cast<std::size_t>(count) * intensity->shape().rowBytes());
       intensity->readRows(first, count, intensities.data());
@@ -184,7 +190,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   file.commit();
   sidecar.commit();
 
-  warnOfValuesOutside(source.calibrated(), options.range);
+  warnOfValuesOutside(source.calibrated().outside(), options.range);
   if (context.quiet) return;
   std::fputs(fmt::format("{}: {} rows of {} points, {} measured, in {}\n", options.output,
                          points.rows, points.columns, source.calibrated().measured(), points.unit)
@@ -225,4 +231,4 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runCalibrate(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,6 +1,10 @@
 #include <fmt/format.h>
 #include <planex/api/planex.h>
 #include <planex/infra/json_deserializer.h>
+#include <planex/io/document_check.h>
+#include <planex/io/failure.h>
+#include <planex/io/model_check.h>
+#include <planex/io/model_file.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -10,12 +14,8 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
-#include "tools/support/document_check.h"
-#include "tools/support/failure.h"
-#include "tools/support/model_check.h"
-#include "tools/support/model_file.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 struct CheckOptions {
@@ -24,13 +24,13 @@ struct CheckOptions {
 
 /// What is wrong, the form of the document first: what its numbers mean is only asked of a sound
 /// one.
-std::vector<Fault> faultsOf(const std::string& text, std::string& readingError) {
+std::vector<io::Fault> faultsOf(const std::string& text, std::string& readingError) {
   datafusion::planex::CalibrationModel model;
   base::JsonVisitingDeSerializer reader(text.c_str(), false);
   if (!reader.DeserializeIntoExistingObject(model)) readingError = reader.GetErrorDescription();
-  std::vector<Fault> faults = checkDocument(text);
+  std::vector<io::Fault> faults = io::checkDocument(text);
   if (faults.empty() && !readingError.empty()) faults.push_back({"document", readingError});
-  return faults.empty() ? checkModel(model) : faults;
+  return faults.empty() ? io::checkModel(model) : faults;
 }
 
 void discardLog(const char*) {}
@@ -45,29 +45,29 @@ bool isRecovered(const std::string& text) {
 }
 
 void runCheck(const CheckOptions& options, const Context& context) {
-  const std::string text = readTextFile(options.model);
+  const std::string text = io::readTextFile(options.model);
   std::string readingError;
-  const std::vector<Fault> faults = faultsOf(text, readingError);
-  const std::string name = Failure::nameOf(options.model);
-  for (const Fault& fault : faults) {
-    std::puts(inOneLine(fmt::format("{}: {}: {}", name, fault.path, fault.text)).c_str());
+  const std::vector<io::Fault> faults = faultsOf(text, readingError);
+  const std::string name = io::Failure::nameOf(options.model);
+  for (const io::Fault& fault : faults) {
+    std::puts(io::inOneLine(fmt::format("{}: {}: {}", name, fault.path, fault.text)).c_str());
   }
   if (!readingError.empty() && isRecovered(text)) {
     std::puts(
-        inOneLine(
+        io::inOneLine(
             fmt::format("{}: readable only through the recovery check of the C interface: members "
                         "behind the error have the values of a new model ({})",
                         name, readingError))
             .c_str());
   }
   if (faults.empty()) {
-    if (!context.quiet) std::puts(inOneLine(name + ": no faults").c_str());
+    if (!context.quiet) std::puts(io::inOneLine(name + ": no faults").c_str());
     return;
   }
-  throw Failure(options.model,
-                faults.size() == 1
-                    ? "has a fault; correct the document"
-                    : fmt::format("has {} faults; correct the document", faults.size()));
+  throw io::Failure(options.model,
+                    faults.size() == 1
+                        ? "has a fault; correct the document"
+                        : fmt::format("has {} faults; correct the document", faults.size()));
 }
 
 }  // namespace
@@ -87,4 +87,4 @@ void addCheckCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runCheck(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

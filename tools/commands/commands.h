@@ -2,9 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/support/options.h"
+#include "tools/cli/options.h"
 
-namespace planex_tools {
+namespace planex::tools {
 
 /// @{
 /// Adds a command with its options. When the command line names it, it runs while the line is
@@ -20,4 +20,4 @@ void addMapCommand(CLI::App& app, Context& context);
 void addRectifyCommand(CLI::App& app, Context& context);
 /// @}
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,5 +1,8 @@
 #include <planex/infra/json_serializer.h>
 #include <planex/infra/out_stream.h>
+#include <planex/io/failure.h>
+#include <planex/io/model_file.h>
+#include <planex/io/text_output.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -7,11 +10,8 @@
 #include <string>
 
 #include "tools/commands/commands.h"
-#include "tools/support/failure.h"
-#include "tools/support/model_file.h"
-#include "tools/support/text_output.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -28,23 +28,24 @@ void setVersion(CalibrationModel& model, const ConvertOptions& options) {
   model.FileVersion = options.fileVersion;
   const bool loses = !model.SheetCurve.empty() || model.CalibratedRegion.IsValid();
   if (options.fileVersion < 2 && loses && !options.lossy) {
-    throw Failure(options.model,
-                  "has a sheet curve or calibrated region, for which version 1 has no place; drop "
-                  "them with --lossy");
+    throw io::Failure(
+        options.model,
+        "has a sheet curve or calibrated region, for which version 1 has no place; drop "
+        "them with --lossy");
   }
 }
 
 void runConvert(const ConvertOptions& options, const Context& context) {
-  CalibrationModel model = loadModel(options.model);
+  CalibrationModel model = io::loadModel(options.model);
   setVersion(model, options);
   etl::MemoryOutStream stream;
   base::JsonVisitingSerializer writer(stream, !options.compact);
   if (!writer.Serialize(model)) {
-    throw Failure(options.model, "cannot be written as a document (" +
-                                     writer.GetErrorDescription() + "); see: planex check " +
-                                     options.model);
+    throw io::Failure(options.model, "cannot be written as a document (" +
+                                         writer.GetErrorDescription() + "); see: planex check " +
+                                         options.model);
   }
-  TextOutput output(options.output, context.force);
+  io::TextOutput output(options.output, context.force);
   output.write(stream.GetText());
   if (!options.compact) output.write("\r\n");
   output.commit();
@@ -78,4 +79,4 @@ void addConvertCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runConvert(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,6 +1,10 @@
 #include <fmt/format.h>
 #include <planex/foundation/vec.h>
 #include <planex/infra/containers.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+#include <planex/io/library_warnings.h>
+#include <planex/io/model_file.h>
 #include <planex/model/coordinate_system.h>
 #include <planex/model/point_mapping.h>
 
@@ -14,14 +18,10 @@
 #include <optional>
 #include <string>
 
+#include "tools/cli/progress.h"
 #include "tools/commands/commands.h"
-#include "tools/support/failure.h"
-#include "tools/support/json.h"
-#include "tools/support/library_warnings.h"
-#include "tools/support/model_file.h"
-#include "tools/support/progress.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -70,7 +70,7 @@ PointList mapped(const CalibrationModel& model, const std::string& file, const P
   if (!datafusion::planex::mapPoints<double>(
           model, pixels, points, CoordinateSystem::Pixel,
           aligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated)) {
-    failWithLibraryWarnings(file, "cannot be mapped with", "see: planex check " + file);
+    io::failWithLibraryWarnings(file, "cannot be mapped with", "see: planex check " + file);
   }
   return points;
 }
@@ -128,37 +128,37 @@ std::string plainText(const Difference& d, const std::string& unit) {
 }
 
 std::string jsonText(const Difference& d, const std::string& unit, int step) {
-  const Json root(cJSON_CreateObject());
-  add(root.get(), "unit", unit);
-  add(root.get(), "step", static_cast<double>(step));
-  add(root.get(), "points", static_cast<double>(d.points));
-  add(root.get(), "notComparable", static_cast<double>(d.unmatched));
-  add(root.get(), "rms", d.rms());
-  cJSON* largest = addObject(root.get(), "largest");
-  add(largest, "distance", d.largest);
-  add(largest, "column", d.pixel.x);
-  add(largest, "row", d.pixel.y);
-  add(largest, "xA", d.worldA.x);
-  add(largest, "zA", d.worldA.y);
-  add(largest, "xB", d.worldB.x);
-  add(largest, "zB", d.worldB.y);
-  return printJson(*root);
+  io::JsonText root;
+  root.add("unit", unit);
+  root.add("step", step);
+  root.add("points", static_cast<double>(d.points));
+  root.add("notComparable", static_cast<double>(d.unmatched));
+  root.add("rms", d.rms());
+  const io::JsonObject largest = root.addObject("largest");
+  largest.add("distance", d.largest);
+  largest.add("column", d.pixel.x);
+  largest.add("row", d.pixel.y);
+  largest.add("xA", d.worldA.x);
+  largest.add("zA", d.worldA.y);
+  largest.add("xB", d.worldB.x);
+  largest.add("zB", d.worldB.y);
+  return root.print();
 }
 
 void runDiff(const DiffOptions& options, const Context& context) {
   if (options.a == "-" && options.b == "-") {
     throw CLI::ValidationError("B", "both models cannot be standard input");
   }
-  const CalibrationModel a = loadModel(options.a);
-  const CalibrationModel b = loadModel(options.b);
+  const CalibrationModel a = io::loadModel(options.a);
+  const CalibrationModel b = io::loadModel(options.b);
   if (a.SensorSize != b.SensorSize) {
-    throw Failure(options.b,
-                  fmt::format("has a sensor of {} x {}, the other model of {} x {}; "
-                              "compare models of one sensor",
-                              b.SensorSize.x, b.SensorSize.y, a.SensorSize.x, a.SensorSize.y));
+    throw io::Failure(options.b,
+                      fmt::format("has a sensor of {} x {}, the other model of {} x {}; "
+                                  "compare models of one sensor",
+                                  b.SensorSize.x, b.SensorSize.y, a.SensorSize.x, a.SensorSize.y));
   }
   if (a.SensorSize.x < 1 || a.SensorSize.y < 1) {
-    throw Failure(options.a, "has a sensor without size; see: planex check " + options.a);
+    throw io::Failure(options.a, "has a sensor without size; see: planex check " + options.a);
   }
   const int step = stepFor(options, a.SensorSize);
   const Difference difference = compare(a, b, step, options, context);
@@ -168,9 +168,9 @@ void runDiff(const DiffOptions& options, const Context& context) {
   const bool equal =
       difference.unmatched == 0 && difference.largest <= options.tolerance.value_or(0);
   if (options.tolerance && !equal) {
-    throw Failure(options.b,
-                  fmt::format("differs from {} by more than {} {}; see where above",
-                              Failure::nameOf(options.a), *options.tolerance, context.unit));
+    throw io::Failure(
+        options.b, fmt::format("differs from {} by more than {} {}; see where above",
+                               io::Failure::nameOf(options.a), *options.tolerance, context.unit));
   }
 }
 
@@ -201,4 +201,4 @@ void addDiffCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runDiff(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

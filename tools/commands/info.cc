@@ -1,4 +1,10 @@
 #include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+#include <planex/io/model_file.h>
+#include <planex/io/output_file.h>
+#include <planex/io/raster.h>
+#include <planex/scan/model_summary.h>
 
 #include <CLI/CLI.hpp>
 #include <array>
@@ -11,15 +17,9 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
-#include "tools/images/raster.h"
-#include "tools/support/failure.h"
-#include "tools/support/json.h"
-#include "tools/support/model_file.h"
 #include "tools/support/model_plot.h"
-#include "tools/support/model_summary.h"
-#include "tools/support/output_file.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -33,9 +33,9 @@ struct InfoOptions {
 struct Facts {
   const CalibrationModel& model;
   const std::string& unit;
-  std::optional<FieldOfView> view;
+  std::optional<scan::FieldOfView> view;
   std::string noView;  // why there is none
-  std::optional<RegionSummary> region;
+  std::optional<scan::RegionSummary> region;
 };
 
 std::string errorText(double error, double maximum, const std::string& unit) {
@@ -65,7 +65,7 @@ std::string matrixText(const char* title, const cmnalg::Matrix<double>& matrix) 
   return text;
 }
 
-std::string resolutionText(const char* title, const Resolution& resolution,
+std::string resolutionText(const char* title, const scan::Resolution& resolution,
                            const std::string& unit) {
   return fmt::format("{:<19}at Z {:.6g} {}: {:.4g} {} per column, {:.4g} {} per row\n", title,
                      resolution.z, unit, resolution.lateral, unit, resolution.height, unit);
@@ -73,14 +73,14 @@ std::string resolutionText(const char* title, const Resolution& resolution,
 
 std::string viewText(const Facts& facts) {
   if (!facts.view) return fmt::format("{:<19}none: {}\n", "field of view", facts.noView);
-  const FieldOfView& view = *facts.view;
+  const scan::FieldOfView& view = *facts.view;
   return fmt::format("{:<19}X {:.6g} to {:.6g} {}, Z {:.6g} to {:.6g} {}\n", "field of view",
                      view.xMin, view.xMax, facts.unit, view.zMin, view.zMax, facts.unit) +
          resolutionText("near end", view.near, facts.unit) +
          resolutionText("far end", view.far, facts.unit);
 }
 
-std::string residualText(const char* title, const ResidualSummary& residual,
+std::string residualText(const char* title, const scan::ResidualSummary& residual,
                          const std::string& unit) {
   return fmt::format("{:<19}mean {:.4g}, rms of cell means {:.4g}, at most {:.4g} {}\n", title,
                      residual.mean, residual.rms, residual.maximum, unit);
@@ -88,7 +88,7 @@ std::string residualText(const char* title, const ResidualSummary& residual,
 
 std::string regionText(const Facts& facts) {
   if (!facts.region) return fmt::format("{:<19}none\n", "calibrated region");
-  const RegionSummary& region = *facts.region;
+  const scan::RegionSummary& region = *facts.region;
   const cmnalg::shape::Rectangle& area = region.area;
   return fmt::format(
              "{:<19}X {:.6g} to {:.6g} {}, Z {:.6g} to {:.6g} {}; {} points in {} of {} x {} "
@@ -124,121 +124,108 @@ std::string plainText(const Facts& facts) {
 }
 
 /// Null for an error that nobody has set.
-void addError(cJSON* object, const char* name, double value) {
-  cJSON_AddItemToObject(
-      object, name, value == CalibrationModel::kNeverSet ? cJSON_CreateNull() : jsonNumber(value));
-}
-
-template <typename List>
-cJSON* jsonArray(const List& values) {
-  cJSON* array = cJSON_CreateArray();
-  for (const double value : values) cJSON_AddItemToArray(array, jsonNumber(value));
-  return array;
-}
-
-cJSON* jsonMatrix(const cmnalg::Matrix<double>& matrix) {
-  cJSON* rows = cJSON_CreateArray();
-  for (int row = 0; row < matrix.Height(); ++row) {
-    cJSON_AddItemToArray(rows,
-                         jsonArray(std::vector<double>(matrix[row], matrix[row] + matrix.Width())));
+void addError(const io::JsonObject& object, const char* name, double value) {
+  if (value == CalibrationModel::kNeverSet) {
+    object.addNull(name);
+  } else {
+    object.add(name, value);
   }
-  return rows;
 }
 
-void addView(cJSON* root, const std::optional<FieldOfView>& view) {
+void addView(const io::JsonObject& root, const std::optional<scan::FieldOfView>& view) {
   if (!view) {
-    cJSON_AddNullToObject(root, "fieldOfView");
+    root.addNull("fieldOfView");
     return;
   }
-  cJSON* object = addObject(root, "fieldOfView");
-  add(object, "xMin", view->xMin);
-  add(object, "xMax", view->xMax);
-  add(object, "zMin", view->zMin);
-  add(object, "zMax", view->zMax);
+  const io::JsonObject object = root.addObject("fieldOfView");
+  object.add("xMin", view->xMin);
+  object.add("xMax", view->xMax);
+  object.add("zMin", view->zMin);
+  object.add("zMax", view->zMax);
   for (const auto& [name, resolution] : {std::pair{"near", view->near}, {"far", view->far}}) {
-    cJSON* end = addObject(object, name);
-    add(end, "z", resolution.z);
-    add(end, "perColumn", resolution.lateral);
-    add(end, "perRow", resolution.height);
+    const io::JsonObject end = object.addObject(name);
+    end.add("z", resolution.z);
+    end.add("perColumn", resolution.lateral);
+    end.add("perRow", resolution.height);
   }
 }
 
-void addRegion(cJSON* root, const std::optional<RegionSummary>& region) {
+void addRegion(const io::JsonObject& root, const std::optional<scan::RegionSummary>& region) {
   if (!region) {
-    cJSON_AddNullToObject(root, "calibratedRegion");
+    root.addNull("calibratedRegion");
     return;
   }
-  cJSON* object = addObject(root, "calibratedRegion");
+  const io::JsonObject object = root.addObject("calibratedRegion");
   const cmnalg::shape::Rectangle& area = region->area;
-  add(object, "xMin", area.Center.x - area.Width / 2);
-  add(object, "xMax", area.Center.x + area.Width / 2);
-  add(object, "zMin", area.Center.y - area.Height / 2);
-  add(object, "zMax", area.Center.y + area.Height / 2);
-  add(object, "columns", static_cast<double>(region->columns));
-  add(object, "rows", static_cast<double>(region->rows));
-  add(object, "filledCells", static_cast<double>(region->filledCells));
-  add(object, "points", static_cast<double>(region->points));
+  object.add("xMin", area.Center.x - area.Width / 2);
+  object.add("xMax", area.Center.x + area.Width / 2);
+  object.add("zMin", area.Center.y - area.Height / 2);
+  object.add("zMax", area.Center.y + area.Height / 2);
+  object.add("columns", region->columns);
+  object.add("rows", region->rows);
+  object.add("filledCells", region->filledCells);
+  object.add("points", static_cast<double>(region->points));
   for (const auto& [name, sums] : {std::pair{"residualX", region->x}, {"residualZ", region->z}}) {
-    cJSON* residual = addObject(object, name);
-    add(residual, "mean", sums.mean);
-    add(residual, "rmsOfCellMeans", sums.rms);
-    add(residual, "maximum", sums.maximum);
+    const io::JsonObject residual = object.addObject(name);
+    residual.add("mean", sums.mean);
+    residual.add("rmsOfCellMeans", sums.rms);
+    residual.add("maximum", sums.maximum);
   }
 }
 
 std::string jsonText(const Facts& facts) {
   const CalibrationModel& m = facts.model;
-  const Json json(cJSON_CreateObject());
-  cJSON* root = json.get();
-  add(root, "description", m.toString());
-  add(root, "unit", facts.unit);
-  add(root, "fileVersion", static_cast<double>(m.FileVersion));
-  add(root, "state", stateToString(m.CurrentState));
-  add(root, "skewMode", skewModeToString(m.SkewMode));
-  cJSON* sensor = addObject(root, "sensorSize");
-  add(sensor, "width", static_cast<double>(m.SensorSize.x));
-  add(sensor, "height", static_cast<double>(m.SensorSize.y));
-  add(root, "focalLength", m.FocalLength);
-  cJSON* center = addObject(root, "lensCenter");
-  add(center, "column", m.LensCenter.x);
-  add(center, "row", m.LensCenter.y);
-  cJSON_AddItemToObject(root, "lensCoefficients", jsonArray(m.LensCoefficients));
-  cJSON_AddItemToObject(root, "sheetCurve", jsonArray(m.SheetCurve));
+  io::JsonText root;
+  root.add("description", m.toString());
+  root.add("unit", facts.unit);
+  root.add("fileVersion", m.FileVersion);
+  root.add("state", stateToString(m.CurrentState));
+  root.add("skewMode", skewModeToString(m.SkewMode));
+  const io::JsonObject sensor = root.addObject("sensorSize");
+  sensor.add("width", m.SensorSize.x);
+  sensor.add("height", m.SensorSize.y);
+  root.add("focalLength", m.FocalLength);
+  const io::JsonObject center = root.addObject("lensCenter");
+  center.add("column", m.LensCenter.x);
+  center.add("row", m.LensCenter.y);
+  root.addList("lensCoefficients", m.LensCoefficients);
+  root.addList("sheetCurve", m.SheetCurve);
   addError(root, "calibrationError", m.CalibrationError);
   addError(root, "calibrationErrorMax", m.CalibrationErrorMax);
   addError(root, "alignmentError", m.AlignmentError);
   addError(root, "alignmentErrorMax", m.AlignmentErrorMax);
-  cJSON_AddItemToObject(root, "skew", jsonArray(std::array{m.Skew.x, m.Skew.y, m.Skew.z}));
-  cJSON_AddItemToObject(root, "homography", jsonMatrix(m.Homography));
-  cJSON_AddItemToObject(root, "pose", jsonMatrix(m.Pose));
+  root.addList("skew", std::array{m.Skew.x, m.Skew.y, m.Skew.z});
+  root.addRows("homography", m.Homography);
+  root.addRows("pose", m.Pose);
   addView(root, facts.view);
   addRegion(root, facts.region);
-  return printJson(*root);
+  return root.print();
 }
 
-bool hasArea(const FieldOfView& view) {
+bool hasArea(const scan::FieldOfView& view) {
   const double width = view.xMax - view.xMin;
   const double height = view.zMax - view.zMin;
   return width > 0 && height > 0 && std::isfinite(width) && std::isfinite(height);
 }
 
 void runInfo(const InfoOptions& options, const Context& context) {
-  if (!options.plot.empty() && endingOf(options.plot) != ".png") {
+  if (!options.plot.empty() && io::endingOf(options.plot) != ".png") {
     throw CLI::ValidationError("--plot", "'" + options.plot + "' does not end in .png");
   }
-  const CalibrationModel model = loadModel(options.model);
+  const CalibrationModel model = io::loadModel(options.model);
   Facts facts{model, context.unit, {}, {}, {}};
-  facts.view = fieldOfView(model, facts.noView);
-  facts.region = summarizeRegion(model);
+  facts.view = scan::fieldOfView(model, facts.noView);
+  facts.region = scan::summarizeRegion(model);
   if (!options.plot.empty()) {
     if (!facts.view) {
-      throw Failure(options.model, "has nothing to plot (" + facts.noView + "); see planex check");
+      throw io::Failure(options.model,
+                        "has nothing to plot (" + facts.noView + "); see planex check");
     }
     if (!hasArea(*facts.view)) {
-      throw Failure(options.model,
-                    "has no finite field of view to plot; see: planex check " + options.model);
+      throw io::Failure(options.model,
+                        "has no finite field of view to plot; see: planex check " + options.model);
     }
-    OutputFile file(options.plot, context.force);
+    io::OutputFile file(options.plot, context.force);
     plotModel(model, *facts.view, facts.region, context.unit, file);
     file.commit();
   }
@@ -266,4 +253,4 @@ void addInfoCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runInfo(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -4,6 +4,11 @@
 #include <planex/foundation/rectangle.h>
 #include <planex/foundation/vec.h>
 #include <planex/infra/containers.h>
+#include <planex/io/library_warnings.h>
+#include <planex/io/model_file.h>
+#include <planex/io/number_text.h>
+#include <planex/io/point_text.h>
+#include <planex/io/text_output.h>
 #include <planex/model/coordinate_system.h>
 #include <planex/model/point_mapping.h>
 #include <planex/model/shape_mapping.h>
@@ -18,12 +23,8 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
-#include "tools/support/library_warnings.h"
-#include "tools/support/model_file.h"
-#include "tools/support/point_text.h"
-#include "tools/support/text_output.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -62,40 +63,40 @@ class Mapper {
         yScale_(options.yScale.value_or(1)),
         yOffset_(options.yOffset.value_or(0)) {}
 
-  void map2(std::vector<TextPoint>& points) const {
+  void map2(std::vector<io::TextPoint>& points) const {
     etl::Vector<Point2> list;
-    for (const TextPoint& p : points) list.push_back({p[0], p[1]});
+    for (const io::TextPoint& p : points) list.push_back({p[0], p[1]});
     require(datafusion::planex::mapPoints<double>(model_, list, list, options_.from, options_.to));
     for (std::size_t i = 0; i < list.size(); ++i) points[i] = {list[i].x, list[i].y, 0};
   }
 
-  void map3(std::vector<TextPoint>& points) const {
+  void map3(std::vector<io::TextPoint>& points) const {
     etl::Vector<Point3> list;
-    for (const TextPoint& p : points) list.push_back({p[0], p[1], p[2]});
+    for (const io::TextPoint& p : points) list.push_back({p[0], p[1], p[2]});
     require(datafusion::planex::mapPoints<double>(model_, list, list, options_.from, options_.to,
                                                   yOffset_, yScale_));
     for (std::size_t i = 0; i < list.size(); ++i) points[i] = {list[i].x, list[i].y, list[i].z};
   }
 
-  std::vector<TextPoint> rectangle() const {
+  std::vector<io::TextPoint> rectangle() const {
     const std::vector<double>& r = options_.rectangle;
     const cmnalg::shape::Rectangle shape{
         {(r[0] + r[2]) / 2, (r[1] + r[3]) / 2}, r[2] - r[0], r[3] - r[1], 0};
     cmnalg::shape::Polyline outline;
     require(
         mapRectangle(model_, shape, outline, options_.from, options_.to, options_.supersampling));
-    std::vector<TextPoint> points;
+    std::vector<io::TextPoint> points;
     for (const Point2& p : outline.Points) points.push_back({p.x, p.y, 0});
     return points;
   }
 
-  std::vector<TextPoint> box() const {
+  std::vector<io::TextPoint> box() const {
     const std::vector<double>& b = options_.box;
     const auto shape = cmnalg::shape3d::Box::FromCorners({b[0], b[1], b[2]}, {b[3], b[4], b[5]});
     etl::Vector<Point3> surface;
     require(mapBox(model_, shape, surface, options_.from, options_.to, yOffset_, yScale_,
                    options_.supersampling));
-    std::vector<TextPoint> points;
+    std::vector<io::TextPoint> points;
     for (const Point3& p : surface) points.push_back({p.x, p.y, p.z});
     return points;
   }
@@ -103,8 +104,8 @@ class Mapper {
  private:
   void require(bool mapped) const {
     if (!mapped) {
-      failWithLibraryWarnings(options_.model, "cannot be mapped with",
-                              "see: planex check " + options_.model);
+      io::failWithLibraryWarnings(options_.model, "cannot be mapped with",
+                                  "see: planex check " + options_.model);
     }
   }
 
@@ -114,10 +115,10 @@ class Mapper {
 };
 
 /// Least and greatest coordinates as two points; NaN is left out.
-std::vector<TextPoint> boundsOf(const std::vector<TextPoint>& points) {
+std::vector<io::TextPoint> boundsOf(const std::vector<io::TextPoint>& points) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  TextPoint min{kInfinity, kInfinity, kInfinity}, max{-kInfinity, -kInfinity, -kInfinity};
-  for (const TextPoint& point : points) {
+  io::TextPoint min{kInfinity, kInfinity, kInfinity}, max{-kInfinity, -kInfinity, -kInfinity};
+  for (const io::TextPoint& point : points) {
     for (std::size_t i = 0; i < 3; ++i) {
       if (point[i] < min[i]) min[i] = point[i];
       if (point[i] > max[i]) max[i] = point[i];
@@ -126,22 +127,22 @@ std::vector<TextPoint> boundsOf(const std::vector<TextPoint>& points) {
   return {min, max};
 }
 
-void writePoints(TextOutput& output, const std::vector<TextPoint>& points, int dimensions) {
+void writePoints(io::TextOutput& output, const std::vector<io::TextPoint>& points, int dimensions) {
   std::string text;
-  for (const TextPoint& point : points) appendPoint(text, point, dimensions);
+  for (const io::TextPoint& point : points) io::appendPoint(text, point, dimensions);
   output.write(text);
 }
 
-void mapShape(const MapOptions& options, const Mapper& mapper, TextOutput& output) {
+void mapShape(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
   const int dimensions = options.box.empty() ? 2 : 3;
-  const std::vector<TextPoint> points = dimensions == 2 ? mapper.rectangle() : mapper.box();
+  const std::vector<io::TextPoint> points = dimensions == 2 ? mapper.rectangle() : mapper.box();
   output.write(headingOf(options.to, dimensions) + "\n");
   writePoints(output, options.points ? points : boundsOf(points), dimensions);
 }
 
-void mapText(const MapOptions& options, const Mapper& mapper, TextOutput& output) {
-  PointReader reader(options.input);
-  std::vector<TextPoint> points;
+void mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
+  io::PointReader reader(options.input);
+  std::vector<io::TextPoint> points;
   bool first = true;
   while (reader.read(kBlock, points)) {
     if (first && reader.hasHeading()) {
@@ -171,9 +172,9 @@ void runMap(const MapOptions& options, const Context& context) {
   if (options.yScale && *options.yScale == 0) {
     throw CLI::ValidationError("--y-scale", "must not be 0");
   }
-  const CalibrationModel model = loadModel(options.model);
+  const CalibrationModel model = io::loadModel(options.model);
   const Mapper mapper(options, model);
-  TextOutput output(options.output, context.force);
+  io::TextOutput output(options.output, context.force);
   if (shape) {
     mapShape(options, mapper, output);
   } else {
@@ -185,7 +186,7 @@ void runMap(const MapOptions& options, const Context& context) {
 CLI::Option* addListOption(CLI::App& command, const char* name, std::vector<double>& values,
                            std::size_t count, const char* type, const char* description) {
   const auto read = [&values, name, count](const std::string& text) {
-    values = parseNumberList(text).value_or(std::vector<double>());
+    values = io::parseNumberList(text).value_or(std::vector<double>());
     if (values.size() == count) return;
     throw CLI::ValidationError(name, fmt::format("'{}' is no list of {} numbers", text, count));
   };
@@ -249,4 +250,4 @@ void addMapCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runMap(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,4 +1,11 @@
 #include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+#include <planex/io/model_file.h>
+#include <planex/io/number_text.h>
+#include <planex/io/raster_writer.h>
+#include <planex/scan/rectified_rows.h>
+#include <planex/scan/world_bounds.h>
 #include <planex/version.h>
 
 #include <algorithm>
@@ -11,19 +18,12 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/progress.h"
+#include "tools/cli/scan_options.h"
 #include "tools/commands/commands.h"
 #include "tools/images/height_preview.h"
-#include "tools/images/raster_writer.h"
-#include "tools/images/rectified_rows.h"
-#include "tools/support/failure.h"
-#include "tools/support/json.h"
-#include "tools/support/model_file.h"
-#include "tools/support/progress.h"
-#include "tools/support/row_options.h"
-#include "tools/support/world_bounds.h"
-#include "tools/support/y_positions.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -44,13 +44,13 @@ struct RectifyOptions {
   int columns = 0;
   std::optional<double> pixelSize, noData;
   bool floating = false;
-  SensorOptions sensor;
+  scan::SensorSettings sensor;
   YOptions y;
   RowOptions rows;
 };
 
-RasterFormat checkedFormat(const RectifyOptions& options) {
-  const std::string ending = endingOf(options.output);
+io::RasterFormat checkedFormat(const RectifyOptions& options) {
+  const std::string ending = io::endingOf(options.output);
   const bool png = ending == ".png";
   if (!png && ending != ".tif" && ending != ".tiff") {
     throw CLI::ValidationError("--output",
@@ -59,7 +59,7 @@ RasterFormat checkedFormat(const RectifyOptions& options) {
   if (options.preview == options.output) {
     throw CLI::ValidationError("--preview", "needs another name than the height map");
   }
-  if (!options.preview.empty() && endingOf(options.preview) != ".png") {
+  if (!options.preview.empty() && io::endingOf(options.preview) != ".png") {
     throw CLI::ValidationError("--preview", "'" + options.preview + "' does not end in .png");
   }
   if (png && options.floating) throw CLI::ValidationError("--float", "needs an output .tif");
@@ -69,7 +69,7 @@ RasterFormat checkedFormat(const RectifyOptions& options) {
   if (options.noData && std::abs(*options.noData) > std::numeric_limits<float>::max()) {
     throw CLI::ValidationError("--nodata", "has no float");
   }
-  return png ? RasterFormat::kPng : RasterFormat::kTiff;
+  return png ? io::RasterFormat::kPng : io::RasterFormat::kTiff;
 }
 
 RectificationMode checkedMode(const RectifyOptions& options) {
@@ -86,9 +86,9 @@ RectificationMode checkedMode(const RectifyOptions& options) {
 void narrow(const char* name, const std::string& text, double& min, double& max) {
   if (text.empty()) return;
   const std::size_t colon = text.find(':');
-  const std::optional<double> a = parseNumber(text.substr(0, colon));
+  const std::optional<double> a = io::parseNumber(text.substr(0, colon));
   const std::optional<double> b =
-      colon == std::string::npos ? std::nullopt : parseNumber(text.substr(colon + 1));
+      colon == std::string::npos ? std::nullopt : io::parseNumber(text.substr(colon + 1));
   if (!a || !b || *a >= *b) {
     throw CLI::ValidationError(name, "'" + text + "' is not A:B with numbers A below B");
   }
@@ -96,18 +96,19 @@ void narrow(const char* name, const std::string& text, double& min, double& max)
   max = *b;
 }
 
-HeightGrid gridOf(const RectifyOptions& options, const CalibrationModel& model,
-                  const SensorTraits& traits, int imageColumns) {
-  WorldBounds bounds = worldBounds(model, traits, imageColumns, options.model);
+scan::HeightGrid gridOf(const RectifyOptions& options, const CalibrationModel& model,
+                        const SensorTraits& traits, int imageColumns) {
+  scan::WorldBounds bounds = scan::worldBounds(model, traits, imageColumns, options.model);
   narrow("--x-range", options.xRange, bounds.xMin, bounds.xMax);
   narrow("--z-range", options.zRange, bounds.zMin, bounds.zMax);
   const double width = bounds.xMax - bounds.xMin;
   const double height = bounds.zMax - bounds.zMin;
   if (!(width > 0 && height > 0 && std::isfinite(width) && std::isfinite(height))) {
-    throw Failure(options.model, "the sensor region has no extent in the world; see planex check");
+    throw io::Failure(options.model,
+                      "the sensor region has no extent in the world; see planex check");
   }
-  HeightGrid grid{};
-  const ValueTransform values = valueTransformOf(bounds.zMin, bounds.zMax);
+  scan::HeightGrid grid{};
+  const scan::ValueTransform values = scan::valueTransformOf(bounds.zMin, bounds.zMax);
   grid.values = {values.scale, values.origin};
   grid.splat = bounds.splat;
   if (!options.pixelSize) {
@@ -135,44 +136,44 @@ std::string intensityPath(const RectifyOptions& options, std::size_t i) {
 
 /// One output raster.
 struct Layer {
-  Layer(RasterFormat format, const std::string& path, const Context& context,
-        const RasterDescription& description)
-      : file(path, context.force), writer(RasterWriter::create(format, file, description)) {}
+  Layer(io::RasterFormat format, const std::string& path, const Context& context,
+        const io::RasterDescription& description)
+      : file(path, context.force), writer(io::RasterWriter::create(format, file, description)) {}
 
   void finish() {
     writer->finish();
     file.commit();
   }
 
-  OutputFile file;
-  std::unique_ptr<RasterWriter> writer;
+  io::OutputFile file;
+  std::unique_ptr<io::RasterWriter> writer;
 };
 
 /// Everything that comes out of a rectification, row by row.
 class HeightMapWriter {
  public:
-  HeightMapWriter(const RectifyOptions& options, const Context& context, const HeightGrid& grid,
-                  const Axis& y, const RowBlocks& rows)
+  HeightMapWriter(const RectifyOptions& options, const Context& context,
+                  const scan::HeightGrid& grid, const io::Axis& y, const scan::RowBlocks& rows)
       : options_(options), context_(context), grid_(grid), rows_(rows) {
-    const RasterFormat format = checkedFormat(options);
+    const io::RasterFormat format = checkedFormat(options);
     raster_.width = grid.columns;
     raster_.height = rows.count();
     raster_.columns = grid.x;
-    raster_.rows = Axis{y.scale, y.scale * rows.first + y.origin};
+    raster_.rows = io::Axis{y.scale, y.scale * rows.first + y.origin};
     raster_.unit = context.unit;
     heights_ = std::make_unique<Layer>(format, options.output, context, heightDescription());
     for (std::size_t i = 0; i < options.intensities.size(); ++i) {
       intensities_.push_back(std::make_unique<Layer>(format, intensityPath(options, i), context,
                                                      intensityDescription()));
     }
-    sidecar_ = std::make_unique<OutputFile>(options.output + ".json", context.force);
+    sidecar_ = std::make_unique<io::OutputFile>(options.output + ".json", context.force);
     if (options.preview.empty()) return;
-    previewFile_ = std::make_unique<OutputFile>(options.preview, context.force);
+    previewFile_ = std::make_unique<io::OutputFile>(options.preview, context.force);
     preview_ = std::make_unique<HeightPreview>(grid.columns, rows.count(), grid.x, *raster_.rows,
                                                !options.y.scale.has_value());
   }
 
-  void write(const RectifiedRows& rows, int count) {
+  void write(const scan::RectifiedRows& rows, int count) {
     const std::size_t cells =
         static_cast<std::size_t>(count) * static_cast<std::size_t>(grid_.columns);
     const std::uint16_t* heights = rows.heights();
@@ -213,19 +214,19 @@ class HeightMapWriter {
     return options_.noData.value_or(std::numeric_limits<double>::quiet_NaN());
   }
 
-  RasterDescription heightDescription() const {
-    RasterDescription raster = raster_;
+  io::RasterDescription heightDescription() const {
+    io::RasterDescription raster = raster_;
     raster.layers = {"height"};
-    raster.sample = options_.floating ? SampleType::kFloat32 : SampleType::kUint16;
-    raster.values = options_.floating ? Axis{} : grid_.values;
+    raster.sample = options_.floating ? io::SampleType::kFloat32 : io::SampleType::kUint16;
+    raster.values = options_.floating ? io::Axis{} : grid_.values;
     raster.missing = options_.floating ? static_cast<float>(noData()) : 0;
     return raster;
   }
 
-  RasterDescription intensityDescription() const {
-    RasterDescription raster = raster_;
+  io::RasterDescription intensityDescription() const {
+    io::RasterDescription raster = raster_;
     raster.layers = {"intensity"};
-    raster.sample = SampleType::kUint8;
+    raster.sample = io::SampleType::kUint8;
     return raster;
   }
 
@@ -243,47 +244,46 @@ class HeightMapWriter {
   }
 
   std::string describeInJson() const {
-    const RasterDescription heights = heightDescription();
-    const Json json(cJSON_CreateObject());
-    add(json.get(), "generator", "planex " PLANEX_VERSION_STRING);
-    add(json.get(), "content", "height map");
-    add(json.get(), "unit", context_.unit);
-    add(json.get(), "columns", static_cast<double>(grid_.columns));
-    add(json.get(), "rows", static_cast<double>(rows_.count()));
-    add(json.get(), "firstRow", static_cast<double>(rows_.first));
-    cJSON* transform = addObject(json.get(), "transform");
-    add(transform, "scaleX", grid_.x.scale);
-    add(transform, "originX", grid_.x.origin);
-    add(transform, "scaleY", heights.rows->scale);
-    add(transform, "originY", heights.rows->origin);
-    add(transform, "scaleZ", heights.values->scale);
-    add(transform, "originZ", heights.values->origin);
+    const io::RasterDescription heights = heightDescription();
+    io::JsonText json;
+    json.add("generator", "planex " PLANEX_VERSION_STRING);
+    json.add("content", "height map");
+    json.add("unit", context_.unit);
+    json.add("columns", grid_.columns);
+    json.add("rows", rows_.count());
+    json.add("firstRow", rows_.first);
+    const io::JsonObject transform = json.addObject("transform");
+    transform.add("scaleX", grid_.x.scale);
+    transform.add("originX", grid_.x.origin);
+    transform.add("scaleY", heights.rows->scale);
+    transform.add("originY", heights.rows->origin);
+    transform.add("scaleZ", heights.values->scale);
+    transform.add("originZ", heights.values->origin);
     if (std::isnan(*heights.missing)) {
-      add(json.get(), "missing", "NaN");
+      json.add("missing", "NaN");
     } else {
-      add(json.get(), "missing", *heights.missing);
+      json.add("missing", *heights.missing);
     }
-    add(json.get(), "mode", options_.mode);
-    add(json.get(), "model", options_.model);
-    add(json.get(), "range", options_.range);
-    cJSON* files = cJSON_AddArrayToObject(json.get(), "intensities");
+    json.add("mode", options_.mode);
+    json.add("model", options_.model);
+    json.add("range", options_.range);
+    json.addList("intensities", nullptr, 0);
     for (std::size_t i = 0; i < intensities_.size(); ++i) {
-      cJSON* pair = cJSON_CreateObject();
-      cJSON_AddItemToArray(files, pair);
-      add(pair, "source", options_.intensities[i]);
-      add(pair, "rectified", intensities_[i]->file.path());
+      const io::JsonObject pair = json.appendTo("intensities");
+      pair.add("source", options_.intensities[i]);
+      pair.add("rectified", intensities_[i]->file.path());
     }
-    return printJson(*json);
+    return json.print();
   }
 
   const RectifyOptions& options_;
   const Context& context_;
-  const HeightGrid grid_;
-  const RowBlocks rows_;
-  RasterDescription raster_;  // what all rasters have in common
+  const scan::HeightGrid grid_;
+  const scan::RowBlocks rows_;
+  io::RasterDescription raster_;  // what all rasters have in common
   std::unique_ptr<Layer> heights_;
   std::vector<std::unique_ptr<Layer>> intensities_;
-  std::unique_ptr<OutputFile> sidecar_, previewFile_;
+  std::unique_ptr<io::OutputFile> sidecar_, previewFile_;
   std::unique_ptr<HeightPreview> preview_;
   std::vector<float> world_;
   std::int64_t filled_ = 0;
@@ -293,21 +293,26 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   checkedFormat(options);
   const RectificationMode mode = checkedMode(options);
   applyThreads(context);
-  const CalibrationModel model = loadModel(options.model);
-  const auto range = ImageReader::open(options.range);
-  const RowBlocks rows = resolveRows(options.rows, range->shape());
-  const SensorTraits traits = resolveSensor(options.sensor, options.range, model, options.model);
-  CalibratedRows points(model, options.model, *range, traits);
-  const HeightGrid grid = gridOf(options, model, traits, range->shape().width);
-  std::vector<std::unique_ptr<IntensityRows>> intensities;
+  const CalibrationModel model = io::loadModel(options.model);
+  const auto range = io::ImageReader::open(options.range);
+  const scan::RowBlocks rows = resolveRows(options.rows, range->shape());
+  const SensorTraits traits =
+      scan::resolveSensor(options.sensor, options.range, model, options.model);
+  scan::CalibratedRows points(model, options.model, *range, traits);
+  const scan::HeightGrid grid = gridOf(options, model, traits, range->shape().width);
+  std::vector<std::unique_ptr<scan::IntensityRows>> intensities;
   for (const std::string& path : options.intensities) {
-    intensities.push_back(std::make_unique<IntensityRows>(path, *range));
+    intensities.push_back(std::make_unique<scan::IntensityRows>(path, *range));
   }
 
-  const Axis y{options.y.scale.value_or(1), options.y.offset.value_or(0)};
-  HeightMapWriter writer(options, context, grid, y, rows);
-  for (const auto& intensity : intensities) intensity->findLimits(context, rows.block);
-  RectifiedRows rectified(points, intensities, grid, mode);
+  HeightMapWriter writer(options, context, grid, options.y.line(), rows);
+  for (const auto& intensity : intensities) {
+    const io::ImageShape& shape = range->shape();
+    Progress progress(context, "reading intensities", std::int64_t{shape.height} * shape.width,
+                      "points");
+    intensity->findLimits(rows.block, [&](std::int64_t pixels) { progress.advance(pixels); });
+  }
+  scan::RectifiedRows rectified(points, intensities, grid, mode);
   const std::int64_t width = range->shape().width;
   Progress progress(context, "rectifying", rows.count() * width, "points");
   rows.forEach([&](int first, int count) {
@@ -316,7 +321,7 @@ void runRectify(const RectifyOptions& options, const Context& context) {
     progress.advance(count * width);
   });
   writer.finish();
-  warnOfValuesOutside(points, options.range);
+  warnOfValuesOutside(points.outside(), options.range);
   if (!context.quiet) writer.printSummary();
 }
 
@@ -377,4 +382,4 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   command->callback([options, &context] { runRectify(*options, context); });
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

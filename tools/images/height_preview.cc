@@ -8,7 +8,7 @@
 
 #include "tools/support/picture.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 constexpr int kMargin = 16;
@@ -35,8 +35,8 @@ std::pair<double, double> limitsOf(std::vector<std::uint16_t> levels) {
 
 }  // namespace
 
-HeightPreview::HeightPreview(int columnCount, int rowCount, const Axis& columns, const Axis& rows,
-                             bool squareCells)
+HeightPreview::HeightPreview(int columnCount, int rowCount, const io::Axis& columns,
+                             const io::Axis& rows, bool squareCells)
     : columnCount_(columnCount) {
   const double cellWidth = columns.scale;
   const double rowDistance = std::abs(rows.scale);
@@ -67,7 +67,8 @@ void HeightPreview::addRows(int count, const std::uint16_t* heights) {
   nextRow_ = end;
 }
 
-void HeightPreview::write(OutputFile& file, const Axis& values, const std::string& unit) const {
+void HeightPreview::write(io::OutputFile& file, const io::Axis& values,
+                          const std::string& unit) const {
   const auto [low, high] = limitsOf(levels_);
   const double span = high > low ? high - low : 1;
   const int frame = std::max(height_, kLeastHeight);
@@ -87,4 +88,4 @@ void HeightPreview::write(OutputFile& file, const Axis& values, const std::strin
   picture.writePng(file);
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <planex/io/output_file.h>
+#include <planex/io/raster.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "tools/images/raster.h"
-#include "tools/support/output_file.h"
-
-namespace planex_tools {
+namespace planex::tools {
 
 /// A picture of a height map in false colours, with legend and scale bar.
 ///
@@ -17,14 +17,14 @@ class HeightPreview {
   static constexpr int kMostPixels = 1400;
 
   /// @param rows the distance of rows; `squareCells`: not known, take that of columns
-  HeightPreview(int columnCount, int rowCount, const Axis& columns, const Axis& rows,
+  HeightPreview(int columnCount, int rowCount, const io::Axis& columns, const io::Axis& rows,
                 bool squareCells);
 
   /// Looks at the next rows of the map, which come in order.
   void addRows(int count, const std::uint16_t* heights);
 
   /// Draws the picture; the caller commits.
-  void write(OutputFile& file, const Axis& values, const std::string& unit) const;
+  void write(io::OutputFile& file, const io::Axis& values, const std::string& unit) const;
 
  private:
   const int columnCount_;
@@ -37,4 +37,4 @@ class HeightPreview {
   int nextLine_ = 0;  // of the picture
 };
 
-}  // namespace planex_tools
+}  // namespace planex::tools

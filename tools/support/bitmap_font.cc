@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 constexpr char32_t kFirst = U' ';
@@ -55,4 +55,4 @@ const Glyph& glyphOf(char32_t character) {
   return character == U'\u00B5' ? kMicro : kBox;
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-namespace planex_tools {
+namespace planex::tools {
 
 /// One letter of 5 x 7 dots: a number per row from the top, its bit 16 the leftmost dot.
 using Glyph = std::array<std::uint8_t, 7>;
@@ -12,4 +12,4 @@ using Glyph = std::array<std::uint8_t, 7>;
 ///         other
 const Glyph& glyphOf(char32_t character);
 
-}  // namespace planex_tools
+}  // namespace planex::tools

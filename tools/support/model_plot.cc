@@ -13,7 +13,7 @@
 
 #include "tools/support/picture.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -32,7 +32,7 @@ constexpr Color kRegion{110, 200, 230};
 /// The view of the laser plane: X to the right, Z up.
 class PlaneView {
  public:
-  PlaneView(Picture& picture, const FieldOfView& view)
+  PlaneView(Picture& picture, const scan::FieldOfView& view)
       : picture_(picture),
         scale_(std::min((kWidth - 2 * kMargin) / (view.xMax - view.xMin),
                         (kViewHeight - 2 * kMargin) / (view.zMax - view.zMin))),
@@ -112,8 +112,8 @@ void drawCorners(Picture& picture, const PlaneView& plane, const PointList& outl
   }
 }
 
-void drawPlane(Picture& picture, const CalibrationModel& model, const FieldOfView& view,
-               const std::optional<RegionSummary>& region, const std::string& unit) {
+void drawPlane(Picture& picture, const CalibrationModel& model, const scan::FieldOfView& view,
+               const std::optional<scan::RegionSummary>& region, const std::string& unit) {
   PlaneView plane(picture, view);
   drawGrid(picture, plane, unit);
   drawSensorLines(model, plane);
@@ -135,7 +135,8 @@ void drawPlane(Picture& picture, const CalibrationModel& model, const FieldOfVie
 
 /// One map of the region in a panel of half the picture's width.
 void drawMap(Picture& picture, int left, int top, std::string_view title,
-             const RegionSummary& region, const cmnalg::Image& values, const std::string& unit) {
+             const scan::RegionSummary& region, const cmnalg::Image& values,
+             const std::string& unit) {
   double min = std::numeric_limits<double>::infinity(), max = -min;
   const auto valueAt = [&](int column, int row) {
     return region.count.GetPixel(column, row) > 0 ? values.GetPixel(column, row)
@@ -171,9 +172,9 @@ void drawMap(Picture& picture, int left, int top, std::string_view title,
 
 }  // namespace
 
-void plotModel(const CalibrationModel& model, const FieldOfView& view,
-               const std::optional<RegionSummary>& region, const std::string& unit,
-               OutputFile& file) {
+void plotModel(const CalibrationModel& model, const scan::FieldOfView& view,
+               const std::optional<scan::RegionSummary>& region, const std::string& unit,
+               io::OutputFile& file) {
   Picture picture(kWidth, kViewHeight + (region ? 2 * kMapHeight + 20 : 0));
   drawPlane(picture, model, view, region, unit);
   if (region) {
@@ -188,4 +189,4 @@ void plotModel(const CalibrationModel& model, const FieldOfView& view,
   picture.writePng(file);
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <planex/io/output_file.h>
+#include <planex/scan/model_summary.h>
+
 #include <optional>
 #include <string>
 
-#include "tools/support/model_summary.h"
-#include "tools/support/output_file.h"
-
-namespace planex_tools {
+namespace planex::tools {
 
 /// Draws what the sensor sees of the laser plane, X to the right and Z up, both to one scale: the
 /// border of the sensor, every eighth of its rows and columns faintly, the calibrated region, a
@@ -14,8 +14,8 @@ namespace planex_tools {
 /// false colour, each map with its legend; cells without points stay dark.
 ///
 /// @param file  receives a PNG; the caller commits
-void plotModel(const datafusion::planex::CalibrationModel& model, const FieldOfView& view,
-               const std::optional<RegionSummary>& region, const std::string& unit,
-               OutputFile& file);
+void plotModel(const datafusion::planex::CalibrationModel& model, const scan::FieldOfView& view,
+               const std::optional<scan::RegionSummary>& region, const std::string& unit,
+               io::OutputFile& file);
 
-}  // namespace planex_tools
+}  // namespace planex::tools

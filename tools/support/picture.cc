@@ -1,6 +1,7 @@
 #include "tools/support/picture.h"
 
 #include <fmt/format.h>
+#include <planex/io/failure.h>
 #include <png.h>
 
 #include <algorithm>
@@ -9,9 +10,8 @@
 #include <utility>
 
 #include "tools/support/bitmap_font.h"
-#include "tools/support/failure.h"
 
-namespace planex_tools {
+namespace planex::tools {
 namespace {
 
 constexpr int kStops = 7;
@@ -140,7 +140,7 @@ int Picture::textWidth(std::string_view text, int scale) {
   return letters * kGlyphWidth * scale;
 }
 
-void Picture::writePng(OutputFile& file) const {
+void Picture::writePng(io::OutputFile& file) const {
   png_image image = {};
   image.version = PNG_IMAGE_VERSION;
   image.width = static_cast<png_uint_32>(width_);
@@ -148,8 +148,8 @@ void Picture::writePng(OutputFile& file) const {
   image.format = PNG_FORMAT_RGB;
   static_assert(sizeof(Color) == 3, "rows without padding");
   if (png_image_write_to_stdio(&image, file.stream(), 0, pixels_.data(), 0, nullptr) == 0) {
-    throw Failure(file.path(), std::string("cannot be written (") + image.message +
-                                   "); check the space on the disk");
+    throw io::Failure(file.path(), std::string("cannot be written (") + image.message +
+                                       "); check the space on the disk");
   }
 }
 
@@ -215,4 +215,4 @@ void drawScaleBar(Picture& picture, int x, int y, int mostPixels, double pixelsP
   picture.fill(x + width - scale, barY - 2 * scale, scale, 5 * scale, kInk);
 }
 
-}  // namespace planex_tools
+}  // namespace planex::tools

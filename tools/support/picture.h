@@ -1,13 +1,13 @@
 #pragma once
 
+#include <planex/io/output_file.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tools/support/output_file.h"
-
-namespace planex_tools {
+namespace planex::tools {
 
 struct Color {
   std::uint8_t r = 0, g = 0, b = 0;
@@ -49,7 +49,7 @@ class Picture {
   static int textWidth(std::string_view text, int scale = 1);
 
   /// Writes the picture as a PNG; the caller commits.
-  void writePng(OutputFile& file) const;
+  void writePng(io::OutputFile& file) const;
 
  private:
   std::size_t index(int x, int y) const {
@@ -83,4 +83,4 @@ void drawLegend(Picture& picture, int x, int y, int height, double min, double m
 void drawScaleBar(Picture& picture, int x, int y, int mostPixels, double pixelsPerUnit,
                   std::string_view unit, int scale = 1);
 
-}  // namespace planex_tools
+}  // namespace planex::tools

@@ -1,0 +1,166 @@
+#include "planex/io/output_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "planex/io/failure.h"
+
+namespace planex::io {
+namespace {
+
+/// Names that a signal handler may read at any time: `used` is set after and cleared before a
+/// change of `name`.
+struct UnfinishedFile {
+  std::atomic<bool> used{false};
+  std::array<char, PATH_MAX> name{};
+};
+std::array<UnfinishedFile, 16> unfinishedFiles;
+
+static_assert(std::atomic<bool>::is_always_lock_free, "read in signal handlers");
+
+int rememberUnfinished(const std::string& name) {
+  for (std::size_t i = 0; i < unfinishedFiles.size(); ++i) {
+    UnfinishedFile& file = unfinishedFiles[i];
+    if (file.used || name.size() >= file.name.size()) continue;
+    std::memcpy(file.name.data(), name.c_str(), name.size() + 1);
+    file.used = true;
+    return static_cast<int>(i);
+  }
+  return -1;
+}
+
+extern "C" void removeUnfinishedFiles(int signal) {
+  for (const UnfinishedFile& file : unfinishedFiles) {
+    if (file.used) unlink(file.name.data());
+  }
+  std::signal(signal, SIG_DFL);
+  raise(signal);
+}
+
+namespace fs = std::filesystem;
+
+fs::path folderOf(const fs::path& file) {
+  return file.has_parent_path() ? file.parent_path() : ".";
+}
+
+/// The file that `path` names behind its links; `path` itself where nothing exists.
+std::string targetOf(const std::string& path, bool force) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) return path;
+  if (!force) throw Failure(path, "exists; choose another name or overwrite it with --force");
+  if (stat(path.c_str(), &status) != 0) {
+    throw Failure(path, "is a link to nothing; remove it or choose another name");
+  }
+  if (!S_ISREG(status.st_mode)) throw Failure(path, "is not a regular file; choose another name");
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) != nullptr ? resolved : path;
+}
+
+/// Whether an unfinished file is to have that name.
+bool isBeingWritten(const std::string& target) {
+  return std::any_of(unfinishedFiles.begin(), unfinishedFiles.end(), [&](const auto& file) {
+    std::error_code error;
+    const fs::path temporary = file.used ? file.name.data() : "";
+    return temporary.stem() == fs::path(target).filename() &&
+           fs::equivalent(folderOf(temporary), folderOf(target), error);
+  });
+}
+
+/// mkstemp makes files that only their owner may read.
+void givePermissions(int descriptor, const std::string& target) {
+  struct stat status;
+  mode_t mode = 0;
+  if (stat(target.c_str(), &status) == 0) {
+    mode = status.st_mode & 07777;
+  } else {
+    const mode_t mask = umask(0);
+    umask(mask);
+    mode = 0666 & ~mask;
+  }
+  fchmod(descriptor, mode);
+}
+
+std::string reason() { return std::strerror(errno); }
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& path, bool force)
+    : path_(path), target_(targetOf(path, force)), temporary_(target_ + ".XXXXXX"), force_(force) {
+  if (isBeingWritten(target_)) {
+    throw Failure(path_, "is the name of two outputs; give each its own");
+  }
+  sigset_t all, before;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &before);  // between the making of the file and its remembering
+  const int descriptor = mkstemp(temporary_.data());
+  const int error = errno;
+  if (descriptor >= 0) slot_ = rememberUnfinished(temporary_);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  if (descriptor < 0) {
+    throw Failure(path_, std::string("cannot be created (") + std::strerror(error) +
+                             "); check the folder and its permissions");
+  }
+  givePermissions(descriptor, target_);
+  stream_ = fdopen(descriptor, "w+b");
+}
+
+OutputFile::~OutputFile() {
+  if (stream_ != nullptr) std::fclose(stream_);
+  if (!temporary_.empty()) unlink(temporary_.c_str());
+  if (slot_ >= 0) unfinishedFiles[static_cast<std::size_t>(slot_)].used = false;
+}
+
+void OutputFile::write(const void* data, std::size_t size) {
+  if (size > 0 && std::fwrite(data, 1, size, stream_) != size) {
+    throw Failure(path_, "cannot be written (" + reason() + "); check the space on the disk");
+  }
+}
+
+void OutputFile::close() {
+  std::FILE* stream = stream_;
+  stream_ = nullptr;
+  const bool good = std::ferror(stream) == 0;
+  if (std::fclose(stream) != 0 || !good) {
+    throw Failure(path_, "cannot be written (" + reason() + "); check the space on the disk");
+  }
+}
+
+void OutputFile::commit() {
+  close();
+  // Without force the name must still be free; file systems that cannot promise it are asked first.
+  int result = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(),
+                         force_ ? 0U : static_cast<unsigned>(RENAME_NOREPLACE));
+  if (result != 0 && errno == EINVAL && access(target_.c_str(), F_OK) != 0) {
+    result = std::rename(temporary_.c_str(), target_.c_str());
+  }
+  if (result != 0) {
+    throw Failure(path_, "cannot be given its name (" + reason() +
+                             "); choose another name or overwrite it with --force");
+  }
+  temporary_.clear();
+}
+
+void removeUnfinishedFilesOnSignals() {
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE}) {
+    struct sigaction action = {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
+    action = {};
+    action.sa_handler = removeUnfinishedFiles;
+    sigaction(signal, &action, nullptr);
+  }
+}
+
+}  // namespace planex::io

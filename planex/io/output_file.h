@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "planex/infra/export.h"
+
+namespace planex::io {
+
+/// A file that appears under its name when it is complete, and not before.
+///
+///     OutputFile file("height.png", context.force);
+///     file.write(bytes, size);          // or writers that take stream() or temporaryPath()
+///     file.commit();
+///
+/// The bytes go to a temporary name in the same folder. commit() gives them their name in one
+/// step; without it the destructor and the signals that end a program remove them. Every failure is
+/// a Failure with the name of the file. Files are made and destroyed on one thread.
+class PLANEX_EXPORT OutputFile {
+ public:
+  /// @param path  a name that no file has, unless `force` is set, which replaces a regular file;
+  ///              what else exists (folders, devices) is refused, and a file that another
+  ///              OutputFile writes. A link is followed
+  OutputFile(const std::string& path, bool force);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  /// The name that the file is to have, as it was given.
+  const std::string& path() const { return path_; }
+  /// The name that it has until commit().
+  const std::string& temporaryPath() const { return temporary_; }
+  /// Where to write, binary, positioned at the start; readable too. Closed by commit().
+  std::FILE* stream() const { return stream_; }
+
+  /// Appends bytes at the position of the stream.
+  void write(const void* data, std::size_t size);
+  void write(std::string_view text) { write(text.data(), text.size()); }
+
+  /// Flushes, closes and renames. Refuses a name that was taken meanwhile, unless forced.
+  void commit();
+
+ private:
+  void close();
+
+  std::string path_;
+  std::string target_;  // path_ behind links
+  std::string temporary_;
+  std::FILE* stream_ = nullptr;
+  int slot_ = -1;  // in the list of files that a signal removes
+  bool force_;
+};
+
+/// Has SIGINT, SIGQUIT, SIGTERM, SIGHUP and SIGPIPE remove the unfinished files before they end the
+/// process, and files that pass a limit fail as on a full disk. Called once, before the first
+/// OutputFile.
+PLANEX_EXPORT void removeUnfinishedFilesOnSignals();
+
+}  // namespace planex::io

@@ -1,0 +1,165 @@
+#include <png.h>
+
+#include <algorithm>
+#include <array>
+#include <csetjmp>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "planex/io/image_formats.h"
+#include "planex/io/input_file.h"
+
+namespace planex::io {
+namespace {
+
+/// Compressed rows are at most this many times smaller than what they stand for (deflate's limit
+/// is 1032).
+constexpr std::uint64_t kMaximumRatio = 1040;
+
+/// One pass through a PNG with libpng, which leaves by longjmp where something is wrong. So every
+/// function that calls it has setjmp and no object that wants destroying; errors are false and a
+/// text.
+class PngPass {
+ public:
+  explicit PngPass(const InputFile& file) : file_(file) {}
+  ~PngPass() { png_destroy_read_struct(&png_, &info_, nullptr); }
+  PngPass(const PngPass&) = delete;
+  PngPass& operator=(const PngPass&) = delete;
+
+  bool begin() {
+    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, onError, onWarning);
+    if (png_ == nullptr) return false;
+    if (setjmp(png_jmpbuf(png_)) != 0) return false;
+    info_ = png_create_info_struct(png_);
+    if (info_ == nullptr) return false;
+    png_set_read_fn(png_, this, readBytes);
+    png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+    png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, 0);
+    png_read_info(png_, info_);
+    if (png_get_bit_depth(png_, info_) == 16) png_set_swap(png_);  // PNG has the high byte first
+    return true;
+  }
+
+  bool readRow(void* row) {
+    if (setjmp(png_jmpbuf(png_)) != 0) return false;
+    png_read_row(png_, static_cast<png_bytep>(row), nullptr);
+    return true;
+  }
+
+  /// Past the last row: the check sums of the rows and what follows them.
+  bool end() {
+    if (setjmp(png_jmpbuf(png_)) != 0) return false;
+    png_read_end(png_, nullptr);
+    return true;
+  }
+
+  std::uint64_t width() const { return png_get_image_width(png_, info_); }
+  std::uint64_t height() const { return png_get_image_height(png_, info_); }
+  int bits() const { return png_get_bit_depth(png_, info_); }
+  bool grey() const { return png_get_color_type(png_, info_) == PNG_COLOR_TYPE_GRAY; }
+  bool interlaced() const { return png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE; }
+  const char* error() const { return error_.data(); }
+
+ private:
+  static PngPass& of(png_structp png) { return *static_cast<PngPass*>(png_get_error_ptr(png)); }
+
+  [[noreturn]] static void onError(png_structp png, png_const_charp text) {
+    std::snprintf(of(png).error_.data(), of(png).error_.size(), "%s", text);
+    png_longjmp(png, 1);
+  }
+
+  /// What libpng only warns of concerns chunks that are not looked at, or rows with a wrong check
+  /// sum at the end, which are damaged.
+  static void onWarning(png_structp png, png_const_charp text) {
+    if (std::strstr(text, "ADLER32") != nullptr || std::strstr(text, "IDAT") != nullptr) {
+      onError(png, text);
+    }
+  }
+
+  static void readBytes(png_structp png, png_bytep bytes, std::size_t count) {
+    PngPass& pass = *static_cast<PngPass*>(png_get_io_ptr(png));
+    if (pass.fill(bytes, count)) return;
+    png_error(png, "end of file");
+  }
+
+  bool fill(unsigned char* bytes, std::size_t count) {
+    while (count > 0) {
+      if (position_ == filled_) {
+        offset_ += filled_;
+        position_ = 0;
+        filled_ = file_.readAt(offset_, buffer_.data(), buffer_.size());
+        if (filled_ == 0) return false;
+      }
+      const std::size_t part = std::min(count, filled_ - position_);
+      std::memcpy(bytes, buffer_.data() + position_, part);
+      position_ += part;
+      bytes += part;
+      count -= part;
+    }
+    return true;
+  }
+
+  const InputFile& file_;
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+  std::array<char, 128> error_{"out of memory"};
+  std::array<unsigned char, 65536> buffer_;
+  std::uint64_t offset_ = 0;  // in the file, of the buffer
+  std::size_t position_ = 0, filled_ = 0;
+};
+
+class PngReader final : public ImageReader {
+ public:
+  explicit PngReader(const std::string& path) : ImageReader(path), file_(path) {
+    beginPass();
+    const int bits = pass_->bits();
+    if (!pass_->grey() || (bits != 8 && bits != 16)) {
+      refuse("is no greyscale image of 8 or 16 bits; convert it to one");
+    }
+    if (pass_->interlaced()) refuse("is interlaced; save it without interlacing");
+    announce(pass_->width(), pass_->height(),
+             bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16);
+    // Neither factor exceeds 31 bits.
+    const std::uint64_t bytes = shape().rowBytes() * static_cast<std::uint64_t>(shape().height);
+    if (bytes / kMaximumRatio > file_.size()) {
+      refuse(
+          "announces more pixels than a file of its size can hold; fetch it again from where it "
+          "was made");
+    }
+  }
+
+ private:
+  void beginPass() {
+    pass_.reset();
+    pass_ = std::make_unique<PngPass>(file_);
+    row_ = 0;
+    if (!pass_->begin()) {
+      refuse(std::string("is a damaged PNG (") + pass_->error() +
+             "); fetch it again from where it was made");
+    }
+  }
+
+  void readNextRow(void* row) override {
+    if (!pass_->readRow(row)) refuseRow(row_, pass_->error());
+    if (++row_ == shape().height && !pass_->end()) refuseRow(row_ - 1, pass_->error());
+  }
+
+  void rewind() override {
+    if (row_ > 0) beginPass();
+  }
+
+  InputFile file_;
+  std::unique_ptr<PngPass> pass_;
+  int row_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<ImageReader> openPng(const std::string& path) {
+  return std::make_unique<PngReader>(path);
+}
+
+}  // namespace planex::io

@@ -1,0 +1,24 @@
+// The kinds of raster files behind RasterWriter::create.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "planex/io/raster_writer.h"
+
+namespace planex::io {
+
+/// @{
+/// As RasterWriter::create.
+std::unique_ptr<RasterWriter> createPng(OutputFile& file, const RasterDescription& description);
+std::unique_ptr<RasterWriter> createTiff(OutputFile& file, const RasterDescription& description);
+/// @}
+
+/// Pairs of keyword and text, as they stand in a PNG.
+std::vector<std::pair<std::string, std::string>> describeInText(const RasterDescription& raster);
+/// The same as the XML document that GDAL keeps in TIFF tag 42112.
+std::string describeInGdalXml(const RasterDescription& raster);
+
+}  // namespace planex::io

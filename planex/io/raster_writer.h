@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "planex/infra/export.h"
+#include "planex/io/output_file.h"
+#include "planex/io/raster.h"
+
+namespace planex::io {
+
+/// The kinds of raster files.
+enum class RasterFormat { kPng, kTiff };
+
+/// Writes a raster row by row, from the first to the last. The bytes of the file do not depend on
+/// how many rows come at a time. Failures name the file.
+class PLANEX_EXPORT RasterWriter {
+ public:
+  /// @param file        empty; stays open while the writer is used, and is committed afterwards
+  /// @param description stored in the file too: in a TIFF as tags that GDAL reads, in a PNG as text
+  ///                    chunks. A PNG has one layer of integers
+  static std::unique_ptr<RasterWriter> create(RasterFormat format, OutputFile& file,
+                                              const RasterDescription& description);
+
+  virtual ~RasterWriter() = default;
+  RasterWriter(const RasterWriter&) = delete;
+  RasterWriter& operator=(const RasterWriter&) = delete;
+
+  /// Appends `count` rows without padding; layers[i] has those of layer i.
+  virtual void writeRows(int count, const std::vector<const void*>& layers) = 0;
+  /// Completes the file, after all rows.
+  virtual void finish() = 0;
+
+ protected:
+  RasterWriter() = default;
+};
+
+}  // namespace planex::io

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "planex/infra/export.h"
+#include "planex/io/output_file.h"
+
+namespace planex::io {
+
+/// Standard output, or a file that appears when all of it was written.
+class PLANEX_EXPORT TextOutput {
+ public:
+  /// @param path  "" and "-": standard output
+  TextOutput(const std::string& path, bool force);
+  void write(std::string_view text);
+  void commit();
+
+ private:
+  std::unique_ptr<OutputFile> file_;
+};
+
+}  // namespace planex::io

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <tiffio.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace planex::io {
+
+struct CloseTiff {
+  void operator()(TIFF* tiff) const { TIFFClose(tiff); }
+};
+
+/// A TIFF file of libtiff whose complaints are kept instead of printed.
+class TiffFile {
+ public:
+  /// @param mode as for TIFFOpen
+  /// get() is null when it cannot be opened.
+  TiffFile(const std::string& path, const char* mode);
+  ~TiffFile();
+  TiffFile(const TiffFile&) = delete;
+  TiffFile& operator=(const TiffFile&) = delete;
+
+  TIFF* get() const { return tiff_.get(); }
+  /// The first complaint, or "".
+  const std::string& error() const { return error_; }
+  void close() { tiff_.reset(); }
+
+ private:
+  static int onError(TIFF* tiff, void* self, const char* module, const char* format, va_list args);
+  static int onWarning(TIFF* tiff, void* self, const char* module, const char* format,
+                       va_list args);
+
+  std::string error_;
+  std::unique_ptr<TIFF, CloseTiff> tiff_;  // closing may complain
+};
+
+}  // namespace planex::io

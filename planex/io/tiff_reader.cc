@@ -1,0 +1,132 @@
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include "planex/io/image_formats.h"
+#include "planex/io/input_file.h"
+#include "planex/io/tiff_file.h"
+
+namespace planex::io {
+namespace {
+
+/// Compressed strips are decoded from memory as a whole.
+constexpr std::uint64_t kMaximumStrip = std::uint64_t{128} << 20;
+
+/// Strips of one sample per pixel. Uncompressed rows are read where they stand in the file, so that
+/// a file of one large strip needs no more memory than others.
+class TiffReader final : public ImageReader {
+ public:
+  explicit TiffReader(const std::string& path)
+      : ImageReader(path), file_(path), tiff_(path, "rm") {  // m: not mapped into memory
+    if (tiff_.get() == nullptr) refuseDamaged(tiff_.error());
+    checkLayout();
+    std::uint32_t width = 0, height = 0;
+    std::uint16_t bits = 1;
+    TIFFGetField(tiff_.get(), TIFFTAG_IMAGEWIDTH, &width);
+    TIFFGetField(tiff_.get(), TIFFTAG_IMAGELENGTH, &height);
+    TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_BITSPERSAMPLE, &bits);
+    announce(width, height, bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16);
+    checkStrips();
+  }
+
+ private:
+  [[noreturn]] void refuseDamaged(const std::string& reason) const {
+    refuse("is a damaged TIFF (" + (reason.empty() ? std::string("unreadable") : reason) +
+           "); fetch it again from where it was made");
+  }
+
+  std::uint16_t tag(std::uint32_t name) const {
+    std::uint16_t value = 0;
+    TIFFGetFieldDefaulted(tiff_.get(), name, &value);
+    return value;
+  }
+
+  void checkLayout() const {
+    const std::uint16_t bits = tag(TIFFTAG_BITSPERSAMPLE);
+    if (tag(TIFFTAG_SAMPLESPERPIXEL) != 1 || (bits != 8 && bits != 16) ||
+        tag(TIFFTAG_SAMPLEFORMAT) != SAMPLEFORMAT_UINT ||
+        tag(TIFFTAG_PHOTOMETRIC) != PHOTOMETRIC_MINISBLACK ||
+        tag(TIFFTAG_FILLORDER) != FILLORDER_MSB2LSB) {
+      refuse("is no greyscale image of 8 or 16 bits without sign, black at 0; convert it to one");
+    }
+    if (TIFFIsTiled(tiff_.get()) != 0) refuse("is stored in tiles; save it in strips");
+    if (TIFFLastDirectory(tiff_.get()) == 0) refuse("holds several images; extract one of them");
+    if (TIFFIsCODECConfigured(tag(TIFFTAG_COMPRESSION)) == 0) {
+      refuse("is compressed in a way that is not supported; save it uncompressed");
+    }
+  }
+
+  /// Every strip must lie in the file, an uncompressed one with all of its rows.
+  void checkStrips() {
+    plain_ = tag(TIFFTAG_COMPRESSION) == COMPRESSION_NONE;
+    std::uint32_t rows = 0;
+    TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_ROWSPERSTRIP, &rows);
+    rowsPerStrip_ =
+        static_cast<int>(std::min<std::uint64_t>(rows, static_cast<std::uint64_t>(shape().height)));
+    if (rowsPerStrip_ < 1) refuseDamaged("strips without rows");
+    const int strips = (shape().height - 1) / rowsPerStrip_ + 1;
+    if (TIFFNumberOfStrips(tiff_.get()) != static_cast<std::uint32_t>(strips)) {
+      refuseDamaged("number of strips");
+    }
+    for (int strip = 0; strip < strips; ++strip) checkStrip(strip);
+  }
+
+  void checkStrip(int strip) const {
+    int failed = 0;
+    const auto number = static_cast<std::uint32_t>(strip);
+    const std::uint64_t offset = TIFFGetStrileOffsetWithErr(tiff_.get(), number, &failed);
+    const std::uint64_t count = TIFFGetStrileByteCountWithErr(tiff_.get(), number, &failed);
+    const int first = strip * rowsPerStrip_;
+    const int rows = std::min(rowsPerStrip_, shape().height - first);
+    const std::uint64_t needed = plain_ ? static_cast<std::uint64_t>(rows) * shape().rowBytes() : 1;
+    if (failed != 0) refuseDamaged(tiff_.error());
+    if (offset > file_.size() || count > file_.size() - offset || count < needed) {
+      refuseRow(first, "its strip does not lie in the file");
+    }
+    if (!plain_ && count > kMaximumStrip) refuse("has very large strips; save it in smaller ones");
+  }
+
+  void readNextRow(void* row) override {
+    if (plain_) {
+      readPlainRow(row);
+    } else if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(row_), 0) != 1) {
+      refuseRow(row_, tiff_.error());
+    }
+    ++row_;
+  }
+
+  void readPlainRow(void* row) const {
+    const std::size_t bytes = shape().rowBytes();
+    const std::uint64_t strip =
+        TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(row_ / rowsPerStrip_));
+    const std::uint64_t offset = strip + static_cast<std::uint64_t>(row_ % rowsPerStrip_) * bytes;
+    if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
+    if (shape().type == cmnalg::IMAGE_TYPE_UINT16 && TIFFIsByteSwapped(tiff_.get()) != 0) {
+      TIFFSwabArrayOfShort(static_cast<std::uint16_t*>(row), shape().width);
+    }
+  }
+
+  void rewind() override { row_ = 0; }
+
+  void skipRows(int count) override {
+    if (plain_) {
+      row_ += count;
+    } else {
+      ImageReader::skipRows(count);
+    }
+  }
+
+  InputFile file_;
+  TiffFile tiff_;
+  bool plain_ = false;
+  int rowsPerStrip_ = 1;
+  int row_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<ImageReader> openTiff(const std::string& path) {
+  return std::make_unique<TiffReader>(path);
+}
+
+}  // namespace planex::io

@@ -1,0 +1,102 @@
+#include "planex/scan/sensor.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdint>
+
+#include "planex/io/failure.h"
+#include "planex/io/json_value.h"
+#include "planex/io/model_file.h"
+
+namespace planex::scan {
+namespace {
+
+using io::Failure;
+
+/// The sidecar's object "sensor"; null when there is neither a file nor an object in it.
+class Sidecar {
+ public:
+  Sidecar(const SensorSettings& settings, const std::string& image)
+      : path_(!settings.sidecar.empty() ? settings.sidecar
+              : image.empty()           ? image
+                                        : image + ".json") {
+    if (path_.empty() || (settings.sidecar.empty() && access(path_.c_str(), F_OK) != 0)) return;
+    json_.reset(cJSON_Parse(io::readTextFile(path_).c_str()));
+    if (json_ == nullptr) throw Failure(path_, "is not JSON; correct it or name another --sensor");
+    sensor_ = cJSON_GetObjectItemCaseSensitive(json_.get(), "sensor");
+    if (sensor_ == nullptr ? !settings.sidecar.empty() : !cJSON_IsObject(sensor_)) {
+      throw Failure(path_, "has no object \"sensor\"; add one or name another --sensor");
+    }
+  }
+
+  /// A number by which positions are multiplied; see number().
+  double scale(const std::optional<double>& setting, const char* name, double otherwise) const {
+    const double value = number(setting, name, otherwise);
+    if (value == 0) throw Failure(path_, std::string("sensor.") + name + " is 0; correct it");
+    return value;
+  }
+
+  /// The file where it gives the number, else the model.
+  const std::string& sourceOf(const char* name, const std::string& model) const {
+    return cJSON_HasObjectItem(sensor_, name) != 0 ? path_ : model;
+  }
+
+  /// The setting, else the member, else the default.
+  double number(const std::optional<double>& setting, const char* name, double otherwise) const {
+    if (setting) return *setting;
+    const cJSON* item = cJSON_GetObjectItemCaseSensitive(sensor_, name);
+    if (item == nullptr) {
+      if (cJSON_HasObjectItem(sensor_, name) == 0) return otherwise;
+      throw Failure(path_, std::string("sensor.") + name + " is not spelt so; correct it");
+    }
+    if (!cJSON_IsNumber(item) || !std::isfinite(item->valuedouble)) {
+      throw Failure(path_, std::string("sensor.") + name + " is not a number; correct it");
+    }
+    return item->valuedouble;
+  }
+
+ private:
+  std::string path_;
+  io::JsonValue json_;
+  const cJSON* sensor_ = nullptr;
+};
+
+/// What is left of a sensor of that size from the origin on, in the direction of the scale.
+double remaining(double scale, double origin, int sensorSize) {
+  return std::floor(scale < 0 ? origin : sensorSize - origin);
+}
+
+/// A size from the settings, from the sidecar, or what is left of the sensor.
+std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& setting,
+                         const std::string& name, double left, const std::string& model) {
+  const double size = sidecar.number(setting, name.c_str(), left);
+  if (size >= 1 && size <= 65535 && std::floor(size) == size) {
+    return static_cast<std::uint16_t>(size);
+  }
+  const std::string& source = sidecar.sourceOf(name.c_str(), model);
+  if (source != model) throw Failure(source, "sensor." + name + " is not 1 to 65535; correct it");
+  throw Failure(model, "its sensor has no " + std::string(name == "width" ? "columns" : "rows") +
+                           " from the origin on; correct --origin-" +
+                           (name == "width" ? "x" : "z") + " or give --sensor-" + name);
+}
+
+}  // namespace
+
+SensorTraits resolveSensor(const SensorSettings& settings, const std::string& image,
+                           const datafusion::planex::CalibrationModel& model,
+                           const std::string& modelName) {
+  const Sidecar sidecar(settings, image);
+  SensorTraits traits{};
+  traits.scaleX = sidecar.scale(settings.scaleX, "scaleX", 1);
+  traits.originX = sidecar.number(settings.originX, "originX", 0);
+  traits.scaleZ = sidecar.scale(settings.scaleZ, "scaleZ", 1.0 / 16);
+  traits.originZ = sidecar.number(settings.originZ, "originZ", 0);
+  const double columns = remaining(traits.scaleX, traits.originX, model.SensorSize.x);
+  const double rows = remaining(traits.scaleZ, traits.originZ, model.SensorSize.y);
+  traits.width = regionSize(sidecar, settings.width, "width", columns, modelName);
+  traits.height = regionSize(sidecar, settings.height, "height", rows, modelName);
+  return traits;
+}
+
+}  // namespace planex::scan

@@ -1,0 +1,114 @@
+#include "tools/cli/scan_options.h"
+
+#include <planex/io/failure.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <system_error>
+
+#include "tools/cli/options.h"
+
+namespace planex::tools {
+namespace {
+
+constexpr int kBlockPixels = 1 << 20;
+
+[[noreturn]] void refuseRows(const RowOptions& options, const io::ImageShape& image) {
+  throw CLI::ValidationError("--rows", "'" + options.rows + "' is no part A:B of the rows 0:" +
+                                           std::to_string(image.height) + " of the image");
+}
+
+/// The number between begin and end; `otherwise` where nothing stands there.
+int parseRow(const char* begin, const char* end, int otherwise, const RowOptions& options,
+             const io::ImageShape& image) {
+  if (begin == end) return otherwise;
+  int row = 0;
+  const auto result = std::from_chars(begin, end, row);
+  if (result.ec != std::errc() || result.ptr != end) refuseRows(options, image);
+  return row;
+}
+
+bool isScale(double value) { return value != 0; }
+bool isSize(double value) { return value >= 1 && value <= 65535 && std::floor(value) == value; }
+
+}  // namespace
+
+void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
+  const NumberRule scale{isScale, "must not be 0"};
+  const NumberRule size{isSize, "must be 1 to 65535"};
+  const auto number = [&](const char* name, std::optional<double>& value, const char* text,
+                          const NumberRule& rule) {
+    addNumberOption(command, name, value, text, rule)->group("Sensor");
+  };
+  number("--scale-x", settings.scaleX, "Sensor columns per image column [1]", scale);
+  number("--origin-x", settings.originX, "Sensor column of image column 0 [0]", {});
+  number("--scale-z", settings.scaleZ, "Sensor rows per step of the range values [1/16]", scale);
+  number("--origin-z", settings.originZ, "Sensor row of range value 0 [0]", {});
+  number("--sensor-width", settings.width,
+         "Columns of the sensor region [up to the edge of the sensor]", size);
+  number("--sensor-height", settings.height,
+         "Rows of the sensor region [up to the edge of the sensor]", size);
+  command
+      .add_option("--sensor", settings.sidecar,
+                  "JSON file whose object \"sensor\" has scaleX, originX, scaleZ, originZ, width, "
+                  "height; by default IMAGE.json where that exists")
+      ->type_name("FILE")
+      ->group("Sensor");
+}
+
+void addRowOptions(CLI::App& command, RowOptions& options) {
+  command
+      .add_option("--rows", options.rows,
+                  "Process rows A to B - 1 only, counted from 0; A or B may be left out")
+      ->type_name("A:B");
+  command
+      .add_option("--block", options.block,
+                  "Hold N rows in memory at a time; results do not depend on it")
+      ->check(CLI::Range(1, 1 << 20))
+      ->type_name("N");
+}
+
+scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& image) {
+  scan::RowBlocks blocks{0, image.height, options.block};
+  if (!options.rows.empty()) {
+    const char* const begin = options.rows.data();
+    const char* const end = begin + options.rows.size();
+    const char* const colon = std::find(begin, end, ':');
+    if (colon == end) refuseRows(options, image);
+    blocks.first = parseRow(begin, colon, 0, options, image);
+    blocks.end = parseRow(colon + 1, end, image.height, options, image);
+    if (blocks.first < 0 || blocks.first >= blocks.end || blocks.end > image.height) {
+      refuseRows(options, image);
+    }
+  }
+  if (blocks.block == 0) blocks.block = std::max(1, kBlockPixels / image.width);
+  return blocks;
+}
+
+void addYOptions(CLI::App& command, YOptions& options, bool withFile) {
+  CLI::Option* scale =
+      addNumberOption(command, "--y-scale", options.scale, "Distance of neighbouring rows [1]");
+  CLI::Option* offset = addNumberOption(command, "--y-offset", options.offset, "Y of row 0 [0]");
+  if (!withFile) return;
+  command
+      .add_option("--y-file", options.file, "File with the Y of every row of the image, one a line")
+      ->type_name("FILE")
+      ->excludes(scale)
+      ->excludes(offset);
+}
+
+scan::YPositions resolveY(const YOptions& options, int rows) {
+  return options.file.empty() ? scan::YPositions(options.line())
+                              : scan::YPositions(options.file, rows);
+}
+
+void warnOfValuesOutside(std::int64_t count, const std::string& range) {
+  if (count == 0) return;
+  std::fprintf(stderr,
+               "planex: %s: %lld values lie outside the sensor; check --scale-z and --origin-z\n",
+               io::inOneLine(range).c_str(), static_cast<long long>(count));
+}
+
+}  // namespace planex::tools
