@@ -107,8 +107,8 @@ class Rectification {
   bool rectifyWithImage(std::uint32_t i, const void* input, void* output, float* range) {
     const auto intensity = intensityOf(filter_.coRectifiedFormats[i], input);
     auto target = wrap<std::uint8_t>(output, grid_.width, grid_.height);
-    auto heights =
-        wrap<float>(range, range == nullptr ? 0 : grid_.width, range == nullptr ? 0 : grid_.height);
+    ImageOf<float> heights;
+    if (range != nullptr) heights = wrap<float>(range, grid_.width, grid_.height);
     return toRectifiedWorld(x_, z_, intensity, splat(), modeOf(filter_.rectificationMode), grid_,
                             filter_.missingDataValue, range == nullptr ? nullptr : &heights,
                             target);

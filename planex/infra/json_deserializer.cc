@@ -11,6 +11,7 @@
 
 #include "planex/infra/base64.h"
 #include "planex/infra/class_repository.h"
+#include "planex/infra/forwarding_visitor-inl.h"
 
 namespace base {
 namespace {
@@ -163,10 +164,6 @@ void JsonVisitingDeSerializer::VisitObject(const cJSON* node, etl::IVisitable& o
 
 // ---- Errors ----
 
-void JsonVisitingDeSerializer::SetError(const etl::String& text) {
-  if (!HasError()) error_ = text;
-}
-
 void JsonVisitingDeSerializer::SetArraySizeMismatch() {
   FailInClass("Serialized array size mismatch");
 }
@@ -258,55 +255,9 @@ bool JsonVisitingDeSerializer::Assign(const cJSON* node, T& value, const char* n
 }
 
 template <typename T>
-void JsonVisitingDeSerializer::ReadMember(T& value, const char* name) {
+void JsonVisitingDeSerializer::VisitPrimitive(T& value, const char* name) {
   const cJSON* const node = Member(name);
   if (node != nullptr) Assign(node, value, name);
-}
-
-void JsonVisitingDeSerializer::VisitMemberB(bool& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberC(char& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberI8(std::int8_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberI16(std::int16_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberI32(std::int32_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberI64(std::int64_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberUI8(std::uint8_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberUI16(std::uint16_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberUI32(std::uint32_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberUI64(std::uint64_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberIP(std::intptr_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberUIP(std::uintptr_t& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberF32(float& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberF64(double& value, const char* name) {
-  ReadMember(value, name);
-}
-void JsonVisitingDeSerializer::VisitMemberEInternal(std::int32_t& value, const char* name) {
-  ReadMember(value, name);
 }
 
 void JsonVisitingDeSerializer::VisitMemberS(etl::String& value, const char* name) {
@@ -463,7 +414,7 @@ void JsonVisitingDeSerializer::EndVisitingArray(etl::ArrayType type) {
 }
 
 template <typename T>
-void JsonVisitingDeSerializer::ReadPodArray(T* values) {
+void JsonVisitingDeSerializer::VisitPrimitives(T* values) {
   if (HasError()) return;
   if (!IsInsideArrayOf(etl::ArrayType::Primitives)) return SetError(kArrayMismatch);
   Level& level = levels_.back();
@@ -473,19 +424,6 @@ void JsonVisitingDeSerializer::ReadPodArray(T* values) {
     level.next = level.next->next;
   }
 }
-
-void JsonVisitingDeSerializer::VisitPodArray(bool* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(char* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::int8_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::int16_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::int32_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::int64_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::uint8_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::uint16_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::uint32_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(std::uint64_t* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(float* values) { ReadPodArray(values); }
-void JsonVisitingDeSerializer::VisitPodArray(double* values) { ReadPodArray(values); }
 
 // ---- Big data arrays ----
 
@@ -517,8 +455,8 @@ const char* JsonVisitingDeSerializer::CheckedBigData(const etl::BigDataArray& ar
   }
   std::uint64_t elems = 0;
   std::uint64_t elemSize = 0;
-  ReadMember(elems, "numOfElems");
-  ReadMember(elemSize, "elemSz");
+  VisitPrimitive(elems, "numOfElems");
+  VisitPrimitive(elemSize, "elemSz");
   if (HasError()) return nullptr;
   std::size_t expected = 0;
   if (__builtin_mul_overflow(array.rows, array.rowElems, &expected) || elems != expected ||
@@ -543,3 +481,5 @@ void JsonVisitingDeSerializer::FillBigData(const etl::BigDataArray& array, const
 }
 
 }  // namespace base
+
+template class etl::ForwardingVisitor<base::JsonVisitingDeSerializer>;

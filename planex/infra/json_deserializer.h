@@ -7,6 +7,7 @@
 
 #include "planex/infra/containers.h"
 #include "planex/infra/export.h"
+#include "planex/infra/forwarding_visitor.h"
 #include "planex/infra/visitor.h"
 
 struct cJSON;
@@ -62,7 +63,8 @@ namespace base {
 ///     "Problems decoding BASE64 'data' field of member 'M' while de-serializing class 'C'";
 ///   - "EndVisitingArray() mismatch", "Nested EndVisiting() mismatch": a Visit that opens and
 ///     closes unevenly.
-class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
+class PLANEX_EXPORT JsonVisitingDeSerializer final
+    : public etl::ForwardingVisitor<JsonVisitingDeSerializer> {
  public:
   /// Parses the text at once; it need not live on.
   /// @param text       NUL-terminated
@@ -87,24 +89,9 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
 
   etl::VisitType GetVisitType() const override { return etl::VisitType::Reading; }
 
-  void VisitMemberB(bool& value, const char* name) override;
-  void VisitMemberC(char& value, const char* name) override;
-  void VisitMemberI8(std::int8_t& value, const char* name) override;
-  void VisitMemberI16(std::int16_t& value, const char* name) override;
-  void VisitMemberI32(std::int32_t& value, const char* name) override;
-  void VisitMemberI64(std::int64_t& value, const char* name) override;
-  void VisitMemberUI8(std::uint8_t& value, const char* name) override;
-  void VisitMemberUI16(std::uint16_t& value, const char* name) override;
-  void VisitMemberUI32(std::uint32_t& value, const char* name) override;
-  void VisitMemberUI64(std::uint64_t& value, const char* name) override;
-  void VisitMemberIP(std::intptr_t& value, const char* name) override;
-  void VisitMemberUIP(std::uintptr_t& value, const char* name) override;
-  void VisitMemberF32(float& value, const char* name) override;
-  void VisitMemberF64(double& value, const char* name) override;
   void VisitMemberS(etl::String& value, const char* name) override;
   void VisitMemberBU(etl::Buffer& value, const char* name) override;
   void VisitMemberByteArray(unsigned char* bytes, std::size_t size, const char* name) override;
-  void VisitMemberEInternal(std::int32_t& value, const char* name) override;
 
   void BeginVisiting(const char* className) override;
   void EndVisiting(const char* className) override;
@@ -117,26 +104,12 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
   void BeginVisitingArray(etl::ArrayType type, std::size_t& count, const char* name) override;
   void VisitArraySeparator() override;
   void EndVisitingArray(etl::ArrayType type) override;
-  void VisitPodArray(bool* values) override;
-  void VisitPodArray(char* values) override;
-  void VisitPodArray(std::int8_t* values) override;
-  void VisitPodArray(std::int16_t* values) override;
-  void VisitPodArray(std::int32_t* values) override;
-  void VisitPodArray(std::int64_t* values) override;
-  void VisitPodArray(std::uint8_t* values) override;
-  void VisitPodArray(std::uint16_t* values) override;
-  void VisitPodArray(std::uint32_t* values) override;
-  void VisitPodArray(std::uint64_t* values) override;
-  void VisitPodArray(float* values) override;
-  void VisitPodArray(double* values) override;
   void VisitBigDataArray(const etl::BigDataArray& array, const char* name) override;
 
-  void SetError(const etl::String& text) override;
-  bool HasError() const override { return !error_.empty(); }
-  const etl::String& GetErrorDescription() const override { return error_; }
   void SetArraySizeMismatch() override;
 
  private:
+  friend class etl::ForwardingVisitor<JsonVisitingDeSerializer>;
   enum class LevelKind { Object, SubObject, Array };
   struct Level {
     LevelKind kind;
@@ -160,7 +133,7 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
   template <typename T>
   bool Assign(const cJSON* node, T& value, const char* name);
   template <typename T>
-  void ReadMember(T& value, const char* name);
+  void VisitPrimitive(T& value, const char* name);
 
   bool IsInside(LevelKind kind) const;
   bool IsInsideArrayOf(etl::ArrayType type) const;
@@ -168,7 +141,7 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
   void Leave(LevelKind kind);
   const cJSON* NextArray(const char* name);
   template <typename T>
-  void ReadPodArray(T* values);
+  void VisitPrimitives(T* values);
   const char* CheckedBigData(const etl::BigDataArray& array, std::size_t& bytes);
   void FillBigData(const etl::BigDataArray& array, const char* text, std::size_t bytes,
                    const char* name);
@@ -184,7 +157,10 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final : public etl::IVisitor {
   const bool exactNames_;
   const cJSON* objectNode_ = nullptr;  // what the next BeginVisiting enters
   std::vector<Level> levels_;
-  etl::String error_;
 };
 
 }  // namespace base
+
+/// @cond explicit instantiation
+extern template class etl::ForwardingVisitor<base::JsonVisitingDeSerializer>;
+/// @endcond

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "planex/infra/base64.h"
+#include "planex/infra/forwarding_visitor-inl.h"
 
 namespace base {
 namespace {
@@ -67,10 +68,6 @@ void JsonVisitingSerializer::SetNumOfSignificants(unsigned short floatDigits,
                                                   unsigned short doubleDigits) {
   floatDigits_ = std::clamp<int>(floatDigits, 1, kMaxDigits);
   doubleDigits_ = std::clamp<int>(doubleDigits, 1, kMaxDigits);
-}
-
-void JsonVisitingSerializer::SetError(const etl::String& text) {
-  if (!HasError()) error_ = text;
 }
 
 // ---- Text ----
@@ -152,6 +149,8 @@ void JsonVisitingSerializer::PutNumber(T value) {
   std::to_chars_result end{};
   if constexpr (std::is_same_v<T, bool>) {
     return PutText(value ? "true" : "false");
+  } else if constexpr (std::is_same_v<T, char>) {
+    return PutNumber(static_cast<std::int8_t>(value));  // the same text where char is unsigned
   } else if constexpr (std::is_floating_point_v<T>) {
     if (std::isnan(value)) return PutText("nan");
     if (std::isinf(value)) return PutText(value > 0 ? "inf" : "-inf");
@@ -178,54 +177,8 @@ bool JsonVisitingSerializer::BeginMember(const char* name) {
 }
 
 template <typename T>
-void JsonVisitingSerializer::WriteNumber(T value, const char* name) {
+void JsonVisitingSerializer::VisitPrimitive(T value, const char* name) {
   if (BeginMember(name)) PutNumber(value);
-}
-
-void JsonVisitingSerializer::VisitMemberB(bool& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberC(char& value, const char* name) {
-  WriteNumber(static_cast<std::int8_t>(value), name);  // the same text where char is unsigned
-}
-void JsonVisitingSerializer::VisitMemberI8(std::int8_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberI16(std::int16_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberI32(std::int32_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberI64(std::int64_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberUI8(std::uint8_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberUI16(std::uint16_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberUI32(std::uint32_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberUI64(std::uint64_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberIP(std::intptr_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberUIP(std::uintptr_t& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberF32(float& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberF64(double& value, const char* name) {
-  WriteNumber(value, name);
-}
-void JsonVisitingSerializer::VisitMemberEInternal(std::int32_t& value, const char* name) {
-  WriteNumber(value, name);
 }
 
 void JsonVisitingSerializer::VisitMemberS(etl::String& value, const char* name) {
@@ -320,7 +273,7 @@ void JsonVisitingSerializer::EndVisitingArray(etl::ArrayType type) {
 }
 
 template <typename T>
-void JsonVisitingSerializer::WritePodArray(const T* values) {
+void JsonVisitingSerializer::VisitPrimitives(T* values) {
   if (HasError()) return;
   if (!IsInside(LevelKind::Array) || levels_.back().arrayType != etl::ArrayType::Primitives) {
     return SetError(kArrayMismatch);
@@ -332,21 +285,6 @@ void JsonVisitingSerializer::WritePodArray(const T* values) {
   }
 }
 
-void JsonVisitingSerializer::VisitPodArray(bool* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(char* values) {
-  WritePodArray(reinterpret_cast<const std::int8_t*>(values));
-}
-void JsonVisitingSerializer::VisitPodArray(std::int8_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::int16_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::int32_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::int64_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::uint8_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::uint16_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::uint32_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(std::uint64_t* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(float* values) { WritePodArray(values); }
-void JsonVisitingSerializer::VisitPodArray(double* values) { WritePodArray(values); }
-
 void JsonVisitingSerializer::VisitBigDataArray(const etl::BigDataArray& array, const char* name) {
   std::size_t elems = 0;
   std::size_t bytes = 0;
@@ -354,8 +292,8 @@ void JsonVisitingSerializer::VisitBigDataArray(const etl::BigDataArray& array, c
     return SetError("Big data array of invalid size");
   }
   BeginVisitingSubObject(name, "");
-  WriteNumber(elems, "numOfElems");
-  WriteNumber(array.elemSize, "elemSz");
+  VisitPrimitive(elems, "numOfElems");
+  VisitPrimitive(array.elemSize, "elemSz");
   if (BeginMember("endian")) PutQuoted(array.elemSize == 1 ? "neutral" : "little");
   if (BeginMember("elemTypes")) PutQuoted(array.elemType);
   if (BeginMember("data")) {
@@ -369,3 +307,5 @@ void JsonVisitingSerializer::VisitBigDataArray(const etl::BigDataArray& array, c
 }
 
 }  // namespace base
+
+template class etl::ForwardingVisitor<base::JsonVisitingSerializer>;

@@ -9,6 +9,7 @@
 
 #include "planex/infra/containers.h"
 #include "planex/infra/export.h"
+#include "planex/infra/forwarding_visitor.h"
 #include "planex/infra/out_stream.h"
 #include "planex/infra/visitor.h"
 
@@ -48,7 +49,7 @@ enum class Details : std::int32_t {
 /// reached the stream before stays there. Texts: "Could not write to the output stream",
 /// "EndVisitingArray() mismatch" and "Nested EndVisiting() mismatch" (a Visit that opens and
 /// closes unevenly), "Big data array of invalid size". Only std::bad_alloc is thrown.
-class PLANEX_EXPORT JsonVisitingSerializer : public etl::IVisitor {
+class PLANEX_EXPORT JsonVisitingSerializer : public etl::ForwardingVisitor<JsonVisitingSerializer> {
  public:
   /// @param stream receives the text in pieces; must outlive the serialiser
   JsonVisitingSerializer(etl::OutStream& stream, bool pretty);
@@ -66,24 +67,9 @@ class PLANEX_EXPORT JsonVisitingSerializer : public etl::IVisitor {
 
   etl::VisitType GetVisitType() const override { return etl::VisitType::Writing; }
 
-  void VisitMemberB(bool& value, const char* name) override;
-  void VisitMemberC(char& value, const char* name) override;
-  void VisitMemberI8(std::int8_t& value, const char* name) override;
-  void VisitMemberI16(std::int16_t& value, const char* name) override;
-  void VisitMemberI32(std::int32_t& value, const char* name) override;
-  void VisitMemberI64(std::int64_t& value, const char* name) override;
-  void VisitMemberUI8(std::uint8_t& value, const char* name) override;
-  void VisitMemberUI16(std::uint16_t& value, const char* name) override;
-  void VisitMemberUI32(std::uint32_t& value, const char* name) override;
-  void VisitMemberUI64(std::uint64_t& value, const char* name) override;
-  void VisitMemberIP(std::intptr_t& value, const char* name) override;
-  void VisitMemberUIP(std::uintptr_t& value, const char* name) override;
-  void VisitMemberF32(float& value, const char* name) override;
-  void VisitMemberF64(double& value, const char* name) override;
   void VisitMemberS(etl::String& value, const char* name) override;
   void VisitMemberBU(etl::Buffer& value, const char* name) override;
   void VisitMemberByteArray(unsigned char* bytes, std::size_t size, const char* name) override;
-  void VisitMemberEInternal(std::int32_t& value, const char* name) override;
 
   void BeginVisiting(const char* className) override;
   void EndVisiting(const char* className) override;
@@ -96,25 +82,10 @@ class PLANEX_EXPORT JsonVisitingSerializer : public etl::IVisitor {
   void BeginVisitingArray(etl::ArrayType type, std::size_t& count, const char* name) override;
   void VisitArraySeparator() override;
   void EndVisitingArray(etl::ArrayType type) override;
-  void VisitPodArray(bool* values) override;
-  void VisitPodArray(char* values) override;
-  void VisitPodArray(std::int8_t* values) override;
-  void VisitPodArray(std::int16_t* values) override;
-  void VisitPodArray(std::int32_t* values) override;
-  void VisitPodArray(std::int64_t* values) override;
-  void VisitPodArray(std::uint8_t* values) override;
-  void VisitPodArray(std::uint16_t* values) override;
-  void VisitPodArray(std::uint32_t* values) override;
-  void VisitPodArray(std::uint64_t* values) override;
-  void VisitPodArray(float* values) override;
-  void VisitPodArray(double* values) override;
   void VisitBigDataArray(const etl::BigDataArray& array, const char* name) override;
 
-  void SetError(const etl::String& text) override;
-  bool HasError() const override { return !error_.empty(); }
-  const etl::String& GetErrorDescription() const override { return error_; }
-
  private:
+  friend class etl::ForwardingVisitor<JsonVisitingSerializer>;
   enum class LevelKind { Wrapper, Object, SubObject, Array };  // Wrapper: of "class" and "data"
   struct Level {
     LevelKind kind;
@@ -138,9 +109,9 @@ class PLANEX_EXPORT JsonVisitingSerializer : public etl::IVisitor {
   template <typename T>
   void PutNumber(T value);
   template <typename T>
-  void WriteNumber(T value, const char* name);
+  void VisitPrimitive(T value, const char* name);
   template <typename T>
-  void WritePodArray(const T* values);
+  void VisitPrimitives(T* values);
   void Flush();
 
   etl::OutStream& stream_;
@@ -151,7 +122,10 @@ class PLANEX_EXPORT JsonVisitingSerializer : public etl::IVisitor {
   bool objectExpected_ = false;  // a member name is written, BeginVisiting gives its value
   std::vector<Level> levels_;
   std::string pending_;  // not yet in the stream
-  etl::String error_;
 };
 
 }  // namespace base
+
+/// @cond explicit instantiation
+extern template class etl::ForwardingVisitor<base::JsonVisitingSerializer>;
+/// @endcond
