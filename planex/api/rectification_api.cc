@@ -105,7 +105,7 @@ class Rectification {
   /// The height map together with co-rectified image i; `range` is null for all but the last. False
   /// where the algorithm refuses.
   bool rectifyWithImage(std::uint32_t i, const void* input, void* output, float* range) {
-    const auto intensity = intensityOf(filter_.coRectifiedFormats[i], input);
+    const ImageOf<std::uint8_t>& intensity = intensityOf(filter_.coRectifiedFormats[i], input);
     auto target = wrap<std::uint8_t>(output, grid_.width, grid_.height);
     ImageOf<float> heights;
     if (range != nullptr) heights = wrap<float>(range, grid_.width, grid_.height);
@@ -141,8 +141,11 @@ class Rectification {
   }
 
   /// A Mono8 input as it is; a Mono16 input reduced to 8 bits, in memory that serves all of them.
-  ImageOf<std::uint8_t> intensityOf(std::uint32_t format, const void* input) {
-    if (format == PLANEX_PIXEL_FORMAT_MONO8) return wrapInput<std::uint8_t>(input);
+  const ImageOf<std::uint8_t>& intensityOf(std::uint32_t format, const void* input) {
+    if (format == PLANEX_PIXEL_FORMAT_MONO8) {
+      mono8_ = wrapInput<std::uint8_t>(input);
+      return mono8_;
+    }
     CalibrationException::throwUnless(
         reduced_.Create(filter_.inputSize.width, filter_.inputSize.height,
                         Image::s_defaultImageAllocator),
@@ -150,7 +153,7 @@ class Rectification {
     const auto* values = static_cast<const std::uint16_t*>(input);
     reduceIntensities(values, inputPixels(), findIntensityLimits(values, inputPixels()),
                       reduced_.GetRowPtr(0));
-    return wrapInput<std::uint8_t>(reduced_.GetData());
+    return reduced_;
   }
 
   datafusion::planex::SplatShape splat() const {
@@ -161,7 +164,7 @@ class Rectification {
   const RectificationFilter& filter_;
   ImageOf<float> x_, z_;
   datafusion::planex::HeightGrid grid_;
-  ImageOf<std::uint8_t> reduced_;
+  ImageOf<std::uint8_t> mono8_, reduced_;
 };
 
 bool rectifyImages(Rectification& rectification, std::uint32_t count, const void* const* inputs,

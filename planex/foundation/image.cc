@@ -5,7 +5,7 @@
 
 #include "planex/foundation/image_of.h"
 #include "planex/infra/class_repository.h"
-#include "planex/infra/logger.h"
+#include "planex/infra/refusal.h"
 
 namespace cmnalg {
 namespace {
@@ -91,8 +91,7 @@ bool Image::Create(void* data, ImageType type, int width, int height, int pitch,
 
 bool Image::RefuseType() {
   data_.InvalidateImage();
-  base::Logger::Get("Image").Warning("Unexpected programming error.");
-  return false;
+  return base::refuse("Image", "Unexpected programming error.");
 }
 
 ImageType Image::GetType() const { return data_.GetType(); }

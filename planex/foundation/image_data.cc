@@ -9,7 +9,7 @@
 
 #include "planex/foundation/pixel_dispatch.h"
 #include "planex/foundation/pixel_value.h"
-#include "planex/infra/logger.h"
+#include "planex/infra/refusal.h"
 
 namespace cmnalg {
 namespace {
@@ -196,8 +196,7 @@ bool ImageData::LiesInOwnBuffer(const void* data) const {
 
 bool ImageData::Refuse(const char* text) {
   InvalidateImage();
-  base::Logger::Get("Image").Warning("%s", text);
-  return false;
+  return base::refuse("Image", text);
 }
 
 void ImageData::Release() noexcept {

@@ -52,22 +52,19 @@ class PlanBuilder {
     return true;
   }
 
-  // In the plane: homographies with A and its inverse.
-  bool CalibratedToAligned2D() {
-    return AddAlignment(MappingStep::Project, 9, false,
-                        [](const Matrix& e) { return inPlaneAlignment(e); });
-  }
-  bool AlignedToCalibrated2D() {
-    return AddAlignment(MappingStep::Project, 9, true,
-                        [](const Matrix& e) { return inPlaneAlignment(e); });
-  }
-
-  // In space: E and its inverse.
-  bool CalibratedToAligned3D() {
-    return AddAlignment(MappingStep::Transform, 12, false, [](const Matrix& e) { return e; });
-  }
-  bool AlignedToCalibrated3D() {
-    return AddAlignment(MappingStep::Transform, 12, true, [](const Matrix& e) { return e; });
+  /// In the plane with the homography A (Project), in space with E (Transform), or their inverse.
+  bool Alignment(MappingStep step, bool inverted) {
+    if (!poseUsable(model_)) return refuse("Invalid pose matrix.");
+    const bool inPlane = step == MappingStep::Project;
+    Matrix matrix = skewedPose(model_);
+    if (inPlane) matrix = inPlaneAlignment(matrix);
+    if (inverted) {
+      Matrix inverse;
+      if (!cmnalg::math::Inverse(inverse, matrix)) return refuse("Invalid pose matrix.");
+      matrix = inverse;
+    }
+    plan_.Add(step, matrix.Data(), inPlane ? 9 : 12);
+    return true;
   }
 
   void Profile(MappingStep step, double yOffset, double yScale) {
@@ -88,19 +85,6 @@ class PlanBuilder {
     if (!model_.SheetCurve.empty()) plan_.Add(step, model_.SheetCurve.data(), 6);
   }
 
-  template <typename PartOf>
-  bool AddAlignment(MappingStep step, int count, bool inverted, PartOf partOf) {
-    if (!poseUsable(model_)) return refuse("Invalid pose matrix.");
-    Matrix matrix = partOf(skewedPose(model_));
-    if (inverted) {
-      Matrix inverse;
-      if (!cmnalg::math::Inverse(inverse, matrix)) return refuse("Invalid pose matrix.");
-      matrix = inverse;
-    }
-    plan_.Add(step, matrix.Data(), count);
-    return true;
-  }
-
   const CalibrationModel& model_;
   MappingPlan plan_;
 };
@@ -115,9 +99,10 @@ bool run(const MappingPlan& plan, const etl::Vector<Point>& in, etl::Vector<Poin
 
 bool addPlaneSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem to) {
   if (from == CoordinateSystem::Pixel && !builder.PixelToCalibrated()) return false;
-  if (from == CoordinateSystem::Aligned && !builder.AlignedToCalibrated2D()) return false;
+  if (from == CoordinateSystem::Aligned && !builder.Alignment(MappingStep::Project, true))
+    return false;
   if (to == CoordinateSystem::Pixel) return builder.CalibratedToPixel();
-  return to == CoordinateSystem::Calibrated || builder.CalibratedToAligned2D();
+  return to == CoordinateSystem::Calibrated || builder.Alignment(MappingStep::Project, false);
 }
 
 bool addSpaceSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem to, double yOffset,
@@ -126,12 +111,13 @@ bool addSpaceSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem
     if (!builder.PixelToCalibrated()) return false;
     builder.Profile(MappingStep::ProfileToWorld, yOffset, yScale);
   }
-  if (from == CoordinateSystem::Aligned && !builder.AlignedToCalibrated3D()) return false;
+  if (from == CoordinateSystem::Aligned && !builder.Alignment(MappingStep::Transform, true))
+    return false;
   if (to == CoordinateSystem::Pixel) {
     builder.Profile(MappingStep::WorldToProfile, yOffset, yScale);
     return builder.CalibratedToPixel();
   }
-  return to == CoordinateSystem::Calibrated || builder.CalibratedToAligned3D();
+  return to == CoordinateSystem::Calibrated || builder.Alignment(MappingStep::Transform, false);
 }
 
 template <typename T>
