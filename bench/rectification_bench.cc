@@ -12,6 +12,8 @@ using cmnalg::Image;
 using cmnalg::ImageOf;
 using datafusion::planex::RectificationMode;
 
+constexpr std::size_t kPixels = std::size_t{bench::kWidth} * bench::kHeight;
+
 /// A profile of one point a column, with jitter, on a wavy surface.
 struct Scene {
   Scene()
@@ -67,7 +69,7 @@ void scalar(benchmark::State& state, RectificationMode mode, bool withIntensity)
     }
     benchmark::ClobberMemory();
   }
-  bench::reportItems(state, bench::kWidth * bench::kHeight);
+  bench::reportItems(state, kPixels);
 }
 
 void rectify(benchmark::State& state, RectificationMode mode, bool withIntensity) {
@@ -82,7 +84,7 @@ void rectify(benchmark::State& state, RectificationMode mode, bool withIntensity
     }
     benchmark::ClobberMemory();
   }
-  bench::reportItems(state, bench::kWidth * bench::kHeight);
+  bench::reportItems(state, kPixels);
 }
 
 #define MODE(mode, suffix, withIntensity)                                          \

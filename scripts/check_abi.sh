@@ -6,12 +6,12 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh build check
+scripts/setup.sh build abi
 description=tests/abi/planex.abi.gz
 build=build/abi
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-g \
   -DPLANEX_BUILD_TESTS=OFF -DPLANEX_BUILD_BENCH=OFF -DPLANEX_BUILD_EXAMPLES=OFF \
-  -DPLANEX_BUILD_TOOLS=OFF -DPLANEX_BUILD_PYTHON=OFF >/dev/null
+  -DPLANEX_BUILD_TOOLS=OFF >/dev/null
 cmake --build "$build" --target planex
 cmake --install "$build" --prefix "$build/prefix" >/dev/null
 abidw --suppressions tests/abi/abi_scope.ini --exported-interfaces-only \
