@@ -131,9 +131,9 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final
   const cJSON* ObjectMember(const char* name);
   const char* TextMember(const char* name);
   template <typename T>
-  bool Assign(const cJSON* node, T& value, const char* name);
+  PLANEX_HIDDEN bool Assign(const cJSON* node, T& value, const char* name);
   template <typename T>
-  void VisitPrimitive(T& value, const char* name);
+  PLANEX_HIDDEN void VisitPrimitive(T& value, const char* name);
 
   bool IsInside(LevelKind kind) const;
   bool IsInsideArrayOf(etl::ArrayType type) const;
@@ -141,7 +141,7 @@ class PLANEX_EXPORT JsonVisitingDeSerializer final
   void Leave(LevelKind kind);
   const cJSON* NextArray(const char* name);
   template <typename T>
-  void VisitPrimitives(T* values);
+  PLANEX_HIDDEN void VisitPrimitives(T* values);
   const char* CheckedBigData(const etl::BigDataArray& array, std::size_t& bytes);
   void FillBigData(const etl::BigDataArray& array, const char* text, std::size_t bytes,
                    const char* name);

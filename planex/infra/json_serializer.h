@@ -107,11 +107,11 @@ class PLANEX_EXPORT JsonVisitingSerializer : public etl::ForwardingVisitor<JsonV
   void PutBase64(const void* bytes, std::size_t size);
   void PutBase64Rows(const etl::BigDataArray& array);
   template <typename T>
-  void PutNumber(T value);
+  PLANEX_HIDDEN void PutNumber(T value);
   template <typename T>
-  void VisitPrimitive(T value, const char* name);
+  PLANEX_HIDDEN void VisitPrimitive(T value, const char* name);
   template <typename T>
-  void VisitPrimitives(T* values);
+  PLANEX_HIDDEN void VisitPrimitives(T* values);
   void Flush();
 
   etl::OutStream& stream_;
