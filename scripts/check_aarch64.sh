@@ -21,8 +21,7 @@ cmake -S . -B build/aarch64 -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_SYSTEM_N
   -DCMAKE_SYSTEM_PROCESSOR=aarch64 -DCMAKE_C_COMPILER=aarch64-linux-gnu-gcc \
   -DCMAKE_CXX_COMPILER=aarch64-linux-gnu-g++ \
   -DCMAKE_CROSSCOMPILING_EMULATOR="qemu-aarch64;-L;/usr/aarch64-linux-gnu" \
-  -DPLANEX_BUILD_BENCH=OFF -DPLANEX_BUILD_EXAMPLES=OFF -DPLANEX_BUILD_TOOLS=OFF \
-  -DPLANEX_BUILD_PYTHON=OFF >/dev/null
+  -DPLANEX_BUILD_BENCH=OFF -DPLANEX_BUILD_EXAMPLES=OFF -DPLANEX_BUILD_TOOLS=OFF >/dev/null
 cmake --build build/aarch64
 # Left out: what starts programs by itself, where no emulator stands in front of them (package_*,
 # host_*, FirstUse); and what the emulator makes too slow: many threads, and texts of millions of
