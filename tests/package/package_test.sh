@@ -50,7 +50,8 @@ case "$step" in
     ;;
   pkgconfig)
     export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
-    read -ra flags < <(pkg-config --cflags --libs "planex = $version")
+    # shellcheck disable=SC2162 # a blank in a path comes with a backslash before it
+    read -a flags < <(pkg-config --cflags --libs "planex = $version")
     flags+=("-Wl,-rpath,$prefix/$libdir")
     "$cc" -std=c99 "$here/consumer/c_consumer.c" -o "$scratch/c_consumer" "${flags[@]}"
     "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
