@@ -1,55 +1,86 @@
 #!/usr/bin/env bash
 # Everything .ci/run does, and the checks that take longer. Run it before a release.
+#   scripts/check_all.sh          the steps that have not passed on this commit yet
+#   scripts/check_all.sh STEP...  these steps, whether they have passed or not
+#   scripts/check_all.sh --list   the names of the steps
+# A step that fails keeps no other from running; the end names it. What a step printed stays in
+# build/check/STEP.log, that it passed in build/check/COMMIT; a working tree with changes leaves no
+# such mark.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-step() {
-  printf '\n=== %s (after %d s)\n' "$1" "$SECONDS"
+steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 clone)
+
+build() {
+  cmake --preset "$1" >/dev/null
+  cmake --build --preset "$@"
 }
 
-.ci/run
-scripts/setup.sh check
+step_ci() { .ci/run; }
+step_lint() { scripts/lint.sh; }
+step_sets() { scripts/check_instruction_sets.sh; }
+step_fuzz() { scripts/fuzz.sh 30; }
+step_locales() { scripts/check_locales.sh; }
+step_docs() { scripts/build_docs.sh; }
+step_coverage() { scripts/coverage.sh; }
+step_aarch64() { scripts/check_aarch64.sh; }
+step_tsan() { # logging only
+  build tsan --target planex_infra_test
+  ctest --preset tsan
+}
+step_valgrind() { # the C interface
+  build dev --target planex_api_test
+  # One thread: the memory of the OpenMP thread pool is never returned and would count as lost.
+  OMP_NUM_THREADS=1 valgrind --quiet --error-exitcode=1 --leak-check=full \
+    --errors-for-leak-kinds=definite build/dev/tests/planex_api_test \
+    --gtest_filter='-*TakesLinearTime'
+}
+step_tools() { # what the command writes, in Open3D; scans larger than memory
+  build release
+  /usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
+    build/release/tests/tools/whole_scan
+  /usr/bin/python3 tests/tools/large_scan_test.py build/release/tools/planex \
+    build/release/examples/scan
+}
+step_clone() { # the commands of the README, in a clone whose path is no plain word
+  clone=$(mktemp -d)
+  trap 'rm -rf "$clone"' EXIT
+  git clone --quiet . "$clone/plänex 2"
+  cd "$clone/plänex 2"
+  ./demo.sh
+  ./test.sh
+}
 
-step "Lint of all sources"
-scripts/lint.sh
+if [ "${1:-}" = --list ]; then
+  printf '%s\n' "${steps[@]}"
+  exit
+elif [ "${1:-}" = --run ]; then # a process of its own: what fails in it ends it, and nothing else
+  "step_$2" </dev/null
+  exit
+fi
+for step in "$@"; do
+  if ! declare -F "step_$step" >/dev/null; then
+    echo "check_all.sh: no step '$step'; there are: ${steps[*]}" >&2
+    exit 2
+  fi
+done
 
-step "Logging under ThreadSanitizer"
-cmake --preset tsan
-cmake --build --preset tsan --target planex_infra_test
-ctest --preset tsan
-
-step "Interface tests under valgrind"
-cmake --preset dev
-cmake --build --preset dev --target planex_api_test
-# One thread: the memory of the OpenMP thread pool is never returned and would count as lost.
-OMP_NUM_THREADS=1 valgrind --quiet --error-exitcode=1 --leak-check=full \
-  --errors-for-leak-kinds=definite build/dev/tests/planex_api_test \
-  --gtest_filter='-*TakesLinearTime'
-
-step "Instruction sets and compilers"
-scripts/check_instruction_sets.sh
-
-step "Fuzzing"
-scripts/fuzz.sh 30
-
-step "Binary interface"
-scripts/check_abi.sh
-
-step "Locales"
-scripts/check_locales.sh
-
-step "What the command writes, in Open3D; scans larger than memory"
-/usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
-  build/release/tests/tools/whole_scan
-/usr/bin/python3 tests/tools/large_scan_test.py build/release/tools/planex build/release/examples/scan
-
-step "API reference, without warnings"
-scripts/build_docs.sh
-
-step "The commands of the README, from a fresh clone"
-clone=$(mktemp -d)
-trap 'rm -rf "$clone"' EXIT
-git clone --quiet . "$clone/planex"
-(cd "$clone/planex" && ./demo.sh && ./test.sh) </dev/null
-
-step "Done"
+scripts/setup.sh build test lint clang abi check docs
+marks=build/check/$(git rev-parse HEAD)
+mkdir -p "$marks"
+failed=()
+for step in "${@:-${steps[@]}}"; do
+  if [ $# -eq 0 ] && [ -e "$marks/$step" ]; then
+    echo "=== $step has passed"
+    continue
+  fi
+  start=$SECONDS
+  echo "=== $step"
+  if scripts/check_all.sh --run "$step" 2>&1 | tee "build/check/$step.log"; then
+    [ -n "$(git status --porcelain)" ] || touch "$marks/$step"
+  else
+    failed+=("$step")
+  fi
+  echo "=== $step: $((SECONDS - start)) s"
+done
+[ ${#failed[@]} -eq 0 ] || { echo "Failed: ${failed[*]}; see build/check/*.log" >&2; exit 1; }

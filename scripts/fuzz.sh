@@ -11,7 +11,7 @@ seconds=${1:-30}
 shift || true
 [ $# -gt 0 ] || set -- $(ls fuzz/corpus)
 
-scripts/setup.sh build check
+scripts/setup.sh build clang
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 

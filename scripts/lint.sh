@@ -1,10 +1,21 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over all sources, or over those named as arguments.
+# Runs clang-tidy over all sources, or over those named as arguments. With --changed: over the
+# sources of what is installed and, of tests, benchmarks and examples, those that differ from the
+# main branch; on the main branch, from the commit before.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 cmake --preset tidy >/dev/null
-if [ $# -eq 0 ]; then
+if [ "${1:-}" = --changed ]; then
+  base=$(git merge-base HEAD origin/main 2>/dev/null || true)
+  [ "${base:-$(git rev-parse HEAD)}" != "$(git rev-parse HEAD)" ] || base=HEAD~
+  mapfile -t sources < <(
+    git ls-files '*.cc' '*.c' ':!tests' ':!fuzz' ':!bench' ':!examples'
+    git diff --name-only --diff-filter=d "$base" -- \
+      {tests,fuzz,bench,examples}/{'*.cc','*.c'}
+  )
+  set -- "${sources[@]}"
+elif [ $# -eq 0 ]; then
   mapfile -t sources < <(git ls-files '*.cc' '*.c')
   set -- "${sources[@]}"
 fi

@@ -9,8 +9,9 @@ declare -A packages=(
   [test]="libgtest-dev libgmock-dev libbenchmark-dev python3 python3-numpy python3-tifffile
     python3-pil"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
-  [check]="git valgrind clang-19 libclang-rt-19-dev libomp-19-dev
-    locales-all abigail-tools gcovr python3-gdal python3-opencv python3-open3d time"
+  [clang]="clang-19 libclang-rt-19-dev libomp-19-dev"
+  [abi]="abigail-tools"
+  [check]="git valgrind locales-all gcovr python3-gdal python3-opencv python3-open3d time"
   [docs]="doxygen graphviz"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
