@@ -2,7 +2,6 @@
 #include <planex/io/failure.h>
 #include <planex/io/library_warnings.h>
 #include <planex/io/output_file.h>
-#include <planex/version.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -41,18 +40,8 @@ std::string usageText(const CLI::App& app, const CLI::ParseError& error, const s
 int run(int argc, char** argv) {
   using namespace planex::tools;
   Context context;
-  CLI::App app(
-      "From range images of laser-line cameras to height maps and point clouds.\n"
-      "The option --help of a command tells its options and gives examples.",
-      "planex");
-  app.set_version_flag("--version", "planex " PLANEX_VERSION_STRING);
-  app.require_subcommand(1);
-  app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
-  for (const auto addCommand :
-       {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addMapCommand,
-        addBoundsCommand, addConvertCommand, addDiffCommand}) {
-    addCommand(app, context);
-  }
+  CLI::App app;
+  addCommands(app, context);
 
   try {
     app.parse(argc, argv);

@@ -67,6 +67,20 @@ case "$step" in
     # It finds its library beside itself.
     [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
     "$prefix/bin/planex" check "$source_dir/examples/models/simulated_camera.json"
+    [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]
+    # shellcheck disable=SC1091
+    source "$prefix/share/bash-completion/completions/planex"
+    cd "$source_dir/examples/models"
+    while read -r wanted line; do
+      read -ra COMP_WORDS <<<"planex $line"
+      COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+      _planex planex "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
+      [ "${COMPREPLY[*]}" = "$wanted" ]
+    done <<<"calibrate cal
+--pixel-size rectify m.json --pi
+darkest rectify m.json r.png --mode d
+2 convert --file-version 2
+simulated_camera.json diff sim"
     ;;
   *)
     echo "no step '$step'"

@@ -6,6 +6,9 @@
 
 namespace planex::tools {
 
+/// Makes `app` the command line of planex: what its help says, and all commands below.
+void addCommands(CLI::App& app, Context& context);
+
 /// @{
 /// Adds a command with its options. When the command line names it, it runs while the line is
 /// parsed, after all options are set; it throws Failure, or CLI::ParseError for what the line asks

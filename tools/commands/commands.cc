@@ -1,0 +1,22 @@
+#include "tools/commands/commands.h"
+
+#include <planex/version.h>
+
+namespace planex::tools {
+
+void addCommands(CLI::App& app, Context& context) {
+  app.name("planex");
+  app.description(
+      "From range images of laser-line cameras to height maps and point clouds.\n"
+      "The option --help of a command tells its options and gives examples.");
+  app.set_version_flag("--version", "planex " PLANEX_VERSION_STRING);
+  app.require_subcommand(1);
+  app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
+  for (const auto addCommand :
+       {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addMapCommand,
+        addBoundsCommand, addConvertCommand, addDiffCommand}) {
+    addCommand(app, context);
+  }
+}
+
+}  // namespace planex::tools
