@@ -372,10 +372,10 @@ std::string completion(const CLI::App& app, const std::vector<const CLI::App*>& 
   for (const CLI::Option* option : app.get_options()) words.push_back(namesOf(*option).back());
   return R"(# Completion of the command planex for bash.
 _planex() {
-  local current=$2 words= patterns= pattern
+  local current=$2 words='' patterns='' pattern
   local -a all
   local command=${COMP_WORDS[1]}
-  [ "$COMP_CWORD" -gt 1 ] || command=
+  [ "$COMP_CWORD" -gt 1 ] || command=''
   case "$command $3" in
     ' '*) )" +
          assignments(words, {}) + cases + R"(  esac
@@ -383,7 +383,7 @@ _planex() {
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     return
   fi
-  compopt -o filenames 2>/dev/null || true
+  compopt -o filenames 2>/dev/null
   read -ra all <<<"$patterns"
   mapfile -t COMPREPLY < <(
     compgen -d -- "$current"
