@@ -151,16 +151,12 @@ std::string escaped(const std::string& text) {
 std::string bold(const std::string& text) { return "\\fB" + escaped(text) + "\\fR"; }
 std::string italic(const std::string& text) { return "\\fI" + escaped(text) + "\\fR"; }
 
-std::string verbatim(const std::string& lines) {
-  return ".RS 4\n.nf\n" + escaped(lines) + ".fi\n.RE\n";
-}
-
 /// Paragraphs, indented lines and terms.
 std::string formatted(const std::string& text) {
   std::string page, lines;
   bool parted = false;
   const auto endLines = [&] {
-    if (!lines.empty()) page += verbatim(lines);
+    if (!lines.empty()) page += ".RS 4\n.nf\n" + escaped(lines) + ".fi\n.RE\n";
     lines.clear();
   };
   for (const std::string& line : split(text, '\n')) {
@@ -189,7 +185,12 @@ std::string section(const std::string& title, const std::string& body) {
   return body.empty() ? "" : ".SH " + title + "\n" + body;
 }
 
-std::string sentence(std::string text) { return text + (text.back() == '.' ? "" : "."); }
+std::string upper(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return text;
+}
+
+std::string sentence(const std::string& text) { return text + (text.back() == '.' ? "" : "."); }
 
 std::string joined(const Strings& parts, const std::string& between) {
   return fmt::format("{}", fmt::join(parts, between));
@@ -220,12 +221,10 @@ std::string entry(const CLI::Option& option, const std::string& page, Prose& pro
 }
 
 std::string header(const std::string& name, const std::string& description, Prose& prose) {
-  std::string title = name;
   std::string brief = description.substr(0, description.find('\n'));
-  for (char& c : title) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   brief[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(brief[0])));
   if (brief.back() == '.') brief.pop_back();
-  return ".TH " + escaped(title) + " 1 " + split(prose.find("DATE"), '\n').at(0) +
+  return ".TH " + escaped(upper(name)) + " 1 " + split(prose.find("DATE"), '\n').at(0) +
          " \"planex " PLANEX_VERSION_STRING "\" \"User Commands\"\n.SH NAME\n" + escaped(name) +
          " \\- " + escaped(brief) + "\n";
 }
@@ -235,9 +234,8 @@ std::string optionSections(const CLI::App& app, const std::string& page, Prose& 
   for (const std::string& group : app.get_groups()) {
     std::string body = formatted(prose.find(group));
     for (const CLI::Option* option : optionsOf(app, group)) body += entry(*option, page, prose);
-    std::string title = group == "Options" ? "OPTIONS" : group + " options";
-    for (char& c : title) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    if (!optionsOf(app, group).empty()) text += section(title, body);
+    const std::string title = group == "Options" ? group : group + " options";
+    if (!optionsOf(app, group).empty()) text += section(upper(title), body);
   }
   return text;
 }
@@ -255,11 +253,7 @@ std::pair<std::string, std::string> footerOf(const CLI::App& command) {
   if (examples == std::string::npos) {
     throw std::runtime_error(command.get_name() + ": its help gives no examples");
   }
-  std::string lines;
-  for (const std::string& line : split(footer.substr(examples + std::strlen(kExamples)), '\n')) {
-    lines += line.substr(std::min(line.find_first_not_of(' '), line.size())) + "\n";
-  }
-  return {footer.substr(0, examples), lines};
+  return {footer.substr(0, examples), footer.substr(examples + std::strlen(kExamples))};
 }
 
 std::string commandPage(const CLI::App& command, Prose& prose) {
@@ -280,7 +274,7 @@ std::string commandPage(const CLI::App& command, Prose& prose) {
          section("SYNOPSIS", synopsis + " [" + italic("OPTIONS") + "]\n") +
          section("DESCRIPTION", formatted(description + "\n" + remarks)) +
          section("ARGUMENTS", arguments) + optionSections(command, name, prose) +
-         proseSections(name, prose) + section("EXAMPLES", verbatim(examples)) +
+         proseSections(name, prose) + section("EXAMPLES", formatted(examples)) +
          section("SEE ALSO", bold("planex") + "(1)\n");
 }
 
@@ -298,7 +292,8 @@ std::string mainPage(const CLI::App& app, const std::vector<const CLI::App*>& co
                                  "] [" + italic("OPTIONS") + "]\n") +
          section("DESCRIPTION", formatted(prose.find("planex"))) + section("COMMANDS", list) +
          optionSections(app, "planex", prose) + proseSections("planex", prose) +
-         section("EXAMPLES", verbatim(examples)) + section("SEE ALSO", joined(pages, ",\n") + "\n");
+         section("EXAMPLES", formatted(examples)) +
+         section("SEE ALSO", joined(pages, ",\n") + "\n");
 }
 
 // ---- Completion ----
