@@ -57,7 +57,7 @@ TEST_F(CalibrationApi, SensorRegionMustLieWithinTheSensor) {
     SCOPED_TRACE(c.name);
     uint32_t filter = 77;
     EXPECT_EQ(createCalibrationFilter(handle, c.traits, {10, 10}, 0, &filter), c.inside);
-    EXPECT_EQ(log.takeOne(), c.inside ? "" : kMismatch);
+    EXPECT_EQ(log.TakeOne(), c.inside ? "" : kMismatch);
     EXPECT_EQ(filter == 77u, !c.inside);
   }
 }
@@ -242,7 +242,7 @@ TEST_F(CalibrationApi, RefusedBoundsLeaveTheRecordsAlone) {
     SplatSettings splat = {1, 2, 3};
     const uint32_t handle = makeModel(c.document);
     EXPECT_FALSE(calculateCalibrationBounds(handle, c.traits, c.size, &box, &splat));
-    EXPECT_EQ(log.takeOne(), c.message);
+    EXPECT_EQ(log.TakeOne(), c.message);
     EXPECT_EQ(box.xMin + box.zLevels, 10);
     EXPECT_EQ(splat.splatA + splat.splatC, 4);
   }
@@ -271,7 +271,7 @@ TEST_F(CalibrationApi, MorePixelsThanAnImageCanHaveAreRefused) {
   float x = 5;
   float z = 6;
   EXPECT_FALSE(applyCalibration(filter, &range, &x, &z));
-  EXPECT_EQ(log.takeOne(), "WARNING: Failed to allocate.");
+  EXPECT_EQ(log.TakeOne(), "WARNING: Failed to allocate.");
   EXPECT_EQ(x, 5);
   EXPECT_EQ(z, 6);
 }

@@ -153,7 +153,7 @@ class Failures : public ApiTest, public ::testing::WithParamInterface<Case> {
 
 TEST_P(Failures, LogOnceAndTouchNothing) {
   EXPECT_FALSE(GetParam().call(stage));
-  EXPECT_EQ(log.takeOne(), GetParam().message);
+  EXPECT_EQ(log.TakeOne(), GetParam().message);
   EXPECT_EQ(stage.handle, GetParam().handle);
   EXPECT_STREQ(stage.json, "abc");
   for (const float x : stage.x) EXPECT_EQ(x, 5);
@@ -167,7 +167,7 @@ TEST_F(ApiTest, ModelLimitComesBeforeTheText) {
   for (int i = 0; i < 256; ++i) makeModel();
   uint32_t handle = 77;
   EXPECT_FALSE(createModelFromJson("no json", &handle));
-  EXPECT_EQ(log.takeOne(),
+  EXPECT_EQ(log.TakeOne(),
             "SEVERE: Too many models created, destroy unused models by calling destroyModel()");
   EXPECT_EQ(handle, 0u);
 }

@@ -78,7 +78,7 @@ TEST_P(Handles, AtMost256AreAlive) {
   uint32_t refused = 77;
   EXPECT_FALSE(kind.create(&refused));
   EXPECT_EQ(refused, 0u);
-  EXPECT_EQ(log.takeOne(), kind.tooMany);
+  EXPECT_EQ(log.TakeOne(), kind.tooMany);
 
   const uint32_t last = handles.back();
   EXPECT_TRUE(kind.destroy(&handles[3]));
@@ -91,12 +91,12 @@ TEST_P(Handles, UnknownOnesAreRefusedAndKept) {
   uint32_t handle = create();
   const uint32_t destroyed = handle;
   EXPECT_TRUE(kind.destroy(&handle));
-  EXPECT_EQ(log.takeOne(), "");
+  EXPECT_EQ(log.TakeOne(), "");
   for (const uint32_t unknown : {0u, destroyed, 0xffffffffu}) {
     handle = unknown;
     EXPECT_FALSE(kind.destroy(&handle));
     EXPECT_EQ(handle, unknown);
-    EXPECT_EQ(log.takeOne(), kind.unknown);
+    EXPECT_EQ(log.TakeOne(), kind.unknown);
   }
 }
 
@@ -113,7 +113,7 @@ TEST_F(ApiTest, FiltersOutliveTheirModelButDoNotWork) {
   float x = 5;
   float z = 6;
   EXPECT_FALSE(applyCalibration(filter, &range, &x, &z));
-  EXPECT_EQ(log.takeOne(),
+  EXPECT_EQ(log.TakeOne(),
             "SEVERE: The provided model handle does not map to a previously created model");
   EXPECT_EQ(x, 5);
   EXPECT_EQ(z, 6);

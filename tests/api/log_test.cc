@@ -51,7 +51,7 @@ TEST_F(Log, FirstFailureInstallsAHandlerInPlaceOfOthers) {
 TEST_F(Log, WarningsOfOtherLoggersReachTheCallbackLowerLevelsDoNot) {
   base::Logger::Get("Image").Warning("seen %d", 1);
   base::Logger::Get("Image").Info("unseen");
-  EXPECT_EQ(log.takeOne(), "WARNING: seen 1");
+  EXPECT_EQ(log.TakeOne(), "WARNING: seen 1");
 }
 
 TEST_F(Log, CallbackMayUseTheInterfaceAndReplaceItself) {

@@ -34,7 +34,7 @@ TEST_F(ModelApi, ExportNeedsRoomForTextAndNul) {
   const std::string text = exported(model);
   std::vector<char> buffer(text.size() + 2, '#');
   EXPECT_FALSE(createJsonFromModel(model, buffer.data(), text.size()));
-  EXPECT_EQ(log.takeOne(), "SEVERE: The provided json buffer is to small for the model");
+  EXPECT_EQ(log.TakeOne(), "SEVERE: The provided json buffer is to small for the model");
   EXPECT_EQ(buffer[0], '#');
   EXPECT_TRUE(createJsonFromModel(model, buffer.data(), text.size() + 1));
   EXPECT_EQ(buffer.data(), text);
@@ -69,7 +69,7 @@ TEST_F(ModelApi, AcceptsDamagedDocumentsWhoseSensorSizeAgrees) {
     uint32_t model = 77;
     EXPECT_EQ(createModelFromJson(c.text.c_str(), &model), *c.message == '\0');
     EXPECT_EQ(model == 0, *c.message != '\0');
-    EXPECT_EQ(log.takeOne(), c.message);
+    EXPECT_EQ(log.TakeOne(), c.message);
   }
 }
 
@@ -100,15 +100,15 @@ TEST_F(ModelFile, RefusesWhatIsNoRegularFile) {
     uint32_t model = 77;
     EXPECT_FALSE(createModelFromFilePath(path, &model));
     EXPECT_EQ(model, 77u);
-    EXPECT_EQ(log.takeOne(), kNoFile);
+    EXPECT_EQ(log.TakeOne(), kNoFile);
   }
   EXPECT_FALSE(createModelFromFilePath(nullptr, nullptr));
-  EXPECT_EQ(log.takeOne(), kNoFile) << "no other check runs before the file is open";
+  EXPECT_EQ(log.TakeOne(), kNoFile) << "no other check runs before the file is open";
   write("");
   uint32_t model = 77;
   EXPECT_FALSE(createModelFromFilePath(path_.c_str(), &model));
   EXPECT_EQ(model, 0u);
-  EXPECT_EQ(log.takeOne(), kInvalidJson);
+  EXPECT_EQ(log.TakeOne(), kInvalidJson);
 }
 
 }  // namespace

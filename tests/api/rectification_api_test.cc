@@ -190,7 +190,7 @@ TEST_F(RectificationApi, RefusesOutputsThatAnotherImageNeeds) {
     void* const targets[] = {c.first, c.second};
     EXPECT_FALSE(rectify(makeFilter(1, formats), scan.x.data(), scan.z.data(), inputs, range.data(),
                          targets));
-    EXPECT_EQ(log.takeOne(), "WARNING: Cannot reuse source image as target image.");
+    EXPECT_EQ(log.TakeOne(), "WARNING: Cannot reuse source image as target image.");
     EXPECT_EQ(range, std::vector<float>(kCells, 7));
   }
 }
@@ -215,7 +215,7 @@ TEST_F(RectificationApi, RefusesUnusableGrids) {
     std::vector<float> range(kCells, 7);
     EXPECT_FALSE(rectify(makeFilter(99, {}, c.grid), scan.x.data(), scan.z.data(), nullptr,
                          range.data(), nullptr));
-    EXPECT_EQ(log.take().back(), "SEVERE: Invalid data in sensor traits scale X / Z");
+    EXPECT_EQ(log.Messages().back(), "Invalid data in sensor traits scale X / Z");
     EXPECT_EQ(range, std::vector<float>(kCells, 7));
   }
 }
@@ -230,7 +230,7 @@ TEST_F(RectificationApi, RefusesAnotherNumberOfRowsBeforeAskingForMemory) {
                        buffers.data(), nullptr));
   rusage after{};
   getrusage(RUSAGE_SELF, &after);
-  EXPECT_EQ(log.takeOne(), "WARNING: Target image must have the same height as the source image.");
+  EXPECT_EQ(log.TakeOne(), "WARNING: Target image must have the same height as the source image.");
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 1 << 20) << "KiB";
   EXPECT_EQ(buffers, std::vector<float>(3 * kPoints, 7));
 }
@@ -268,7 +268,7 @@ TEST_F(RectificationApi, ImagesBeforeTheFailingOneAreWritten) {
     void* const outputs[] = {image.data(), c.secondOutput};
     EXPECT_FALSE(rectify(makeFilter(c.mode, formats), scan.x.data(), scan.z.data(), inputs,
                          range.data(), outputs));
-    EXPECT_EQ(log.takeOne(), c.message);
+    EXPECT_EQ(log.TakeOne(), c.message);
     EXPECT_EQ(image != std::vector<uint8_t>(kCells, 77), c.firstWritten);
     EXPECT_EQ(range, std::vector<float>(kCells, 7));
   }

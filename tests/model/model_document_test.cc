@@ -227,7 +227,7 @@ TEST(ModelDocument, EarlierVersionsHaveNeitherSheetCurveNorRegion) {
   const WarningCapture log;
   base::Logger& logger = base::Logger::Get("Image.Planex.Model");
   logger.SetLevel(base::INFO);
-  base::Logger::GetRoot().GetHandler("WarningCapture")->SetLevel(base::INFO);
+  base::Logger::GetRoot().GetHandler("CalibrationLibLogHandler")->SetLevel(base::INFO);
   CalibrationModel full = fullModel();
   CalibrationModel model = fullModel();
   EXPECT_EQ(readJson(replaced(toJson(full), "\"FileVersion\":2", "\"FileVersion\":1"), model), "");

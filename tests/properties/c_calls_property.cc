@@ -431,7 +431,7 @@ class Caller {
   }
 
   test::ByteSource source_;
-  test::LogCount log_;
+  test::CheckedLog log_;
   bool filled_ = false;
   Handles<Model> models_;
   Handles<std::uint64_t> calibrations_;  // pixels of an image

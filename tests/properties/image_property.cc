@@ -127,7 +127,7 @@ class ImagePlay {
       Image& image = Choose();
       Operate(image);
       allocator_.fails = false;
-      test::LogCount::Clear();
+      log_.Clear();
       checkImage(image);
       CHECK_HOLDS(typed_.GetType() == cmnalg::IMAGE_TYPE_UINT16);
     }
@@ -226,7 +226,7 @@ class ImagePlay {
     const bool clone = source_.Flip();
     Image copy;
     const bool copied = copy.Create(other, clone);
-    test::LogCount::Clear();
+    log_.Clear();
     if (copied)
       CHECK_HOLDS(samePixels(copy, other) && (clone || copy.GetData() == other.GetData()));
     if (&image == &other || !clone) return;  // views would outlive what they show
@@ -259,7 +259,7 @@ class ImagePlay {
                       cmnalg::bytesPerPixel(other.GetImageData().GetType()) == 0;
     allocator_.fails = source_.Between(0, 7) == 0;
     const Image before(image, true);
-    test::LogCount::Clear();
+    log_.Clear();
     const bool hadPixels = image.GetData() != nullptr;
     try {
       image = other;
@@ -307,7 +307,7 @@ class ImagePlay {
 
   test::ByteSource& source_;
   CountingAllocator& allocator_;
-  test::LogCount log_;
+  test::CheckedLog log_;
   std::vector<std::unique_ptr<unsigned char[]>> buffers_;  // which images may still show
   Image images_[3];
   ImageOf<std::uint16_t> typed_;
@@ -315,7 +315,7 @@ class ImagePlay {
 
 /// Shapes, products and inverses of matrices.
 void playMatrices(test::ByteSource& source) {
-  test::LogCount log;
+  test::CheckedLog log;
   cmnalg::Matrix<double> a;
   const Shape shape(source);
   const bool done = a.Create(shape.height, shape.width, shape.pitch);

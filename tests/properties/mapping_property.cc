@@ -106,7 +106,7 @@ class MappingPlay {
         model_(drawModel(source)),
         from_(drawSystem(source)),
         to_(drawSystem(source)) {
-    test::LogCount::Clear();
+    log_.Clear();
   }
 
   void Run() {
@@ -155,7 +155,7 @@ class MappingPlay {
       CHECK_HOLDS(mapThem(single, mapped));
       CHECK_HOLDS(same(mapped[0], out[i]));
     }
-    test::LogCount::Clear();
+    log_.Clear();
   }
 
   template <typename T>
@@ -200,7 +200,7 @@ class MappingPlay {
     CHECK_HOLDS(planex::mapRectangle(model_, bounds, bounds, from_, to_, n) == done);
     CHECK_HOLDS(done ||
                 (std::isnan(bounds.Center.x) && test::sameBits(bounds.Width, rectangle.Width)));
-    test::LogCount::Clear();
+    log_.Clear();
 
     const auto box =
         cmnalg::shape3d::Box::FromCorners({source_.Real(), source_.Real(), source_.Real()},
@@ -216,7 +216,7 @@ class MappingPlay {
     CHECK_HOLDS(planex::mapBox(model_, box, min, max, from_, to_, 0.5, yScale, n) == mapped);
     CHECK_HOLDS(mapped || (min.x == 1 && max.z == 6));
     for (const auto& point : points) CHECK_HOLDS(!(point.x < min.x) && !(point.y > max.y));
-    test::LogCount::Clear();
+    log_.Clear();
   }
 
   void Bounds() {
@@ -233,7 +233,7 @@ class MappingPlay {
     CHECK_HOLDS(done ? !std::isnan(min.x) && !std::isnan(max.y)
                      : min.x == 1 && max.y == 4 && slope == 5 && offset == 6);
     planex::calculateCalibratedBounds(model_, aligned, min, max, slope, offset);
-    test::LogCount::Clear();
+    log_.Clear();
 
     Image image;
     image.PixelSize = {source_.Real(), source_.Real(), source_.Real()};
@@ -268,15 +268,15 @@ class MappingPlay {
       range.PixelSize = {source_.Real(), source_.Real(), source_.Real()};
       range.Origin = {source_.Real(), source_.Real(), source_.Real()};
     }
-    test::LogCount::Clear();
+    log_.Clear();
     const bool aligned = source_.Flip();
     const auto mode = static_cast<RunMode>(source_.Between(-1, 3));
     ImageOf<float> x;
     ImageOf<float> z;
     const bool done = planex::applyCalibration(model_, aligned, range, x, z, mode);
-    CHECK_HOLDS(done || test::LogCount::Severe() == 0);
+    CHECK_HOLDS(done || log_.Severe() == 0);
     if (!done) {
-      CHECK_HOLDS(test::LogCount::Warnings() <= 1);
+      CHECK_HOLDS(log_.Warnings() <= 1);
       return;
     }
     ImageOf<float> x3;
@@ -295,10 +295,10 @@ class MappingPlay {
     etl::Vector<double> y(static_cast<std::size_t>(z.GetHeight()) + (fits ? 0 : 1));
     for (double& value : y) value = source_.Real();
     ImageOf<float> out[3];
-    test::LogCount::Clear();
+    log_.Clear();
     const bool done =
         planex::applyAlignment(model_, aligned, x, y, z, out[0], out[1], out[2], mode);
-    CHECK_HOLDS(done || test::LogCount::Warnings() == 1);
+    CHECK_HOLDS(done || log_.Warnings() == 1);
     CHECK_HOLDS(fits || !done);
     if (!done) return;
     ImageOf<float> three[3];
@@ -331,7 +331,7 @@ class MappingPlay {
     model_.setPose(pose);
     model_.getK();
     CHECK_HOLDS(!model_.toString().empty());
-    test::LogCount::Clear();
+    log_.Clear();
 
     auto& region = model_.CalibratedRegion;
     CHECK_HOLDS(region.Resize(source_.Between(0, 12), source_.Between(0, 12)));
@@ -356,7 +356,7 @@ class MappingPlay {
   }
 
   test::ByteSource& source_;
-  test::LogCount log_;
+  test::CheckedLog log_;
   CalibrationModel model_;
   CoordinateSystem from_, to_;
 };

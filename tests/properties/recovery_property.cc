@@ -77,7 +77,7 @@ PLANEX_PROPERTY(recovery) {
     CHECK_HOLDS(!tavik::planex::sensorSizeConfirms(text, model));
   }
 
-  test::LogCount log;
+  test::CheckedLog log;
   uint32_t handle = 77;
   const bool created = createModelFromJson(text.c_str(), &handle);
   log.CheckCall(created);

@@ -217,11 +217,11 @@ void draw(test::ByteSource& source, Arena& arena, Call& call) {
 }
 
 void checkClassLevel(test::ByteSource& source) {
-  test::LogCount log;
+  test::CheckedLog log;
   Arena arena(source);
   Call call;
   draw(source, arena, call);
-  test::LogCount::Clear();
+  log.Clear();
   const std::vector<unsigned char> before = arena.bytes_;
   const bool done = call.Run();
   const bool typesAreFine =
@@ -250,7 +250,7 @@ int saneCount(test::ByteSource& source) {
 }
 
 void checkTargets(test::ByteSource& source) {
-  test::LogCount log;
+  test::CheckedLog log;
   double limits[6];
   for (double& limit : limits) limit = source.Real();
   const double sizes[3] = {source.Real(), source.Real(), source.Real()};
@@ -281,7 +281,7 @@ void checkTargets(test::ByteSource& source) {
 
 /// rectify() without co-rectified images, or with one, gives what the class level gives.
 void checkInterface(test::ByteSource& source) {
-  test::LogCount log;
+  test::CheckedLog log;
   Arena arena(source);
   const ImageSize size = {static_cast<std::uint16_t>(source.Between(0, 60)),
                           static_cast<std::uint16_t>(source.Between(0, 4))};

@@ -1,23 +1,29 @@
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
+#include <new>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "tests/support/byte_source.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/memory_faults.h"
 
-/// Ends the process with a message when something that must hold does not: to a fuzzer that is a
-/// crash.
-#define CHECK_HOLDS(condition)                                                            \
-  do {                                                                                    \
-    if (!(condition)) {                                                                   \
-      std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                       \
-    }                                                                                     \
+/// Checks what must hold with enough memory. Once an allocation has failed, a case that breaks it
+/// ends there: it goes on as if the call before had succeeded.
+#define CHECK_HOLDS(condition)                                                                   \
+  do {                                                                                           \
+    if (!(condition)) test::endCase(__FILE__, __LINE__, #condition, test::MemoryFaults::struck); \
+  } while (false)
+
+/// Checks what must hold even then: that a refusal, or a call that ran out of memory, has left its
+/// outputs as they were, say.
+#define CHECK_ALWAYS(condition)                                             \
+  do {                                                                      \
+    if (!(condition)) test::endCase(__FILE__, __LINE__, #condition, false); \
   } while (false)
 
 /// Defines a property: draws a case from `source` and checks all that must hold for it. The test
@@ -25,7 +31,8 @@
 ///
 ///     PLANEX_PROPERTY(mapping) { ... source.Between(0, 3) ... CHECK_HOLDS(a == b); }
 ///
-/// Stored inputs stand in fuzz/corpus/<name>.
+/// A third program runs the property with every allocation failing in turn. Stored inputs stand in
+/// fuzz/corpus/<name>.
 #define PLANEX_PROPERTY(name)                                                               \
   static void name##Holds(test::ByteSource& source);                                        \
   [[maybe_unused]] static const bool name##Known = test::addProperty({#name, name##Holds}); \
@@ -44,26 +51,31 @@ inline void PrintTo(const Property& property, std::ostream* out) { *out << prope
 std::vector<Property>& properties();
 bool addProperty(const Property& property);
 
-/// What reached the log callback of the C interface since construction.
-class LogCount {
+/// Throws CaseEnds where what does not hold is excused. Else ends the process with a message: to a
+/// fuzzer that is a crash.
+[[noreturn]] void endCase(const char* file, int line, const char* condition, bool isExcused);
+struct CaseEnds {};
+
+/// The result of a call of the library; false, too, when it throws for want of memory.
+template <typename Call>
+bool succeeds(Call&& call) {
+  try {
+    return call();
+  } catch (const std::bad_alloc&) {
+    CHECK_ALWAYS(MemoryFaults::struck);
+    return false;
+  }
+}
+
+/// The log of a case, for checks of what each call leaves in it.
+class CheckedLog : public LogCapture {
  public:
-  LogCount();
-  ~LogCount();
-  LogCount(const LogCount&) = delete;
-  LogCount& operator=(const LogCount&) = delete;
-
-  /// Checks what a call of the C interface left in the log: after success no SEVERE; after a
-  /// refusal one SEVERE, or else a warning of the algorithm. Starts to count anew.
+  /// After success of a call of the C interface no SEVERE; after a refusal one SEVERE, or else a
+  /// warning of the algorithm. Clears the log.
   void CheckCall(bool succeeded);
-
-  /// Checks a call below the C interface: after a refusal there is a warning, and never a SEVERE.
-  /// Starts to count anew.
+  /// After a refusal of a call below the C interface one warning, and never a SEVERE. Clears the
+  /// log.
   void CheckRefusal(bool succeeded);
-
-  /// Records since the last check.
-  static int Severe();
-  static int Warnings();
-  static void Clear();
 };
 
 /// The memory that a stretch of code holds at once, over what it found when it began. Needs the
@@ -84,7 +96,9 @@ std::string bytesOf(const T& value) {
 }
 
 /// Equal bits, any NaN being equal to any NaN.
-bool sameBits(double a, double b);
-bool sameBits(float a, float b);
+template <typename Real>
+bool sameBits(Real a, Real b) {
+  return (a == b && std::signbit(a) == std::signbit(b)) || (a != a && b != b);
+}
 
 }  // namespace test
