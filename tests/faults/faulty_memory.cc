@@ -1,14 +1,12 @@
 #include "tests/faults/faulty_memory.h"
 
 #include <cjson/cJSON.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstddef>
 #include <new>
-#include <string>
 
-#include "planex/infra/logger.h"
+#include "tests/support/memory_faults.h"
 
 // What the linker option --wrap makes of malloc and its kind.
 // NOLINTBEGIN(bugprone-reserved-identifier)
@@ -23,17 +21,16 @@ void __real_free(void* memory);
 namespace {
 
 std::atomic<bool> armed{false};
-std::atomic<bool> struck{false};
-std::atomic<long> requests{0};
+std::atomic<long> requestCount{0};
 std::atomic<long> live{0};
 std::atomic<long> firstFault{0};
 std::atomic<bool> faultsGoOn{false};
 
 bool fails() {
-  if (!armed) return false;
-  const long number = ++requests;
+  if (!armed || !test::MemoryFaults::allowed) return false;
+  const long number = ++requestCount;
   const bool fault = faultsGoOn ? number >= firstFault : number == firstFault;
-  if (fault) struck = true;
+  if (fault) test::MemoryFaults::struck = true;
   return fault;
 }
 
@@ -92,72 +89,23 @@ namespace {
   return true;
 }();
 
-enum class Outcome { True, False, Thrown };
-
-Outcome outcomeOf(const Call& call) {
-  try {
-    return call.run() ? Outcome::True : Outcome::False;
-  } catch (const std::bad_alloc&) {
-    return Outcome::Thrown;
-  }
-}
-
-/// @return whether the fault has struck
-bool runWithFault(const Operation& operation, long number, Fault fault) {
-  const Call call = operation.prepare();
-  Outcome outcome = Outcome::True;
-  bool hasStruck = false;
-  {
-    const FaultyMemory memory(number, fault);
-    outcome = outcomeOf(call);
-    hasStruck = FaultyMemory::hasStruck();
-  }
-  if (!hasStruck) {
-    EXPECT_EQ(outcome, operation.succeeds ? Outcome::True : Outcome::False);
-    return false;
-  }
-  EXPECT_NE(outcome, Outcome::True);
-  if (operation.expect == Expect::False) {
-    EXPECT_EQ(outcome, Outcome::False);
-  }
-  if (call.check) call.check();
-  return true;
-}
-
 }  // namespace
 
 FaultyMemory::FaultyMemory(long first, Fault fault) {
-  requests = 0;
-  struck = false;
+  requestCount = 0;
+  MemoryFaults::struck = false;
   firstFault = first;
   faultsGoOn = fault == Fault::FromThere;
   armed = true;
 }
 
-FaultyMemory::~FaultyMemory() { armed = false; }
+FaultyMemory::~FaultyMemory() {
+  armed = false;
+  MemoryFaults::struck = false;
+}
 
-bool FaultyMemory::hasStruck() { return struck; }
+long FaultyMemory::requests() { return requestCount; }
 
 long liveBlocks() { return live; }
-
-void runWithEveryFault(const Operation& operation) {
-  constexpr long kMost = 100000;
-  // What is made once and stays would count as left behind.
-  for (const char* name : {"Image", "Image.Calibration.Planex", "Image.Planex.Model", "Matrix"}) {
-    base::Logger::Get(name);
-  }
-  EXPECT_EQ(operation.prepare().run(), operation.succeeds);
-  for (const Fault fault : {Fault::Once, Fault::FromThere}) {
-    for (long number = 1; !::testing::Test::HasFailure(); ++number) {
-      SCOPED_TRACE("allocation " + std::to_string(number) +
-                   (fault == Fault::Once ? "" : " and all after it"));
-      ASSERT_LT(number, kMost);
-      const long before = liveBlocks();
-      const bool hasStruck = runWithFault(operation, number, fault);
-      EXPECT_EQ(liveBlocks(), before) << "blocks left behind";
-      if (!hasStruck) break;
-    }
-  }
-}
 
 }  // namespace test

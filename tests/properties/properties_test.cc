@@ -3,37 +3,17 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "tests/support/instruction_sets.h"
-#include "tests/support/property.h"
+#include "tests/support/stored_inputs.h"
 
+namespace test {
 namespace {
 
-namespace fs = std::filesystem;
-using Input = std::vector<std::uint8_t>;
-
 constexpr unsigned kSeeds = 300;
-
-std::vector<Input> storedInputs(const std::string& property) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(PLANEX_FUZZ_CORPUS "/" + property)) {
-    files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  std::vector<Input> inputs;
-  for (const fs::path& path : files) {
-    std::ifstream file(path, std::ios::binary);
-    inputs.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  }
-  return inputs;
-}
 
 /// Random bytes, or a stored input with a few bytes changed and its end cut or doubled.
 Input inputOf(unsigned seed, const std::vector<Input>& stored) {
@@ -54,29 +34,25 @@ Input inputOf(unsigned seed, const std::vector<Input>& stored) {
   return input;
 }
 
-void run(const test::Property& property, const Input& input) {
-  test::ByteSource source(input.data(), input.size());
-  property.check(source);
-}
-
-class Properties : public ::testing::TestWithParam<test::Property> {};
+class Properties : public ::testing::TestWithParam<Property> {};
 
 TEST_P(Properties, Hold) {
   const std::vector<Input> stored = storedInputs(GetParam().name);
   EXPECT_FALSE(stored.empty());
   forEachInstructionSet([&](auto) {
     for (const int threads : {1, 3}) {
-      test::useThreads(threads);
+      useThreads(threads);
       for (const Input& input : stored) run(GetParam(), input);
     }
     for (unsigned seed = 0; seed < kSeeds; ++seed) {
-      test::useThreads(seed % 3 == 0 ? 3 : 1);
+      useThreads(seed % 3 == 0 ? 3 : 1);
       run(GetParam(), inputOf(seed, stored));
     }
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(, Properties, ::testing::ValuesIn(test::properties()),
+INSTANTIATE_TEST_SUITE_P(, Properties, ::testing::ValuesIn(properties()),
                          [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
+}  // namespace test

@@ -1,0 +1,164 @@
+// What must hold, with every allocation failing in turn: once, or from there on.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <new>
+#include <random>
+#include <string>
+
+#include "planex/api/planex.h"
+#include "planex/infra/logger.h"
+#include "planex/model/calibration_model.h"
+#include "tests/faults/faulty_memory.h"
+#include "tests/support/model_builders.h"
+#include "tests/support/stored_inputs.h"
+
+namespace test {
+namespace {
+
+constexpr long kMostFaults = 100;  // of one kind in one case, spread over its allocations
+
+/// @return whether the fault has struck
+bool runWithFault(const std::function<void()>& body, long number, Fault fault) {
+  const FaultyMemory memory(number, fault);
+  try {
+    body();
+  } catch (const std::bad_alloc&) {
+    CHECK_ALWAYS(MemoryFaults::struck);
+  } catch (const CaseEnds&) {
+  }
+  return MemoryFaults::struck;
+}
+
+/// The handles of a case that has ended early are nobody's.
+void destroyAllHandles() {
+  destroyAllModels();
+  destroyAllCalibrationFilters();
+  destroyAllRectificationFilters();
+}
+
+/// Runs the body with every allocation failing in turn; no block must be left behind.
+void runWithEveryFault(const std::function<void()>& body) {
+  // What is made once and stays would count as left behind.
+  for (const char* name : {"Image", "Image.Calibration.Planex", "Image.Planex.Model", "Matrix"}) {
+    base::Logger::Get(name);
+  }
+  body();
+  long count = 0;
+  {
+    const FaultyMemory none(std::numeric_limits<long>::max(), Fault::Once);
+    body();
+    count = FaultyMemory::requests();
+  }
+  for (const Fault fault : {Fault::Once, Fault::FromThere}) {
+    for (long number = 1; number <= count; number += 1 + count / kMostFaults) {
+      destroyAllHandles();
+      const long before = liveBlocks();
+      runWithFault(body, number, fault);
+      destroyAllHandles();
+      ASSERT_EQ(liveBlocks(), before) << "allocation " << number << " of " << count;
+    }
+  }
+  body();
+}
+
+class PropertyFaults : public ::testing::TestWithParam<Property> {
+ protected:
+  PropertyFaults() { useThreads(2); }
+};
+
+TEST_P(PropertyFaults, LeaveEverythingAsItWas) {
+  int number = 0;
+  for (const Input& input : storedInputs(GetParam())) {
+    SCOPED_TRACE("stored input " + std::to_string(number++));
+    runWithEveryFault([&] { run(GetParam(), input); });
+    if (HasFailure()) return;
+  }
+}
+
+/// The first calls of a process with a fault among them, then the same calls with enough memory.
+TEST_P(PropertyFaults, OfTheFirstUseAreSurvived) {
+  const Input input = storedInputs(GetParam()).back();
+  for (const Fault fault : {Fault::Once, Fault::FromThere}) {
+    bool hasStruck = true;
+    for (long number = 1; hasStruck; number += number < 20 ? 1 : 17) {
+      const pid_t child = fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) {
+        const auto body = [&] { run(GetParam(), input); };
+        hasStruck = runWithFault(body, number, fault);
+        body();
+        std::_Exit(hasStruck ? 1 : 0);
+      }
+      int status = 0;
+      ASSERT_EQ(waitpid(child, &status, 0), child);
+      ASSERT_TRUE(WIFEXITED(status)) << "allocation " << number;
+      hasStruck = WEXITSTATUS(status) == 1;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, PropertyFaults, ::testing::ValuesIn(properties()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Faults, ChangeAModelAltogetherOrNotAtAll) {
+  std::mt19937 random(7);
+  CalibrationModel source = randomModel(random);
+  ASSERT_TRUE(source.CalibratedRegion.Resize(3, 2));
+  const struct {
+    const char* name;
+    std::function<bool(CalibrationModel&)> change;
+  } rows[] = {
+      {"copy",
+       [&](CalibrationModel& model) {
+         model = source;
+         return true;
+       }},
+      {"reset",
+       [](CalibrationModel& model) {
+         model.reset();
+         return true;
+       }},
+      {"mirror",
+       [](CalibrationModel& model) {
+         return model.mirror(true, {1, 2});
+       }},
+      {"pose", [](CalibrationModel& model) { return model.setPose({}); }},
+      {"homography", [](CalibrationModel& model) { return model.setHomography({}); }},
+      {"curve", [](CalibrationModel& model) { return model.setSheetCurve(1, 2, 3, 4, 5, 6); }},
+      {"region", [](CalibrationModel& model) { return model.CalibratedRegion.Resize(5, 4); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    CalibrationModel plain = plainModel();
+    CalibrationModel changed = plain;
+    ASSERT_TRUE(row.change(changed));
+    const std::string texts[] = {toJson(plain), toJson(changed)};
+    runWithEveryFault([&] {
+      CalibrationModel model = plain;
+      const bool done = succeeds([&] { return row.change(model); });
+      const MayFail no(false);
+      CHECK_ALWAYS(toJson(model) == texts[done ? 1 : 0]);
+    });
+  }
+}
+
+TEST(Faults, LetTheRootStandInForALogger) {
+  long number = 1;
+  for (bool hasStruck = true; hasStruck; ++number) {
+    const std::string name = "Test.ALoggerWithoutMemoryFor." + std::to_string(number);
+    const base::Logger* logger = nullptr;
+    hasStruck = runWithFault([&] { logger = &base::Logger::Get(name); }, number, Fault::Once);
+    EXPECT_EQ(logger == &base::Logger::GetRoot(), hasStruck) << "allocation " << number;
+    EXPECT_EQ(base::Logger::Get(name).GetName(), name) << "once there is memory";
+  }
+  EXPECT_GT(number, 2);
+}
+
+}  // namespace
+}  // namespace test
