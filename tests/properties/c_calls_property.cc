@@ -13,6 +13,7 @@
 
 #include "planex/api/planex.h"
 #include "tests/support/byte_source.h"
+#include "tests/support/model_documents.h"
 #include "tests/support/property.h"
 
 namespace {
@@ -24,26 +25,11 @@ constexpr int kMaxCalls = 48;
 constexpr std::uint32_t kFormats[] = {PLANEX_PIXEL_FORMAT_MONO8, PLANEX_PIXEL_FORMAT_MONO16,
                                       PLANEX_PIXEL_FORMAT_COORD3D_C16, 0, 0xffffffff};
 
-const char* const kDocuments[] = {
-    // Nothing but the state and the sensor differs from a model that was never calibrated.
-    R"({"class":"Image.Planex.Model","data":{"FileVersion":1,"CurrentState":"CALIBRATED",
-"SkewMode":"XZ_IN_LIGHT_PLANE","CalibrationError":0,"CalibrationErrorMax":0,"AlignmentError":0,
-"AlignmentErrorMax":0,"FocalLength":1,"SensorSize":{"x":65535,"y":65535},
-"LensCenter":{"x":1,"y":1},"Skew":{"x":0,"y":1,"z":0},"Homography":[[1,0,0],[0,1,0],[0,0,1]],
-"Pose":[[1,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]],"LensCoefficients":[0,0,0,0,0,0,0]}})",
-    // Every part is in use.
-    R"({"class":"Image.Planex.Model","data":{"FileVersion":2,"CurrentState":"CALIBRATED_ALIGNED_3D",
-"SkewMode":"Z_NOT_IN_LIGHT_PLANE","CalibrationError":0,"CalibrationErrorMax":0,"AlignmentError":0,
-"AlignmentErrorMax":0,"FocalLength":1000,"SensorSize":{"x":640,"y":480},
-"LensCenter":{"x":321.5,"y":238},"Skew":{"x":0.1,"y":1,"z":0.2},
-"Homography":[[100,2,1],[-3,120,50],[0.01,0.3,1]],"Pose":[[1,0,0,5],[0,1,0,6],[0,0,1,7]],
-"LensCoefficients":[-0.12,0.03,-0.002,0.001,-0.0015,0.002,-0.003],
-"SheetCurve":[0.5,0.001,0.01,0.002,-0.0003,0.00001],"CalibratedRegion":{"PointCount":null,
-"AverageResidualX":null,"AverageResidualZ":null,"MaximumResidualX":null,"MaximumResidualZ":null}}})",
+const std::string kDocuments[] = {
+    test::with(test::plainModelDocument(), R"("x": 640, "y": 480)", R"("x": 65535, "y": 65535)"),
+    test::kModelDocument,
     // Read as far as its sensor size; without focal length it cannot calibrate.
-    R"({"class":"Image.Planex.Model","data":{"FileVersion":2,"CurrentState":"CALIBRATED",
-"SkewMode":"XZ_IN_LIGHT_PLANE","CalibrationError":0,"CalibrationErrorMax":0,"AlignmentError":0,
-"AlignmentErrorMax":0,"FocalLength":0,"SensorSize":{"x":64,"y":48}}})",
+    test::with(test::with(test::kModelDocument, "1000.0", "0"), "LensCenter", "Other"),
     "SensorSize 0 0", "{}", ""};
 
 /// The objects of one kind as the interface must know them, each with what a test needs to use it.
@@ -51,8 +37,8 @@ template <typename Info>
 class Handles {
  public:
   void Add(std::uint32_t handle, Info info) {
-    CHECK_HOLDS(handle > last_);
-    CHECK_HOLDS(!IsFull());
+    CHECK_ALWAYS(last_ == 0 || handle == last_ + 1);
+    CHECK_ALWAYS(!IsFull());
     last_ = handle;
     live_.emplace(handle, std::move(info));
   }
@@ -62,7 +48,7 @@ class Handles {
     return found == live_.end() ? nullptr : &found->second;
   }
   bool IsFull() const { return live_.size() == 256; }
-  void Remove(std::uint32_t handle) { CHECK_HOLDS(live_.erase(handle) == 1); }
+  void Remove(std::uint32_t handle) { CHECK_ALWAYS(live_.erase(handle) == 1); }
   void Clear() { live_.clear(); }
 
   /// Mostly the last one, or one before it, or the one that comes next.
@@ -80,88 +66,33 @@ class Handles {
 struct Model {};
 
 struct Rectification {
-  std::uint64_t inputPixels, cells;
-  std::shared_ptr<std::vector<std::uint32_t>> formats;  // one for each image
+  std::uint64_t inputPixels = 0, cells = 0;
+  std::shared_ptr<std::vector<std::uint32_t>> formats =
+      std::make_shared<std::vector<std::uint32_t>>();  // one for each image
 };
 
-/// Memory without a byte to spare.
-class Buffer {
- public:
-  Buffer(std::uint64_t bytes, unsigned char value)
-      : size_(bytes), bytes_(new unsigned char[static_cast<std::size_t>(bytes)]) {
-    std::memset(bytes_.get(), value, size_);
-  }
-
-  template <typename T>
-  T* As() {
-    return reinterpret_cast<T*>(bytes_.get());
-  }
-  std::size_t Size() const { return size_; }
-  bool Holds(unsigned char value) const {
-    return std::all_of(bytes_.get(), bytes_.get() + size_, [&](auto b) { return b == value; });
-  }
-  bool operator==(const Buffer& other) const {
-    return size_ == other.size_ && std::memcmp(bytes_.get(), other.bytes_.get(), size_) == 0;
-  }
-
-  void FillBytes(test::ByteSource& source) {
-    const std::string text = source.Text(std::min<std::size_t>(size_, 32));
-    for (std::size_t i = 0; i < size_ && !text.empty(); ++i) {
-      bytes_[i] = static_cast<unsigned char>(text[i % text.size()]);
-    }
-  }
-  /// A few numbers, repeated and moved on.
-  void FillFloats(test::ByteSource& source) {
-    constexpr std::size_t kDrawn = 8;
-    const std::size_t count = size_ / sizeof(float);
-    float* const values = As<float>();
-    for (std::size_t i = 0; i < count; ++i) {
-      values[i] = i < kDrawn ? toFloat(source.Real())
-                             : values[i % kDrawn] + static_cast<float>(i / kDrawn % 16);
-    }
-  }
-
-  /// Numbers beyond float become infinite.
-  static float toFloat(double value) {
-    constexpr double kMax = std::numeric_limits<float>::max();
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    if (value > kMax) return kInfinity;
-    return value < -kMax ? -kInfinity : static_cast<float>(value);
-  }
-
- private:
-  std::size_t size_;
-  std::unique_ptr<unsigned char[]> bytes_;
-};
-
+using Bytes = std::vector<unsigned char>;
 constexpr unsigned char kUntouched = 0x5a;
 
-/// A buffer for so many pixels; one byte for a size that no image can have.
-Buffer pixelBuffer(std::uint64_t pixels, std::size_t bytesPerPixel) {
-  return Buffer(pixels > kMaxPixels ? 1 : pixels * bytesPerPixel, kUntouched);
+/// A buffer without a byte to spare for so many pixels; one byte for a size that no image can have.
+Bytes pixelBuffer(std::uint64_t pixels, std::size_t bytesPerPixel) {
+  const std::size_t size = pixels > kMaxPixels ? 1 : pixels * bytesPerPixel;
+  Bytes bytes;
+  bytes.reserve(std::max<std::size_t>(size, 1));  // never null
+  bytes.resize(size, kUntouched);
+  return bytes;
 }
+
+bool isUntouched(const Bytes& bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](auto b) { return b == kUntouched; });
+}
+
+float* floats(Bytes& bytes) { return reinterpret_cast<float*>(bytes.data()); }
 
 /// Whether it is a possible size, for which there must be memory, and more than a test has.
 bool isTooLarge(std::uint64_t pixels) { return pixels > kMaxPixels && pixels <= kLargestImage; }
 
 std::uint64_t pixelsOf(ImageSize size) { return std::uint64_t{size.width} * size.height; }
-
-/// The outputs of one rectify().
-struct Rectified {
-  explicit Rectified(const Rectification& filter) : range(pixelBuffer(filter.cells, 4)) {
-    for (std::size_t i = 0; i < filter.formats->size(); ++i) {
-      images.push_back(pixelBuffer(filter.cells, 1));
-      pointers.push_back(images.back().As<void>());
-    }
-  }
-  bool operator==(const Rectified& other) const {
-    return range == other.range && images == other.images;
-  }
-
-  Buffer range;
-  std::vector<Buffer> images;
-  std::vector<void*> pointers;
-};
 
 /// One input's worth of calls. Handles count on from one input to the next, objects do not survive.
 class Caller {
@@ -209,32 +140,66 @@ class Caller {
     }
   }
 
+  /// What a call may do when memory fails, which it does in calls alone.
+  enum class WithoutMemory { MayThrow, Refuses };
+
+  template <typename Call>
+  bool Do(WithoutMemory way, Call call) {
+    bool done = false;
+    try {
+      const test::MayFail yes(true);
+      done = call();
+    } catch (const std::bad_alloc&) {
+      CHECK_ALWAYS(test::MemoryFaults::struck && way == WithoutMemory::MayThrow);
+    }
+    log_.CheckCall(done);
+    return done;
+  }
+
   /// One argument in sixteen is left out.
   template <typename T>
   T* OrNull(T* pointer) {
     return source_.Between(0, 15) == 0 ? nullptr : pointer;
   }
 
-  void CreateModel(const char* document) {
+  void FillBytes(Bytes& bytes) {
+    const std::string text = source_.Text(std::min<std::size_t>(bytes.size(), 32));
+    for (std::size_t i = 0; i < bytes.size() && !text.empty(); ++i) {
+      bytes[i] = static_cast<unsigned char>(text[i % text.size()]);
+    }
+  }
+  /// A few numbers, repeated and moved on; what is beyond float becomes infinite.
+  void FillFloats(Bytes& bytes) {
+    constexpr std::size_t kDrawn = 8;
+    constexpr double kMax = std::numeric_limits<float>::max();
+    float* const values = floats(bytes);
+    for (std::size_t i = 0; i < bytes.size() / sizeof(float); ++i) {
+      const double drawn = i < kDrawn ? source_.Real() : 0;
+      values[i] = i >= kDrawn ? values[i % kDrawn] + static_cast<float>(i / kDrawn % 16)
+                  : std::abs(drawn) > kMax ? static_cast<float>(std::copysign(INFINITY, drawn))
+                                           : static_cast<float>(drawn);
+    }
+  }
+
+  void CreateModel(const std::string& document) {
     uint32_t handle = 77;
     uint32_t* const out = OrNull(&handle);
-    const bool done = createModelFromJson(OrNull(document), out);
-    log_.CheckCall(done);
-    if (done) {
+    const char* const text = OrNull(document.c_str());
+    if (Do(WithoutMemory::MayThrow, [&] { return createModelFromJson(text, out); })) {
       models_.Add(handle, {});
     } else {
-      CHECK_HOLDS(handle == (out == nullptr ? 77u : 0u));
+      CHECK_ALWAYS(handle == (out == nullptr ? 77u : 0u));
     }
   }
 
   void Export() {
     const uint32_t handle = models_.Choose(source_);
-    Buffer text(static_cast<std::uint64_t>(source_.Between(0, 15)) * 256, kUntouched);
-    char* const out = OrNull(text.As<char>());
-    const bool done = createJsonFromModel(handle, out, text.Size());
-    log_.CheckCall(done);
-    CHECK_HOLDS(!done || (out != nullptr && models_.Find(handle) != nullptr));
-    CHECK_HOLDS(done || text.Holds(kUntouched));
+    Bytes text(static_cast<std::size_t>(source_.Between(0, 15)) * 256, kUntouched);
+    char* const out = OrNull(reinterpret_cast<char*>(text.data()));
+    const bool done =
+        Do(WithoutMemory::MayThrow, [&] { return createJsonFromModel(handle, out, text.size()); });
+    CHECK_ALWAYS(!done || (out != nullptr && models_.Find(handle) != nullptr));
+    CHECK_ALWAYS(done || isUntouched(text));
   }
 
   template <typename Info>
@@ -242,15 +207,10 @@ class Caller {
     const uint32_t handle = handles.Choose(source_);
     uint32_t variable = handle;
     uint32_t* const out = OrNull(&variable);
-    const bool done = destroy(out);
-    log_.CheckCall(done);
-    if (out == nullptr) {
-      CHECK_HOLDS(done);
-      return;
-    }
-    CHECK_HOLDS(done == (handles.Find(handle) != nullptr));
-    CHECK_HOLDS(variable == (done ? 0 : handle));
-    if (done) handles.Remove(handle);
+    const bool done = Do(WithoutMemory::Refuses, [&] { return destroy(out); });
+    CHECK_ALWAYS(done == (out == nullptr || handles.Find(handle) != nullptr));
+    CHECK_ALWAYS(variable == (done && out != nullptr ? 0 : handle));
+    if (done && out != nullptr) handles.Remove(handle);
   }
 
   SensorTraits Traits() {
@@ -277,10 +237,9 @@ class Caller {
     const uint32_t format = source_.OneOf(kFormats);
     uint32_t handle = 77;
     uint32_t* const out = OrNull(&handle);
-    const bool done = createCalibrationFilter(model, traits, size, format, out);
-    log_.CheckCall(done);
-    if (done) {
-      CHECK_HOLDS(models_.Find(model) != nullptr);
+    if (Do(WithoutMemory::MayThrow,
+           [&] { return createCalibrationFilter(model, traits, size, format, out); })) {
+      CHECK_ALWAYS(models_.Find(model) != nullptr);
       calibrations_.Add(handle, pixelsOf(size));
     } else {
       CHECK_HOLDS(handle == 77 || (handle == 0 && calibrations_.IsFull()));
@@ -290,18 +249,18 @@ class Caller {
   void Calibrate() {
     const uint32_t filter = calibrations_.Choose(source_);
     const std::uint64_t* const pixels = calibrations_.Find(filter);
-    Buffer range = pixelBuffer(pixels == nullptr ? 0 : *pixels, 2);
-    Buffer x = pixelBuffer(pixels == nullptr ? 0 : *pixels, 4);
-    Buffer z = pixelBuffer(pixels == nullptr ? 0 : *pixels, 4);
-    range.FillBytes(source_);
-    const void* const in = OrNull(range.As<void>());
-    auto* const outX = OrNull(x.As<float>());
-    auto* const outZ = source_.Between(0, 15) == 0 ? outX : OrNull(z.As<float>());
-    const bool done = applyCalibration(filter, in, outX, outZ);
-    log_.CheckCall(done);
+    Bytes range = pixelBuffer(pixels == nullptr ? 0 : *pixels, 2);
+    Bytes x = pixelBuffer(pixels == nullptr ? 0 : *pixels, 4);
+    Bytes z = x;
+    FillBytes(range);
+    const void* const in = OrNull(static_cast<void*>(range.data()));
+    float* const outX = OrNull(floats(x));
+    float* const outZ = source_.Between(0, 15) == 0 ? outX : OrNull(floats(z));
+    const bool done =
+        Do(WithoutMemory::MayThrow, [&] { return applyCalibration(filter, in, outX, outZ); });
     const bool complete = in != nullptr && outX != nullptr && outZ != nullptr;
-    CHECK_HOLDS(!done || (complete && pixels != nullptr && *pixels <= kMaxPixels));
-    CHECK_HOLDS(done || (x.Holds(kUntouched) && z.Holds(kUntouched)));
+    CHECK_ALWAYS(!done || (complete && pixels != nullptr && *pixels <= kMaxPixels));
+    CHECK_ALWAYS(done || (isUntouched(x) && isUntouched(z)));
   }
 
   void Bounds() {
@@ -313,11 +272,17 @@ class Caller {
     WorldRangeTraits box = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     SplatSettings splat = {1, 2, 3};
     const std::string before = test::bytesOf(box) + test::bytesOf(splat);
-    const bool done =
-        calculateCalibrationBounds(model, traits, Size(), OrNull(&box), OrNull(&splat));
-    log_.CheckCall(done);
-    CHECK_HOLDS(!done || models_.Find(model) != nullptr);
-    CHECK_HOLDS(done || test::bytesOf(box) + test::bytesOf(splat) == before);
+    const ImageSize size = Size();
+    WorldRangeTraits* const outBox = OrNull(&box);
+    SplatSettings* const outSplat = OrNull(&splat);
+    const bool done = Do(WithoutMemory::MayThrow, [&] {
+      return calculateCalibrationBounds(model, traits, size, outBox, outSplat);
+    });
+    CHECK_ALWAYS(!done || models_.Find(model) != nullptr);
+    CHECK_ALWAYS(done || test::bytesOf(box) + test::bytesOf(splat) == before);
+    if (!done) return;
+    CHECK_ALWAYS(box.xCount == size.width && box.yCount == size.height && box.zLevels == 65536);
+    CHECK_ALWAYS(splat.splatC == 1);
   }
 
   WorldRangeTraits Grid(ImageSize size) {
@@ -337,72 +302,70 @@ class Caller {
   void CreateRectificationFilter() {
     const ImageSize size = Size();
     const WorldRangeTraits grid = Grid(size);
-    const RangeTransform transform = rangeTraitsToTransform(grid);
-    CHECK_HOLDS(test::sameBits(transform.originX, grid.xMin));
-    auto formats = std::make_shared<std::vector<std::uint32_t>>();
-    for (int i = source_.Between(0, 3); i > 0; --i) formats->push_back(source_.OneOf(kFormats));
-    const std::uint32_t* const formatPointer = OrNull(formats->data());
+    CHECK_ALWAYS(test::sameBits(rangeTraitsToTransform(grid).originX, grid.xMin));
+    Rectification filter = {pixelsOf(size), std::uint64_t{grid.xCount} * grid.yCount};
+    for (int i = source_.Between(0, 3); i > 0; --i) {
+      filter.formats->push_back(source_.OneOf(kFormats));
+    }
+    const std::uint32_t* const formats = OrNull(filter.formats->data());
     const SplatSettings splat = {source_.Real(), source_.Real(), source_.Real()};
     const std::uint64_t countBits = source_.Flip() ? std::uint64_t{1} << 32 : 0;
     uint32_t handle = 77;
     uint32_t* const out = OrNull(&handle);
-    const bool done = createRectificationFilter(
-        source_.Between(0, 6) == 6 ? source_.Count() : static_cast<uint32_t>(source_.Between(0, 4)),
-        grid, size, countBits + formats->size(), formatPointer, splat, source_.Raw<float>(), out);
-    log_.CheckCall(done);
+    const auto mode =
+        source_.Between(0, 6) == 6 ? source_.Count() : static_cast<uint32_t>(source_.Between(0, 4));
+    const auto missing = source_.Raw<float>();
+    const bool done = Do(WithoutMemory::MayThrow, [&] {
+      return createRectificationFilter(mode, grid, size, countBits + filter.formats->size(),
+                                       formats, splat, missing, out);
+    });
     CHECK_HOLDS(done == (out != nullptr && !rectifications_.IsFull()));
-    if (done) {
-      const std::uint64_t cells = std::uint64_t{grid.xCount} * grid.yCount;
-      rectifications_.Add(handle, {pixelsOf(size), cells, std::move(formats)});
-    } else {
-      CHECK_HOLDS(handle == (out == nullptr ? 77u : 0u));
-    }
+    CHECK_ALWAYS(done || handle == (out == nullptr ? 77u : 0u));
+    if (done) rectifications_.Add(handle, std::move(filter));
   }
 
   void Rectify() {
     const uint32_t handle = rectifications_.Choose(source_);
     const Rectification* const found = rectifications_.Find(handle);
-    const Rectification filter =
-        found != nullptr ? *found
-                         : Rectification{0, 0, std::make_shared<std::vector<std::uint32_t>>()};
-    Buffer x = pixelBuffer(filter.inputPixels, 4);
-    Buffer z = pixelBuffer(filter.inputPixels, 4);
-    x.FillFloats(source_);
-    z.FillFloats(source_);
-    std::vector<Buffer> images;
+    const Rectification filter = found != nullptr ? *found : Rectification();
+    Bytes x = pixelBuffer(filter.inputPixels, 4);
+    Bytes z = x;
+    FillFloats(x);
+    FillFloats(z);
+    std::vector<Bytes> images;
     std::vector<const void*> inputs;
     for (const std::uint32_t format : *filter.formats) {
       images.push_back(
           pixelBuffer(filter.inputPixels, format == PLANEX_PIXEL_FORMAT_MONO16 ? 2 : 1));
-      images.back().FillBytes(source_);
-      inputs.push_back(OrNull(images.back().As<void>()));
+      FillBytes(images.back());
+      inputs.push_back(OrNull(static_cast<void*>(images.back().data())));
     }
-    Rectified one(filter);
-    const auto* const inX = OrNull(x.As<float>());
-    const auto* const inZ = source_.Between(0, 15) == 0 ? inX : OrNull(z.As<float>());
-    const auto* const in = OrNull(inputs.data());
+    const float* const inX = OrNull(floats(x));
+    const float* const inZ = source_.Between(0, 15) == 0 ? inX : OrNull(floats(z));
+    const void* const* const in = OrNull(inputs.data());
     const bool overlap = filter.cells == filter.inputPixels && source_.Between(0, 7) == 0;
-    if (overlap && !one.pointers.empty()) one.pointers[0] = x.As<void>();
-    auto* const out = OrNull(one.pointers.data());
-    auto* const range = overlap ? z.As<float>() : OrNull(one.range.As<float>());
-    const Buffer zBefore = copyOf(z);
-    const bool done = rectify(handle, inX, inZ, in, range, out);
-    log_.CheckCall(done);
-    CHECK_HOLDS(!done || (found != nullptr && range != nullptr && filter.cells <= kMaxPixels));
-    CHECK_HOLDS(done || (one.range.Holds(kUntouched) && z == zBefore));
-    if (!done || overlap) return;
-    Rectified three(filter);
-    test::useThreads(3);
-    CHECK_HOLDS(rectify(handle, inX, inZ, in, three.range.As<float>(),
-                        out == nullptr ? nullptr : three.pointers.data()));
+    const bool hasOutputs = OrNull(&images) != nullptr;
+    const bool hasRange = overlap || OrNull(&x) != nullptr;
+    const Bytes zBefore = z;
+    std::vector<Bytes> outputs[2];  // on one thread and on three
+    for (const int threads : {1, 3}) {
+      std::vector<Bytes>& out = outputs[threads / 3];
+      out.assign(1 + images.size(), pixelBuffer(filter.cells, 1));
+      out[0] = pixelBuffer(filter.cells, 4);
+      std::vector<void*> pointers;
+      for (std::size_t i = 1; i < out.size(); ++i) pointers.push_back(out[i].data());
+      if (overlap && !pointers.empty()) pointers[0] = x.data();
+      float* const range = overlap ? floats(z) : hasRange ? floats(out[0]) : nullptr;
+      test::useThreads(threads);
+      const bool done = Do(WithoutMemory::Refuses, [&] {
+        return rectify(handle, inX, inZ, in, range, hasOutputs ? pointers.data() : nullptr);
+      });
+      CHECK_ALWAYS(!done || (found != nullptr && hasRange && filter.cells <= kMaxPixels));
+      CHECK_ALWAYS(done || (isUntouched(out[0]) && z == zBefore));
+      if (!done || overlap) return test::useThreads(1);
+    }
     test::useThreads(1);
-    CHECK_HOLDS(three == one);
-  }
-
-  static Buffer copyOf(Buffer& original) {
-    Buffer copy(original.Size(), 0);
-    std::memcpy(copy.As<void>(), original.As<void>(), original.Size());
-    return copy;
+    CHECK_ALWAYS(outputs[0] == outputs[1]);
   }
 
   void Rare() {
@@ -418,10 +381,13 @@ class Caller {
         return rectifications_.Clear();
       case 3: {
         const char* const paths[] = {nullptr, "", "/", "/dev/null", "/nonexistent"};
+        const char* const path = source_.OneOf(paths);
         uint32_t handle = 77;
-        CHECK_HOLDS(!createModelFromFilePath(source_.OneOf(paths), OrNull(&handle)));
-        CHECK_HOLDS(handle == 77);
-        return log_.CheckCall(false);
+        uint32_t* const out = OrNull(&handle);
+        CHECK_ALWAYS(
+            !Do(WithoutMemory::MayThrow, [&] { return createModelFromFilePath(path, out); }));
+        CHECK_ALWAYS(handle == 77);
+        return;
       }
       default:
         if (filled_) return;  // once is slow enough
@@ -430,6 +396,7 @@ class Caller {
     }
   }
 
+  const test::MayFail enough_{false};
   test::ByteSource source_;
   test::CheckedLog log_;
   bool filled_ = false;

@@ -37,7 +37,7 @@ Input inputOf(unsigned seed, const std::vector<Input>& stored) {
 class Properties : public ::testing::TestWithParam<Property> {};
 
 TEST_P(Properties, Hold) {
-  const std::vector<Input> stored = storedInputs(GetParam().name);
+  const std::vector<Input> stored = storedInputs(GetParam());
   EXPECT_FALSE(stored.empty());
   forEachInstructionSet([&](auto) {
     for (const int threads : {1, 3}) {
