@@ -10,6 +10,13 @@
 
 namespace test {
 
+/// The handle of a model read from the document.
+inline uint32_t makeModel(const std::string& document = kModelDocument) {
+  uint32_t handle = 0;
+  EXPECT_TRUE(createModelFromJson(document.c_str(), &handle));
+  return handle;
+}
+
 /// Starts each test with empty registries and its own log callback.
 class ApiTest : public ::testing::Test {
  protected:
@@ -20,13 +27,6 @@ class ApiTest : public ::testing::Test {
     destroyAllModels();
     destroyAllCalibrationFilters();
     destroyAllRectificationFilters();
-  }
-
-  /// The handle of a model read from the document.
-  static uint32_t makeModel(const std::string& document = kModelDocument) {
-    uint32_t handle = 0;
-    EXPECT_TRUE(createModelFromJson(document.c_str(), &handle));
-    return handle;
   }
 
   LogCapture log;

@@ -1,85 +1,30 @@
-#include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "planex/api/model_recovery.h"
 #include "tests/api/api_test.h"
 
 namespace test {
 namespace {
 
-const char* const kInvalidJson = "SEVERE: The json buffer does not contain valid json";
-const char* const kInvalidModel = "SEVERE: The json data does not describe a valid model";
-const char* const kNoFile = "SEVERE: Not able to open calibration file";
-
-class ModelApi : public ApiTest {
- protected:
-  static std::string exported(uint32_t model) {
-    std::vector<char> text(1 << 20);
-    EXPECT_TRUE(createJsonFromModel(model, text.data(), text.size()));
-    return text.data();
-  }
-};
-
-TEST_F(ModelApi, ExportReadsBackAsTheSameDocument) {
-  const std::string first = exported(makeModel());
-  EXPECT_EQ(exported(makeModel(first)), first);
-  EXPECT_NE(first.find("\"FocalLength\""), std::string::npos);
-  EXPECT_NE(first.find('\n'), std::string::npos) << "indented";
-}
-
-TEST_F(ModelApi, ExportNeedsRoomForTextAndNul) {
-  const uint32_t model = makeModel();
-  const std::string text = exported(model);
-  std::vector<char> buffer(text.size() + 2, '#');
-  EXPECT_FALSE(createJsonFromModel(model, buffer.data(), text.size()));
-  EXPECT_EQ(log.TakeOne(), "SEVERE: The provided json buffer is to small for the model");
-  EXPECT_EQ(buffer[0], '#');
-  EXPECT_TRUE(createJsonFromModel(model, buffer.data(), text.size() + 1));
-  EXPECT_EQ(buffer.data(), text);
-  EXPECT_EQ(buffer.back(), '#');
-}
-
-TEST_F(ModelApi, AcceptsDamagedDocumentsWhoseSensorSizeAgrees) {
-  // Reading stops at the focal length of the wrong type, before or after the sensor size was read.
-  const std::string noCurve = with(kModelDocument, "\"SheetCurve\"", "\"Other\"");
-  const std::string noFocal = with(kModelDocument, "1000.0", "true");
-  const struct {
-    const char* name;
-    std::string text;
-    const char* message;  // empty: accepted
-  } cases[] = {
-      {"missing member behind the size", noCurve, ""},
-      {"sizes named twice", with(noCurve, "\"Skew\"", R"("SensorSize": [640, 480], "Skew")"),
-       kInvalidJson},
-      {"error before the size was read", noFocal, kInvalidJson},
-      {"size of the default model", with(noFocal, R"("x": 640, "y": 480)", R"("x": 0, "y": 0)"),
-       ""},
-      {"recovered but inconsistent", with(noCurve, "0.25", "-0.25"), kInvalidModel},
-      {"no JSON with the default size", "SensorSize 0 0", ""},
-      {"one run of digits for both", "SensorSize 00", ""},
-      {"no JSON", "SensorSize", kInvalidJson},
-      {"empty", "", kInvalidJson},
-      {"negative focal length", with(kModelDocument, "1000.0", "-1"), kInvalidModel},
-      {"deep nesting", std::string(5000000, '['), kInvalidJson},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    uint32_t model = 77;
-    EXPECT_EQ(createModelFromJson(c.text.c_str(), &model), *c.message == '\0');
-    EXPECT_EQ(model == 0, *c.message != '\0');
-    EXPECT_EQ(log.TakeOne(), c.message);
-  }
-}
-
-class ModelFile : public ModelApi {
+class ModelFile : public ApiTest {
  protected:
   ~ModelFile() override { std::filesystem::remove(path_); }
 
-  void write(const std::string& bytes) { std::ofstream(path_, std::ios::binary) << bytes; }
+  bool Read(const char* path) { return createModelFromFilePath(path, &model_); }
+  void Write(const std::string& bytes) { std::ofstream(path_, std::ios::binary) << bytes; }
 
-  std::string path_ = ::testing::TempDir() + "planex_model_file_test.json";
+  static std::string exported(uint32_t model) {
+    std::vector<char> text(1 << 16);
+    EXPECT_TRUE(createJsonFromModel(model, text.data(), text.size()));
+    return text.data();
+  }
+
+  const std::string path_ = ::testing::TempDir() + "planex_model_file_test.json";
+  uint32_t model_ = 77;
 };
 
 TEST_F(ModelFile, ReadsUpToTheFirstNul) {
@@ -87,28 +32,43 @@ TEST_F(ModelFile, ReadsUpToTheFirstNul) {
   const std::string document =
       with(kModelDocument, "\"data\"", std::string(200000, ' ') + "\"data\"");
   for (const std::string& tail : {std::string(), std::string("\0 rest", 6)}) {
-    write(document + tail);
-    uint32_t model = 0;
-    EXPECT_TRUE(createModelFromFilePath(path_.c_str(), &model));
-    EXPECT_EQ(exported(model), exported(makeModel()));
+    Write(document + tail);
+    EXPECT_TRUE(Read(path_.c_str()));
+    EXPECT_EQ(exported(model_), exported(makeModel()));
+    EXPECT_NE(exported(model_).find("\n  "), std::string::npos) << "indented";
   }
 }
 
 TEST_F(ModelFile, RefusesWhatIsNoRegularFile) {
-  for (const char* path :
-       {static_cast<const char*>(nullptr), "", "/", "/dev/zero", "/nonexistent/model.json"}) {
-    uint32_t model = 77;
-    EXPECT_FALSE(createModelFromFilePath(path, &model));
-    EXPECT_EQ(model, 77u);
-    EXPECT_EQ(log.TakeOne(), kNoFile);
+  const char* const paths[] = {nullptr, "", "/", "/dev/zero", "/nonexistent/model.json"};
+  for (const char* path : paths) {
+    EXPECT_FALSE(Read(path));
+    EXPECT_EQ(model_, 77u);
+    EXPECT_EQ(log.TakeOne(), "SEVERE: Not able to open calibration file");
   }
   EXPECT_FALSE(createModelFromFilePath(nullptr, nullptr));
-  EXPECT_EQ(log.TakeOne(), kNoFile) << "no other check runs before the file is open";
-  write("");
+  EXPECT_EQ(log.TakeOne(), "SEVERE: Not able to open calibration file") << "before other checks";
+  Write("");
+  EXPECT_FALSE(Read(path_.c_str()));
+  EXPECT_EQ(model_, 0u);
+  EXPECT_EQ(log.TakeOne(), "SEVERE: The json buffer does not contain valid json");
+}
+
+TEST_F(ApiTest, DeepNestingIsRefused) {
   uint32_t model = 77;
-  EXPECT_FALSE(createModelFromFilePath(path_.c_str(), &model));
-  EXPECT_EQ(model, 0u);
-  EXPECT_EQ(log.TakeOne(), kInvalidJson);
+  EXPECT_FALSE(createModelFromJson(std::string(5000000, '[').c_str(), &model));
+}
+
+TEST(ModelRecovery, TakesLinearTime) {
+  constexpr std::size_t kLength = 64 << 20;
+  std::string keywords;
+  keywords.reserve(kLength);
+  while (keywords.size() < kLength) keywords += "SensorSize";
+  const std::string texts[] = {keywords, "SensorSize" + std::string(kLength, '1'),
+                               std::string(kLength, 'S'), keywords + "1" + keywords};
+  const std::clock_t start = std::clock();  // of this process: others may keep it waiting
+  for (const std::string& text : texts) tavik::planex::findOnlySensorSize(text);
+  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 10);
 }
 
 }  // namespace

@@ -1,0 +1,246 @@
+// Every refusal of the C interface: its one text, and nothing touched. Where several things are
+// wrong, a row shows which check comes first.
+
+#include <array>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "tests/api/api_test.h"
+
+namespace test {
+namespace {
+
+const std::string kNoModel = "The provided model handle does not map to a previously created model";
+const std::string kNoCalibration =
+    "The provided calibration filter handle does not map to a previously created filter";
+const std::string kNoRectification =
+    "The provided rectification filter handle does not map to a previously created filter";
+const char* const kNoHandle = "Handle is NULL";
+const char* const kMismatch = "Sensor traits does not match the model";
+const char* const kScale = "Invalid data in sensor traits scale X / Z";
+const char* const kShared = "WARNING: Cannot reuse source image as target image.";
+const char* const kFormat = "Image format of the corectified image id not supported";
+const char* const kUnmapped =
+    "WARNING: Operation failed because it was called with uncalibrated model. | SEVERE: The sensor "
+    "region could not be mapped to world coordinates";
+
+constexpr uint32_t kUnknown = 4711;
+constexpr SensorTraits kInside = {1, 0, 1, 0, 640, 480};
+constexpr SensorTraits kOutside = {1, 1, 1, 0, 640, 480};
+constexpr ImageSize kSize = {4, 2};
+constexpr WorldRangeTraits kGrid = {0, 3, 4, 0, 1, 2, 0, 1, 65536};
+
+/// Objects to refuse arguments for, and buffers that no refusal may write to.
+struct Stage {
+  bool Calibrate(uint32_t format, const void* from, float* outZ, ImageSize size = kSize) {
+    uint32_t filter = 0;
+    EXPECT_TRUE(createCalibrationFilter(model, kInside, size, format, &filter));
+    return applyCalibration(filter, from, x, outZ);
+  }
+  bool CalibrateWithoutModel() {
+    uint32_t gone = makeModel(), filter = 0;
+    return createCalibrationFilter(gone, kInside, kSize, 0, &filter) && destroyModel(&gone) &&
+           applyCalibration(filter, range, x, z);
+  }
+  bool Bounds(uint32_t of, SensorTraits traits, ImageSize size = {9, 9}) {
+    return calculateCalibrationBounds(of, traits, size, &box, &splat);
+  }
+  bool Rectify(uint64_t count, const uint32_t* list, const void* const* inputs,
+               void* const* outputs, uint32_t mode, WorldRangeTraits grid = kGrid,
+               ImageSize size = kSize) {
+    uint32_t filter = 0;
+    EXPECT_TRUE(createRectificationFilter(mode, grid, size, count, list, {0, 1, 1}, 0, &filter));
+    return rectify(filter, in, in, inputs, x, outputs);
+  }
+  /// Without images: the low 32 bits count.
+  bool Rectify(WorldRangeTraits grid, uint32_t mode = 5, ImageSize size = kSize) {
+    return Rectify(uint64_t{1} << 32, nullptr, nullptr, nullptr, mode, grid, size);
+  }
+  /// With two images, of which the first one is fine.
+  bool RectifyTwo(uint32_t format, const void* input, void* output, uint32_t mode = 1) {
+    const uint32_t list[] = {PLANEX_PIXEL_FORMAT_MONO8, format};
+    const void* const inputs[] = {image, input};
+    void* const outputs[] = {first.data(), output};
+    return Rectify(2, list, inputs, outputs, mode);
+  }
+  bool IsUntouched() const {
+    return json == "abc" && x[0] == 5 && x[7] == 0 && z[0] == 6 && box.xMin + box.zLevels == 10 &&
+           splat.splatA + splat.splatC == 4;
+  }
+
+  uint32_t model = 0, uncalibrated = 0, handle = 77;
+  std::string json = "abc", inconsistent = with(kModelDocument, "1000.0", "-1");
+  uint16_t range[8] = {1, 2};
+  float in[8] = {0, 1, 2, 3}, x[8] = {5}, z[8] = {6};
+  uint8_t image[16] = {1}, second[16] = {7};
+  std::array<uint8_t, 16> first{7};
+  WorldRangeTraits box = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+  SplatSettings splat = {1, 2, 3};
+  const uint32_t mono8 = PLANEX_PIXEL_FORMAT_MONO8, mono16 = PLANEX_PIXEL_FORMAT_MONO16;
+  const void* const noInputs[1] = {nullptr};
+  void* const noOutputs[1] = {nullptr};
+};
+
+#define CALL(expression) [](Stage& s) { return static_cast<void>(s), expression; }
+
+const struct {
+  const char* name;
+  bool (*call)(Stage& s);
+  std::string log;              // SEVERE unless it says another level
+  bool writesTheFirst = false;  // the image before the one that is refused
+  uint32_t handle = 77;         // what becomes of Stage::handle
+} kRows[] = {
+    {"document", CALL(createModelFromJson(nullptr, nullptr)), kNoHandle},
+    {"no text", CALL(createModelFromJson(nullptr, &s.handle)), "Argument jsonData is NULL", false,
+     0},
+    {"no document", CALL(createModelFromJson("SensorSize", &s.handle)),
+     "The json buffer does not contain valid json", false, 0},
+    {"no model in it", CALL(createModelFromJson(s.inconsistent.c_str(), &s.handle)),
+     "The json data does not describe a valid model", false, 0},
+    {"export", CALL(createJsonFromModel(kUnknown, nullptr, 0)), "Argument jsonData is NULL"},
+    {"export of nothing", CALL(createJsonFromModel(kUnknown, &s.json[0], 0)), kNoModel},
+    {"no room", CALL(createJsonFromModel(s.model, &s.json[0], 0)),
+     "The provided json buffer is to small for the model"},
+
+    {"filter", CALL(createCalibrationFilter(kUnknown, kOutside, kSize, 0, nullptr)), kNoModel},
+    {"outside", CALL(createCalibrationFilter(s.model, kOutside, kSize, 0, nullptr)), kMismatch},
+    {"no handle", CALL(createCalibrationFilter(s.model, kInside, kSize, 0, nullptr)), kNoHandle},
+    {"calibrate", CALL(applyCalibration(kUnknown, nullptr, nullptr, nullptr)),
+     "Argument inputBufferRange is NULL"},
+    {"no X", CALL(applyCalibration(kUnknown, s.range, nullptr, nullptr)),
+     "Argument outputBufferX is NULL"},
+    {"no Z", CALL(applyCalibration(kUnknown, s.range, s.x, nullptr)),
+     "Argument outputBufferZ is NULL"},
+    {"no filter", CALL(applyCalibration(kUnknown, s.range, s.x, s.z)), kNoCalibration},
+    {"format", CALL(s.Calibrate(0, s.range, s.z)), "Unknown PixelFormat"},
+    {"over itself", CALL(s.Calibrate(s.mono16, s.x, s.z)), kShared},
+    {"into one buffer", CALL(s.Calibrate(s.mono8, s.range, s.x)), kShared},
+    {"too many pixels", CALL(s.Calibrate(s.mono16, s.range, s.z, {65535, 65535})),
+     "WARNING: Failed to allocate."},
+    {"model gone", CALL(s.CalibrateWithoutModel()), kNoModel},
+
+    {"bounds", CALL(calculateCalibrationBounds(kUnknown, kOutside, kSize, nullptr, nullptr)),
+     "Argument worldRangeTraits is NULL"},
+    {"no splat", CALL(calculateCalibrationBounds(kUnknown, kOutside, kSize, &s.box, nullptr)),
+     "Argument splatSettings is NULL"},
+    {"no model", CALL(s.Bounds(kUnknown, kOutside)), kNoModel},
+    {"bounds outside", CALL(s.Bounds(s.model, {1, 600, 1, 0, 300, 100})), kMismatch},
+    {"zero scale", CALL(s.Bounds(s.model, {1, 0, 0, 0, 640, 480})), kScale},
+    {"zero by zero", CALL(s.Bounds(s.model, {1, 0, 0, 0, 640, 0})), kScale},
+    {"NaN scale", CALL(s.Bounds(s.model, {1, 0, NAN, 0, 640, 480})), kScale},
+    {"2^24 + 1 values", CALL(s.Bounds(s.model, {1, 0, 480 / 16777218.5, 0, 640, 480})), kScale},
+    {"uncalibrated", CALL(s.Bounds(s.uncalibrated, kInside)), kUnmapped},
+    {"no samples", CALL(s.Bounds(s.uncalibrated, {1, 0, 1, 0, 0, 0}, {0, 9})), kUnmapped},
+
+    {"grid", CALL(createRectificationFilter(0, kGrid, kSize, 0, nullptr, {}, 0, nullptr)),
+     kNoHandle},
+    {"rectify", CALL(rectify(kUnknown, nullptr, nullptr, nullptr, nullptr, nullptr)),
+     "inputX is NULL"},
+    {"without Z", CALL(rectify(kUnknown, s.in, nullptr, nullptr, nullptr, nullptr)),
+     "inputZ is NULL"},
+    {"nowhere", CALL(rectify(kUnknown, s.in, s.in, nullptr, nullptr, nullptr)),
+     "outputRange is NULL"},
+    {"no grid", CALL(rectify(kUnknown, s.in, s.in, nullptr, s.x, nullptr)), kNoRectification},
+    {"mode", CALL(s.Rectify(kGrid)), "Unknown rectification mode"},
+    {"too many points", CALL(s.Rectify(kGrid, 5, {65535, 65535})), kScale},
+    {"one column", CALL(s.Rectify({0, 3, 1, 0, 1, 2, 0, 1, 65536})), kScale},
+    {"no column", CALL(s.Rectify({5, 5, 0, 0, 1, 2, 0, 1, 65536})), kScale},
+    {"no row", CALL(s.Rectify({0, 3, 4, 0, 1, 0, 0, 1, 65536})), kScale},
+    {"X step below 0", CALL(s.Rectify({3, 0, 4, 0, 1, 2, 0, 1, 65536})), kScale},
+    {"Z step below 0", CALL(s.Rectify({0, 3, 4, 0, 1, 2, 1, 0, 65536})), kScale},
+    {"Z step infinite", CALL(s.Rectify({0, 3, 4, 0, 1, 2, 0, 1, 2})), kScale},
+    {"NaN limit", CALL(s.Rectify({0, 3, 4, 0, 1, 2, NAN, 1, 65536})), kScale},
+    {"columns above int", CALL(s.Rectify({3, 0, 0x80000001, 0, 1, 2, 0, 1, 65536})), kScale},
+    {"too many cells", CALL(s.Rectify({0, 3, 0x7fffffff, 0, 1, 2, 0, 1, 65536})), kScale},
+    // Its range would overlap the inputs, and need a copy of 8 GiB.
+    {"other rows", CALL(s.Rectify({0, 3, 0x7fffffff, 0, 1, 1, 0, 1, 65536}, 1)),
+     "WARNING: Target image must have the same height as the source image."},
+
+    {"no inputs", CALL(s.Rectify(1, &s.mono8, nullptr, nullptr, 5)),
+     "inputCoRectified array is NULL"},
+    {"no outputs", CALL(s.Rectify(1, &s.mono8, s.noInputs, nullptr, 5)),
+     "outputCoRectified array is NULL"},
+    {"no formats", CALL(s.Rectify(1, nullptr, s.noInputs, s.noOutputs, 5)),
+     "The data format of the corectified image number 0 is null"},
+    {"no input", CALL(s.RectifyTwo(0, nullptr, nullptr)),
+     "The data pointer of inputCoRectified number 1 is null", true},
+    {"no output", CALL(s.RectifyTwo(0, s.image, nullptr)),
+     "The data pointer of outputCoRectified number 1 is null", true},
+    {"no format", CALL(s.RectifyTwo(0, s.image, s.second)), kFormat, true},
+    {"range format", CALL(s.RectifyTwo(PLANEX_PIXEL_FORMAT_COORD3D_C16, s.image, s.second)),
+     kFormat, true},
+    {"no mode", CALL(s.RectifyTwo(0, s.image, s.second, 5)), "Unknown rectification mode"},
+    {"over X", CALL(s.RectifyTwo(s.mono8, s.image, s.in)), kShared, true},
+    {"over the range", CALL(s.RectifyTwo(s.mono8, s.image, &s.x[7])), kShared, true},
+    {"over the first", CALL(s.RectifyTwo(s.mono8, s.image, &s.first[7])), kShared, true},
+    {"over the next input", CALL(s.RectifyTwo(s.mono8, &s.first[7], s.second)), kShared},
+    {"over its end", CALL(s.RectifyTwo(s.mono16, s.first.data() - 15, s.second)), kShared},
+};
+
+TEST_F(ApiTest, RefusalsLogOnceAndTouchNothing) {
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.name);
+    Stage stage;
+    const Stage before = stage;
+    stage.model = makeModel();
+    stage.uncalibrated = makeModel(with(kModelDocument, "\"CALIBRATED\"", "\"UNCALIBRATED\""));
+    EXPECT_FALSE(row.call(stage));
+    EXPECT_EQ(log.TakeOne(), (row.log[0] == 'W' ? "" : "SEVERE: ") + row.log);
+    EXPECT_EQ(stage.handle, row.handle);
+    EXPECT_TRUE(stage.IsUntouched());
+    EXPECT_EQ(stage.first != before.first, row.writesTheFirst);
+    destroyAll();
+  }
+}
+
+TEST_F(ApiTest, AtMost256OfAKindAreAlive) {
+  static uint32_t model;  // of the calibration filters
+  const struct {
+    const char* name;
+    bool (*create)(uint32_t* handle);
+    bool (*destroy)(uint32_t* handle);
+    std::string tooMany, unknown;
+  } kinds[] = {
+      // The limit comes before the text.
+      {"models",
+       [](uint32_t* h) { return createModelFromJson(*h == 77 ? "" : "SensorSize 0 0", h); },
+       destroyModel, "models created, destroy unused models by calling destroyModel()", kNoModel},
+      {"calibration filters",
+       [](uint32_t* h) { return createCalibrationFilter(model, kInside, kSize, 0, h); },
+       destroyCalibrationFilter,
+       "calibration filters created, destroy unused calibrationFilters by calling "
+       "destroyCalibrationFilter()",
+       kNoCalibration},
+      {"rectification filters",
+       [](uint32_t* h) { return createRectificationFilter(99, {}, {}, 0, nullptr, {}, 0, h); },
+       destroyRectificationFilter,
+       "rectification filters created, destroy unused rectificationFilters by calling "
+       "destroyRectificationFilter()",
+       kNoRectification},
+  };
+  for (const auto& kind : kinds) {
+    SCOPED_TRACE(kind.name);
+    destroyAll();
+    if (kind.unknown == kNoCalibration) model = makeModel();
+    std::vector<uint32_t> handles(256);
+    for (uint32_t& handle : handles) ASSERT_TRUE(kind.create(&handle));
+    uint32_t handle = 77;
+    EXPECT_FALSE(kind.create(&handle));
+    EXPECT_EQ(handle, 0u);
+    EXPECT_EQ(log.TakeOne(), "SEVERE: Too many " + kind.tooMany);
+    EXPECT_TRUE(kind.destroy(nullptr));
+    EXPECT_TRUE(kind.destroy(&handles[3]));
+    EXPECT_TRUE(kind.create(&handle));
+    EXPECT_EQ(handle, handles.back() + 1) << "a refused create uses up no number";
+    for (const uint32_t unknown : {0u, handles[4] - 1, 0xffffffffu}) {
+      handle = unknown;
+      EXPECT_FALSE(kind.destroy(&handle));
+      EXPECT_EQ(handle, unknown);
+      EXPECT_EQ(log.TakeOne(), "SEVERE: " + kind.unknown);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace test
