@@ -1,9 +1,11 @@
 #include "tests/faults/faulty_memory.h"
 
 #include <cjson/cJSON.h>
+#include <malloc.h>
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <new>
 
 #include "tests/support/memory_faults.h"
@@ -20,6 +22,8 @@ void __real_free(void* memory);
 
 namespace {
 
+using test::MemoryFaults;
+
 std::atomic<bool> armed{false};
 std::atomic<long> requestCount{0};
 std::atomic<long> live{0};
@@ -27,15 +31,20 @@ std::atomic<long> firstFault{0};
 std::atomic<bool> faultsGoOn{false};
 
 bool fails() {
-  if (!armed || !test::MemoryFaults::allowed) return false;
+  if (!armed || !MemoryFaults::allowed) return false;
   const long number = ++requestCount;
   const bool fault = faultsGoOn ? number >= firstFault : number == firstFault;
-  if (fault) test::MemoryFaults::struck = true;
+  if (fault) MemoryFaults::struck = true;
   return fault;
 }
 
+std::int64_t size(void* memory) { return static_cast<std::int64_t>(malloc_usable_size(memory)); }
+
 void* counted(void* memory) {
-  if (memory != nullptr) ++live;
+  if (memory == nullptr) return nullptr;
+  ++live;
+  const std::int64_t bytes = MemoryFaults::liveBytes += size(memory);
+  if (bytes > MemoryFaults::peakBytes) MemoryFaults::peakBytes = bytes;
   return memory;
 }
 
@@ -44,7 +53,10 @@ void* takeMemory(std::size_t size) {
 }
 
 void giveBack(void* memory) {
-  if (memory != nullptr) --live;
+  if (memory != nullptr) {
+    --live;
+    MemoryFaults::liveBytes -= size(memory);
+  }
   __real_free(memory);
 }
 

@@ -9,6 +9,7 @@ shift 8
 here=$source_dir/tests/package
 scratch=$build_dir/tests/package/scratch
 prefix=$scratch/prefix
+model=$source_dir/examples/models/simulated_camera.json
 
 # Compiles a file that holds nothing but one installed header; a C file must declare something.
 compile_alone() {
@@ -45,7 +46,7 @@ case "$step" in
       -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
     "$cmake" --build "$scratch/cmake"
     for program in "$scratch"/cmake/*_consumer; do
-      "$program" "$source_dir/examples/models/simulated_camera.json"
+      "$program" "$model"
     done
     ;;
   pkgconfig)
@@ -53,20 +54,20 @@ case "$step" in
     # shellcheck disable=SC2162 # a blank in a path comes with a backslash before it
     read -a flags < <(pkg-config --cflags --libs "planex = $version")
     flags+=("-Wl,-rpath,$prefix/$libdir")
-    "$cc" -std=c99 "$here/consumer/c_consumer.c" -o "$scratch/c_consumer" "${flags[@]}"
+    "$cc" -std=c99 "$source_dir/examples/minimal.c" -o "$scratch/c_consumer" "${flags[@]}"
     "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
-    "$scratch/c_consumer"
+    "$scratch/c_consumer" "$model"
     "$scratch/cxx_consumer"
     pkg-config --exists planex-io || exit 0
     read -ra flags < <(pkg-config --cflags --libs "planex-io = $version")
     "$cxx" -std=c++17 "$here/consumer/io_consumer.cc" -o "$scratch/io_consumer" "${flags[@]}" \
       "-Wl,-rpath,$prefix/$libdir"
-    "$scratch/io_consumer" "$source_dir/examples/models/simulated_camera.json"
+    "$scratch/io_consumer" "$model"
     ;;
   command)
     # It finds its library beside itself.
     [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
-    "$prefix/bin/planex" check "$source_dir/examples/models/simulated_camera.json"
+    "$prefix/bin/planex" check "$model"
     [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]
     # shellcheck disable=SC1091
     source "$prefix/share/bash-completion/completions/planex"

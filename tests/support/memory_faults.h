@@ -1,14 +1,27 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 
 namespace test {
 
-/// Whether allocations fail: set by the program that lets them, read by what has to know. In other
-/// programs none ever fails.
+/// What the program that lets allocations fail shares with those that have to know. In other
+/// programs none ever fails, and none is counted.
 struct MemoryFaults {
   inline static std::atomic<bool> allowed{true};
   inline static std::atomic<bool> struck{false};
+  inline static std::atomic<std::int64_t> liveBytes{0}, peakBytes{0};
+};
+
+/// The memory that a stretch of code holds at once, over what it found when it began.
+class MemoryPeak {
+ public:
+  MemoryPeak() { MemoryFaults::peakBytes = before_; }
+  std::size_t Bytes() const { return static_cast<std::size_t>(MemoryFaults::peakBytes - before_); }
+
+ private:
+  const std::int64_t before_ = MemoryFaults::liveBytes;
 };
 
 /// Allows or forbids that allocations fail, on all threads, while the object lives.

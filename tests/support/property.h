@@ -78,14 +78,6 @@ class CheckedLog : public LogCapture {
   void CheckRefusal(bool succeeded);
 };
 
-/// The memory that a stretch of code holds at once, over what it found when it began. Needs the
-/// allocator of a sanitizer; without one the peak stays 0.
-class MemoryPeak {
- public:
-  MemoryPeak();
-  std::size_t Bytes() const;
-};
-
 /// How many threads the regions of the library take from now on, from one pixel a thread on.
 void useThreads(int count);
 

@@ -1,17 +1,13 @@
 // Uses the class-level interface as a program outside the library: a class derived from one of the
 // library's, a type told apart at run time, and results that cross the boundary by value.
-#include <planex/foundation/image_of.h>
 #include <planex/infra/json_deserializer.h>
 #include <planex/infra/json_serializer.h>
 #include <planex/infra/logger.h>
 #include <planex/infra/out_stream.h>
 #include <planex/model/calibration_model.h>
 #include <planex/model/point_mapping.h>
-#include <planex/processing/image_calibration.h>
-#include <planex/version.h>
 
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -29,38 +25,21 @@ class LastMessage final : public base::LogHandler {
   std::string* text_;
 };
 
-using Points = etl::Vector<cmnalg::Vec<2, double>>;
-
-bool mapsThereAndBack(const CalibrationModel& model) {
-  const Points pixels{{3.0, 5.0}, {12.0, 30.0}};
-  Points world;
-  Points back;
-  if (!mapPoints(model, pixels, world, CoordinateSystem::Pixel, CoordinateSystem::Calibrated) ||
-      !mapPoints(model, world, back, CoordinateSystem::Calibrated, CoordinateSystem::Pixel)) {
-    return false;
-  }
-  return std::fabs(world[1].x - 0.08) < 1e-12 && std::fabs(back[0].y - 5.0) < 1e-9;
+/// X = (u - 4) / 100.
+bool maps(const CalibrationModel& model) {
+  etl::Vector<cmnalg::Vec<2, double>> points{{12.0, 30.0}};
+  return mapPoints(model, points, points, CoordinateSystem::Pixel, CoordinateSystem::Calibrated) &&
+         std::fabs(points[0].x - 0.08) < 1e-12;
 }
 
 bool survivesItsDocument(CalibrationModel& model) {
   etl::MemoryOutStream stream;
   base::JsonVisitingSerializer writer(stream, true);
-  if (!writer.Serialize(model)) return false;
-  const std::string text(stream.GetText());
-  base::JsonVisitingDeSerializer reader(text.c_str(), false);
+  writer.Serialize(model);
+  base::JsonVisitingDeSerializer reader(std::string(stream.GetText()).c_str(), false);
   const std::unique_ptr<etl::IVisitable> object = reader.DeserializeObject();
   const auto* read = dynamic_cast<const CalibrationModel*>(object.get());
   return read != nullptr && read->toString() == model.toString();
-}
-
-bool calibratesAnImage(const CalibrationModel& model) {
-  std::uint16_t pixels[] = {0, 28};
-  const cmnalg::ImageOf<std::uint16_t> range(pixels, 2, 1, 0, false,
-                                             cmnalg::Image::s_defaultImageAllocator, false);
-  cmnalg::ImageOf<float> x;
-  cmnalg::ImageOf<float> z;
-  return applyCalibration(model, false, range, x, z, RunMode::DoublePrecision) &&
-         std::isnan(x.Pix(0, 0)) && std::fabs(z.Pix(1, 0) - 0.2F) < 1e-6F;
 }
 
 }  // namespace
@@ -68,21 +47,13 @@ bool calibratesAnImage(const CalibrationModel& model) {
 int main() {
   std::string message;
   base::Logger::GetRoot().AddHandler(std::make_unique<LastMessage>(&message));
-
   CalibrationModel model;
-  if (mapsThereAndBack(model) || message.find("uncalibrated model") == std::string::npos) {
-    std::printf("A model without calibration was not refused; log: \"%s\"\n", message.c_str());
-    return 1;
-  }
+  const bool refused = !maps(model) && message.find("uncalibrated model") != std::string::npos;
   model.CurrentState = ModelState::CALIBRATED;
   model.FocalLength = 100.0;
-  model.SensorSize = {16, 32};
   model.LensCenter = {4.0, 8.0};
-  model.Homography = cmnalg::Matrix<double>::Identity(3, 3);
-  const bool mapped = mapsThereAndBack(model);
+  const bool mapped = maps(model);
   const bool stored = survivesItsDocument(model);
-  const bool calibrated = calibratesAnImage(model);
-  std::printf("planex %s from C++: mapping %d, document %d, calibration %d\n",
-              PLANEX_VERSION_STRING, mapped, stored, calibrated);
-  return mapped && stored && calibrated ? 0 : 1;
+  std::printf("refused %d, mapped %d, stored %d\n", refused, mapped, stored);
+  return refused && mapped && stored ? 0 : 1;
 }
