@@ -4,136 +4,123 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
+#include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "planex/foundation/line_fit.h"
+#include "planex/foundation/matrix_inverse.h"
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
-#include "tests/foundation/counting_allocator.h"
+#include "planex/infra/out_stream.h"
 #include "tests/support/warning_capture.h"
 
 namespace cmnalg {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
-constexpr char kNegative[] =
-    "Cannot create matrix: Number of rows and columns must be non-negative.";
-constexpr char kPitch[] = "Cannot create matrix: Line pitch is set smaller than the matrix width.";
-constexpr char kMemory[] = "Cannot create matrix: Memory allocation failed.";
-
-struct ShapeCase {
-  const char* name;
-  int rows, cols, pitch;
-  const char* warning;  ///< null: created
-};
-const ShapeCase kShapes[] = {
-    {"PitchFromWidth", 2, 3, 0, nullptr},
-    {"PitchAboveWidth", 2, 3, 5, nullptr},
-    {"NegativeCols", 3, -1, 0, kNegative},
-    {"NegativeBeforePitch", -1, 3, 2, kNegative},
-    {"SmallPitch", 3, 3, 2, kPitch},
-    {"ProductBeyondInt", 65536, 32768, 0, kMemory},
-    {"PitchProductBeyondInt", 65536, 1, 32768, kMemory},
-    {"LargestSizes", INT_MAX, INT_MAX, 0, kMemory},
+/// The heap, until it runs dry.
+struct Memory final : etl::Allocator {
+  void* Allocate(std::size_t bytes) const noexcept override {
+    ++requests;
+    return fails ? nullptr : etl::StandardMemAllocator::Default().Allocate(bytes);
+  }
+  void Deallocate(void* memory) const noexcept override {
+    etl::StandardMemAllocator::Default().Deallocate(memory);
+  }
+  mutable int requests = 0;
+  bool fails = false;
 };
 
-TEST(Matrix, IsCreatedOrRefusedWithOneWarning) {
-  for (const ShapeCase& c : kShapes) {
-    SCOPED_TRACE(c.name);
-    CountingAllocator allocator;
+Matrix<double> square(const std::vector<double>& values) {
+  const auto size = static_cast<int>(std::lround(std::sqrt(values.size())));
+  return Matrix<double>::FromRows(size, size, values.data());
+}
+
+std::vector<double> elementsOf(const Matrix<double>& matrix) {
+  std::vector<double> elements;
+  for (int r = 0; r < matrix.Height(); ++r) {
+    elements.insert(elements.end(), matrix[r], matrix[r] + matrix.Width());
+  }
+  return elements;
+}
+
+TEST(Matrix, IsRefusedWithOneWarningAndKept) {
+  const std::string start = "Cannot create matrix: ";
+  const std::string negative = start + "Number of rows and columns must be non-negative.";
+  const std::string pitch = start + "Line pitch is set smaller than the matrix width.";
+  const std::string memory = start + "Memory allocation failed.";
+  const struct {
+    int rows, cols, pitch;
+    std::string warning;
+  } kCases[] = {
+      {3, -1, 0, negative},      {-1, 3, 2, negative},      {3, 3, 2, pitch},
+      {65536, 32768, 0, memory}, {65536, 1, 32768, memory}, {INT_MAX, INT_MAX, 0, memory},
+      {3, 2, 0, memory},
+  };
+  Memory none;
+  none.fails = true;
+  for (const auto& c : kCases) {
     Matrix<double> matrix = Matrix<double>::Identity(2, 2);
     const WarningCapture log;
-    EXPECT_EQ(matrix.Create(c.rows, c.cols, c.pitch, allocator), c.warning == nullptr);
-    if (c.warning == nullptr) {
-      EXPECT_THAT(log.Messages(), IsEmpty());
-      EXPECT_EQ(matrix.Height(), c.rows);
-      EXPECT_EQ(matrix.Width(), c.cols);
-      EXPECT_EQ(matrix.Pitch(), c.pitch == 0 ? c.cols : c.pitch);
-    } else {
-      EXPECT_THAT(log.Messages(), ElementsAre(c.warning));
-      EXPECT_THAT(log.Loggers(), ElementsAre("Matrix"));
-      EXPECT_EQ(matrix[1][1], 1) << "a refused creation changes nothing";
-      EXPECT_EQ(allocator.requests, 0);
-    }
+    EXPECT_FALSE(matrix.Create(c.rows, c.cols, c.pitch, none));
+    EXPECT_FALSE(matrix.CreateExternal(nullptr, c.rows, c.cols, c.pitch));
+    EXPECT_THAT(log.Messages(), ElementsAre(c.warning, c.warning));
+    EXPECT_THAT(log.Loggers(), ElementsAre("Matrix", "Matrix"));
+    EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 0, 0, 1));
+    EXPECT_EQ(none.requests, c.rows == 3 && c.cols == 2 ? 1 : 0);
   }
 }
 
-TEST(Matrix, ReusesOwnStorageOfTheSameCount) {
-  CountingAllocator allocator;
-  {
-    Matrix<float> matrix;
-    ASSERT_TRUE(matrix.Create(2, 6, 0, allocator));
-    const float* storage = matrix.Data();
-    matrix[0][5] = 7;
-    ASSERT_TRUE(matrix.Create(3, 2, 4, allocator));
-    EXPECT_EQ(matrix.Data(), storage);
-    EXPECT_EQ(matrix.Data()[5], 7);
-    EXPECT_EQ(allocator.requests, 1);
-    ASSERT_TRUE(matrix.Create(3, 2, 0, allocator));
-    EXPECT_EQ(allocator.requests, 2);
-    EXPECT_EQ(allocator.live, 1);
-  }
-  EXPECT_EQ(allocator.live, 0);
-}
-
-TEST(Matrix, KeepsItsElementsWhenMemoryIsShort) {
-  CountingAllocator allocator;
+TEST(Matrix, ReusesOwnStorageOfTheSameCountOnly) {
+  Memory memory;
   Matrix<double> matrix;
-  ASSERT_TRUE(matrix.Create(1, 1, 0, allocator));
-  matrix[0][0] = 4;
-  allocator.fails = true;
-  const WarningCapture log;
-  EXPECT_FALSE(matrix.Create(2, 2, 0, allocator));
-  EXPECT_THAT(log.Messages(), ElementsAre(kMemory));
-  Matrix<double> target = Matrix<double>::Identity(3, 3);
-  EXPECT_THROW(target = matrix, std::bad_alloc);
-  EXPECT_EQ(target.Width(), 3);
-  EXPECT_EQ(matrix[0][0], 4);
-}
-
-TEST(Matrix, ViewsExternalElementsWithoutFreeingThem) {
+  ASSERT_TRUE(matrix.Create(2, 6, 0, memory));
+  matrix[0][5] = 7;
+  ASSERT_TRUE(matrix.Create(3, 2, 4, memory));
+  EXPECT_EQ(matrix[1][1], 7);
+  EXPECT_EQ(memory.requests, 1);
+  ASSERT_TRUE(matrix.Create(3, 2, 0, memory));
+  EXPECT_EQ(memory.requests, 2);
   double elements[] = {1, 2, -1, 3, 4, -1};
-  Matrix<double> view;
-  ASSERT_TRUE(view.CreateExternal(elements, 2, 2, 3));
-  Matrix<double> copy = view;
+  ASSERT_TRUE(matrix.CreateExternal(elements, 2, 2, 3));
+  const Matrix<double> copy = matrix;
   EXPECT_EQ(copy.Pitch(), 2) << "copies have no padding";
-  view[1][0] = 9;
-  EXPECT_EQ(elements[3], 9);
-  EXPECT_EQ(copy[1][0], 3) << "copies are deep";
-  ASSERT_TRUE(view.Create(2, 2, 3));
-  EXPECT_NE(view.Data(), elements) << "external storage is never reused";
-  const WarningCapture log;
-  EXPECT_FALSE(view.CreateExternal(nullptr, 1, 1));
-  EXPECT_THAT(log.Messages(), ElementsAre(kMemory));
+  elements[3] = 9;
+  EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 2, 9, 4));
+  EXPECT_THAT(elementsOf(copy), ElementsAre(1, 2, 3, 4));
+  ASSERT_TRUE(matrix.Create(2, 2, 3));
+  EXPECT_NE(matrix.Data(), elements) << "external storage is never reused";
 }
 
-TEST(Matrix, SelfAssignmentKeepsAndMovingEmpties) {
-  Matrix<double> matrix = Matrix<double>::Identity(2, 3);
-  Matrix<double>& same = matrix;
-  matrix = same;
-  matrix = std::move(same);
-  EXPECT_EQ(matrix[1][1], 1);
-  const Matrix<double> target = std::move(matrix);
-  EXPECT_EQ(target.Width(), 3);
-  EXPECT_TRUE(matrix.IsEmpty());  // NOLINT(*-use-after-move,*Move): the state promised
-}
+TEST(Matrix, AssignsMovesAndMultiplies) {
+  Memory memory;
+  Matrix<double> matrix;
+  ASSERT_TRUE(matrix.Create(1, 1, 0, memory));
+  memory.fails = true;
+  Matrix<double> target = Matrix<double>::Identity(2, 3);
+  EXPECT_THROW(target = matrix, std::bad_alloc);
+  Matrix<double>& same = target;
+  target = same;
+  target = std::move(same);
+  EXPECT_THAT(elementsOf(target), ElementsAre(1, 0, 0, 0, 1, 0));
+  matrix = std::move(target);
+  EXPECT_EQ(matrix.Width(), 3);
+  EXPECT_TRUE(target.IsEmpty());  // NOLINT(*-use-after-move,*Move): the state promised
 
-TEST(Matrix, MultipliesInOrder) {
   const double a[] = {1, 2, 3, 4, 5, 6};
   const double b[] = {1, 0, 0, 1, 10, 100};
   const auto left = Matrix<double>::FromRows(2, 3, a);
-  const auto right = Matrix<double>::FromRows(3, 2, b);
-  const Matrix<double> product = left * right;
-  EXPECT_THAT(std::vector<double>(product.Data(), product.Data() + 4),
-              ElementsAre(31, 302, 64, 605));
+  EXPECT_THAT(elementsOf(left * Matrix<double>::FromRows(3, 2, b)), ElementsAre(31, 302, 64, 605));
   EXPECT_TRUE((left * left).IsEmpty());
 }
 
-// ------------------------------------------------------------------------------- documents
+// ---- Documents ----
 
 struct Holder final : etl::IVisitable {
   Matrix<double> matrix = Matrix<double>::Identity(2, 2);
@@ -146,7 +133,35 @@ std::string holding(const std::string& rows) {
   return R"({"class":"Holder","data":{"M":)" + rows + "}}";
 }
 
-TEST(MatrixDocument, WritesRowsWithoutPadding) {
+TEST(Matrix, IsReadOrRefused) {
+  const std::string ragged = "Serialized array size mismatch while de-serializing class 'Holder'";
+  // Announces 40000 x 40000 elements, 12.8 GB, with 80000 in the text.
+  std::string huge = "[[0";
+  for (int i = 1; i < 40000; ++i) huge += ",0";
+  huge += "]";
+  for (int i = 1; i < 40000; ++i) huge += ",[]";
+  const struct {
+    std::string text;
+    int rows, cols;  ///< of the matrix afterwards; 2 x 2 before
+    std::string error;
+  } kCases[] = {
+      {"[[1],[2],[3]]", 3, 1, ""},
+      {"[]", 2, 2, ""},
+      {"[[],[]]", 2, 0, ""},
+      {"[[1,2,3],[4,5]]", 2, 2, ragged},
+      {"[[1],[2,3]]", 2, 2, ragged},
+      {"[[],[1]]", 2, 2, ragged},
+      {huge + "]", 2, 2, ragged},
+      {"[1,2]", 2, 2, "Could not find array beginning bracket for member 'M' of class 'Holder'"},
+  };
+  for (const auto& c : kCases) {
+    Holder holder;
+    base::JsonVisitingDeSerializer document(holding(c.text).c_str(), false);
+    document.DeserializeIntoExistingObject(holder);
+    EXPECT_EQ(document.GetErrorDescription(), c.error);
+    EXPECT_EQ(holder.matrix.Height(), c.rows) << c.error;
+    EXPECT_EQ(holder.matrix.Width(), c.cols) << c.error;
+  }
   Holder holder;
   double elements[] = {1, 0.1, -1, 3, 4, -1};
   ASSERT_TRUE(holder.matrix.CreateExternal(elements, 2, 2, 3));
@@ -155,51 +170,108 @@ TEST(MatrixDocument, WritesRowsWithoutPadding) {
   EXPECT_EQ(stream.GetText(), holding("[[1,0.10000000000000001],[3,4]]"));
 }
 
-constexpr char kRagged[] = "Serialized array size mismatch while de-serializing class 'Holder'";
+// ---- Inverses ----
 
-struct RowsCase {
-  const char* name;
-  const char* text;
-  int rows, cols;     ///< of the matrix afterwards; 2 x 2 before
-  const char* error;  ///< null: read
-};
-const RowsCase kRows[] = {
-    {"ThreeByOne", "[[1],[2],[3]]", 3, 1, nullptr},
-    {"EmptyOuterLeavesIt", "[]", 2, 2, nullptr},
-    {"EmptyRows", "[[],[]]", 2, 0, nullptr},
-    {"ShorterRow", "[[1,2,3],[4,5]]", 2, 2, kRagged},
-    {"LongerRow", "[[1],[2,3]]", 2, 2, kRagged},
-    {"RowAfterEmptyRow", "[[],[1]]", 2, 2, kRagged},
-    {"NoArrayOfArrays", "[1,2]", 2, 2,
-     "Could not find array beginning bracket for member 'M' of class 'Holder'"},
-};
+TEST(Inverse, IsGivenOrRefusedInSilence) {
+  const struct {
+    std::vector<double> in, want;  ///< exact but for one rounding; empty: refused
+  } kCases[] = {
+      {{0, 2, 4, 0}, {0, 0.25, 0.5, 0}},
+      {{1, 0, 5.1, 0, 1, -7.3, 0, 0, 1}, {1, 0, -5.1, 0, 1, 7.3, 0, 0, 1}},
+      {{0x1p-60, -0x1p-60, 1, 1}, {0x1p59, 0.5, -0x1p59, 0.5}},  // rows of different units
+      {{0x1p-60, 1, -0x1p-60, 1}, {0x1p59, -0x1p59, 0.5, 0.5}},
+      {std::vector<double>(9, 0.0), {}},
+      {{1, 2, 3, 4, 5, 6, 7, 8, 9}, {}},
+      {{0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9}, {}},
+      {{1, 2, 3, 4, 5, 6, 7, 8, 1, 2, 3, 4, 0, 0, 0, 1}, {}},
+      {{1, 0, 1, 0}, {}},
+      {{1, 0, 0, std::nan("")}, {}},
+      {{1, 0, 0, HUGE_VAL}, {}},
+      {{1, 0, 0, 5e-324}, {}},  // the result overflows
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(&c - kCases);
+    Matrix<double> out = Matrix<double>::Identity(1, 1);
+    const WarningCapture log;
+    EXPECT_EQ(math::Inverse(out, square(c.in)), !c.want.empty());
+    EXPECT_THAT(log.Messages(), testing::IsEmpty());
+    const std::vector<double> got = elementsOf(out);
+    EXPECT_THAT(got, testing::SizeIs(c.want.empty() ? 1 : c.want.size()));
+    for (std::size_t i = 0; i < c.want.size(); ++i) EXPECT_DOUBLE_EQ(got[i], c.want[i]) << i;
+  }
+  const float tiny[] = {1e-39F};
+  Matrix<float> single;
+  EXPECT_FALSE(math::Inverse(single, Matrix<float>::FromRows(1, 1, tiny)));
+}
 
-TEST(MatrixDocument, AreReadOrRefused) {
-  for (const RowsCase& c : kRows) {
-    SCOPED_TRACE(c.name);
-    Holder holder;
-    base::JsonVisitingDeSerializer document(holding(c.text).c_str(), false);
-    document.DeserializeIntoExistingObject(holder);
-    EXPECT_EQ(document.GetErrorDescription(), c.error == nullptr ? "" : c.error);
-    EXPECT_EQ(holder.matrix.Height(), c.rows);
-    EXPECT_EQ(holder.matrix.Width(), c.cols);
+TEST(Inverse, TimesTheMatrixIsTheIdentity) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> element(-1, 1);
+  for (int i = 0; i < 200; ++i) {
+    const int n = i % 2 == 0 ? 3 : 4;
+    Matrix<double> in;
+    ASSERT_TRUE(in.Create(n, n, n + i % 3));
+    for (int r = 0; r < n; ++r) {
+      for (int c = 0; c < n; ++c) in[r][c] = element(random) + (r == c ? 2 : 0);
+      in[r][0] *= 1e-6;  // columns in units far apart, as in a homography from pixels
+    }
+    Matrix<double> out;
+    ASSERT_TRUE(math::Inverse(out, in));
+    const Matrix<double> product = out * in;
+    for (int r = 0; r < n; ++r) {
+      for (int c = 0; c < n; ++c) {
+        // The rows of `out` are as far apart in size as the columns of `in`. Condition numbers
+        // stay below some hundreds: 1e-16 times that, and a margin.
+        const double unit = (r == 0 ? 1e6 : 1) * (c == 0 ? 1e-6 : 1);
+        EXPECT_NEAR(product[r][c], r == c ? 1 : 0, 1e-12 * unit);
+      }
+    }
   }
 }
 
-TEST(MatrixDocument, AsksForNoMoreThanTheTextHolds) {
-  // Announces 40000 x 40000 elements, 12.8 GB, with 80000 in the text.
-  std::string rows = "[[0";
-  for (int i = 1; i < 40000; ++i) rows += ",0";
-  rows += "]";
-  for (int i = 1; i < 40000; ++i) rows += ",[]";
-  CountingAllocator allocator;
-  Holder holder;
-  ASSERT_TRUE(holder.matrix.Create(1, 1, 0, allocator));
-  const std::string text = holding(rows + "]");
-  base::JsonVisitingDeSerializer document(text.c_str(), false);
-  EXPECT_FALSE(document.DeserializeIntoExistingObject(holder));
-  EXPECT_EQ(document.GetErrorDescription(), kRagged);
-  EXPECT_EQ(allocator.live, 1);
+TEST(Inverse, KeepsAnAffineBottomRowExact) {
+  Matrix<double> out;
+  ASSERT_TRUE(math::Inverse(
+      out, square({0.36, 0.48, -0.8, 3.3, -0.8, 0.6, 0, 0.7, 0.48, 0.64, 0.6, 1e3, 0, 0, 0, 1})));
+  EXPECT_THAT(std::vector<double>(out[3], out[3] + 4), ElementsAre(0, 0, 0, 1));
+  EXPECT_NEAR(out[0][1], -0.8, 1e-15) << "transpose of the rotation";
+}
+
+TEST(Inverse, WarnsOfWrongSizes) {
+  Matrix<double> unit = Matrix<double>::Identity(3, 3);
+  Matrix<double> out;
+  const WarningCapture log;
+  EXPECT_FALSE(math::Inverse(out, Matrix<double>::Identity(3, 4)));
+  EXPECT_FALSE(math::Inverse(out, Matrix<double>()));
+  EXPECT_FALSE(math::Inverse(unit, unit));
+  EXPECT_THAT(log.Messages(), ElementsAre("Input or output matrix is not correct size.",
+                                          "Input or output matrix is not correct size.",
+                                          "Input matrix cannot be the same as the output matrix."));
+}
+
+TEST(ToMatrix, WritesOneColumnAPoint) {
+  Matrix<double> matrix;
+  ASSERT_TRUE(math::toMatrix(Vec<3, double>{1, 2, 3}, matrix, true));
+  EXPECT_EQ(matrix.Width(), 1);
+  EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 2, 3, 1));
+  const etl::Vector<Vec<2, double>> points = {{1, 2}, {3, 4}, {5, 6}};
+  ASSERT_TRUE(math::toMatrix(points, matrix, false));
+  EXPECT_EQ(matrix.Width(), 3);
+  EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 3, 5, 2, 4, 6));
+}
+
+TEST(LineFit, AsksForSpreadInZ) {
+  for (const double distance : {0.031, 0.032}) {  // of two points, whose determinant is its square
+    math::LineFit fit;
+    fit.Add(10, 3);
+    fit.Add(10 + distance, 4);
+    double slope = -7;
+    double intercept = -7;
+    const bool spread = distance > 0.0315;
+    ASSERT_EQ(fit.Solve(slope, intercept), spread);
+    EXPECT_NEAR(slope, spread ? 1 / distance : -7, 1e-6);
+    EXPECT_NEAR(intercept, spread ? 3 - 10 / distance : -7, 1e-6);
+  }
 }
 
 }  // namespace

@@ -3,151 +3,210 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
+#include <limits>
 #include <string>
+#include <vector>
 
-#include "planex/infra/class_repository.h"
+#include "planex/foundation/box.h"
+#include "planex/foundation/polyline.h"
+#include "planex/foundation/rectangle.h"
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
+#include "planex/infra/out_stream.h"
 #include "tests/support/warning_capture.h"
 
-namespace cmnalg::math {
+namespace cmnalg {
 namespace {
 
 using testing::ElementsAre;
-using Type = TransformType;
+using Type = math::TransformType;
 
-const double kNaN = std::nan("");
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
 
-template <std::size_t Count>
-struct ClassCase {
-  const char* name;
-  Type want;
-  std::array<double, Count> m;
-};
-const ClassCase<9> kPlane[] = {
-    {"Identity", Type::IDENTITY, {1, 0, 0, 0, 1, 0, 0, 0, 1}},
-    {"BottomWithinTolerance", Type::IDENTITY, {1, 0, 0, 0, 1, 0, 0, 0, 1.000001}},
-    {"BottomOutsideTolerance", Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 0, 0, 1.0001}},
-    {"BottomTestIsExact", Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 1e-12, 0, 1}},
-    {"BottomTestOfSecondIsExact", Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 0, -1e-12, 1}},
-    {"TranslationIsExact", Type::TRANSLATION, {1, 0, 0, 0, 1, 1e-300, 0, 0, 1}},
-    {"TranslationAlongFirst", Type::TRANSLATION, {1, 0, -2, 0, 1, 0, 0, 0, 1}},
-    {"Reflection", Type::RIGID, {-1, 0, 5, 0, 1, 0, 0, 0, 1}},
-    {"Rotation", Type::RIGID, {0.6, -0.8, 0, 0.8, 0.6, 0, 0, 0, 1}},
-    {"OffDiagonalIsExact", Type::RIGID, {1, 1e-12, 0, 0, 1, 0, 0, 0, 1}},
-    {"LowerOffDiagonalIsExact", Type::RIGID, {1, 0, 0, 1e-12, 1, 0, 0, 0, 1}},
-    {"DiagonalWithinTolerance", Type::IDENTITY, {1 + 4e-6, 0, 0, 0, 1 + 4e-6, 0, 0, 0, 1}},
-    {"Scale", Type::SIMILARITY, {2, 0, 0, 0, 2, 0, 0, 0, 1}},
-    {"UnequalScales", Type::AFFINE, {2, 0, 0, 0, 3, 0, 0, 0, 1}},
-    {"ShearHasCorrelatedRows", Type::AFFINE, {0.6, 0.8, 0, 0.8, 0.6, 0, 0, 0, 1}},
-    {"NaNInLinearPart", Type::AFFINE, {1, 0, 0, 0, kNaN, 0, 0, 0, 1}},
-    {"NaNInTranslation", Type::TRANSLATION, {1, 0, kNaN, 0, 1, 0, 0, 0, 1}},
-    {"NaNInBottom", Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, kNaN, 0, 1}},
-    {"NaNInLast", Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 0, 0, kNaN}},
-};
-const ClassCase<16> kSpace[] = {
-    {"PoseLike",
-     Type::RIGID,
-     {0.36, 0.48, -0.8, 3.3, -0.8, 0.6, 0, 0.7, 0.48, 0.64, 0.6, 9, 0, 0, 0, 1}},
-    {"PoseLikeScaled",
-     Type::SIMILARITY,
-     {0.72, 0.96, -1.6, 3.3, -1.6, 1.2, 0, 0.7, 0.96, 1.28, 1.2, 9, 0, 0, 0, 1}},
-    {"ThirdAxisScaled", Type::AFFINE, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}},
-    {"ThirdRowCorrelated", Type::AFFINE, {1, 0, 0, 0, 0, 1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 1}},
-    {"ThirdBottomElement", Type::HOMOGRAPHY, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 1e-9, 1}},
-    {"ThirdTranslation", Type::TRANSLATION, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 4, 0, 0, 0, 1}},
-    {"Identity", Type::IDENTITY, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}},
-};
+// ---- Transforms ----
 
-template <int N, std::size_t Count>
-void expectClass(const ClassCase<Count>& c) {
-  SCOPED_TRACE(c.name);
-  const auto matrix = Matrix<double>::FromRows(N + 1, N + 1, c.m.data());
-  Transform<N, double> transform;
+template <int N>
+void expectClass(Type want, const std::vector<double>& values) {
+  const auto matrix = Matrix<double>::FromRows(N + 1, N + 1, values.data());
+  math::Transform<N, double> transform;
   ASSERT_TRUE(transform.Create(matrix, Type::HOMOGRAPHY));
   EXPECT_EQ(transform.GetType(), Type::HOMOGRAPHY) << "the declared type is authoritative";
-  EXPECT_EQ(transform.GetTypeNumerical(), c.want);
-  if (c.want == Type::IDENTITY) return;
+  EXPECT_EQ(transform.GetTypeNumerical(), want);
+  if (want == Type::IDENTITY) return;
   const WarningCapture log;
-  const auto narrower = static_cast<Type>(static_cast<int>(c.want) - 1);
-  EXPECT_TRUE(transform.Create(matrix, c.want));
-  EXPECT_FALSE(transform.Create(matrix, narrower));
-  EXPECT_EQ(transform.GetType(), c.want);
+  EXPECT_TRUE(transform.Create(matrix, want));
+  EXPECT_FALSE(transform.Create(matrix, static_cast<Type>(static_cast<int>(want) - 1)));
+  EXPECT_EQ(transform.GetType(), want);
   EXPECT_THAT(log.Messages(),
               ElementsAre("The matrix represents a transform more general than the desired "
                           "transform type, check transform matrix or adjust the desired type."));
 }
 
 TEST(Transform, ClassifiesItsMatrix) {
-  for (const auto& c : kPlane) expectClass<2>(c);
-  for (const auto& c : kSpace) expectClass<3>(c);
-}
-
-TEST(Transform, RefusesMatricesOfOtherSizes) {
-  Transform<2, double> transform;
-  const WarningCapture log;
-  EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(4, 4), Type::HOMOGRAPHY));
-  EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(2, 3), Type::HOMOGRAPHY));
-  EXPECT_THAT(log.Messages(), ElementsAre("Input matrix is not correct size.",
-                                          "Input matrix is not correct size."));
-  EXPECT_THAT(log.Loggers(), ElementsAre("Matrix", "Matrix"));
-}
-
-TEST(Transform, QueriesCompareForEquality) {
-  Transform<3, double> transform;
-  EXPECT_TRUE(transform.IsIdentity());
-  ASSERT_TRUE(transform.Create3D(Matrix<double>::Identity(4, 4), Type::RIGID));
-  EXPECT_TRUE(transform.IsRigid());
-  EXPECT_FALSE(transform.IsSimilarity());
-  EXPECT_FALSE(transform.IsIdentity());
-}
-
-TEST(TransformDocument, RoundTripsByClassName) {
-  const double m[] = {0.6, -0.8, 5, 0.8, 0.6, 0, 0, 0, 1};
-  Transform<2, double> transform;
-  ASSERT_TRUE(transform.Create(Matrix<double>::FromRows(3, 3, m), Type::SIMILARITY));
-  etl::MemoryOutStream stream;
-  ASSERT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(transform));
-  const std::string text(stream.GetText());
-  EXPECT_EQ(text, R"({"class":"Transform2D","data":{"Type":"SIMILARITY","Matrix":)"
-                  "[[0.59999999999999998,-0.80000000000000004,5],"
-                  "[0.80000000000000004,0.59999999999999998,0],[0,0,1]]}}");
-  base::JsonVisitingDeSerializer document(text.c_str(), false);
-  const auto object = document.DeserializeObject();
-  const auto* copy = dynamic_cast<const Transform<2, double>*>(object.get());
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy->GetType(), Type::SIMILARITY);
-  EXPECT_EQ(copy->GetMatrix()[0][1], -0.8);
-  const auto clone = copy->CloneVisitable();
-  etl::MemoryOutStream cloned;
-  ASSERT_TRUE(base::JsonVisitingSerializer(cloned, false).Serialize(*clone));
-  EXPECT_EQ(cloned.GetText(), text);
-}
-
-TEST(TransformDocument, RefusesWhatIsNoTransform) {
   const struct {
-    const char* type;
-    const char* matrix;
-    const char* error;
-  } rows[] = {
-      {"RIGIDITY", "[[1,0,7],[0,1,0],[0,0,1]]",
-       "Data field 'Type' of class 'Transform2D' not found or out or range"},
-      {"RIGID", "[[1,7],[0,1]]",
-       "Serialized array size mismatch while de-serializing class 'Transform2D'"},
+    Type want;
+    std::vector<double> values;
+  } kCases[] = {
+      {Type::IDENTITY, {1, 0, 0, 0, 1, 0, 0, 0, 1.000001}},  // of the bottom: within tolerance,
+      {Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 0, 0, 1.0001}},  // outside,
+      {Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 1e-12, 0, 1}},   // and exact but for the last
+      {Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 0, -1e-12, 1}},
+      {Type::TRANSLATION, {1, 0, 0, 0, 1, 1e-300, 0, 0, 1}},  // exact, along either axis
+      {Type::TRANSLATION, {1, 0, -2, 0, 1, 0, 0, 0, 1}},
+      {Type::RIGID, {-1, 0, 5, 0, 1, 0, 0, 0, 1}},
+      {Type::RIGID, {0.6, -0.8, 0, 0.8, 0.6, 0, 0, 0, 1}},
+      {Type::RIGID, {1, 1e-12, 0, 0, 1, 0, 0, 0, 1}},  // off the diagonal exact,
+      {Type::RIGID, {1, 0, 0, 1e-12, 1, 0, 0, 0, 1}},
+      {Type::IDENTITY, {1 + 4e-6, 0, 0, 0, 1 + 4e-6, 0, 0, 0, 1}},  // on it not
+      {Type::SIMILARITY, {2, 0, 0, 0, 2, 0, 0, 0, 1}},
+      {Type::AFFINE, {2, 0, 0, 0, 3, 0, 0, 0, 1}},
+      {Type::AFFINE, {0.6, 0.8, 0, 0.8, 0.6, 0, 0, 0, 1}},  // correlated rows
+      {Type::AFFINE, {1, 0, 0, 0, kNan, 0, 0, 0, 1}},
+      {Type::TRANSLATION, {1, 0, kNan, 0, 1, 0, 0, 0, 1}},
+      {Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, kNan, 0, 1}},
+      {Type::HOMOGRAPHY, {1, 0, 0, 0, 1, 0, 0, 0, kNan}},
+      {Type::IDENTITY, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}},
+      {Type::RIGID, {0.36, 0.48, -0.8, 3, -0.8, 0.6, 0, 1, 0.48, 0.64, 0.6, 9, 0, 0, 0, 1}},
+      {Type::SIMILARITY, {0.72, 0.96, -1.6, 3, -1.6, 1.2, 0, 1, 0.96, 1.28, 1.2, 9, 0, 0, 0, 1}},
+      {Type::AFFINE, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}},  // third axis, row,
+      {Type::AFFINE, {1, 0, 0, 0, 0, 1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 1}},  // bottom and shift
+      {Type::HOMOGRAPHY, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 1e-9, 1}},
+      {Type::TRANSLATION, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 4, 0, 0, 0, 1}},
   };
-  for (const auto& row : rows) {
-    const std::string text = std::string(R"({"class":"Transform2D","data":{"Type":")") + row.type +
-                             R"(","Matrix":)" + row.matrix + "}}";
-    Transform<2, double> transform;
-    base::JsonVisitingDeSerializer document(text.c_str(), false);
-    EXPECT_FALSE(document.DeserializeIntoExistingObject(transform));
-    EXPECT_EQ(document.GetErrorDescription(), row.error);
-    EXPECT_EQ(transform.GetTypeNumerical(), Type::IDENTITY);
-    EXPECT_TRUE(transform.IsIdentity());
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(&c - kCases);
+    c.values.size() == 9 ? expectClass<2>(c.want, c.values) : expectClass<3>(c.want, c.values);
   }
 }
 
+TEST(Transform, RefusesMatricesOfOtherSizesAndKnowsItsType) {
+  math::Transform<2, double> transform;
+  EXPECT_TRUE(transform.IsIdentity());
+  ASSERT_TRUE(transform.Create2D(Matrix<double>::Identity(3, 3), Type::RIGID));
+  const WarningCapture log;
+  EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(4, 3), Type::HOMOGRAPHY));
+  EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(3, 4), Type::HOMOGRAPHY));
+  EXPECT_THAT(log.Messages(), ElementsAre("Input matrix is not correct size.",
+                                          "Input matrix is not correct size."));
+  EXPECT_THAT(log.Loggers(), ElementsAre("Matrix", "Matrix"));
+  EXPECT_TRUE(transform.IsRigid() && !transform.IsSimilarity() && !transform.IsIdentity());
+}
+
+std::string documentOf(etl::IVisitable& object) {
+  etl::MemoryOutStream stream;
+  EXPECT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(object));
+  return std::string(stream.GetText());
+}
+
+TEST(TransformDocument, IsReadOrRefusedAsAWhole) {
+  const std::string good = R"({"class":"Transform2D","data":{"Type":"SIMILARITY","Matrix":)"
+                           "[[0.59999999999999998,-0.80000000000000004,5],"
+                           "[0.80000000000000004,0.59999999999999998,0],[0,0,1]]}}";
+  base::JsonVisitingDeSerializer document(good.c_str(), false);
+  const auto object = document.DeserializeObject();
+  ASSERT_NE(object, nullptr) << document.GetErrorDescription();
+  EXPECT_EQ(documentOf(*object), good);
+  EXPECT_EQ(documentOf(*object->CloneVisitable()), good);
+  const struct {
+    const char *piece, *replacement, *error;
+  } kCases[] = {
+      {"SIMILARITY", "SIMILAR",
+       "Data field 'Type' of class 'Transform2D' not found or out or range"},
+      {",[0,0,1]", "", "Serialized array size mismatch while de-serializing class 'Transform2D'"},
+      {",[0,0,1]", ",[0,0]",
+       "Serialized array size mismatch while de-serializing class 'Transform2D'"},
+      {"[0,0,1]", "[0,0,1],[0,0,1]",
+       "Serialized array size mismatch while de-serializing class 'Transform2D'"},
+  };
+  for (const auto& c : kCases) {
+    std::string text = good;
+    text.replace(text.find(c.piece), std::string(c.piece).size(), c.replacement);
+    math::Transform<2, double> transform;
+    const std::string before = documentOf(transform);
+    base::JsonVisitingDeSerializer bad(text.c_str(), false);
+    EXPECT_FALSE(bad.DeserializeIntoExistingObject(transform));
+    EXPECT_EQ(bad.GetErrorDescription(), c.error);
+    EXPECT_EQ(documentOf(transform), before);
+  }
+}
+
+TEST(ApplyTransform, DividesForStoredHomographyOnly) {
+  const double values[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 0, 0, 0, 1.000001};
+  auto matrix = Matrix<double>::FromRows(4, 4, values);
+  math::Transform<3, double> transform;
+  ASSERT_TRUE(transform.Create3D(matrix, Type::AFFINE));
+  EXPECT_EQ(math::ApplyTransform(transform, {1, 10, 100}), (Vec<3, double>{325, 773, 1221}));
+  const double bottom[] = {3, 0.5, -0.01, -2};
+  for (int c = 0; c < 4; ++c) matrix[3][c] = bottom[c];
+  ASSERT_TRUE(transform.Create3D(matrix, Type::HOMOGRAPHY));
+  const Vec<3, double> point = math::ApplyTransform(transform, {1, 10, 100});  // w = 5
+  EXPECT_EQ(point, (Vec<3, double>{325.0 / 5, 773.0 / 5, 1221.0 / 5}));
+}
+
+// ---- Shapes ----
+
+TEST(Rectangle, CornersRunCounterClockwiseFromTheLowest) {
+  const double r = 2 * std::sqrt(2.0);
+  const double pi = std::acos(-1.0);
+  const struct {
+    shape::Rectangle rectangle;
+    Vec<2, double> want[4];
+  } kCases[] = {
+      {{{10, 20}, 4, 2, 0}, {{8, 19}, {12, 19}, {12, 21}, {8, 21}}},
+      {{{10, 20}, 4, 2, pi / 2}, {{11, 18}, {11, 22}, {9, 22}, {9, 18}}},
+      {{{0, 0}, 4, 4, pi / 4}, {{0, -r}, {r, 0}, {0, r}, {-r, 0}}},
+  };
+  for (const auto& c : kCases) {
+    const auto corners = c.rectangle.GetCorners();
+    for (std::size_t i = 0; i < 4; ++i) {
+      EXPECT_NEAR(corners[i].x, c.want[i].x, 1e-14);  // rounding of sine and cosine
+      EXPECT_NEAR(corners[i].y, c.want[i].y, 1e-14);
+    }
+  }
+}
+
+TEST(Rectangle, IsValidAsksEveryField) {
+  EXPECT_TRUE((shape::Rectangle{{-1, -2}, 0, 0, -7}.IsValid()));
+  EXPECT_TRUE(shape::Rectangle{}.IsValid());
+  const shape::Rectangle kInvalid[] = {
+      {{kNan, 0}, 1, 1, 0}, {{0, kInf}, 1, 1, 0}, {{0, 0}, -1, 1, 0},  {{0, 0}, 1, -1, 0},
+      {{0, 0}, kNan, 1, 0}, {{0, 0}, 1, kInf, 0}, {{0, 0}, 1, 1, kNan}};
+  for (const auto& rectangle : kInvalid) EXPECT_FALSE(rectangle.IsValid()) << &rectangle - kInvalid;
+}
+
+TEST(Polyline, HasABoundingBox) {
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  const struct {
+    etl::Vector<Vec<2, double>> points;
+    double want[4];  ///< center, width, height
+  } kCases[] = {
+      {{{-3, -8}, {-1, -2}, {-2, -4}}, {-2, -5, 2, 6}},
+      {{{3, 4}}, {3, 4, 0, 0}},
+      {{{kNan, 1}, {2, kNan}, {4, 5}}, {3, 3, 2, 4}},
+      {{{1, kNan}, {2, kNan}}, {1.5, kNan, 1, kNan}},
+      {{}, {kNan, kNan, kNan, kNan}},
+      {{{kLargest, 0}, {kLargest, 1}}, {kLargest, 0.5, 0, 1}},
+      {{{-kInf, 0}, {kInf, 0}}, {kNan, 0, kInf, 0}},
+  };
+  for (const auto& c : kCases) {
+    const shape::Rectangle box = shape::Polyline{c.points}.GetBoundingBox();
+    const double got[] = {box.Center.x, box.Center.y, box.Width, box.Height};
+    EXPECT_THAT(got, testing::Pointwise(testing::NanSensitiveDoubleEq(), c.want)) << &c - kCases;
+    EXPECT_EQ(box.Rotation, 0);
+  }
+}
+
+TEST(Box, FromCornersIsCentredBetweenThem) {
+  const shape3d::Box box = shape3d::Box::FromCorners({1, 10, -4}, {3, 4, 8});
+  EXPECT_EQ(box.Size, (Vec<3, double>{2, -6, 12}));
+  EXPECT_TRUE(box.Pose.IsTranslation());
+  EXPECT_EQ(math::ApplyTransform(box.Pose, {0, 1, 0}), (Vec<3, double>{2, 8, 2}));
+  const shape3d::Box empty = shape3d::Box::FromCorners({kNan, 0, 0}, {0, 0, kInf});
+  EXPECT_TRUE(std::isnan(math::ApplyTransform(empty.Pose, {0, 0, 0}).x));
+  EXPECT_EQ(empty.Size.z, kInf);
+}
+
 }  // namespace
-}  // namespace cmnalg::math
+}  // namespace cmnalg

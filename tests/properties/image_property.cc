@@ -1,18 +1,22 @@
-// Sequences of operations on images and matrices, against a plain record of what each must look
-// like. Pixels come from buffers without a byte to spare, memory from an allocator that counts and
-// can fail.
+// Sequences of operations on images, against a plain record of what each must look like. Pixels
+// come from buffers without a byte to spare, memory from an allocator that counts and can fail.
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "planex/foundation/image.h"
 #include "planex/foundation/image_of.h"
-#include "planex/foundation/matrix.h"
+#include "planex/foundation/pixel_dispatch.h"
+#include "planex/infra/json_deserializer.h"
+#include "planex/infra/json_serializer.h"
+#include "planex/infra/out_stream.h"
 #include "tests/support/byte_source.h"
 #include "tests/support/property.h"
 
@@ -21,6 +25,7 @@ namespace {
 using cmnalg::Image;
 using cmnalg::ImageOf;
 using cmnalg::ImageType;
+using Bytes = std::vector<unsigned char>;
 
 constexpr int kMaxOperations = 64;
 constexpr std::int64_t kMaxPixels = 4096;
@@ -29,6 +34,7 @@ constexpr std::int64_t kLargestImage = 2147483647;
 class CountingAllocator final : public etl::Allocator {
  public:
   void* Allocate(std::size_t bytes) const noexcept override {
+    ++requests;
     if (fails) return nullptr;
     ++live;
     return std::malloc(bytes);
@@ -39,6 +45,7 @@ class CountingAllocator final : public etl::Allocator {
     std::free(memory);
   }
   mutable int live = 0;
+  mutable int requests = 0;
   bool fails = false;
 };
 
@@ -51,71 +58,66 @@ struct Shape {
     height = Length(source);
     pitch = source.Flip() ? 0 : Length(source);
     if (source.Flip()) pitch = static_cast<int>(std::int64_t{width} % 4096 + 3);
-    const std::int64_t pixels = Pixels();
-    if (pixels > kMaxPixels && pixels <= kLargestImage) height = 2147483647;
+    if (Pixels() > kMaxPixels && Pixels() <= kLargestImage) height = 2147483647;
     if (Pixels() > kMaxPixels && Pixels() <= kLargestImage) height = width = pitch = 2;
   }
 
   static int Length(test::ByteSource& source) {
     const auto kind = source.Raw<std::uint8_t>();
-    return kind < 192 ? kind % 24 : static_cast<int>(source.Count());
+    return kind < 224 ? kind % 7 : static_cast<int>(source.Count());
   }
-  std::int64_t RealPitch() const { return pitch == 0 ? width : pitch; }
-  std::int64_t Pixels() const { return RealPitch() * height; }
+  int RealPitch() const { return pitch == 0 ? width : pitch; }
+  std::int64_t Pixels() const { return std::int64_t{RealPitch()} * height; }
   bool IsPossible() const {
     return width >= 0 && height >= 0 && RealPitch() >= width && Pixels() <= kLargestImage;
   }
+  bool HasMemory() const { return width != 0 || height != 0 || pitch != 0; }
 };
 
-ImageType anyType(test::ByteSource& source) {
-  return static_cast<ImageType>(source.Between(0, 15) == 0 ? source.Between(-1, 12)
-                                                           : source.Between(0, 10));
+/// What an image must look like.
+struct State {
+  ImageType type = cmnalg::IMAGE_TYPE_INVALID;
+  int width = 0, height = 0, pitch = 0;
+  const void* data = nullptr;
+  bool owns = false, valid = false;
+
+  friend bool operator==(const State& a, const State& b) {
+    const auto all = [](const State& s) {
+      return std::tie(s.type, s.width, s.height, s.pitch, s.data, s.owns, s.valid);
+    };
+    return all(a) == all(b);
+  }
+};
+
+State stateOf(const cmnalg::ImageData& data) {
+  return {data.GetType(), data.GetWidth(), data.GetHeight(), data.GetPitch(),
+          data.GetData(), data.OwnsData(), data.IsValid()};
+}
+State stateOf(const Image& image) { return stateOf(image.GetImageData()); }
+
+/// Rows without padding.
+Bytes pixelsOf(const void* data, std::size_t rowBytes, std::size_t stride, int height) {
+  Bytes pixels;
+  for (int y = 0; y < height && rowBytes > 0 && data != nullptr; ++y) {
+    const auto* const row =
+        static_cast<const unsigned char*>(data) + static_cast<std::size_t>(y) * stride;
+    pixels.insert(pixels.end(), row, row + rowBytes);
+  }
+  return pixels;
+}
+Bytes pixelsOf(const State& image) {
+  const std::size_t bytes = cmnalg::bytesPerPixel(image.type);
+  return pixelsOf(image.data, static_cast<std::size_t>(image.width) * bytes,
+                  static_cast<std::size_t>(image.pitch) * bytes, image.height);
+}
+Bytes pixelsOf(const Image& image) { return pixelsOf(stateOf(image)); }
+
+bool sameMetadata(const Image& a, const Image& b) {
+  return a.PixelSize == b.PixelSize && a.Origin == b.Origin &&
+         a.HandleZeroPixels == b.HandleZeroPixels;
 }
 
-/// Reads all pixels: the sanitizer tells whether they are there.
-void checkImage(const Image& image) {
-  const cmnalg::ImageData& data = image.GetImageData();
-  if (!data.IsValid()) {
-    CHECK_HOLDS(data.GetData() == nullptr && data.GetWidth() == 0 && data.GetHeight() == 0);
-    CHECK_HOLDS(!image.IsConsistent());
-    return;
-  }
-  CHECK_HOLDS(data.GetWidth() >= 0 && data.GetHeight() >= 0 && data.GetPitch() >= data.GetWidth());
-  const std::size_t bytes = static_cast<std::size_t>(data.GetHeight()) *
-                            static_cast<std::size_t>(data.GetPitch()) *
-                            cmnalg::bytesPerPixel(data.GetType());
-  CHECK_HOLDS(data.GetBufferSize() == bytes);
-  if (data.GetData() == nullptr || data.GetWidth() == 0 || data.GetHeight() == 0) return;
-  for (const int x : {0, data.GetWidth() - 1}) {
-    for (const int y : {0, data.GetHeight() - 1}) {
-      const double value = image.GetPixel(x, y);
-      CHECK_HOLDS(test::sameBits(value, image.GetPixel(x, y)));
-    }
-  }
-}
-
-bool samePixels(const Image& a, const Image& b) {
-  const ImageType type = a.GetImageData().GetType();
-  if (type != b.GetImageData().GetType() || a.GetWidth() != b.GetWidth() ||
-      a.GetHeight() != b.GetHeight()) {
-    return false;
-  }
-  if (a.GetWidth() == 0 || a.GetHeight() == 0) return true;  // with or without an address
-  if (a.GetData() == nullptr || b.GetData() == nullptr) return a.GetData() == b.GetData();
-  const std::size_t pixel = cmnalg::bytesPerPixel(type);
-  const auto* const rowsA = static_cast<const unsigned char*>(a.GetData());
-  const auto* const rowsB = static_cast<const unsigned char*>(b.GetData());
-  for (int y = 0; y < a.GetHeight(); ++y) {
-    const auto row = static_cast<std::size_t>(y);
-    if (std::memcmp(rowsA + row * static_cast<std::size_t>(a.GetPitch()) * pixel,
-                    rowsB + row * static_cast<std::size_t>(b.GetPitch()) * pixel,
-                    static_cast<std::size_t>(a.GetWidth()) * pixel) != 0) {
-      return false;
-    }
-  }
-  return true;
-}
-
+template <typename T>
 class ImagePlay {
  public:
   /// The allocator must outlive the images.
@@ -123,186 +125,277 @@ class ImagePlay {
       : source_(source), allocator_(allocator) {}
 
   void Run() {
+    constexpr void (ImagePlay::*kOperations[])(Image&) = {
+        &ImagePlay::Create,      &ImagePlay::Create,     &ImagePlay::FromPixels,
+        &ImagePlay::FromPixels,  &ImagePlay::FromPixels, &ImagePlay::FromImage,
+        &ImagePlay::FromOwnRows, &ImagePlay::Assign,     &ImagePlay::Move,
+        &ImagePlay::SetPixel,    &ImagePlay::Clear,      &ImagePlay::CopyData,
+        &ImagePlay::ReadBack};
     for (int i = 0; i < kMaxOperations && !source_.IsEmpty(); ++i) {
       Image& image = Choose();
-      Operate(image);
+      image.PixelSize = {static_cast<double>(source_.Raw<std::uint8_t>()), 1, 2};
+      image.Origin = {0, static_cast<double>(i), -1};
+      image.HandleZeroPixels = static_cast<cmnalg::ZeroPixels>(i % 2);
+      (this->*source_.OneOf(kOperations))(image);
       allocator_.fails = false;
       log_.Clear();
-      checkImage(image);
-      CHECK_HOLDS(typed_.GetType() == cmnalg::IMAGE_TYPE_UINT16);
+      const State state = stateOf(image);
+      CHECK_HOLDS(image.GetRawBufferSize() == static_cast<std::size_t>(state.height) *
+                                                  static_cast<std::size_t>(state.pitch) *
+                                                  cmnalg::bytesPerPixel(state.type));
+      CHECK_HOLDS(image.IsConsistent() == (state.valid && cmnalg::bytesPerPixel(state.type) > 0));
+      CHECK_HOLDS(typed_.GetType() == kType);
     }
   }
 
  private:
+  static constexpr ImageType kType = cmnalg::PixelTypeOf<T>::value;
+
   Image& Choose() {
     const int number = source_.Between(0, 3);
     return number == 3 ? static_cast<Image&>(typed_) : images_[number];
   }
 
-  bool Accepts(const Image& image, ImageType type) const {
-    return cmnalg::bytesPerPixel(type) > 0 &&
-           (&image != &typed_ || type == cmnalg::IMAGE_TYPE_UINT16);
+  ImageType AnyType() {
+    const int kind = source_.Between(0, 15);
+    return kind == 0  ? static_cast<ImageType>(source_.Between(-1, 12))
+           : kind < 8 ? kType
+                      : static_cast<ImageType>(source_.Between(0, 10));
   }
 
-  void Operate(Image& image) {
-    switch (source_.Between(0, 12)) {
-      case 0:
-      case 1:
-        return Create(image);
-      case 2:
-      case 3:
-      case 4:
-        return FromPixels(image);
-      case 5:
-        return FromImage(image);
-      case 6:
-        return Assign(image);
-      case 7:
-        return Move(image);
-      case 8:
-        image.Deallocate();
-        CHECK_HOLDS(image.GetData() == nullptr && image.GetWidth() == 0);
-        return;
-      case 9:
-        image.InvalidateImage();
-        CHECK_HOLDS(!image.GetImageData().IsValid());
-        return;
-      case 10:
-        return SetPixels(image);
-      case 11:
-        return FromOwnRows(image);
-      default:
-        return CopyData(image);
-    }
+  bool Accepts(const Image& image, ImageType type) const {
+    return cmnalg::bytesPerPixel(type) > 0 && (&image != &typed_ || type == kType);
+  }
+
+  /// As Accepts, or of no type, which every image may have.
+  bool CanBecome(const Image& image, const Image& other) const {
+    const ImageType type = stateOf(other).type;
+    return cmnalg::bytesPerPixel(type) == 0 || Accepts(image, type);
   }
 
   void Create(Image& image) {
-    const ImageType type = anyType(source_);
+    const State before = stateOf(image);
+    const ImageType type = AnyType();
     const Shape shape(source_);
+    const bool possible = Accepts(image, type) && shape.IsPossible();
+    const bool reuses = possible && before.data != nullptr &&
+                        image.GetRawBufferSize() ==
+                            static_cast<std::size_t>(shape.Pixels()) * cmnalg::bytesPerPixel(type);
+    const bool allocates = possible && !reuses && shape.HasMemory();
     allocator_.fails = source_.Between(0, 15) == 0;
-    const std::size_t before = image.GetRawBufferSize();
-    const void* const buffer = image.GetData();
+    const int requests = allocator_.requests;
     const bool done = image.Create(type, shape.width, shape.height, shape.pitch, allocator_);
     log_.CheckRefusal(done);
-    const bool possible = Accepts(image, type) && shape.IsPossible();
-    CHECK_HOLDS(possible || !done);
-    CHECK_HOLDS(!possible || done || allocator_.fails);
-    if (done && buffer != nullptr && before == image.GetRawBufferSize()) {
-      CHECK_HOLDS(image.GetData() == buffer);
-    }
-    if (done) Fill(image);
+    CHECK_HOLDS(done == (possible && !(allocates && allocator_.fails)));
+    CHECK_HOLDS(allocator_.requests == requests + (allocates ? 1 : 0));
+    State after{type, shape.width, shape.height, shape.RealPitch(), before.data, before.owns, true};
+    if (!reuses) after.data = image.GetData();
+    if (!reuses) after.owns = allocates;
+    CHECK_HOLDS((after.data != nullptr) == (done && (reuses || allocates)));
+    CHECK_HOLDS(stateOf(image) == (done ? after : State()));
+    if (done && allocates) std::memset(image.GetData(), 1, image.GetRawBufferSize());
   }
 
   /// Wraps, adopts or copies.
   void FromPixels(Image& image) {
-    const ImageType type = anyType(source_);
-    const Shape shape(source_);
+    const State before = stateOf(image);
+    const bool repeats = source_.Flip() && cmnalg::bytesPerPixel(before.type) > 0;
+    const ImageType type = repeats ? before.type : AnyType();
+    Shape shape(source_);
+    if (repeats) shape.width = before.width;
+    if (repeats) shape.height = before.height;
     const bool clone = source_.Flip();
     const bool adopt = source_.Between(0, 3) == 0;
     const bool null = source_.Between(0, 15) == 0;
     const bool possible = Accepts(image, type) && shape.IsPossible() && !null && !(clone && adopt);
+    const std::size_t pixelBytes = cmnalg::bytesPerPixel(type);
     const std::size_t bytes =
-        shape.IsPossible() ? static_cast<std::size_t>(shape.Pixels()) * cmnalg::bytesPerPixel(type)
-                           : 0;
-    void* memory = nullptr;
-    if (adopt) {
-      memory = allocator_.Allocate(std::max<std::size_t>(bytes, 1));
-    } else {
-      memory = buffers_.emplace_back(new unsigned char[bytes]).get();
+        shape.IsPossible() ? static_cast<std::size_t>(shape.Pixels()) * pixelBytes : 0;
+    void* const memory = adopt ? allocator_.Allocate(std::max<std::size_t>(bytes, 1))
+                               : buffers_.emplace_back(new unsigned char[bytes]).get();
+    const auto seed = source_.Raw<std::uint8_t>();
+    for (std::size_t i = 0; i < bytes; ++i) {
+      static_cast<unsigned char*>(memory)[i] = static_cast<unsigned char>(seed + 7 * i);
     }
-    if (bytes > 0) std::memset(memory, source_.Raw<std::uint8_t>(), bytes);
+    const bool reuses = clone && before.data != nullptr && type == before.type &&
+                        shape.width == before.width && shape.height == before.height &&
+                        before.pitch >= shape.RealPitch();
+    const bool allocates = clone && !reuses && shape.HasMemory();
     allocator_.fails = source_.Between(0, 15) == 0;
     const bool done = image.Create(null ? nullptr : memory, type, shape.width, shape.height,
                                    shape.pitch, clone, allocator_, adopt);
     log_.CheckRefusal(done);
-    CHECK_HOLDS(possible || !done);
-    CHECK_HOLDS(!possible || done || (clone && allocator_.fails));
-    if (done && !clone) CHECK_HOLDS(image.GetData() == memory);
+    CHECK_HOLDS(done == (possible && !(allocates && allocator_.fails)));
+    State after{type, shape.width, shape.height, shape.RealPitch(), memory, adopt, true};
+    if (clone) after.data = image.GetData();
+    if (clone) after.owns = allocates;
+    CHECK_HOLDS(stateOf(image) == (!done ? State() : reuses ? before : after));
+    if (done && clone) {
+      CHECK_HOLDS(image.GetData() != memory &&
+                  (image.GetData() != nullptr) == (reuses || allocates));
+      CHECK_HOLDS(pixelsOf(image) ==
+                  pixelsOf(memory, static_cast<std::size_t>(shape.width) * pixelBytes,
+                           static_cast<std::size_t>(shape.RealPitch()) * pixelBytes, shape.height));
+    }
     if (adopt && !done) allocator_.Deallocate(memory);
   }
 
   void FromImage(Image& image) {
     const Image& other = Choose();
-    const bool clone = source_.Flip();
-    Image copy;
-    const bool copied = copy.Create(other, clone);
+    const Image view(other, false);
+    const bool hasData = other.GetData() != nullptr;
     log_.Clear();
-    if (copied)
-      CHECK_HOLDS(samePixels(copy, other) && (clone || copy.GetData() == other.GetData()));
-    if (&image == &other || !clone) return;  // views would outlive what they show
-    CHECK_HOLDS(image.Create(other, true) == (copied && Accepts(image, other.GetType())));
-    if (image.GetImageData().IsValid() && copied) CHECK_HOLDS(samePixels(image, copy));
+    CHECK_HOLDS(view.GetData() == other.GetData() && !view.GetImageData().OwnsData());
+    CHECK_HOLDS(!hasData || sameMetadata(view, other));
+    const bool isSame = &image == &other;
+    const State before = stateOf(image);
+    const Bytes pixels = pixelsOf(other);
+    const bool done = image.Create(other, true);
+    log_.CheckRefusal(done);
+    CHECK_HOLDS(done == (isSame || (hasData && Accepts(image, other.GetType()))));
+    if (isSame) CHECK_HOLDS(stateOf(image) == before);
+    if (!done) CHECK_HOLDS(stateOf(image) == State());
+    if (done) CHECK_HOLDS(pixelsOf(image) == pixels && sameMetadata(image, other));
+    ImageOf<T> taken(2, 2, allocator_);
+    const State kept = stateOf(taken);
+    const bool isTaken = taken.Create(other, true);
+    log_.CheckRefusal(isTaken || other.GetType() != kType || log_.Warnings() == 0);
+    CHECK_HOLDS(isTaken == (hasData && other.GetType() == kType));
+    CHECK_HOLDS(other.GetType() == kType || stateOf(taken) == kept);
   }
 
   /// All rows but the first of an image become the image.
   void FromOwnRows(Image& image) {
-    if (image.GetData() == nullptr || image.GetHeight() < 2 || image.GetWidth() == 0) return;
-    const ImageType type = image.GetType();
-    const int pitch = image.GetPitch();
-    auto* const second = static_cast<unsigned char*>(image.GetData()) +
-                         static_cast<std::size_t>(pitch) * cmnalg::bytesPerPixel(type);
-    const int width = image.GetWidth();
-    const int height = image.GetHeight() - 1;
-    Image rows(type, 0, 0, allocator_);
-    CHECK_HOLDS(rows.Create(second, type, width, height, pitch, true, allocator_, false));
+    const State before = stateOf(image);
+    if (before.data == nullptr || before.height < 2 || before.width == 0) return;
+    auto* const first = static_cast<unsigned char*>(image.GetData());
+    auto* const second =
+        first + static_cast<std::size_t>(before.pitch) * cmnalg::bytesPerPixel(before.type);
     const bool clone = source_.Flip();
-    const bool owned = image.GetImageData().OwnsData();
-    const bool done = image.Create(second, type, width, height, pitch, clone, allocator_, false);
+    if (source_.Between(0, 3) == 0) {
+      const int height = before.height - source_.Between(0, 1);
+      const bool done = image.Create(first, before.type, before.width, height, before.pitch, clone,
+                                     allocator_, false);
+      log_.CheckRefusal(done);
+      CHECK_HOLDS(done == (height == before.height));
+      CHECK_HOLDS(stateOf(image) == (done ? before : State()));
+      return;
+    }
+    State rows = before;
+    --rows.height;
+    rows.data = second;
+    const Bytes pixels = pixelsOf(rows);
+    const bool done = image.Create(second, rows.type, rows.width, rows.height, rows.pitch, clone,
+                                   allocator_, false);
     log_.CheckRefusal(done);
-    CHECK_HOLDS(done == (clone || !owned));
-    if (done) CHECK_HOLDS(samePixels(image, rows));
+    CHECK_HOLDS(done == (clone || !before.owns));
+    if (done) CHECK_HOLDS(pixelsOf(image) == pixels);
   }
 
   void Assign(Image& image) {
     const Image& other = Choose();
-    const bool fits = &image != &typed_ || other.GetType() == cmnalg::IMAGE_TYPE_UINT16 ||
-                      cmnalg::bytesPerPixel(other.GetImageData().GetType()) == 0;
-    allocator_.fails = source_.Between(0, 7) == 0;
-    const Image before(image, true);
-    log_.Clear();
-    const bool hadPixels = image.GetData() != nullptr;
+    const State before = stateOf(image);
+    State after = stateOf(other);
+    const Bytes pixels = pixelsOf(other);
+    allocator_.fails = source_.Between(0, 3) == 0;
     try {
       image = other;
-      allocator_.fails = false;
-      if (fits) CHECK_HOLDS(samePixels(image, other));
+      if (&image != &other) after.data = after.data == nullptr ? nullptr : image.GetData();
+      if (&image != &other) after.owns = after.data != nullptr;
+      CHECK_HOLDS(stateOf(image) == (CanBecome(image, other) ? after : State()));
+      if (CanBecome(image, other)) CHECK_HOLDS(pixelsOf(image) == pixels);
+      CHECK_HOLDS(&image == &other || after.data == nullptr || image.GetData() != other.GetData());
+      CHECK_HOLDS(sameMetadata(image, other));
     } catch (const std::bad_alloc&) {
-      CHECK_HOLDS(allocator_.fails);
-      CHECK_HOLDS(!hadPixels || samePixels(image, before));
+      CHECK_HOLDS(allocator_.fails && stateOf(image) == before);
     }
   }
 
   void Move(Image& image) {
     Image& other = Choose();
-    if (&image == &other) return;
-    const bool fits = &image != &typed_ || other.GetType() == cmnalg::IMAGE_TYPE_UINT16;
-    const void* const pixels = other.GetData();
+    const bool fits = CanBecome(image, other);
+    const State after = stateOf(other);
     image = std::move(other);
-    if (fits && pixels != nullptr) CHECK_HOLDS(image.GetData() == pixels);
-    checkImage(other);  // NOLINT(bugprone-use-after-move): a state of its own
+    CHECK_HOLDS(stateOf(image) == (fits ? after : State()));
+    State empty;
+    empty.valid = true;
+    // NOLINTNEXTLINE(bugprone-use-after-move): a state of its own
+    CHECK_HOLDS(&image == &other || stateOf(other) == (fits ? empty : after));
+    CHECK_HOLDS(sameMetadata(image, other));
   }
 
-  void SetPixels(Image& image) {
+  void SetPixel(Image& image) {
+    const State state = stateOf(image);
     const double value = source_.Real();
-    if (image.GetData() == nullptr || image.GetWidth() == 0 || image.GetHeight() == 0) return;
-    image.SetPixel(image.GetWidth() - 1, image.GetHeight() - 1, value);
-    const double stored = image.GetPixel(image.GetWidth() - 1, image.GetHeight() - 1);
+    if (state.data == nullptr || state.width == 0 || state.height == 0) return;
+    const int x = source_.Between(0, std::min(state.width, 256) - 1);
+    const int y = source_.Between(0, std::min(state.height, 256) - 1);
+    auto* const bytes = static_cast<unsigned char*>(image.GetData());
+    const auto pixelBytes = static_cast<std::ptrdiff_t>(cmnalg::bytesPerPixel(state.type));
+    const std::ptrdiff_t place = (std::ptrdiff_t{y} * state.pitch + x) * pixelBytes;
+    Bytes before(bytes, bytes + image.GetRawBufferSize());
+    image.SetPixel(x, y, value);
+    const double stored = image.GetPixel(x, y);
     const bool isSmall = value >= 0 && value <= 127 && value == static_cast<int>(value);
     CHECK_HOLDS(!isSmall || stored == value);
     CHECK_HOLDS(image.IsFloatingType() || stored == stored);
+    std::copy_n(bytes + place, pixelBytes, before.begin() + place);
+    CHECK_HOLDS(std::equal(before.begin(), before.end(), bytes));
+    if (&image != &typed_) return;
+    const auto* const address = reinterpret_cast<T*>(bytes + place);
+    CHECK_HOLDS(&typed_.Pix(x, y) == address && typed_.GetRowPtr(y) + x == address);
+    typed_.SetAll(*address);
+    for (int i = 0; i < state.width * state.height; ++i) {
+      T& pixel = typed_.Pix(i % state.width, i / state.width);
+      CHECK_HOLDS(std::memcmp(&pixel, address, sizeof pixel) == 0);
+      std::memcpy(&before[reinterpret_cast<unsigned char*>(&pixel) - bytes], &pixel, sizeof pixel);
+    }
+    CHECK_HOLDS(std::equal(before.begin(), before.end(), bytes));
+  }
+
+  void Clear(Image& image) {
+    State after;
+    if (source_.Flip()) {
+      after.type = stateOf(image).type;
+      after.valid = image.GetImageData().IsValid();
+      image.Deallocate();
+    } else {
+      image.InvalidateImage();
+    }
+    CHECK_HOLDS(stateOf(image) == after);
   }
 
   void CopyData(Image& image) {
     cmnalg::ImageData copy;
+    copy.Create(cmnalg::IMAGE_TYPE_UINT8, 1, 1, 0, allocator_);
+    State after = stateOf(image);
     allocator_.fails = source_.Between(0, 7) == 0;
     const bool done = copy.Copy(image.GetImageData());
     log_.CheckRefusal(done);
-    CHECK_HOLDS(done || allocator_.fails);
-    if (done) CHECK_HOLDS(copy.GetBufferSize() == image.GetRawBufferSize());
-    if (done) CHECK_HOLDS(copy.GetData() == nullptr || copy.GetData() != image.GetData());
+    CHECK_HOLDS(done || (allocator_.fails && stateOf(copy) == State()));
+    if (!done) return;
+    CHECK_HOLDS(after.data == nullptr || copy.GetData() != after.data);
+    after.data = after.data == nullptr ? nullptr : copy.GetData();
+    after.owns = after.data != nullptr;
+    CHECK_HOLDS(stateOf(copy) == after && pixelsOf(after) == pixelsOf(image));
   }
 
-  static void Fill(Image& image) {
-    if (image.GetRawBufferSize() > 0) std::memset(image.GetData(), 1, image.GetRawBufferSize());
+  /// From a document, and as a clone of unknown class.
+  void ReadBack(Image& image) {
+    etl::MemoryOutStream stream;
+    CHECK_HOLDS(base::JsonVisitingSerializer(stream, source_.Flip()).Serialize(image));
+    base::JsonVisitingDeSerializer reader(stream.GetBuffer(), true);
+    const std::unique_ptr<etl::IVisitable> read = reader.DeserializeObject();
+    const std::unique_ptr<etl::IVisitable> cloned = image.CloneVisitable();
+    for (const auto* object : {read.get(), cloned.get()}) {
+      const auto* const copy = dynamic_cast<const Image*>(object);
+      CHECK_HOLDS(copy != nullptr && copy->GetType() == image.GetType());
+      CHECK_HOLDS(copy->GetWidth() == image.GetWidth() && copy->GetHeight() == image.GetHeight());
+      CHECK_HOLDS(object != read.get() || copy->GetPitch() == copy->GetWidth());
+      CHECK_HOLDS(sameMetadata(*copy, image) && pixelsOf(*copy) == pixelsOf(image));
+    }
+    const bool isTyped = dynamic_cast<const ImageOf<T>*>(cloned.get()) != nullptr;
+    CHECK_HOLDS(isTyped == (&image == &typed_));
   }
 
   test::ByteSource& source_;
@@ -310,39 +403,15 @@ class ImagePlay {
   test::CheckedLog log_;
   std::vector<std::unique_ptr<unsigned char[]>> buffers_;  // which images may still show
   Image images_[3];
-  ImageOf<std::uint16_t> typed_;
+  ImageOf<T> typed_;
 };
-
-/// Shapes, products and inverses of matrices.
-void playMatrices(test::ByteSource& source) {
-  test::CheckedLog log;
-  cmnalg::Matrix<double> a;
-  const Shape shape(source);
-  const bool done = a.Create(shape.height, shape.width, shape.pitch);
-  log.CheckRefusal(done);
-  CHECK_HOLDS(done == shape.IsPossible());
-  const int rows = source.Between(0, 5);
-  const int cols = source.Between(0, 5);
-  std::vector<double> values(25);
-  for (double& value : values) value = source.Real();
-  const auto b = cmnalg::Matrix<double>::FromRows(rows, cols, values.data());
-  const auto c = cmnalg::Matrix<double>::FromRows(cols, source.Between(0, 5), values.data());
-  const auto product = b * c;
-  CHECK_HOLDS(product.Height() == rows && product.Width() == c.Width());
-  CHECK_HOLDS((c * cmnalg::Matrix<double>::Identity(6, 6)).IsEmpty());
-  cmnalg::Matrix<double> copy;
-  copy = b;
-  CHECK_HOLDS(copy.Height() == rows && copy.Width() == cols);
-}
 
 }  // namespace
 
 PLANEX_PROPERTY(image) {
-  if (source.Between(0, 7) == 0) {
-    playMatrices(source);
-    return;
-  }
   CountingAllocator allocator;
-  ImagePlay(source, allocator).Run();
+  const auto type = static_cast<ImageType>(source.Between(0, 10));
+  cmnalg::dispatchPixelType(
+      type, [&](auto tag) { ImagePlay<typename decltype(tag)::type>(source, allocator).Run(); });
   CHECK_HOLDS(allocator.live == 0);
 }
