@@ -13,6 +13,7 @@
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
+#include "tests/support/counting_allocator.h"
 #include "tests/support/warning_capture.h"
 
 namespace cmnalg {
@@ -25,16 +26,11 @@ constexpr auto kNoType = static_cast<ImageType>(12);
 const double kNan = std::nan("");
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-struct NoMemory final : etl::Allocator {
-  void* Allocate(std::size_t) const noexcept override { return nullptr; }
-  void Deallocate(void*) const noexcept override {}
-};
-
 // ---- Refusals: one warning each, in this order ----
 
 enum Pixels { kNone, kNull, kCallers, kOwn, kInside };
 
-TEST(Image, IsInvalidatedWithOneWarning) {
+TEST(Image, IsCreatedOrInvalidatedWithOneWarning) {
   const char* const type = "Cannot create image of type IMAGE_TYPE_INVALID.";
   const char* const negative = "Cannot create image with negative width or height.";
   const char* const narrow = "Line pitch cannot be smaller than the image width.";
@@ -48,7 +44,7 @@ TEST(Image, IsInvalidatedWithOneWarning) {
     ImageType type;
     int width, height, pitch;
     bool clone, transfer;
-    const char* warning;
+    const char* warning;  ///< null: nothing happens
   } kCases[] = {
       {kNone, IMAGE_TYPE_INVALID, -1, 3, 0, false, false, type},
       {kNone, kNoType, 5, 3, 0, false, false, type},
@@ -65,12 +61,14 @@ TEST(Image, IsInvalidatedWithOneWarning) {
       {kOwn, kNoType, 2, 2, 2, false, false, other},
       {kOwn, kU8, 2, 1, 3, true, false, other},
       {kOwn, kU8, 1, 2, 3, true, false, other},
+      {kOwn, kNoType, 2, 2, 3, false, true, nullptr},
       {kInside, kNoType, 2, 1, 3, false, false, type},
       {kInside, kU8, 2, 1, 3, false, false, other},
       {kCallers, kU8, 65536, 32768, 0, false, false, memory},
       {kCallers, IMAGE_TYPE_RGB24, 2, 2, 3, true, false, memory},
   };
-  const NoMemory none;
+  CountingAllocator none;
+  none.fails = true;
   for (const auto& c : kCases) {
     SCOPED_TRACE(&c - kCases);
     unsigned char callers[18] = {};
@@ -79,51 +77,38 @@ TEST(Image, IsInvalidatedWithOneWarning) {
     auto* const own = static_cast<unsigned char*>(image.GetData());
     void* const pixels[] = {nullptr, nullptr, callers, own, own + 3};
     const WarningCapture log;
-    EXPECT_FALSE(c.pixels == kNone ? image.Create(c.type, c.width, c.height, c.pitch, none)
-                                   : image.Create(pixels[c.pixels], c.type, c.width, c.height,
-                                                  c.pitch, c.clone, none, c.transfer));
+    const bool done = c.pixels == kNone ? image.Create(c.type, c.width, c.height, c.pitch, none)
+                                        : image.Create(pixels[c.pixels], c.type, c.width, c.height,
+                                                       c.pitch, c.clone, none, c.transfer);
+    EXPECT_EQ(done, c.warning == nullptr);
+    EXPECT_EQ(image.GetData() == own && image.GetType() == kU8, done);
+    EXPECT_EQ(image.GetImageData().IsValid(), done);
+    if (done) continue;
     EXPECT_THAT(log.Messages(), ElementsAre(c.warning));
     EXPECT_THAT(log.Loggers(), ElementsAre("Image"));
-    EXPECT_FALSE(image.GetImageData().IsValid());
   }
-}
-
-TEST(Image, OfOneTypeTakesNoOther) {
-  ImageOf<float> image(1, 1, Image::s_defaultImageAllocator);
-  const Image other(kU8, 1, 1, Image::s_defaultImageAllocator);
-  const WarningCapture log;
-  EXPECT_FALSE(image.Create(other, true));
-  EXPECT_THAT(log.Messages(), testing::IsEmpty());
-  EXPECT_NE(image.GetData(), nullptr);
-  EXPECT_FALSE(static_cast<Image&>(image).Create(other, true));
-  EXPECT_THAT(log.Messages(), ElementsAre("Unexpected programming error."));
-  EXPECT_STREQ(impro::GetType(image), "FLOAT32");
 }
 
 TEST(Image, IsConsistentOnlyWithSoundMetadata) {
-  const double kSizes[] = {-1e-300, kNan, kInf};
-  const double kOrigins[] = {kNan, kInf, -kInf};
-  for (double Vec<3, double>::*part :
-       {&Vec<3, double>::x, &Vec<3, double>::y, &Vec<3, double>::z}) {
-    Image image(kU8, 1, 1, Image::s_defaultImageAllocator);
-    image.PixelSize.*part = 0;
-    image.Origin.*part = -1;
-    EXPECT_TRUE(image.IsConsistent());
-    for (int i = 0; i < 3; ++i) {
-      image.PixelSize.*part = kSizes[i];
-      EXPECT_FALSE(image.IsConsistent());
-      image.PixelSize.*part = 1;
-      image.Origin.*part = kOrigins[i];
-      EXPECT_FALSE(image.IsConsistent());
-      image.Origin.*part = 0;
+  Image image(kU8, 1, 1, Image::s_defaultImageAllocator);
+  for (Vec<3, double>* vec : {&image.PixelSize, &image.Origin}) {
+    for (double* part : {&vec->x, &vec->y, &vec->z}) {
+      for (const double value : {0.0, -1e-300, kNan, kInf, -kInf}) {
+        *part = value;
+        const bool isNegativeOrigin = vec == &image.Origin && value == -1e-300;
+        EXPECT_EQ(image.IsConsistent(), value == 0 || isNegativeOrigin) << value;
+      }
+      *part = 1;
     }
   }
+  image.HandleZeroPixels = static_cast<ZeroPixels>(2);
+  EXPECT_FALSE(image.IsConsistent());
 }
 
 // ---- Pixels ----
 
-double stored(ImageType type, double v) {
-  Image image(type, 1, 1, Image::s_defaultImageAllocator);
+double stored(int type, double v) {
+  Image image(static_cast<ImageType>(type), 1, 1, Image::s_defaultImageAllocator);
   image.SetPixel(0, 0, v);
   return image.GetPixel(0, 0);
 }
@@ -138,8 +123,6 @@ TEST(Image, StoresDoublesInEveryType) {
   } kCases[] = {
       {300.7, {44, 300, 300, 300, 44, 300, 300, 300}},
       {-1.9, {0, 0, 0, 0, -1, -1, -1, -1}},
-      {-0.9, {0, 0, 0, 0, 0, 0, 0, 0}},
-      {200, {200, 200, 200, 200, -56, 200, 200, 200}},
       {70000, {112, 4464, 70000, 70000, 112, 4464, 70000, 70000}},
       {kTwo31, {0, 0, kTwo31, kTwo31, -1, -1, kTwo31 - 1, kTwo31}},
       {-3e9, {0, 0, 0, 0, 0, 0, -kTwo31, -3e9}},
@@ -151,7 +134,7 @@ TEST(Image, StoresDoublesInEveryType) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.v);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(stored(static_cast<ImageType>(i), c.v), c.want[i]) << i;
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(stored(i, c.v), c.want[i]) << i;
     EXPECT_EQ(stored(IMAGE_TYPE_RGB24, c.v), c.want[0]);
   }
   EXPECT_EQ(stored(IMAGE_TYPE_FLOAT32, 0.1), double{0.1F});
@@ -180,7 +163,7 @@ TEST(PixelType, HasItsClassesAndNames) {
   EXPECT_EQ(typeFromSerialisedName("UINT8"), IMAGE_TYPE_INVALID);
   EXPECT_EQ(impro::typeStringToEnum("a INT16 image"), IMAGE_TYPE_INT16);
   EXPECT_EQ(impro::typeStringToEnum("RGB24 or UINT16"), IMAGE_TYPE_UINT16) << "in type order";
-  EXPECT_EQ(impro::typeStringToEnum("RGB24"), IMAGE_TYPE_RGB24);
+  EXPECT_EQ(impro::typeStringToEnum(impro::GetType(ImageOf<PixelRGB>())), IMAGE_TYPE_RGB24);
   EXPECT_EQ(impro::typeStringToEnum("xyz"), IMAGE_TYPE_INVALID);
 }
 
@@ -218,7 +201,7 @@ TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
       {"\"Height\":2", "\"Height\":3", size},
       {"3,\"Height\":2,\"Pixels\":{\"numOfElems\":6",
        "40000,\"Height\":40000,\"Pixels\":{\"numOfElems\":1600000000", size},
-      {"MissingData", "MissingData", ""},
+      {"MissingData", "missingdata", ""},  // an unknown word
   };
   for (const auto& c : kCases) {
     std::string text = kDocument;
@@ -230,19 +213,10 @@ TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
     base::JsonVisitingDeSerializer document(text.c_str(), false);
     document.DeserializeIntoExistingObject(image);
     EXPECT_EQ(document.GetErrorDescription(), c.error);
-    EXPECT_EQ(documentOf(image), c.error.empty() ? kDocument : before);
+    std::string read = kDocument;
+    read.replace(read.find("MissingData"), 11, "Unknown");
+    EXPECT_EQ(documentOf(image), c.error.empty() ? read : before);
   }
-}
-
-TEST(ImageDocument, ReadsUnknownZeroPixelsAsTwo) {
-  std::string text = kDocument;
-  text.replace(text.find("MissingData"), 11, "missingdata");
-  Image image;
-  base::JsonVisitingDeSerializer document(text.c_str(), false);
-  ASSERT_TRUE(document.DeserializeIntoExistingObject(image));
-  EXPECT_EQ(static_cast<int>(image.HandleZeroPixels), 2);
-  EXPECT_FALSE(image.IsConsistent());
-  EXPECT_NE(documentOf(image).find(R"("HandleZeroPixels":"Unknown")"), std::string::npos);
 }
 
 }  // namespace

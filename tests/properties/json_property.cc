@@ -28,7 +28,6 @@ using etl::IVisitor;
 /// One walk through the members.
 struct Walk {
   test::ByteSource source;  // the same members on every walk
-  bool compares = false;    // whether what is read must be what was drawn
   unsigned short floatDigits = 9, doubleDigits = 17;
   bool writesBigData = true;
   std::size_t depth = 0;    // of objects and arrays that are open
@@ -111,12 +110,9 @@ T drawn() {
   }
 }
 
-Buffer drawnBytes() {
-  const std::string text = walk->source.Text(walk->source.Raw<std::uint8_t>() % 16);
-  return Buffer(text.begin(), text.end());
-}
+std::string drawnText() { return walk->source.Text(walk->source.Raw<std::uint8_t>() % 16); }
 
-bool compares(const IVisitor& v) { return walk->compares && v.IsReading() && !v.HasError(); }
+bool compares(const IVisitor& v) { return v.IsReading() && !v.HasError(); }
 
 /// Whether a document gives `value` back. Numbers are read as doubles: what has none is the
 /// nearest, or the largest of the type where that is past it.
@@ -135,47 +131,31 @@ template <typename T>
 T argumentOf(void (IVisitor::*visit)(T&, const char*));
 
 template <auto kVisit>
-void visitNumber(IVisitor& v, const char* name) {
+void number(IVisitor& v, const char* name) {
   using T = decltype(argumentOf(kVisit));
-  const T number = drawn<T>();
-  walk->text += written(number);
-  T value = v.IsReading() ? T{} : number;
+  const T wanted = drawn<T>();
+  walk->text += written(wanted);
+  T value = v.IsReading() ? T{} : wanted;
   (v.*kVisit)(value, name);
-  CHECK_HOLDS(!compares(v) || isReadAs(number, value));
-}
-
-enum class Colour : std::int32_t {};
-
-void visitEnumeration(IVisitor& v, const char* name) {
-  const auto number = drawn<std::int32_t>();
-  walk->text += written(number);
-  auto value = static_cast<Colour>(v.IsReading() ? 0 : number);
-  v.VisitMemberE(value, name);
-  CHECK_HOLDS(!compares(v) || value == static_cast<Colour>(number));
+  CHECK_HOLDS(!compares(v) || isReadAs(wanted, value));
 }
 
 void visitText(IVisitor& v, const char* name) {
-  const Buffer bytes = drawnBytes();
-  const std::string text(bytes.begin(), bytes.end());
+  const std::string text = drawnText();
   walk->text += quoted(text);
   etl::String value = v.IsReading() ? "" : text;
   v.VisitMemberS(value, name);
   CHECK_HOLDS(!compares(v) || value == text.substr(0, text.find('\0')));
 }
 
-void visitBuffer(IVisitor& v, const char* name) {
-  const Buffer bytes = drawnBytes();
+template <bool kIsBuffer>
+void visitBytes(IVisitor& v, const char* name) {
+  const std::string text = drawnText();
+  const Buffer bytes(text.begin(), text.end());
   walk->text += encoded(bytes);
-  Buffer value = v.IsReading() ? Buffer{7} : bytes;
-  v.VisitMemberBU(value, name);
-  CHECK_HOLDS(!compares(v) || value == bytes);
-}
-
-void visitByteArray(IVisitor& v, const char* name) {
-  const Buffer bytes = drawnBytes();
-  walk->text += encoded(bytes);
-  Buffer value = v.IsReading() ? Buffer(bytes.size()) : bytes;
-  v.VisitMemberByteArray(value.data(), value.size(), name);
+  Buffer value = v.IsReading() ? Buffer(kIsBuffer ? 1 : bytes.size()) : bytes;
+  kIsBuffer ? v.VisitMemberBU(value, name)
+            : v.VisitMemberByteArray(value.data(), value.size(), name);
   CHECK_HOLDS(!compares(v) || value == bytes);
 }
 
@@ -208,10 +188,7 @@ void visitArray(IVisitor& v, const char* name) {
   const auto length = static_cast<std::size_t>(walk->source.Between(0, kMaxElements));
   std::size_t count = v.IsReading() ? 99 : length;
   v.BeginVisitingArray(type, count, name);
-  if (v.IsReading() && count != length) {
-    CHECK_HOLDS(!compares(v));
-    v.SetArraySizeMismatch();
-  }
+  CHECK_HOLDS(!compares(v) || count == length);
   walk->text += '[';
   ++walk->depth;
   if (!hasArrays) walk->source.OneOf(kElements)(v, length);
@@ -272,33 +249,31 @@ void visitObject(IVisitor& v, const char* name) {
 }
 
 void visitPart(IVisitor& v, const char* name) {
-  const bool byHand = walk->source.Flip();
   walk->text += '{';
-  if (byHand) v.BeginVisitingSubObject(name, "Part");
-  byHand ? visitMembers(v) : etl::visitPlainSubObject(v, name, "", visitMembers);
-  if (byHand) v.EndVisitingSubObject(name, "Part");
+  etl::visitPlainSubObject(v, name, "", visitMembers);
   walk->text += '}';
 }
 
 void visitMembers(IVisitor& v) {
-  constexpr void (*kMembers[])(IVisitor&, const char*) = {visitNumber<&IVisitor::VisitMemberB>,
-                                                          visitNumber<&IVisitor::VisitMemberC>,
-                                                          visitNumber<&IVisitor::VisitMemberI8>,
-                                                          visitNumber<&IVisitor::VisitMemberI16>,
-                                                          visitNumber<&IVisitor::VisitMemberI32>,
-                                                          visitNumber<&IVisitor::VisitMemberI64>,
-                                                          visitNumber<&IVisitor::VisitMemberUI8>,
-                                                          visitNumber<&IVisitor::VisitMemberUI16>,
-                                                          visitNumber<&IVisitor::VisitMemberUI32>,
-                                                          visitNumber<&IVisitor::VisitMemberUI64>,
-                                                          visitNumber<&IVisitor::VisitMemberIP>,
-                                                          visitNumber<&IVisitor::VisitMemberUIP>,
-                                                          visitNumber<&IVisitor::VisitMemberF32>,
-                                                          visitNumber<&IVisitor::VisitMemberF64>,
-                                                          visitEnumeration,
+  using V = IVisitor;
+  constexpr void (*kMembers[])(IVisitor&, const char*) = {number<&V::VisitMemberB>,
+                                                          number<&V::VisitMemberC>,
+                                                          number<&V::VisitMemberI8>,
+                                                          number<&V::VisitMemberI16>,
+                                                          number<&V::VisitMemberI32>,
+                                                          number<&V::VisitMemberI64>,
+                                                          number<&V::VisitMemberUI8>,
+                                                          number<&V::VisitMemberUI16>,
+                                                          number<&V::VisitMemberUI32>,
+                                                          number<&V::VisitMemberUI64>,
+                                                          number<&V::VisitMemberIP>,
+                                                          number<&V::VisitMemberUIP>,
+                                                          number<&V::VisitMemberF32>,
+                                                          number<&V::VisitMemberF64>,
+                                                          number<&V::VisitMemberEInternal>,
                                                           visitText,
-                                                          visitBuffer,
-                                                          visitByteArray,
+                                                          visitBytes<true>,
+                                                          visitBytes<false>,
                                                           visitBigData,
                                                           visitArray,
                                                           visitArray,
@@ -346,21 +321,10 @@ std::string serialized(bool isPretty, Walk& one) {
   return std::string(stream.GetText());
 }
 
-bool read(const std::string& text, Walk& one) {
-  walk = &one;
-  base::JsonVisitingDeSerializer reader(Buffer(text.begin(), text.end()), true);
-  Nested object;
-  const bool done = reader.DeserializeIntoExistingObject(object);
-  CHECK_HOLDS(done == reader.GetErrorDescription().empty());
-  return done;
-}
-
 }  // namespace
 
 PLANEX_PROPERTY(json) {
   constexpr unsigned short kDigits[] = {0, 1, 6, 9, 17, 40, 65535};
-  const std::size_t place = source.Raw<std::uint16_t>();
-  const char damage = source.Raw<char>();
   Walk pretty{source};
   pretty.floatDigits = source.OneOf(kDigits);
   pretty.doubleDigits = source.OneOf(kDigits);
@@ -369,19 +333,17 @@ PLANEX_PROPERTY(json) {
   CHECK_HOLDS(withoutSpace(prettyText) == withoutSpace(pretty.text));
 
   Walk compact{source};
-  std::string text = serialized(false, compact);
+  const std::string text = serialized(false, compact);
   CHECK_HOLDS(text == compact.text);
   Walk reading{source};
-  reading.compares = true;
-  CHECK_HOLDS(read(text, reading) == compact.isReadable);
+  walk = &reading;
+  base::JsonVisitingDeSerializer reader(text.c_str(), true);
+  Nested object;
+  CHECK_HOLDS(reader.DeserializeIntoExistingObject(object) == compact.isReadable);
 
   Walk counting{source};
   walk = &counting;
   etl::CountMembersVisitor counter;
   visitMembers(counter);
   CHECK_HOLDS(counter.GetCount() == counting.members);
-
-  text[place % text.size()] = damage;
-  Walk damaged{source};
-  read(text, damaged);
 }
