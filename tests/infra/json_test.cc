@@ -172,6 +172,9 @@ TEST(Json, KeepsNumbersWithinTheirType) {
   float single = 1;
   EXPECT_EQ(readData(R"({"n":1e-60})", [&](IVisitor& v) { v.VisitMemberF32(single, "n"); }), "");
   EXPECT_EQ(single, 0.0F);
+  auto type = ArrayType::Primitives;
+  EXPECT_EQ(readData(R"({"n":1})", [&](IVisitor& v) { v.VisitMemberE(type, "n"); }), "");
+  EXPECT_EQ(type, ArrayType::Arrays);
 }
 
 /// Calls to a visitor, a letter each.

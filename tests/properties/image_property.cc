@@ -322,7 +322,8 @@ class ImagePlay {
     for (int i = 0; i < state.width * state.height; ++i) {
       T& pixel = typed_.Pix(i % state.width, i / state.width);
       CHECK_HOLDS(std::memcmp(&pixel, address, sizeof pixel) == 0);
-      std::memcpy(&before[reinterpret_cast<unsigned char*>(&pixel) - bytes], &pixel, sizeof pixel);
+      std::memcpy(before.data() + (reinterpret_cast<unsigned char*>(&pixel) - bytes), &pixel,
+                  sizeof pixel);
     }
     CHECK_HOLDS(std::equal(before.begin(), before.end(), bytes));
   }
