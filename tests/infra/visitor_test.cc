@@ -50,8 +50,11 @@ TEST(VisitPlainSubObject, CountsTheMembersOnRequest) {
 TEST(CountMembersVisitor, ReportsWhatItsObjectReports) {
   etl::CountMembersVisitor counter;
   counter.EndVisitingSubObject("never begun", "");
+  counter.BeginVisitingSubObject("by hand", "");
   Whole().Visit(counter);
-  EXPECT_EQ(counter.GetCount(), 1U);
+  counter.EndVisitingSubObject("by hand", "");
+  Whole().Visit(counter);
+  EXPECT_EQ(counter.GetCount(), 2U);
   EXPECT_FALSE(counter.HasError());
   counter.SetError("first");
   counter.SetArraySizeMismatch();

@@ -239,12 +239,14 @@ class ImagePlay {
     if (isSame) CHECK_HOLDS(stateOf(image) == before);
     if (!done) CHECK_HOLDS(stateOf(image) == State());
     if (done) CHECK_HOLDS(pixelsOf(image) == pixels && sameMetadata(image, other));
-    ImageOf<T> taken(2, 2, allocator_);
+    ImageOf<T> taken(2, 2, 3, allocator_);
     const State kept = stateOf(taken);
     const bool isTaken = taken.Create(other, true);
     log_.CheckRefusal(isTaken || other.GetType() != kType || log_.Warnings() == 0);
     CHECK_HOLDS(isTaken == (hasData && other.GetType() == kType));
-    CHECK_HOLDS(other.GetType() == kType || stateOf(taken) == kept);
+    CHECK_HOLDS(other.GetType() == kType || (stateOf(taken) == kept && kept.pitch == 3));
+    const ImageOf<T> shown(other, false);
+    CHECK_HOLDS(shown.GetData() == (isTaken ? other.GetData() : nullptr));
   }
 
   /// All rows but the first of an image become the image.
@@ -362,12 +364,15 @@ class ImagePlay {
     base::JsonVisitingDeSerializer reader(stream.GetBuffer(), true);
     const std::unique_ptr<etl::IVisitable> read = reader.DeserializeObject();
     const std::unique_ptr<etl::IVisitable> cloned = image.CloneVisitable();
-    for (const auto* object : {read.get(), cloned.get()}) {
-      const auto* const copy = dynamic_cast<const Image*>(object);
+    for (auto* object : {read.get(), cloned.get()}) {
+      auto* const copy = dynamic_cast<Image*>(object);
       CHECK_HOLDS(copy != nullptr && copy->GetType() == image.GetType());
       CHECK_HOLDS(copy->GetWidth() == image.GetWidth() && copy->GetHeight() == image.GetHeight());
       CHECK_HOLDS(object != read.get() || copy->GetPitch() == copy->GetWidth());
-      CHECK_HOLDS(sameMetadata(*copy, image) && pixelsOf(*copy) == pixelsOf(image));
+      const void* const data = copy->GetData();
+      const Image moved(std::move(*copy));
+      CHECK_HOLDS(copy->GetData() == nullptr && moved.GetData() == data);
+      CHECK_HOLDS(sameMetadata(moved, image) && pixelsOf(moved) == pixelsOf(image));
     }
     const bool isTyped = dynamic_cast<const ImageOf<T>*>(cloned.get()) != nullptr;
     CHECK_HOLDS(isTyped == (&image == &typed_));
