@@ -91,7 +91,9 @@ TEST(Transform, RefusesMatricesOfOtherSizesAndKnowsItsType) {
   EXPECT_THAT(log.Messages(), ElementsAre("Input matrix is not correct size.",
                                           "Input matrix is not correct size."));
   EXPECT_THAT(log.Loggers(), ElementsAre("Matrix", "Matrix"));
-  EXPECT_TRUE(transform.IsRigid() && !transform.IsSimilarity() && !transform.IsIdentity());
+  math::Transform<2, double> copy;
+  copy = transform;
+  EXPECT_TRUE(copy.IsRigid() && !copy.IsSimilarity() && !copy.IsIdentity());
 }
 
 std::string documentOf(etl::IVisitable& object) {
