@@ -147,6 +147,8 @@ TEST_F(LoggerTest, FormatsWhatItCanAndDropsWhatAHandlerLogs) {
   root_.Severe("%d: %lc", 7, std::wint_t{0xd800});  // half of a pair is no character
   EXPECT_EQ(texts_,
             (Texts{"root||SEVERE: " + text + ".", "root||SEVERE: ", "root||SEVERE: %d: %lc"}));
+  EXPECT_THROW(root_.Severe("one"), std::runtime_error);
+  EXPECT_THROW(root_.Severe("two"), std::runtime_error) << "as if the first had not thrown";
 }
 
 TEST_F(LoggerTest, HandlerMayReplaceItselfWhilePublishing) {
