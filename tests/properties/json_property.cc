@@ -87,6 +87,8 @@ std::string written(T value) {
     std::snprintf(text, sizeof text, "%.*g", std::clamp(digits, 1, 40), double{value});
     std::replace(text, text + sizeof text, ',', '.');  // of the locale
     return text;
+  } else if constexpr (std::is_same_v<T, char>) {
+    return std::to_string(static_cast<signed char>(value));  // also where char is unsigned
   } else {
     return std::to_string(value);
   }
