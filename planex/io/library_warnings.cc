@@ -1,7 +1,6 @@
 #include "planex/io/library_warnings.h"
 
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "planex/infra/log_handler.h"
@@ -11,14 +10,12 @@
 namespace planex::io {
 namespace {
 
-std::mutex mutex;
-std::string collected;
+thread_local std::string collected;
 
 class CollectingHandler final : public base::LogHandler {
  public:
   CollectingHandler() : LogHandler("planex", true) {}
   void Publish(const base::LogRecord& record) override {
-    const std::lock_guard<std::mutex> lock(mutex);
     if (!collected.empty()) collected += ' ';
     collected += record.message;
   }
@@ -31,7 +28,6 @@ void collectLibraryWarnings() {
 }
 
 std::string takeLibraryWarnings() {
-  const std::lock_guard<std::mutex> lock(mutex);
   std::string text = std::exchange(collected, std::string());
   if (!text.empty() && text.back() == '.') text.pop_back();
   return text;

@@ -75,14 +75,9 @@ bool keepsOrder(const CalibrationModel& model, const Point& pixel) {
   return xu > 0 && yv > 0 && xu * yv - xv * yu > 0;
 }
 
-bool isCalibrated(const CalibrationModel& model) {
-  return model.CurrentState == ModelState::CALIBRATED ||
-         model.CurrentState == ModelState::CALIBRATED_ALIGNED_2D ||
-         model.CurrentState == ModelState::CALIBRATED_ALIGNED_3D;
-}
-
 void checkLens(const CalibrationModel& model, const PointList& grid, std::vector<Fault>& faults) {
-  if (isCalibrated(model) && (!(model.LensCenter.x > 0) || !(model.LensCenter.y > 0))) {
+  if (isCalibrated(model.CurrentState) &&
+      (!(model.LensCenter.x > 0) || !(model.LensCenter.y > 0))) {
     add(faults, "data.LensCenter",
         fmt::format("is ({}, {}); a calibrated model has one above 0", model.LensCenter.x,
                     model.LensCenter.y));

@@ -68,36 +68,39 @@ std::string npyHeader(const PointDescription& points) {
 
 /// Points one behind the other, each with its numbers together.
 class RecordWriter : public PointWriter {
+ public:
+  void prepare(const PointRows& rows, std::vector<char>& bytes) const override {
+    bytes.resize(static_cast<std::size_t>(rows.count) * static_cast<std::size_t>(points_.columns) *
+                 recordBytes_);
+    fill(rows, bytes);
+  }
+  void writeRows(const PointRows& /*rows*/, const std::vector<char>& bytes) override {
+    file_.write(bytes.data(), bytes.size());
+  }
+
  protected:
   RecordWriter(OutputFile& file, const PointDescription& points, const std::string& header,
                std::size_t recordBytes)
-      : points_(points), file_(file), recordBytes_(recordBytes) {
+      : points_(points), recordBytes_(recordBytes), file_(file) {
     file_.write(header);
-    row_.resize(static_cast<std::size_t>(points.columns) * recordBytes);
   }
 
-  /// Copies one number of every point of a row to its place in the records.
-  template <typename T>
-  void place(const T* values, std::size_t position) {
-    char* target = row_.data() + position;
-    for (int i = 0; i < points_.columns; ++i, target += recordBytes_) {
-      std::memcpy(target, values + i, sizeof(T));
+  /// Copies one number of every point to its place in the records, as a Stored.
+  template <typename Stored, typename T>
+  void place(const T* values, std::size_t position, std::vector<char>& bytes) const {
+    for (std::size_t i = position; i < bytes.size(); i += recordBytes_, ++values) {
+      const auto stored = static_cast<Stored>(*values);
+      std::memcpy(bytes.data() + i, &stored, sizeof stored);
     }
   }
-
-  /// Where row r begins in arrays of rows.
-  std::size_t indexOfRow(int r) const {
-    return static_cast<std::size_t>(r) * static_cast<std::size_t>(points_.columns);
-  }
-
-  void writeRow() { file_.write(row_.data(), row_.size()); }
 
   const PointDescription points_;
 
  private:
-  OutputFile& file_;
+  virtual void fill(const PointRows& rows, std::vector<char>& bytes) const = 0;
+
   const std::size_t recordBytes_;
-  std::vector<char> row_;
+  OutputFile& file_;
 };
 
 /// PLY and PCD: X, Y, Z and, where there is one, the intensity, as a byte or as a float.
@@ -106,37 +109,30 @@ class CloudWriter final : public RecordWriter {
   CloudWriter(OutputFile& file, const PointDescription& points, const std::string& header,
               SampleType intensity)
       : RecordWriter(file, points, header, 12 + (points.intensity ? bytesOf(intensity) : 0)),
-        intensity_(intensity),
-        floats_(static_cast<std::size_t>(points.columns)) {}
+        intensity_(intensity) {}
 
-  void writeRows(const PointRows& rows) override {
-    for (int r = 0; r < rows.count; ++r) {
-      const std::size_t begin = indexOfRow(r);
-      place(rows.x + begin, 0);
-      place(rows.y + begin, 4);
-      place(rows.z + begin, 8);
-      if (points_.intensity == SampleType::kUint8) {
-        placeIntensity(static_cast<const std::uint8_t*>(rows.intensity) + begin);
-      } else if (points_.intensity == SampleType::kUint16) {
-        placeIntensity(static_cast<const std::uint16_t*>(rows.intensity) + begin);
-      }
-      writeRow();
+ private:
+  void fill(const PointRows& rows, std::vector<char>& bytes) const override {
+    place<float>(rows.x, 0, bytes);
+    place<float>(rows.y, 4, bytes);
+    place<float>(rows.z, 8, bytes);
+    if (points_.intensity == SampleType::kUint8) {
+      placeIntensity(static_cast<const std::uint8_t*>(rows.intensity), bytes);
+    } else if (points_.intensity == SampleType::kUint16) {
+      placeIntensity(static_cast<const std::uint16_t*>(rows.intensity), bytes);
     }
   }
 
- private:
   template <typename T>
-  void placeIntensity(const T* values) {
+  void placeIntensity(const T* values, std::vector<char>& bytes) const {
     if (intensity_ == SampleType::kUint8) {
-      place(values, 12);  // bytes as they are
+      place<std::uint8_t>(values, 12, bytes);
     } else {
-      std::copy(values, values + points_.columns, floats_.begin());
-      place(floats_.data(), 12);
+      place<float>(values, 12, bytes);
     }
   }
 
   const SampleType intensity_;  // in the file
-  std::vector<float> floats_;
 };
 
 class NpyWriter final : public RecordWriter {
@@ -144,24 +140,22 @@ class NpyWriter final : public RecordWriter {
   NpyWriter(OutputFile& file, const PointDescription& points)
       : RecordWriter(file, points, npyHeader(points), points.aligned ? 12 : 8) {}
 
-  void writeRows(const PointRows& rows) override {
-    for (int r = 0; r < rows.count; ++r) {
-      const std::size_t begin = indexOfRow(r);
-      place(rows.x + begin, 0);
-      if (points_.aligned) place(rows.y + begin, 4);
-      place(rows.z + begin, points_.aligned ? 8 : 4);
-      writeRow();
-    }
+ private:
+  void fill(const PointRows& rows, std::vector<char>& bytes) const override {
+    place<float>(rows.x, 0, bytes);
+    if (points_.aligned) place<float>(rows.y, 4, bytes);
+    place<float>(rows.z, points_.aligned ? 8 : 4, bytes);
   }
 };
 
 class LayerWriter final : public PointWriter {
  public:
-  LayerWriter(OutputFile& file, const PointDescription& points)
+  LayerWriter(OutputFile& file, const PointDescription& points, const RasterEncoding& encoding)
       : aligned_(points.aligned),
-        raster_(RasterWriter::create(RasterFormat::kTiff, file, describe(points))) {}
+        raster_(RasterWriter::create(RasterFormat::kTiff, file, describe(points), encoding)) {}
 
-  void writeRows(const PointRows& rows) override {
+  void prepare(const PointRows& /*rows*/, std::vector<char>& /*bytes*/) const override {}
+  void writeRows(const PointRows& rows, const std::vector<char>& /*bytes*/) override {
     if (aligned_) {
       raster_->writeRows(rows.count, {rows.x, rows.y, rows.z});
     } else {
@@ -201,7 +195,8 @@ std::optional<PointFormat> pointFormatOf(const std::string& path) {
 }
 
 std::unique_ptr<PointWriter> PointWriter::create(PointFormat format, OutputFile& file,
-                                                 const PointDescription& description) {
+                                                 const PointDescription& description,
+                                                 const RasterEncoding& encoding) {
   switch (format) {
     case PointFormat::kPly:
       return std::make_unique<CloudWriter>(file, description, plyHeader(description),
@@ -214,7 +209,7 @@ std::unique_ptr<PointWriter> PointWriter::create(PointFormat format, OutputFile&
     case PointFormat::kTiff:
       break;
   }
-  return std::make_unique<LayerWriter>(file, description);
+  return std::make_unique<LayerWriter>(file, description, encoding);
 }
 
 }  // namespace planex::io

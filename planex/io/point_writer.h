@@ -8,7 +8,7 @@
 
 #include "planex/infra/export.h"
 #include "planex/io/output_file.h"
-#include "planex/io/raster.h"
+#include "planex/io/raster_writer.h"
 
 namespace planex::io {
 
@@ -46,15 +46,22 @@ struct PointRows {
 ///     NPY   float32, rows x columns x 2 or 3: X and Z, or X, Y and Z where they are aligned
 class PLANEX_EXPORT PointWriter {
  public:
-  /// @param file empty; stays open while the writer is used, and is committed afterwards
+  /// @param file     empty; stays open while the writer is used, and is committed afterwards
+  /// @param encoding of a TIFF
   static std::unique_ptr<PointWriter> create(PointFormat format, OutputFile& file,
-                                             const PointDescription& description);
+                                             const PointDescription& description,
+                                             const RasterEncoding& encoding = {});
 
   virtual ~PointWriter() = default;
   PointWriter(const PointWriter&) = delete;
   PointWriter& operator=(const PointWriter&) = delete;
 
-  virtual void writeRows(const PointRows& rows) = 0;
+  /// Brings rows into the form of the file, as far as that needs no order; on any thread, several
+  /// at a time.
+  /// @param bytes what writeRows() wants to have with the rows
+  virtual void prepare(const PointRows& rows, std::vector<char>& bytes) const = 0;
+  /// Appends rows that were prepared.
+  virtual void writeRows(const PointRows& rows, const std::vector<char>& bytes) = 0;
   /// Completes the file, after all rows.
   virtual void finish() {}
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "planex/processing/height_grid.h"
+
 namespace planex::io {
 
 /// The samples of a raster.
@@ -17,10 +19,7 @@ constexpr std::size_t bytesOf(SampleType type) {
 }
 
 /// A line from indices, or stored values, to the world: world = scale * index + origin.
-struct Axis {
-  double scale = 1;
-  double origin = 0;
-};
+using Axis = datafusion::planex::GridAxis;
 
 /// What a raster file says about itself.
 struct RasterDescription {

@@ -12,8 +12,10 @@ namespace planex::io {
 
 /// @{
 /// As RasterWriter::create.
-std::unique_ptr<RasterWriter> createPng(OutputFile& file, const RasterDescription& description);
-std::unique_ptr<RasterWriter> createTiff(OutputFile& file, const RasterDescription& description);
+std::unique_ptr<RasterWriter> createPng(OutputFile& file, const RasterDescription& description,
+                                        const RasterEncoding& encoding);
+std::unique_ptr<RasterWriter> createTiff(OutputFile& file, const RasterDescription& description,
+                                         const RasterEncoding& encoding);
 /// @}
 
 /// Pairs of keyword and text, as they stand in a PNG.

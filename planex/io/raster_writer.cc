@@ -44,9 +44,10 @@ std::string layerItem(const char* name, std::size_t layer, const char* role,
 }  // namespace
 
 std::unique_ptr<RasterWriter> RasterWriter::create(RasterFormat format, OutputFile& file,
-                                                   const RasterDescription& description) {
-  return format == RasterFormat::kPng ? createPng(file, description)
-                                      : createTiff(file, description);
+                                                   const RasterDescription& description,
+                                                   const RasterEncoding& encoding) {
+  return format == RasterFormat::kPng ? createPng(file, description, encoding)
+                                      : createTiff(file, description, encoding);
 }
 
 std::vector<std::pair<std::string, std::string>> describeInText(const RasterDescription& raster) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "planex/infra/export.h"
+#include "planex/io/ordered_work.h"
 #include "planex/io/output_file.h"
 #include "planex/io/raster.h"
 
@@ -12,15 +13,26 @@ namespace planex::io {
 /// The kinds of raster files.
 enum class RasterFormat { kPng, kTiff };
 
+/// How the samples of a TIFF are compressed. A PNG always is.
+enum class Compression { kNone, kDeflate, kZstd };
+
+/// How a raster file is made.
+struct RasterEncoding {
+  Compression compression = Compression::kNone;
+  WorkerPool* pool =
+      nullptr;  ///< compresses; null: the thread that writes does. Outlives the writer
+};
+
 /// Writes a raster row by row, from the first to the last. The bytes of the file do not depend on
-/// how many rows come at a time. Failures name the file.
+/// how many rows come at a time, nor on the workers. Failures name the file.
 class PLANEX_EXPORT RasterWriter {
  public:
   /// @param file        empty; stays open while the writer is used, and is committed afterwards
   /// @param description stored in the file too: in a TIFF as tags that GDAL reads, in a PNG as text
   ///                    chunks. A PNG has one layer of integers
   static std::unique_ptr<RasterWriter> create(RasterFormat format, OutputFile& file,
-                                              const RasterDescription& description);
+                                              const RasterDescription& description,
+                                              const RasterEncoding& encoding = {});
 
   virtual ~RasterWriter() = default;
   RasterWriter(const RasterWriter&) = delete;

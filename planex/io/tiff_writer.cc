@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <zstd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/io/deflater.h"
 #include "planex/io/failure.h"
 #include "planex/io/raster_formats.h"
 #include "planex/io/tiff_file.h"
@@ -15,6 +17,7 @@ namespace planex::io {
 namespace {
 
 constexpr std::size_t kStripBytes = 262144;
+constexpr int kZstdLevel = 1;
 
 enum Tag : std::uint32_t {
   kModelTransformation = 34264,
@@ -52,44 +55,124 @@ bool needsBigTiff(std::uint64_t sampleBytes, std::uint64_t strips) {
   return sampleBytes + strips * 16 + kHeader > kLargestOffset;
 }
 
+/// Differences to the sample on the left, from the right on.
+template <typename Sample>
+void subtractLeft(char* row, std::size_t count) {
+  for (std::size_t i = count - 1; i > 0; --i) {
+    Sample value[2];
+    std::memcpy(value, row + (i - 1) * sizeof(Sample), sizeof value);
+    value[1] = static_cast<Sample>(value[1] - value[0]);
+    std::memcpy(row + i * sizeof(Sample), &value[1], sizeof(Sample));
+  }
+}
+
+/// Differences of the bytes of floats, of which the highest come first, then the next ones.
+void splitFloats(char* row, std::size_t count, std::vector<char>& scratch) {
+  scratch.assign(row, row + 4 * count);
+  for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t b = 0; b < 4; ++b) row[b * count + i] = scratch[4 * i + 3 - b];
+  }
+  subtractLeft<std::uint8_t>(row, 4 * count);
+}
+
+/// A strip of each layer, compressed on any thread.
+struct Strip {
+  int index = 0;
+  std::vector<std::vector<char>> layers, compressed;
+  std::vector<char> scratch;
+  Deflater deflater{15};
+
+  void predict(char* row, std::size_t width, SampleType type) {
+    switch (type) {
+      case SampleType::kUint8:
+        return subtractLeft<std::uint8_t>(row, width);
+      case SampleType::kUint16:
+        return subtractLeft<std::uint16_t>(row, width);
+      case SampleType::kFloat32:
+        return splitFloats(row, width, scratch);
+    }
+  }
+
+  void compress(Compression compression, std::size_t width, SampleType type) {
+    if (compression == Compression::kNone) return compressed.swap(layers);
+    for (std::size_t i = 0; i < layers.size(); ++i) {
+      std::vector<char>& rows = layers[i];
+      std::vector<char>& out = compressed[i];
+      for (std::size_t row = 0; row < rows.size(); row += width * bytesOf(type)) {
+        predict(rows.data() + row, width, type);
+      }
+      out.clear();
+      if (compression == Compression::kDeflate) {
+        deflater.append(rows, true, out);
+        continue;
+      }
+      out.resize(ZSTD_compressBound(rows.size()));
+      const std::size_t size =
+          ZSTD_compress(out.data(), out.size(), rows.data(), rows.size(), kZstdLevel);
+      if (ZSTD_isError(size) != 0) throw std::bad_alloc();
+      out.resize(size);
+    }
+  }
+};
+
 /// Layers in planes of their own, each in strips of a fixed number of rows.
 class TiffWriter final : public RasterWriter {
  public:
-  TiffWriter(const OutputFile& file, const RasterDescription& raster)
+  TiffWriter(const OutputFile& file, const RasterDescription& raster,
+             const RasterEncoding& encoding)
       : name_(file.path()),
         rowBytes_(raster.rowBytes()),
         height_(raster.height),
         rowsPerStrip_(static_cast<int>(std::max<std::size_t>(1, kStripBytes / rowBytes_))),
         stripsPerLayer_((raster.height - 1) / rowsPerStrip_ + 1),
-        strips_(raster.layers.size()),
-        file_(file.temporaryPath(), isBig(raster) ? "w8" : "w") {
+        file_(file.temporaryPath(), isBig(raster) ? "w8" : "w"),
+        strips_(static_cast<std::size_t>(OrderedWork::slotsFor(poolOf(encoding)))),
+        work_(poolOf(encoding), static_cast<int>(strips_.size()),
+              [this, compression = encoding.compression, width = raster.width,
+               type = raster.sample](int slot) {
+                strips_[static_cast<std::size_t>(slot)].compress(
+                    compression, static_cast<std::size_t>(width), type);
+              }) {
     if (file_.get() == nullptr) fail();
-    for (auto& strip : strips_) strip.resize(static_cast<std::size_t>(rowsPerStrip_) * rowBytes_);
+    for (Strip& strip : strips_) {
+      strip.layers.resize(raster.layers.size());
+      strip.compressed.resize(raster.layers.size());
+    }
     declareTags(file_.get());
     describeSamples(raster);
+    describeCompression(raster.sample, encoding.compression);
     describeMeaning(raster);
   }
 
   void writeRows(int count, const std::vector<const void*>& layers) override {
-    for (int i = 0; i < count; ++i) {
-      const std::size_t target = static_cast<std::size_t>(row_ % rowsPerStrip_) * rowBytes_;
-      const std::size_t source = static_cast<std::size_t>(i) * rowBytes_;
-      for (std::size_t layer = 0; layer < strips_.size(); ++layer) {
-        std::memcpy(strips_[layer].data() + target,
-                    static_cast<const char*>(layers[layer]) + source, rowBytes_);
+    for (int done = 0; done < count;) {
+      if (row_ % rowsPerStrip_ == 0) beginStrip();
+      const int part = std::min(count - done, rowsPerStrip_ - row_ % rowsPerStrip_);
+      for (std::size_t layer = 0; layer < layers.size(); ++layer) {
+        const char* source =
+            static_cast<const char*>(layers[layer]) + static_cast<std::size_t>(done) * rowBytes_;
+        std::vector<char>& rows = strip_->layers[layer];
+        rows.insert(rows.end(), source, source + static_cast<std::size_t>(part) * rowBytes_);
       }
-      ++row_;
-      if (row_ % rowsPerStrip_ == 0 || row_ == height_) flush();
+      done += part;
+      row_ += part;
+      if (row_ % rowsPerStrip_ == 0 || row_ == height_) work_.submit();
     }
   }
 
   void finish() override {
+    while (!work_.isEmpty()) takeStrip();
     if (TIFFFlush(file_.get()) != 1) fail();
     file_.close();
     if (!file_.error().empty()) fail();
   }
 
  private:
+  /// What is only copied needs no workers.
+  static WorkerPool* poolOf(const RasterEncoding& encoding) {
+    return encoding.compression == Compression::kNone ? nullptr : encoding.pool;
+  }
+
   bool isBig(const RasterDescription& raster) const {
     const std::uint64_t layers = raster.layers.size();
     return needsBigTiff(layers * static_cast<std::uint64_t>(height_) * rowBytes_,
@@ -111,12 +194,21 @@ class TiffWriter final : public RasterWriter {
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, static_cast<int>(raster.layers.size()));
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE);
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, static_cast<std::uint32_t>(rowsPerStrip_));
     if (raster.layers.size() > 1) {
       const std::vector<std::uint16_t> extra(raster.layers.size() - 1, EXTRASAMPLE_UNSPECIFIED);
       TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, static_cast<int>(extra.size()), extra.data());
     }
+  }
+
+  void describeCompression(SampleType type, Compression compression) {
+    const int scheme = compression == Compression::kNone      ? COMPRESSION_NONE
+                       : compression == Compression::kDeflate ? COMPRESSION_ADOBE_DEFLATE
+                                                              : COMPRESSION_ZSTD;
+    if (TIFFSetField(file_.get(), TIFFTAG_COMPRESSION, scheme) != 1) fail();
+    if (compression == Compression::kNone) return;
+    TIFFSetField(file_.get(), TIFFTAG_PREDICTOR,
+                 type == SampleType::kFloat32 ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
   }
 
   void describeMeaning(const RasterDescription& raster) {
@@ -129,30 +221,42 @@ class TiffWriter final : public RasterWriter {
     if (!file_.error().empty()) fail();
   }
 
-  /// Writes the strips that row_ has completed.
-  void flush() {
-    const int rows = (row_ - 1) % rowsPerStrip_ + 1;
-    const int index = (row_ - 1) / rowsPerStrip_;
-    for (std::size_t layer = 0; layer < strips_.size(); ++layer) {
-      const auto strip = static_cast<std::uint32_t>(
-          layer * static_cast<std::size_t>(stripsPerLayer_) + static_cast<std::size_t>(index));
-      const auto bytes = static_cast<tmsize_t>(static_cast<std::size_t>(rows) * rowBytes_);
-      if (TIFFWriteEncodedStrip(file_.get(), strip, strips_[layer].data(), bytes) != bytes) fail();
+  void beginStrip() {
+    if (work_.isFull()) takeStrip();
+    strip_ = &strips_[static_cast<std::size_t>(work_.begin())];
+    strip_->index = row_ / rowsPerStrip_;
+    for (auto& rows : strip_->layers) rows.clear();
+  }
+
+  void takeStrip() {
+    Strip& strip = strips_[static_cast<std::size_t>(work_.take())];
+    for (std::size_t layer = 0; layer < strip.compressed.size(); ++layer) {
+      const auto number =
+          static_cast<std::uint32_t>(layer * static_cast<std::size_t>(stripsPerLayer_) +
+                                     static_cast<std::size_t>(strip.index));
+      const auto bytes = static_cast<tmsize_t>(strip.compressed[layer].size());
+      if (TIFFWriteRawStrip(file_.get(), number, strip.compressed[layer].data(), bytes) != bytes) {
+        fail();
+      }
     }
+    work_.release();
   }
 
   const std::string name_;
   const std::size_t rowBytes_;
   const int height_, rowsPerStrip_, stripsPerLayer_;
-  std::vector<std::vector<char>> strips_;  // the unfinished one of each layer
   int row_ = 0;
   TiffFile file_;
+  std::vector<Strip> strips_;
+  Strip* strip_ = nullptr;  // the one that takes rows
+  OrderedWork work_;        // goes before the strips
 };
 
 }  // namespace
 
-std::unique_ptr<RasterWriter> createTiff(OutputFile& file, const RasterDescription& description) {
-  return std::make_unique<TiffWriter>(file, description);
+std::unique_ptr<RasterWriter> createTiff(OutputFile& file, const RasterDescription& description,
+                                         const RasterEncoding& encoding) {
+  return std::make_unique<TiffWriter>(file, description, encoding);
 }
 
 }  // namespace planex::io

@@ -1,28 +1,25 @@
 #include "planex/scan/calibrated_rows.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+
 #include "planex/io/failure.h"
 #include "planex/io/library_warnings.h"
 #include "planex/model/model_state.h"
 #include "planex/processing/image_calibration.h"
-#include "planex/scan/world_bounds.h"
+#include "planex/scan/sensor.h"
 
 namespace planex::scan {
 namespace {
 
 using cmnalg::Image;
 using datafusion::planex::CalibrationModel;
-using datafusion::planex::ModelState;
 
-bool isCalibrated(const CalibrationModel& model) {
-  return model.CurrentState == ModelState::CALIBRATED ||
-         model.CurrentState == ModelState::CALIBRATED_ALIGNED_2D ||
-         model.CurrentState == ModelState::CALIBRATED_ALIGNED_3D;
-}
-
-/// The columns of the image must lie on the sensor, or the traits are those of another image.
+/// The columns of the image must lie on the sensor, or the region is that of another image.
 void checkColumns(const CalibrationModel& model, const io::ImageReader& range,
-                  const SensorTraits& traits) {
-  const double last = traits.originX + traits.scaleX * (range.shape().width - 1);
+                  const datafusion::planex::SensorRegion& region) {
+  const double last = region.originX + region.scaleX * (range.shape().width - 1);
   if (last > -1 && last < model.SensorSize.x) return;
   throw io::Failure(range.path(), "its " + std::to_string(range.shape().width) +
                                       " columns reach beyond the " +
@@ -32,48 +29,64 @@ void checkColumns(const CalibrationModel& model, const io::ImageReader& range,
 
 }  // namespace
 
-CalibratedRows::CalibratedRows(const CalibrationModel& model, const std::string& modelName,
-                               io::ImageReader& range, const SensorTraits& traits)
-    : model_(model), modelName_(modelName), range_(range), traits_(traits) {
-  if (!isCalibrated(model)) {
+RangeScan::RangeScan(const CalibrationModel& model_, const std::string& modelName_,
+                     io::ImageReader& range_, const datafusion::planex::SensorRegion& region_)
+    : model(model_), modelName(modelName_), range(range_), region(region_) {
+  if (!isCalibrated(model.CurrentState)) {
     throw io::Failure(modelName, "the model is not calibrated; use one that is");
   }
-  checkSensorRegion(model, traits, modelName);
-  checkColumns(model, range, traits);
-}
-
-template <typename Pixel>
-void CalibratedRows::count(std::size_t pixels) {
-  const auto* samples = reinterpret_cast<const Pixel*>(samples_.data());
-  const double first = traits_.originZ;
-  for (std::size_t i = 0; i < pixels; ++i) {
-    if (samples[i] == 0) continue;
-    const double row = first + traits_.scaleZ * samples[i];
-    ++measured_;
-    outside_ += row < 0 || row > model_.SensorSize.y ? 1 : 0;
+  checkSensorRegion(model, region, modelName);
+  checkColumns(model, range, region);
+  for (int value = 1; value <= std::numeric_limits<std::uint16_t>::max(); ++value) {
+    const double row = region.originZ + region.scaleZ * value;
+    if (row < 0 || row > model.SensorSize.y) continue;
+    if (mostInside == 0) leastInside = value;
+    mostInside = value;
   }
 }
 
-void CalibratedRows::load(int first, int count) {
-  const io::ImageShape& shape = range_.shape();
-  const std::size_t pixels =
-      static_cast<std::size_t>(shape.width) * static_cast<std::size_t>(count);
-  samples_.resize(pixels);  // 8-bit samples need the half of it
-  range_.readRows(first, count, samples_.data());
+void CalibratedRows::read() {
+  const io::ImageShape& shape = scan_.range.shape();
+  samples_.resize(static_cast<std::size_t>(shape.width) * static_cast<std::size_t>(count()));
+  scan_.range.readRows(first(), count(), samples_.data());
+}
+
+void CalibratedRows::process() {
+  const io::ImageShape& shape = scan_.range.shape();
   Image image;
-  const bool wrapped = image.Create(samples_.data(), shape.type, shape.width, count, 0, false,
+  const bool wrapped = image.Create(samples_.data(), shape.type, shape.width, count(), 0, false,
                                     Image::s_defaultImageAllocator, false);
-  image.PixelSize = {traits_.scaleX, 1, traits_.scaleZ};
-  image.Origin = {traits_.originX, 0, traits_.originZ};
-  if (!wrapped || !datafusion::planex::applyCalibration(model_, false, image, x_, z_,
+  image.PixelSize = {scan_.region.scaleX, 1, scan_.region.scaleZ};
+  image.Origin = {scan_.region.originX, 0, scan_.region.originZ};
+  if (!wrapped || !datafusion::planex::applyCalibration(scan_.model, false, image, x_, z_,
                                                         datafusion::planex::RunMode::Default)) {
-    io::failWithLibraryWarnings(modelName_, "cannot calibrate " + range_.path(),
+    io::failWithLibraryWarnings(scan_.modelName, "cannot calibrate " + scan_.range.path(),
                                 "see planex check, or hold fewer rows with --block");
   }
   if (shape.type == cmnalg::IMAGE_TYPE_UINT8) {
-    this->count<std::uint8_t>(pixels);
+    countSamples<std::uint8_t>();
   } else {
-    this->count<std::uint16_t>(pixels);
+    countSamples<std::uint16_t>();
+  }
+}
+
+template <typename Pixel>
+void CalibratedRows::countSamples() {
+  const auto* samples = reinterpret_cast<const Pixel*>(samples_.data());
+  const int least = scan_.leastInside, most = scan_.mostInside;
+  measured_ = 0;
+  outside_ = 0;
+  for (std::size_t i = 0; i < samples_.size();) {
+    // Counts of few samples fit the type in which the loop is vectorised.
+    const std::size_t end = std::min(samples_.size(), i + 4096);
+    unsigned measured = 0, outside = 0;
+    for (; i < end; ++i) {
+      const int value = samples[i];
+      measured += value != 0 ? 1U : 0U;
+      outside += value != 0 && (value < least || value > most) ? 1U : 0U;
+    }
+    measured_ += measured;
+    outside_ += outside;
   }
 }
 

@@ -4,46 +4,59 @@
 #include <string>
 #include <vector>
 
-#include "planex/api/records.h"
 #include "planex/foundation/image_of.h"
 #include "planex/infra/export.h"
 #include "planex/io/image_reader.h"
 #include "planex/model/calibration_model.h"
+#include "planex/model/sensor_region.h"
+#include "planex/scan/row_stream.h"
 
 namespace planex::scan {
 
-/// The calibrated points of a range image, some rows at a time: what one call over the whole image
-/// gives, because every point stands for itself.
-class PLANEX_EXPORT CalibratedRows {
- public:
+/// A range image with the model that tells what it measures.
+struct PLANEX_EXPORT RangeScan {
   /// A Failure for a model without calibration, and for an image that reaches beyond the sensor.
-  /// Model and image must outlive the object.
-  CalibratedRows(const datafusion::planex::CalibrationModel& model, const std::string& modelName,
-                 io::ImageReader& range, const SensorTraits& traits);
+  RangeScan(const datafusion::planex::CalibrationModel& model, const std::string& modelName,
+            io::ImageReader& range, const datafusion::planex::SensorRegion& region);
 
-  /// Reads and calibrates rows first ... first + count - 1.
-  void load(int first, int count);
+  const datafusion::planex::CalibrationModel& model;  ///< outlives the object, as the image does
+  const std::string modelName;                        ///< by which a Failure calls it
+  io::ImageReader& range;
+  const datafusion::planex::SensorRegion region;
+  int leastInside = 1, mostInside = 0;  ///< the values that lie on the sensor; none at first
+};
+
+/// The calibrated points of some rows of a range image: what one call over the whole image gives,
+/// because every point stands for itself.
+class PLANEX_EXPORT CalibratedRows : public RowBlock {
+ public:
+  /// @param scan outlives the object
+  explicit CalibratedRows(const RangeScan& scan) : scan_(scan) {}
+
+  void process() override;
 
   /// @{
-  /// World coordinates of the rows loaded last; NaN where nothing was measured.
+  /// World coordinates; NaN where nothing was measured.
   cmnalg::ImageOf<float>& x() { return x_; }
   cmnalg::ImageOf<float>& z() { return z_; }
   /// @}
 
-  /// How many samples of all loaded rows were measurements.
+  /// How many samples were measurements.
   std::int64_t measured() const { return measured_; }
-  /// How many of them lie outside the rows of the sensor: values of other traits.
+  /// How many of them lie outside the rows of the sensor: values of another region.
   std::int64_t outside() const { return outside_; }
+
+ protected:
+  /// @cond
+  void read() override;
+  /// @endcond
 
  private:
   template <typename Pixel>
-  void count(std::size_t pixels);
+  void countSamples();
 
-  const datafusion::planex::CalibrationModel& model_;
-  const std::string modelName_;
-  io::ImageReader& range_;
-  const SensorTraits traits_;
-  std::vector<std::uint16_t> samples_;
+  const RangeScan& scan_;
+  std::vector<std::uint16_t> samples_;  // of 8 bits in the first half of it
   cmnalg::ImageOf<float> x_, z_;
   std::int64_t measured_ = 0, outside_ = 0;
 };

@@ -9,34 +9,50 @@
 #include "planex/foundation/image_of.h"
 #include "planex/infra/export.h"
 #include "planex/io/image_reader.h"
+#include "planex/processing/intensity_reduction.h"
 
 namespace planex::scan {
 
-/// An intensity image as 8 bits, some rows at a time.
-///
-/// 16-bit values v become round((v - m) 255 / (M - m)), half away from zero, with m and M the
-/// smallest and largest value of the whole image, whatever rows are asked for; all 0 where M = m.
-/// A pass of its own finds m and M.
-class PLANEX_EXPORT IntensityRows {
+/// An image with the intensity of every point of a range image.
+class PLANEX_EXPORT IntensityImage {
  public:
   /// A Failure for an image of another size than the range image has.
-  IntensityRows(const std::string& path, const io::ImageReader& range);
+  IntensityImage(const std::string& path, const io::ImageReader& range);
 
-  /// Finds the limits of 16-bit values; before the first load. `advance` hears of pixels read.
+  io::ImageReader& reader() const { return *reader_; }
+  bool isBytes() const { return reader_->shape().type == cmnalg::IMAGE_TYPE_UINT8; }
+
+  /// Finds the limits of 16-bit values in a pass of its own, `block` rows at a time. `advance`
+  /// hears of pixels read.
   void findLimits(int block, const std::function<void(std::int64_t pixels)>& advance);
-
-  /// Reads rows first ... first + count - 1.
-  void load(int first, int count);
-
-  /// The rows loaded last.
-  const cmnalg::ImageOf<std::uint8_t>& image() const { return image_; }
-  const io::ImageReader& reader() const { return *reader_; }
+  /// Those of the whole image, whatever rows are asked for.
+  const datafusion::planex::IntensityLimits& limits() const { return limits_; }
 
  private:
   std::unique_ptr<io::ImageReader> reader_;
-  std::vector<std::uint16_t> values_;
+  datafusion::planex::IntensityLimits limits_;
+};
+
+/// Some rows of an intensity image as 8 bits: as they are, or 16-bit values spread between the
+/// limits of the whole image.
+class PLANEX_EXPORT IntensityRows {
+ public:
+  /// @param source outlives the object; its limits are found before the first reduce()
+  explicit IntensityRows(const IntensityImage& source) : source_(&source) {}
+
+  void read(int first, int count);
+  void reduce();
+
+  /// The values as they are in the file, of 8 or 16 bits.
+  const void* values() const { return values_.data(); }
+  /// What reduce() made of them.
+  const cmnalg::ImageOf<std::uint8_t>& image() const { return image_; }
+
+ private:
+  const IntensityImage* source_;
+  int count_ = 0;
+  std::vector<std::uint16_t> values_;  // of 8 bits in the first half of it
   cmnalg::ImageOf<std::uint8_t> image_;
-  int min_ = 65535, max_ = 0;
 };
 
 }  // namespace planex::scan

@@ -3,15 +3,19 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdint>
 
 #include "planex/io/failure.h"
 #include "planex/io/json_value.h"
+#include "planex/io/library_warnings.h"
 #include "planex/io/model_file.h"
 
 namespace planex::scan {
 namespace {
 
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::SensorRegion;
+using datafusion::planex::WorldBounds;
+using datafusion::planex::WorldBoundsResult;
 using io::Failure;
 
 /// The sidecar's object "sensor"; null when there is neither a file nor an object in it.
@@ -68,11 +72,11 @@ double remaining(double scale, double origin, int sensorSize) {
 }
 
 /// A size from the settings, from the sidecar, or what is left of the sensor.
-std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& setting,
-                         const std::string& name, double left, const std::string& model) {
+int regionSize(const Sidecar& sidecar, const std::optional<double>& setting,
+               const std::string& name, double left, const std::string& model) {
   const double size = sidecar.number(setting, name.c_str(), left);
   if (size >= 1 && size <= 65535 && std::floor(size) == size) {
-    return static_cast<std::uint16_t>(size);
+    return static_cast<int>(size);
   }
   const std::string& source = sidecar.sourceOf(name.c_str(), model);
   if (source != model) throw Failure(source, "sensor." + name + " is not 1 to 65535; correct it");
@@ -83,20 +87,47 @@ std::uint16_t regionSize(const Sidecar& sidecar, const std::optional<double>& se
 
 }  // namespace
 
-SensorTraits resolveSensor(const SensorSettings& settings, const std::string& image,
-                           const datafusion::planex::CalibrationModel& model,
-                           const std::string& modelName) {
+SensorRegion resolveSensor(const SensorSettings& settings, const std::string& image,
+                           const CalibrationModel& model, const std::string& modelName) {
   const Sidecar sidecar(settings, image);
-  SensorTraits traits{};
-  traits.scaleX = sidecar.scale(settings.scaleX, "scaleX", 1);
-  traits.originX = sidecar.number(settings.originX, "originX", 0);
-  traits.scaleZ = sidecar.scale(settings.scaleZ, "scaleZ", 1.0 / 16);
-  traits.originZ = sidecar.number(settings.originZ, "originZ", 0);
-  const double columns = remaining(traits.scaleX, traits.originX, model.SensorSize.x);
-  const double rows = remaining(traits.scaleZ, traits.originZ, model.SensorSize.y);
-  traits.width = regionSize(sidecar, settings.width, "width", columns, modelName);
-  traits.height = regionSize(sidecar, settings.height, "height", rows, modelName);
-  return traits;
+  SensorRegion region;
+  region.scaleX = sidecar.scale(settings.scaleX, "scaleX", 1);
+  region.originX = sidecar.number(settings.originX, "originX", 0);
+  region.scaleZ = sidecar.scale(settings.scaleZ, "scaleZ", 1.0 / 16);
+  region.originZ = sidecar.number(settings.originZ, "originZ", 0);
+  const double columns = remaining(region.scaleX, region.originX, model.SensorSize.x);
+  const double rows = remaining(region.scaleZ, region.originZ, model.SensorSize.y);
+  region.width = regionSize(sidecar, settings.width, "width", columns, modelName);
+  region.height = regionSize(sidecar, settings.height, "height", rows, modelName);
+  return region;
+}
+
+void checkSensorRegion(const CalibrationModel& model, const SensorRegion& region,
+                       const std::string& modelName) {
+  if (isOnSensor(model, region)) return;
+  throw Failure(modelName,
+                "its sensor of " + std::to_string(model.SensorSize.x) + " x " +
+                    std::to_string(model.SensorSize.y) +
+                    " pixels does not hold the sensor region; correct --origin-x, --origin-z, "
+                    "--sensor-width and --sensor-height");
+}
+
+WorldBounds worldBounds(const CalibrationModel& model, const SensorRegion& region, int columns,
+                        const std::string& modelName) {
+  WorldBounds bounds;
+  switch (calculateWorldBounds(model, region, columns, bounds)) {
+    case WorldBoundsResult::OutsideSensor:
+      checkSensorRegion(model, region, modelName);
+      break;
+    case WorldBoundsResult::InvalidRangeValues:
+      throw Failure(modelName, "its sensor region has too many range values; correct --scale-z");
+    case WorldBoundsResult::NotMappable:
+      io::failWithLibraryWarnings(modelName, "does not map pixels to the laser plane",
+                                  "see planex check");
+    case WorldBoundsResult::Calculated:
+      break;
+  }
+  return bounds;
 }
 
 }  // namespace planex::scan

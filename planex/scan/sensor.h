@@ -3,9 +3,10 @@
 #include <optional>
 #include <string>
 
-#include "planex/api/records.h"
 #include "planex/infra/export.h"
 #include "planex/model/calibration_model.h"
+#include "planex/model/sensor_region.h"
+#include "planex/model/world_bounds.h"
 
 namespace planex::scan {
 
@@ -16,7 +17,7 @@ struct SensorSettings {
   std::string sidecar;  ///< a JSON file; empty: IMAGE.json where that exists
 };
 
-/// The traits of a range image.
+/// The sensor region of a range image.
 ///
 /// Settings come first, then the members of the object "sensor" (scaleX, originX, scaleZ, originZ,
 /// width, height) of the sidecar, a JSON file, then the full sensor of the model in sixteenths of a
@@ -28,8 +29,19 @@ struct SensorSettings {
 /// A Failure for a sidecar that was named and cannot be read or has no such object, for one that is
 /// not JSON, for members that are spelt otherwise, no finite numbers or out of range, and for a
 /// sensor that ends before the origin.
-PLANEX_EXPORT SensorTraits resolveSensor(const SensorSettings& settings, const std::string& image,
-                                         const datafusion::planex::CalibrationModel& model,
-                                         const std::string& modelName);
+PLANEX_EXPORT datafusion::planex::SensorRegion resolveSensor(
+    const SensorSettings& settings, const std::string& image,
+    const datafusion::planex::CalibrationModel& model, const std::string& modelName);
+
+/// A Failure unless the region lies on the sensor of the model.
+PLANEX_EXPORT void checkSensorRegion(const datafusion::planex::CalibrationModel& model,
+                                     const datafusion::planex::SensorRegion& region,
+                                     const std::string& modelName);
+
+/// What calculateWorldBounds() gives; a Failure where it gives none.
+/// @param columns of range images of the region
+PLANEX_EXPORT datafusion::planex::WorldBounds worldBounds(
+    const datafusion::planex::CalibrationModel& model,
+    const datafusion::planex::SensorRegion& region, int columns, const std::string& modelName);
 
 }  // namespace planex::scan

@@ -47,6 +47,10 @@ void applyThreads(const Context& context) {
   if (context.threads > 0) omp_set_num_threads(context.threads);
 }
 
+int workerCount(const Context& context) {
+  return context.threads > 0 ? context.threads : omp_get_max_threads();
+}
+
 CLI::Option* addNumberOption(CLI::App& command, const std::string& names,
                              std::optional<double>& value, const std::string& description,
                              const NumberRule& rule) {

@@ -28,6 +28,9 @@ void addUnitOption(CLI::App& command, Context& context);
 /// the number. OMP_NUM_THREADS has its usual meaning where --threads is not given.
 void applyThreads(const Context& context);
 
+/// How many workers a stream of rows has: --threads, or as many as the OpenMP runtime wants.
+int workerCount(const Context& context);
+
 /// What the number of an option must be, and how it is refused; no rule without a test.
 struct NumberRule {
   bool (*isRight)(double value) = nullptr;

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <system_error>
 
 #include "tools/cli/options.h"
@@ -13,7 +14,7 @@
 namespace planex::tools {
 namespace {
 
-constexpr int kBlockPixels = 1 << 20;
+constexpr int kBlockPixels = 1 << 17;
 
 [[noreturn]] void refuseRows(const RowOptions& options, const io::ImageShape& image) {
   throw CLI::ValidationError("--rows", "'" + options.rows + "' is no part A:B of the rows 0:" +
@@ -58,6 +59,18 @@ void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
       ->group("Sensor");
 }
 
+void addCompressOption(CLI::App& command, std::optional<io::Compression>& compression) {
+  static const std::map<std::string, io::Compression> names = {
+      {"none", io::Compression::kNone},
+      {"deflate", io::Compression::kDeflate},
+      {"zstd", io::Compression::kZstd}};
+  command
+      .add_option("--compress", compression,
+                  "Compress a .tif: none, deflate, or zstd, which fewer programs read [none]")
+      ->transform(CLI::Transformer(names))
+      ->type_name("METHOD");
+}
+
 void addRowOptions(CLI::App& command, RowOptions& options) {
   command
       .add_option("--rows", options.rows,
@@ -65,7 +78,7 @@ void addRowOptions(CLI::App& command, RowOptions& options) {
       ->type_name("A:B");
   command
       .add_option("--block", options.block,
-                  "Hold N rows in memory at a time; results do not depend on it")
+                  "Hand N rows at a time to a thread; results do not depend on it")
       ->check(CLI::Range(1, 1 << 20))
       ->type_name("N");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <planex/io/image_reader.h>
+#include <planex/io/raster_writer.h>
 #include <planex/scan/row_blocks.h>
 #include <planex/scan/sensor.h>
 #include <planex/scan/y_positions.h>
@@ -15,10 +16,13 @@ namespace planex::tools {
 /// Adds --scale-x, --origin-x, --scale-z, --origin-z, --sensor-width, --sensor-height and --sensor.
 void addSensorOptions(CLI::App& command, scan::SensorSettings& settings);
 
+/// Adds --compress.
+void addCompressOption(CLI::App& command, std::optional<io::Compression>& compression);
+
 /// Which rows of a scan are processed, and how many at a time.
 struct RowOptions {
   std::string rows;  ///< --rows A:B; empty: all
-  int block = 0;     ///< --block N; 0: about a million pixels
+  int block = 0;     ///< --block N; 0: as many as caches hold
 };
 
 /// Adds --rows and --block.

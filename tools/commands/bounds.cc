@@ -1,7 +1,8 @@
 #include <fmt/format.h>
 #include <planex/io/json.h>
 #include <planex/io/model_file.h>
-#include <planex/scan/world_bounds.h>
+#include <planex/processing/height_grid.h>
+#include <planex/scan/sensor.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -17,7 +18,12 @@
 namespace planex::tools {
 namespace {
 
+using datafusion::planex::HeightGrid;
+using datafusion::planex::SensorRegion;
+using datafusion::planex::WorldBounds;
+
 constexpr int kMostColumns = 1 << 24;
+constexpr int kLevels = 65536;
 
 struct BoundsOptions {
   std::string model, image;
@@ -26,74 +32,69 @@ struct BoundsOptions {
   bool json = false;
 };
 
-/// World coordinates of the columns and levels of the height map that fills the bounds.
-struct Transform {
-  double scaleX, originX, scaleZ, originZ;
-};
-
-Transform transformOf(const scan::WorldBounds& bounds, int columns) {
-  const scan::ValueTransform levels = scan::valueTransformOf(bounds.zMin, bounds.zMax);
-  return {(bounds.xMax - bounds.xMin) / (columns - 1), bounds.xMin, levels.scale, levels.origin};
+/// The height map that fills the bounds.
+HeightGrid gridOf(const WorldBounds& bounds, int columns) {
+  return {columns, 0, datafusion::planex::sampleAxis(bounds.x.min, bounds.x.max, columns),
+          datafusion::planex::levelAxis(bounds.z.min, bounds.z.max, kLevels)};
 }
 
 /// The columns of an image that covers the region.
-int columnsOf(const SensorTraits& traits) {
-  const double columns = std::ceil(traits.width / std::abs(traits.scaleX));
+int columnsOf(const SensorRegion& region) {
+  const double columns = std::ceil(region.width / std::abs(region.scaleX));
   return static_cast<int>(std::clamp(columns, 2.0, double{kMostColumns}));
 }
 
-std::string jsonText(const scan::WorldBounds& bounds, const Transform& transform, int columns,
-                     const SensorTraits& traits, const std::string& unit) {
+std::string jsonText(const WorldBounds& bounds, const HeightGrid& grid, const SensorRegion& region,
+                     const std::string& unit) {
   io::JsonText root;
   root.add("unit", unit);
   const io::JsonObject sensor = root.addObject("sensor");
-  sensor.add("scaleX", traits.scaleX);
-  sensor.add("originX", traits.originX);
-  sensor.add("scaleZ", traits.scaleZ);
-  sensor.add("originZ", traits.originZ);
-  sensor.add("width", traits.width);
-  sensor.add("height", traits.height);
+  sensor.add("scaleX", region.scaleX);
+  sensor.add("originX", region.originX);
+  sensor.add("scaleZ", region.scaleZ);
+  sensor.add("originZ", region.originZ);
+  sensor.add("width", region.width);
+  sensor.add("height", region.height);
   const io::JsonObject world = root.addObject("bounds");
-  world.add("xMin", bounds.xMin);
-  world.add("xMax", bounds.xMax);
-  world.add("xCount", columns);
-  world.add("zMin", bounds.zMin);
-  world.add("zMax", bounds.zMax);
-  world.add("zLevels", 65536.0);
+  world.add("xMin", bounds.x.min);
+  world.add("xMax", bounds.x.max);
+  world.add("xCount", grid.width);
+  world.add("zMin", bounds.z.min);
+  world.add("zMax", bounds.z.max);
+  world.add("zLevels", kLevels);
   const io::JsonObject splat = root.addObject("splat");
-  splat.add("splatA", bounds.splat.splatA);
-  splat.add("splatB", bounds.splat.splatB);
-  splat.add("splatC", bounds.splat.splatC);
+  splat.add("splatA", bounds.lateralSpacing.x);
+  splat.add("splatB", bounds.lateralSpacing.y);
+  splat.add("splatC", 1.0);
   const io::JsonObject value = root.addObject("transform");
-  value.add("scaleX", transform.scaleX);
-  value.add("originX", transform.originX);
-  value.add("scaleZ", transform.scaleZ);
-  value.add("originZ", transform.originZ);
+  value.add("scaleX", grid.x.scale);
+  value.add("originX", grid.x.origin);
+  value.add("scaleZ", grid.levels.scale);
+  value.add("originZ", grid.levels.origin);
   return root.print();
 }
 
-std::string plainText(const scan::WorldBounds& bounds, const Transform& transform, int columns,
-                      const std::string& unit) {
+std::string plainText(const WorldBounds& bounds, const HeightGrid& grid, const std::string& unit) {
   return fmt::format(
       "X          {:.6g} to {:.6g} {}\n"
       "Z          {:.6g} to {:.6g} {}\n"
       "spacing    {:.6g} Z {:+.6g} {}, of neighbouring columns (splat settings)\n"
       "columns    X = {:.9g} column {:+.9g} {}, for {} columns\n"
       "levels     Z = {:.9g} level {:+.9g} {}, for levels 1 to 65535\n",
-      bounds.xMin, bounds.xMax, unit, bounds.zMin, bounds.zMax, unit, bounds.splat.splatA,
-      bounds.splat.splatB, unit, transform.scaleX, transform.originX, unit, columns,
-      transform.scaleZ, transform.originZ, unit);
+      bounds.x.min, bounds.x.max, unit, bounds.z.min, bounds.z.max, unit, bounds.lateralSpacing.x,
+      bounds.lateralSpacing.y, unit, grid.x.scale, grid.x.origin, unit, grid.width,
+      grid.levels.scale, grid.levels.origin, unit);
 }
 
 void runBounds(const BoundsOptions& options, const Context& context) {
   const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
-  const SensorTraits traits =
+  const SensorRegion region =
       scan::resolveSensor(options.sensor, options.image, model, options.model);
-  const int columns = options.columns > 0 ? options.columns : columnsOf(traits);
-  const scan::WorldBounds bounds = scan::worldBounds(model, traits, columns, options.model);
-  const Transform transform = transformOf(bounds, columns);
-  const std::string text = options.json ? jsonText(bounds, transform, columns, traits, context.unit)
-                                        : plainText(bounds, transform, columns, context.unit);
+  const int columns = options.columns > 0 ? options.columns : columnsOf(region);
+  const WorldBounds bounds = scan::worldBounds(model, region, columns, options.model);
+  const HeightGrid grid = gridOf(bounds, columns);
+  const std::string text = options.json ? jsonText(bounds, grid, region, context.unit)
+                                        : plainText(bounds, grid, context.unit);
   std::fputs(text.c_str(), stdout);
 }
 

@@ -1,22 +1,18 @@
 #include <fmt/format.h>
 #include <planex/io/failure.h>
 #include <planex/io/json.h>
-#include <planex/io/library_warnings.h>
 #include <planex/io/model_file.h>
 #include <planex/io/output_file.h>
 #include <planex/io/point_writer.h>
 #include <planex/model/model_state.h>
-#include <planex/processing/image_alignment.h>
-#include <planex/scan/calibrated_rows.h>
+#include <planex/scan/point_rows.h>
+#include <planex/scan/row_stream.h>
 #include <planex/version.h>
 
-#include <cmath>
 #include <cstdio>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
@@ -27,7 +23,6 @@ namespace {
 
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::ModelState;
-using FloatImage = cmnalg::ImageOf<float>;
 
 struct CalibrateOptions {
   std::string model, range, output, intensity;
@@ -35,56 +30,7 @@ struct CalibrateOptions {
   scan::SensorSettings sensor;
   YOptions y;
   RowOptions rows;
-};
-
-/// The points of blocks of rows, with the Y that goes with them.
-class PointSource {
- public:
-  PointSource(const CalibrationModel& model, const CalibrateOptions& options,
-              io::ImageReader& range)
-      : model_(model),
-        options_(options),
-        calibrated_(model, options.model, range,
-                    scan::resolveSensor(options.sensor, options.range, model, options.model)),
-        y_(resolveY(options.y, range.shape().height)) {}
-
-  const scan::CalibratedRows& calibrated() const { return calibrated_; }
-  const scan::YPositions& y() const { return y_; }
-
-  io::PointRows load(int first, int count) {
-    calibrated_.load(first, count);
-    return options_.aligned ? align(first, count) : addY(first, count);
-  }
-
- private:
-  io::PointRows align(int first, int count) {
-    etl::Vector<double> y;
-    for (int row = first; row < first + count; ++row) y.push_back(y_.at(row));
-    if (!applyAlignment(model_, false, calibrated_.x(), y, calibrated_.z(), xAligned_, yAligned_,
-                        zAligned_, datafusion::planex::RunMode::Default)) {
-      io::failWithLibraryWarnings(options_.model, "cannot align points", "see planex check");
-    }
-    return {count, xAligned_.GetRowPtr(0), yAligned_.GetRowPtr(0), zAligned_.GetRowPtr(0), nullptr};
-  }
-
-  io::PointRows addY(int first, int count) {
-    const float* z = calibrated_.z().GetRowPtr(0);
-    const auto width = static_cast<std::size_t>(calibrated_.z().GetWidth());
-    yValues_.resize(width * static_cast<std::size_t>(count));
-    for (std::size_t i = 0; i < yValues_.size(); ++i) {
-      const double y = y_.at(first + static_cast<int>(i / width));
-      yValues_[i] =
-          std::isnan(z[i]) ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(y);
-    }
-    return {count, calibrated_.x().GetRowPtr(0), yValues_.data(), z, nullptr};
-  }
-
-  const CalibrationModel& model_;
-  const CalibrateOptions& options_;
-  scan::CalibratedRows calibrated_;
-  const scan::YPositions y_;
-  std::vector<float> yValues_;
-  FloatImage xAligned_, yAligned_, zAligned_;
+  std::optional<io::Compression> compression;
 };
 
 io::PointFormat checkedFormat(const CalibrateOptions& options) {
@@ -96,6 +42,9 @@ io::PointFormat checkedFormat(const CalibrateOptions& options) {
   if (!options.intensity.empty() && *format != io::PointFormat::kPly &&
       *format != io::PointFormat::kPcd) {
     throw CLI::ValidationError("--intensity", "goes into .ply and .pcd files only");
+  }
+  if (options.compression && *format != io::PointFormat::kTiff) {
+    throw CLI::ValidationError("--compress", "needs an output .tif");
   }
   return *format;
 }
@@ -109,20 +58,8 @@ void checkAligned(const CalibrationModel& model, const CalibrateOptions& options
                     "the model has no alignment; use one that has, or omit --aligned");
 }
 
-std::unique_ptr<io::ImageReader> openIntensity(const std::string& path,
-                                               const io::ImageReader& range) {
-  if (path.empty()) return nullptr;
-  std::unique_ptr<io::ImageReader> intensity = io::ImageReader::open(path);
-  if (intensity->shape().width != range.shape().width ||
-      intensity->shape().height != range.shape().height) {
-    throw io::Failure(path,
-                      "is not as large as " + range.path() + "; give the image that belongs to it");
-  }
-  return intensity;
-}
-
 io::PointDescription describe(const CalibrateOptions& options, const Context& context,
-                              const io::ImageReader& range, const io::ImageReader* intensity,
+                              const io::ImageReader& range, const scan::IntensityImage* intensity,
                               int rows) {
   io::PointDescription points;
   points.columns = range.shape().width;
@@ -130,9 +67,7 @@ io::PointDescription describe(const CalibrateOptions& options, const Context& co
   points.aligned = options.aligned;
   points.unit = context.unit;
   if (intensity != nullptr) {
-    points.intensity = intensity->shape().type == cmnalg::IMAGE_TYPE_UINT8
-                           ? io::SampleType::kUint8
-                           : io::SampleType::kUint16;
+    points.intensity = intensity->isBytes() ? io::SampleType::kUint8 : io::SampleType::kUint16;
   }
   return points;
 }
@@ -164,36 +99,45 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   const CalibrationModel model = io::loadModel(options.model);
   checkAligned(model, options);
   const auto range = io::ImageReader::open(options.range);
-  const auto intensity = openIntensity(options.intensity, *range);
+  std::optional<scan::IntensityImage> intensity;
+  if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
+  const scan::IntensityImage* const withIntensity = intensity ? &*intensity : nullptr;
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape());
-  PointSource source(model, options, *range);
+  const scan::RangeScan source(
+      model, options.model, *range,
+      scan::resolveSensor(options.sensor, options.range, model, options.model));
+  const scan::YPositions y = resolveY(options.y, range->shape().height);
 
+  io::WorkerPool pool(workerCount(context));
   io::OutputFile file(options.output, context.force);
   io::OutputFile sidecar(options.output + ".json", context.force);
   const io::PointDescription points =
-      describe(options, context, *range, intensity.get(), rows.count());
-  const auto writer = io::PointWriter::create(format, file, points);
-  std::vector<char> intensities;
+      describe(options, context, *range, withIntensity, rows.count());
+  const auto writer = io::PointWriter::create(
+      format, file, points, {options.compression.value_or(io::Compression::kNone), &pool});
   Progress progress(context, "calibrating", std::int64_t{rows.count()} * points.columns, "points");
-  rows.forEach([&](int first, int count) {
-    io::PointRows block = source.load(first, count);
-    if (intensity != nullptr) {
-      intensities.resize(static_cast<std::size_t>(count) * intensity->shape().rowBytes());
-      intensity->readRows(first, count, intensities.data());
-      block.intensity = intensities.data();
-    }
-    writer->writeRows(block);
-    progress.advance(std::int64_t{count} * points.columns);
-  });
+  std::int64_t measured = 0, outside = 0;
+  scan::streamRows<scan::PointBlock>(
+      pool, rows,
+      [&] {
+        return std::make_unique<scan::PointBlock>(source, y, options.aligned, withIntensity,
+                                                  *writer);
+      },
+      [&](const scan::PointBlock& block) {
+        block.writeTo(*writer);
+        measured += block.measured();
+        outside += block.outside();
+        progress.advance(std::int64_t{block.count()} * points.columns);
+      });
   writer->finish();
-  sidecar.write(describeInJson(options, points, rows, source.y()));
+  sidecar.write(describeInJson(options, points, rows, y));
   file.commit();
   sidecar.commit();
 
-  warnOfValuesOutside(source.calibrated().outside(), options.range);
+  warnOfValuesOutside(outside, options.range);
   if (context.quiet) return;
   std::fputs(fmt::format("{}: {} rows of {} points, {} measured, in {}\n", options.output,
-                         points.rows, points.columns, source.calibrated().measured(), points.unit)
+                         points.rows, points.columns, measured, points.unit)
                  .c_str(),
              stdout);
 }
@@ -216,6 +160,7 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
       ->type_name("IMAGE");
   command->add_flag("--aligned", options->aligned, "Map through the pose of the model");
   addYOptions(*command, options->y, true);
+  addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);
   addSensorOptions(*command, options->sensor);
   addUnitOption(*command, context);

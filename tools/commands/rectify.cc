@@ -4,8 +4,10 @@
 #include <planex/io/model_file.h>
 #include <planex/io/number_text.h>
 #include <planex/io/raster_writer.h>
+#include <planex/processing/world_heights.h>
 #include <planex/scan/rectified_rows.h>
-#include <planex/scan/world_bounds.h>
+#include <planex/scan/row_stream.h>
+#include <planex/scan/sensor.h>
 #include <planex/version.h>
 
 #include <algorithm>
@@ -27,10 +29,13 @@ namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
+using datafusion::planex::HeightGrid;
 using datafusion::planex::RectificationMode;
+using datafusion::planex::SensorRegion;
 
 constexpr int kMostColumns = 1 << 20;
 constexpr int kMostIntensities = 8;
+constexpr int kLevels = 65536;
 
 const std::map<std::string, RectificationMode> kModes = {
     {"mean", RectificationMode::MEAN},           {"lowest", RectificationMode::LOWEST},
@@ -47,6 +52,7 @@ struct RectifyOptions {
   scan::SensorSettings sensor;
   YOptions y;
   RowOptions rows;
+  std::optional<io::Compression> compression;
 };
 
 io::RasterFormat checkedFormat(const RectifyOptions& options) {
@@ -62,6 +68,7 @@ io::RasterFormat checkedFormat(const RectifyOptions& options) {
   if (!options.preview.empty() && io::endingOf(options.preview) != ".png") {
     throw CLI::ValidationError("--preview", "'" + options.preview + "' does not end in .png");
   }
+  if (png && options.compression) throw CLI::ValidationError("--compress", "needs an output .tif");
   if (png && options.floating) throw CLI::ValidationError("--float", "needs an output .tif");
   if (options.noData && !options.floating) {
     throw CLI::ValidationError("--nodata", "needs --float; 0 is no height in 16 bits");
@@ -96,34 +103,33 @@ void narrow(const char* name, const std::string& text, double& min, double& max)
   max = *b;
 }
 
-scan::HeightGrid gridOf(const RectifyOptions& options, const CalibrationModel& model,
-                        const SensorTraits& traits, int imageColumns) {
-  scan::WorldBounds bounds = scan::worldBounds(model, traits, imageColumns, options.model);
-  narrow("--x-range", options.xRange, bounds.xMin, bounds.xMax);
-  narrow("--z-range", options.zRange, bounds.zMin, bounds.zMax);
-  const double width = bounds.xMax - bounds.xMin;
-  const double height = bounds.zMax - bounds.zMin;
+scan::Rectification rectificationOf(const RectifyOptions& options, const CalibrationModel& model,
+                                    const SensorRegion& region, int imageColumns) {
+  auto [x, z, spacing] = scan::worldBounds(model, region, imageColumns, options.model);
+  narrow("--x-range", options.xRange, x.min, x.max);
+  narrow("--z-range", options.zRange, z.min, z.max);
+  const double width = x.max - x.min;
+  const double height = z.max - z.min;
   if (!(width > 0 && height > 0 && std::isfinite(width) && std::isfinite(height))) {
     throw io::Failure(options.model,
                       "the sensor region has no extent in the world; see planex check");
   }
-  scan::HeightGrid grid{};
-  const scan::ValueTransform values = scan::valueTransformOf(bounds.zMin, bounds.zMax);
-  grid.values = {values.scale, values.origin};
-  grid.splat = bounds.splat;
+  scan::Rectification result{{}, {spacing}, checkedMode(options)};
+  datafusion::planex::HeightGrid& grid = result.grid;
+  grid.levels = datafusion::planex::levelAxis(z.min, z.max, kLevels);
   if (!options.pixelSize) {
-    grid.columns = options.columns > 0 ? options.columns : std::max(imageColumns, 2);
-    grid.x = {width / (grid.columns - 1), bounds.xMin};
-    return grid;
+    grid.width = options.columns > 0 ? options.columns : std::max(imageColumns, 2);
+    grid.x = datafusion::planex::sampleAxis(x.min, x.max, grid.width);
+    return result;
   }
   const double columns = std::ceil(width / *options.pixelSize);
   if (!(*options.pixelSize > 0 && columns <= kMostColumns)) {
     throw CLI::ValidationError("--pixel-size", "must be above 0 and give at most " +
                                                    std::to_string(kMostColumns) + " columns");
   }
-  grid.columns = static_cast<int>(columns);
-  grid.x = {*options.pixelSize, bounds.xMin};
-  return grid;
+  grid.width = static_cast<int>(columns);
+  grid.x = {*options.pixelSize, x.min};
+  return result;
 }
 
 /// "height.png" becomes "height_intensity.png", or "height_intensity2.png" for the second of more.
@@ -134,11 +140,49 @@ std::string intensityPath(const RectifyOptions& options, std::size_t i) {
   return stem + "_intensity" + number + ending;
 }
 
+float noData(const RectifyOptions& options) {
+  return static_cast<float>(options.noData.value_or(std::numeric_limits<double>::quiet_NaN()));
+}
+
+/// Rows of the map, and what is made of them beside other blocks.
+class HeightRows final : public scan::RectifiedRows {
+ public:
+  HeightRows(const scan::RangeScan& source, const scan::IntensityImages& intensities,
+             const scan::Rectification& rectification, const RectifyOptions& options)
+      : RectifiedRows(source, intensities, rectification),
+        levels_(rectification.grid.levels),
+        floating_(options.floating),
+        missing_(noData(options)) {}
+
+  void process() override {
+    RectifiedRows::process();
+    const auto cells = static_cast<std::ptrdiff_t>(cellCount());
+    filled_ = cells - std::count(heights(), heights() + cells, 0);
+    if (!floating_) return;
+    world_.resize(cellCount());
+    toWorldHeights(heights(), cellCount(), levels_, missing_, world_.data());
+  }
+
+  /// What goes into the file.
+  const void* samples() const {
+    return floating_ ? static_cast<const void*>(world_.data()) : heights();
+  }
+  std::int64_t filled() const { return filled_; }
+
+ private:
+  const io::Axis levels_;
+  const bool floating_;
+  const float missing_;
+  std::vector<float> world_;
+  std::int64_t filled_ = 0;
+};
+
 /// One output raster.
 struct Layer {
   Layer(io::RasterFormat format, const std::string& path, const Context& context,
-        const io::RasterDescription& description)
-      : file(path, context.force), writer(io::RasterWriter::create(format, file, description)) {}
+        const io::RasterDescription& description, const io::RasterEncoding& encoding)
+      : file(path, context.force),
+        writer(io::RasterWriter::create(format, file, description, encoding)) {}
 
   void finish() {
     writer->finish();
@@ -152,46 +196,41 @@ struct Layer {
 /// Everything that comes out of a rectification, row by row.
 class HeightMapWriter {
  public:
-  HeightMapWriter(const RectifyOptions& options, const Context& context,
-                  const scan::HeightGrid& grid, const io::Axis& y, const scan::RowBlocks& rows)
+  HeightMapWriter(const RectifyOptions& options, const Context& context, const HeightGrid& grid,
+                  const io::Axis& y, const scan::RowBlocks& rows, io::WorkerPool& pool)
       : options_(options), context_(context), grid_(grid), rows_(rows) {
     const io::RasterFormat format = checkedFormat(options);
-    raster_.width = grid.columns;
+    const io::RasterEncoding encoding{options.compression.value_or(io::Compression::kNone), &pool};
+    raster_.width = grid.width;
     raster_.height = rows.count();
     raster_.columns = grid.x;
     raster_.rows = io::Axis{y.scale, y.scale * rows.first + y.origin};
     raster_.unit = context.unit;
-    heights_ = std::make_unique<Layer>(format, options.output, context, heightDescription());
+    heights_ =
+        std::make_unique<Layer>(format, options.output, context, heightDescription(), encoding);
     for (std::size_t i = 0; i < options.intensities.size(); ++i) {
       intensities_.push_back(std::make_unique<Layer>(format, intensityPath(options, i), context,
-                                                     intensityDescription()));
+                                                     intensityDescription(), encoding));
     }
     sidecar_ = std::make_unique<io::OutputFile>(options.output + ".json", context.force);
     if (options.preview.empty()) return;
     previewFile_ = std::make_unique<io::OutputFile>(options.preview, context.force);
-    preview_ = std::make_unique<HeightPreview>(grid.columns, rows.count(), grid.x, *raster_.rows,
+    preview_ = std::make_unique<HeightPreview>(grid.width, rows.count(), grid.x, *raster_.rows,
                                                !options.y.scale.has_value());
   }
 
-  void write(const scan::RectifiedRows& rows, int count) {
-    const std::size_t cells =
-        static_cast<std::size_t>(count) * static_cast<std::size_t>(grid_.columns);
-    const std::uint16_t* heights = rows.heights();
-    filled_ += static_cast<std::int64_t>(cells) - std::count(heights, heights + cells, 0);
-    if (options_.floating) {
-      heights_->writer->writeRows(count, {worldHeights(heights, cells)});
-    } else {
-      heights_->writer->writeRows(count, {heights});
-    }
+  void write(const HeightRows& rows) {
+    heights_->writer->writeRows(rows.count(), {rows.samples()});
     for (std::size_t i = 0; i < intensities_.size(); ++i) {
-      intensities_[i]->writer->writeRows(count, {rows.intensity(i)});
+      intensities_[i]->writer->writeRows(rows.count(), {rows.intensity(i)});
     }
-    if (preview_ != nullptr) preview_->addRows(count, heights);
+    if (preview_ != nullptr) preview_->addRows(rows.count(), rows.heights());
+    filled_ += rows.filled();
   }
 
   void finish() {
     sidecar_->write(describeInJson());
-    if (preview_ != nullptr) preview_->write(*previewFile_, grid_.values, context_.unit);
+    if (preview_ != nullptr) preview_->write(*previewFile_, grid_.levels, context_.unit);
     heights_->finish();
     for (const auto& intensity : intensities_) intensity->finish();
     sidecar_->commit();
@@ -199,27 +238,23 @@ class HeightMapWriter {
   }
 
   void printSummary() const {
-    const double cells = static_cast<double>(grid_.columns) * rows_.count();
+    const double cells = static_cast<double>(grid_.width) * rows_.count();
     std::fputs(
         fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, height steps of {:.6g} {}, "
                     "{:.1f} % filled\n",
-                    options_.output, rows_.count(), grid_.columns, grid_.x.scale, context_.unit,
-                    grid_.values.scale, context_.unit, 100 * static_cast<double>(filled_) / cells)
+                    options_.output, rows_.count(), grid_.width, grid_.x.scale, context_.unit,
+                    grid_.levels.scale, context_.unit, 100 * static_cast<double>(filled_) / cells)
             .c_str(),
         stdout);
   }
 
  private:
-  double noData() const {
-    return options_.noData.value_or(std::numeric_limits<double>::quiet_NaN());
-  }
-
   io::RasterDescription heightDescription() const {
     io::RasterDescription raster = raster_;
     raster.layers = {"height"};
     raster.sample = options_.floating ? io::SampleType::kFloat32 : io::SampleType::kUint16;
-    raster.values = options_.floating ? io::Axis{} : grid_.values;
-    raster.missing = options_.floating ? static_cast<float>(noData()) : 0;
+    raster.values = options_.floating ? io::Axis{} : grid_.levels;
+    raster.missing = options_.floating ? noData(options_) : 0;
     return raster;
   }
 
@@ -230,26 +265,13 @@ class HeightMapWriter {
     return raster;
   }
 
-  /// In float, as the C interface gives them.
-  const float* worldHeights(const std::uint16_t* heights, std::size_t cells) {
-    const auto scale = static_cast<float>(grid_.values.scale);
-    const auto origin = static_cast<float>(grid_.values.origin);
-    const auto missing = static_cast<float>(noData());
-    world_.resize(cells);
-    for (std::size_t i = 0; i < cells; ++i) {
-      world_[i] =
-          heights[i] == 0 ? missing : std::fma(static_cast<float>(heights[i]), scale, origin);
-    }
-    return world_.data();
-  }
-
   std::string describeInJson() const {
     const io::RasterDescription heights = heightDescription();
     io::JsonText json;
     json.add("generator", "planex " PLANEX_VERSION_STRING);
     json.add("content", "height map");
     json.add("unit", context_.unit);
-    json.add("columns", grid_.columns);
+    json.add("columns", grid_.width);
     json.add("rows", rows_.count());
     json.add("firstRow", rows_.first);
     const io::JsonObject transform = json.addObject("transform");
@@ -278,50 +300,52 @@ class HeightMapWriter {
 
   const RectifyOptions& options_;
   const Context& context_;
-  const scan::HeightGrid grid_;
+  const HeightGrid grid_;
   const scan::RowBlocks rows_;
   io::RasterDescription raster_;  // what all rasters have in common
   std::unique_ptr<Layer> heights_;
   std::vector<std::unique_ptr<Layer>> intensities_;
   std::unique_ptr<io::OutputFile> sidecar_, previewFile_;
   std::unique_ptr<HeightPreview> preview_;
-  std::vector<float> world_;
   std::int64_t filled_ = 0;
 };
 
 void runRectify(const RectifyOptions& options, const Context& context) {
   checkedFormat(options);
-  const RectificationMode mode = checkedMode(options);
+  checkedMode(options);
   applyThreads(context);
   const CalibrationModel model = io::loadModel(options.model);
   const auto range = io::ImageReader::open(options.range);
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape());
-  const SensorTraits traits =
+  const SensorRegion region =
       scan::resolveSensor(options.sensor, options.range, model, options.model);
-  scan::CalibratedRows points(model, options.model, *range, traits);
-  const scan::HeightGrid grid = gridOf(options, model, traits, range->shape().width);
-  std::vector<std::unique_ptr<scan::IntensityRows>> intensities;
+  const scan::RangeScan source(model, options.model, *range, region);
+  const std::int64_t width = range->shape().width;
+  const scan::Rectification rectification =
+      rectificationOf(options, model, region, range->shape().width);
+  scan::IntensityImages intensities;
   for (const std::string& path : options.intensities) {
-    intensities.push_back(std::make_unique<scan::IntensityRows>(path, *range));
+    intensities.push_back(std::make_unique<scan::IntensityImage>(path, *range));
   }
 
-  HeightMapWriter writer(options, context, grid, options.y.line(), rows);
+  io::WorkerPool pool(workerCount(context));
+  HeightMapWriter writer(options, context, rectification.grid, options.y.line(), rows, pool);
   for (const auto& intensity : intensities) {
-    const io::ImageShape& shape = range->shape();
-    Progress progress(context, "reading intensities", std::int64_t{shape.height} * shape.width,
-                      "points");
+    Progress progress(context, "reading intensities", range->shape().height * width, "points");
     intensity->findLimits(rows.block, [&](std::int64_t pixels) { progress.advance(pixels); });
   }
-  scan::RectifiedRows rectified(points, intensities, grid, mode);
-  const std::int64_t width = range->shape().width;
   Progress progress(context, "rectifying", rows.count() * width, "points");
-  rows.forEach([&](int first, int count) {
-    rectified.load(first, count);
-    writer.write(rectified, count);
-    progress.advance(count * width);
-  });
+  std::int64_t outside = 0;
+  scan::streamRows<HeightRows>(
+      pool, rows,
+      [&] { return std::make_unique<HeightRows>(source, intensities, rectification, options); },
+      [&](const HeightRows& block) {
+        writer.write(block);
+        outside += block.outside();
+        progress.advance(block.count() * width);
+      });
   writer.finish();
-  warnOfValuesOutside(points.outside(), options.range);
+  warnOfValuesOutside(outside, options.range);
   if (!context.quiet) writer.printSummary();
 }
 
@@ -366,6 +390,7 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   addNumberOption(*command, "--nodata", options->noData, "With --float: no height [NaN]");
   command->add_option("--preview", options->preview, "Picture in false colours")->type_name("PNG");
   addYOptions(*command, options->y, false);
+  addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);
   addSensorOptions(*command, options->sensor);
   addUnitOption(*command, context);
