@@ -1,0 +1,113 @@
+// Files that others made: images, sidecars, lists of points and of positions. Whatever the bytes
+// are, a reader takes them or refuses them with one line that names the file; what it gives does
+// not depend on how many rows or points are asked for at a time, and memory stays bounded.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "planex/io/failure.h"
+#include "planex/io/image_reader.h"
+#include "planex/io/point_text.h"
+#include "planex/scan/sensor.h"
+#include "planex/scan/y_positions.h"
+#include "tests/support/property.h"
+
+namespace {
+
+namespace io = planex::io;
+namespace scan = planex::scan;
+
+constexpr std::size_t kMostMemory = std::size_t{300} << 20;
+constexpr std::int64_t kMostPixels = 1 << 20;  // read here, of images that announce more
+
+/// A file of these bytes, for as long as the object lives.
+class MemoryFile {
+ public:
+  explicit MemoryFile(const std::string& bytes) : descriptor_(memfd_create("input", 0)) {
+    CHECK_HOLDS(write(descriptor_, bytes.data(), bytes.size()) ==
+                static_cast<ssize_t>(bytes.size()));
+  }
+  ~MemoryFile() { close(descriptor_); }
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+
+  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+ private:
+  int descriptor_;
+};
+
+/// The rows [first, end), `step` at a time.
+std::vector<char> rowsOf(io::ImageReader& image, int first, int end, int step) {
+  const std::size_t rowBytes = image.shape().rowBytes();
+  std::vector<char> pixels(static_cast<std::size_t>(end - first) * rowBytes);
+  for (int row = first; row < end; row += step) {
+    image.readRows(row, std::min(step, end - row),
+                   pixels.data() + static_cast<std::size_t>(row - first) * rowBytes);
+  }
+  return pixels;
+}
+
+void readImage(const std::string& path, test::ByteSource& choices) {
+  const auto image = io::ImageReader::open(path);
+  const io::ImageShape& shape = image->shape();
+  CHECK_HOLDS(shape.width > 0 && shape.width <= io::ImageReader::kMaximumColumns);
+  CHECK_HOLDS(shape.height > 0);
+  const int rows =
+      static_cast<int>(std::min<std::int64_t>(shape.height, kMostPixels / shape.width));
+  const std::vector<char> whole = rowsOf(*image, 0, rows, 1 + choices.Between(0, 9));
+  const int first = rows > 0 ? choices.Between(0, 255) % rows : 0;
+  const std::vector<char> part = rowsOf(*image, first, rows, 3);  // backwards, and skipping
+  CHECK_HOLDS(
+      part.size() <= whole.size() &&
+      std::equal(part.begin(), part.end(), whole.end() - static_cast<std::ptrdiff_t>(part.size())));
+}
+
+void readPoints(const std::string& path, test::ByteSource& choices) {
+  std::vector<io::TextPoint> all, some, read;
+  io::PointReader whole(path);
+  while (whole.read(1000, some)) all.insert(all.end(), some.begin(), some.end());
+  io::PointReader pieces(path);
+  const auto step = static_cast<std::size_t>(1 + choices.Between(0, 3));
+  while (pieces.read(step, some)) read.insert(read.end(), some.begin(), some.end());
+  CHECK_HOLDS(read.size() == all.size() && pieces.dimensions() == whole.dimensions());
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    for (std::size_t k = 0; k < 3; ++k) CHECK_HOLDS(test::sameBits(all[i][k], read[i][k]));
+  }
+}
+
+void readSidecar(const std::string& path) {
+  datafusion::planex::CalibrationModel model;
+  model.SensorSize = {2560, 1024};
+  scan::SensorSettings settings;
+  settings.sidecar = path;
+  const auto region = scan::resolveSensor(settings, "", model, path);
+  CHECK_HOLDS(region.scaleX != 0 && region.scaleZ != 0);
+  CHECK_HOLDS(region.width >= 1 && region.width <= 65535);
+  CHECK_HOLDS(region.height >= 1 && region.height <= 65535);
+}
+
+PLANEX_PROPERTY(foreign_files) {
+  const int kind = source.Between(0, 3);
+  const std::string choice = source.Text(2);
+  const MemoryFile file(source.Rest());
+  test::ByteSource choices(reinterpret_cast<const std::uint8_t*>(choice.data()), choice.size());
+  const test::MemoryPeak peak;
+  try {
+    if (kind == 0) readImage(file.path(), choices);
+    if (kind == 1) readPoints(file.path(), choices);
+    if (kind == 2) readSidecar(file.path());
+    if (kind == 3) CHECK_HOLDS(scan::YPositions(file.path(), 3).at(2) <= 1e308 * 10);
+  } catch (const io::Failure& failure) {
+    const std::string text = failure.what();
+    CHECK_HOLDS(text.compare(0, file.path().size() + 2, file.path() + ": ") == 0);
+  }
+  CHECK_HOLDS(peak.Bytes() < kMostMemory);
+}
+
+}  // namespace
