@@ -49,11 +49,11 @@ class PLANEX_EXPORT CountMembersVisitor final : public ForwardingVisitor<CountMe
  private:
   friend class ForwardingVisitor<CountMembersVisitor>;
   template <typename T>
-  void VisitPrimitive(T&, const char*) {
+  PLANEX_HIDDEN void VisitPrimitive(T&, const char*) {
     CountOne();
   }
   template <typename T>
-  void VisitPrimitives(T*) {}
+  PLANEX_HIDDEN void VisitPrimitives(T*) {}
   void CountOne();
   void Enter();
   void Leave();
