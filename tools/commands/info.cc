@@ -3,7 +3,6 @@
 #include <planex/io/json.h>
 #include <planex/io/model_file.h>
 #include <planex/io/output_file.h>
-#include <planex/io/raster.h>
 #include <planex/scan/model_summary.h>
 
 #include <CLI/CLI.hpp>
@@ -16,16 +15,18 @@
 #include <utility>
 #include <vector>
 
+#include "planex/report/model_figure.h"
+#include "tools/cli/picture_options.h"
 #include "tools/commands/commands.h"
-#include "tools/support/model_plot.h"
 
 namespace planex::tools {
 namespace {
 
 using datafusion::planex::CalibrationModel;
+using report::ColorMap;
 
 struct InfoOptions {
-  std::string model, plot;
+  std::string model, plot, colors = "viridis";
   bool json = false;
 };
 
@@ -209,9 +210,7 @@ bool hasArea(const scan::FieldOfView& view) {
 }
 
 void runInfo(const InfoOptions& options, const Context& context) {
-  if (!options.plot.empty() && io::endingOf(options.plot) != ".png") {
-    throw CLI::ValidationError("--plot", "'" + options.plot + "' does not end in .png");
-  }
+  if (!options.plot.empty()) pictureFormat("--plot", options.plot);
   const CalibrationModel model = io::loadModel(options.model);
   Facts facts{model, context.unit, {}, {}, {}};
   facts.view = scan::fieldOfView(model, facts.noView);
@@ -226,7 +225,8 @@ void runInfo(const InfoOptions& options, const Context& context) {
                         "has no finite field of view to plot; see: planex check " + options.model);
     }
     io::OutputFile file(options.plot, context.force);
-    plotModel(model, *facts.view, facts.region, context.unit, file);
+    file.write(drawModel(report::figureOf(model, *facts.view, facts.region, context.unit),
+                         *ColorMap::find(options.colors), pictureFormat("--plot", options.plot)));
     file.commit();
   }
   std::fputs((options.json ? jsonText(facts) : plainText(facts)).c_str(), stdout);
@@ -241,8 +241,9 @@ void addInfoCommand(CLI::App& app, Context& context) {
   command->add_flag("--json", options->json, "Print JSON");
   command
       ->add_option("--plot", options->plot,
-                   "Draw the field of view in X and Z, and the residuals, into a PNG")
-      ->type_name("FILE.png");
+                   "Draw the field of view in X and Z, and the residuals: .png or .svg")
+      ->type_name("FILE");
+  addColorsOption(*command, options->colors);
   addUnitOption(*command, context);
   addForceOption(*command, context);
   command->footer(

@@ -20,10 +20,11 @@
 #include <string>
 #include <vector>
 
+#include "planex/report/height_picture.h"
+#include "tools/cli/picture_options.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
 #include "tools/commands/commands.h"
-#include "tools/images/height_preview.h"
 
 namespace planex::tools {
 namespace {
@@ -32,6 +33,8 @@ using datafusion::planex::CalibrationModel;
 using datafusion::planex::HeightGrid;
 using datafusion::planex::RectificationMode;
 using datafusion::planex::SensorRegion;
+using report::ColorMap;
+using report::HeightPicture;
 
 constexpr int kMostColumns = 1 << 20;
 constexpr int kMostIntensities = 8;
@@ -44,11 +47,11 @@ const std::map<std::string, RectificationMode> kModes = {
 };
 
 struct RectifyOptions {
-  std::string model, range, output, preview, mode = "mean", xRange, zRange;
+  std::string model, range, output, preview, colors = "viridis", mode = "mean", xRange, zRange;
   std::vector<std::string> intensities;
   int columns = 0;
   std::optional<double> pixelSize, noData;
-  bool floating = false;
+  bool floating = false, shade = false;
   scan::SensorSettings sensor;
   YOptions y;
   RowOptions rows;
@@ -65,9 +68,7 @@ io::RasterFormat checkedFormat(const RectifyOptions& options) {
   if (options.preview == options.output) {
     throw CLI::ValidationError("--preview", "needs another name than the height map");
   }
-  if (!options.preview.empty() && io::endingOf(options.preview) != ".png") {
-    throw CLI::ValidationError("--preview", "'" + options.preview + "' does not end in .png");
-  }
+  if (!options.preview.empty()) pictureFormat("--preview", options.preview);
   if (png && options.compression) throw CLI::ValidationError("--compress", "needs an output .tif");
   if (png && options.floating) throw CLI::ValidationError("--float", "needs an output .tif");
   if (options.noData && !options.floating) {
@@ -215,8 +216,9 @@ class HeightMapWriter {
     sidecar_ = std::make_unique<io::OutputFile>(options.output + ".json", context.force);
     if (options.preview.empty()) return;
     previewFile_ = std::make_unique<io::OutputFile>(options.preview, context.force);
-    preview_ = std::make_unique<HeightPreview>(grid.width, rows.count(), grid.x, *raster_.rows,
-                                               !options.y.scale.has_value());
+    preview_ = std::make_unique<HeightPicture>(
+        report::MapGrid{grid.width, rows.count(), grid.x, *raster_.rows, grid.levels,
+                        options.y.scale.has_value(), context.unit});
   }
 
   void write(const HeightRows& rows) {
@@ -230,7 +232,10 @@ class HeightMapWriter {
 
   void finish() {
     sidecar_->write(describeInJson());
-    if (preview_ != nullptr) preview_->write(*previewFile_, grid_.levels, context_.unit);
+    if (preview_ != nullptr) {
+      previewFile_->write(preview_->draw({ColorMap::find(options_.colors), options_.shade},
+                                         pictureFormat("--preview", options_.preview)));
+    }
     heights_->finish();
     for (const auto& intensity : intensities_) intensity->finish();
     sidecar_->commit();
@@ -306,7 +311,7 @@ class HeightMapWriter {
   std::unique_ptr<Layer> heights_;
   std::vector<std::unique_ptr<Layer>> intensities_;
   std::unique_ptr<io::OutputFile> sidecar_, previewFile_;
-  std::unique_ptr<HeightPreview> preview_;
+  std::unique_ptr<HeightPicture> preview_;
   std::int64_t filled_ = 0;
 };
 
@@ -388,7 +393,12 @@ void addRectifyCommand(CLI::App& app, Context& context) {
       ->type_name("A:B");
   command->add_flag("--float", options->floating, "Write float32 heights in the unit, as a .tif");
   addNumberOption(*command, "--nodata", options->noData, "With --float: no height [NaN]");
-  command->add_option("--preview", options->preview, "Picture in false colours")->type_name("PNG");
+  CLI::Option* preview =
+      command->add_option("--preview", options->preview, "Picture in colours: .png or .svg")
+          ->type_name("FILE");
+  addColorsOption(*command, options->colors)->needs(preview);
+  command->add_flag("--shade", options->shade, "Shade the picture as if lit from the upper left")
+      ->needs(preview);
   addYOptions(*command, options->y, false);
   addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);

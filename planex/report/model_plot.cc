@@ -1,0 +1,108 @@
+#include "planex/report/model_plot.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace planex::report {
+namespace {
+
+constexpr double kWidth = 1200, kViewHeight = 800, kMapHeight = 330, kMargin = 24;
+
+ColorScale scaleOf(const CellMap& map, const ColorMap& colors) {
+  double low = std::numeric_limits<double>::infinity(), high = -low;
+  for (const double value : map.values) {
+    if (!std::isfinite(value)) continue;
+    low = std::min(low, value);
+    high = std::max(high, value);
+  }
+  if (low > high) low = high = std::nan("");
+  return ColorScale::of(low < 0 && high > 0 ? *ColorMap::find("diverging") : colors, low, high);
+}
+
+std::vector<Color> pixelsOf(const CellMap& map, const ColorScale& scale, int width, int height) {
+  std::vector<Color> pixels;
+  for (int y = 0; y < height; ++y) {
+    const auto row = (height - 1 - y) * static_cast<std::size_t>(map.rows) /
+                     static_cast<std::size_t>(height);  // the lowest is the last line
+    for (int x = 0; x < width; ++x) {
+      const auto column = static_cast<std::size_t>(x) * static_cast<std::size_t>(map.columns) /
+                          static_cast<std::size_t>(width);
+      const double value = map.values[row * static_cast<std::size_t>(map.columns) + column];
+      pixels.push_back(std::isfinite(value) ? scale.at(value) : scale.colors->missing());
+    }
+  }
+  return pixels;
+}
+
+void drawMap(Canvas& canvas, const Box& box, const CellMap& map, const std::string& unit,
+             const ColorMap& colors) {
+  constexpr double kHeading = 30, kLegend = 150;
+  canvas.text({box.left, box.top + 10}, map.title, {14, kInk, Anchor::kStart, true});
+  const Range x{map.least.x, map.most.x, titleWithUnit("X", unit)};
+  const Range z{map.least.y, map.most.y, titleWithUnit("Z", unit)};
+  const double top = box.top + kHeading + Axes::kAbove;
+  const double height = box.bottom() - top - Axes::kBelow;
+  const double left = std::ceil(box.left + Axes({0, 0, 100, height}, x, z).left());
+  const double width = box.right() - kLegend - left;
+  // As large as fits, true to scale where that leaves something to look at.
+  const double scale =
+      std::min(width / (map.most.x - map.least.x), height / (map.most.y - map.least.y));
+  const auto fit = [scale](double from, double to, double most) {
+    const double size = std::round((to - from) * scale);
+    return std::isfinite(size) ? std::clamp(size, 1.0, std::floor(most)) : std::floor(most);
+  };
+  const Box area{left, top, fit(map.least.x, map.most.x, width),
+                 fit(map.least.y, map.most.y, height)};
+  const ColorScale shown = scaleOf(map, colors);
+  canvas.image({area.left, area.top}, static_cast<int>(area.width), static_cast<int>(area.height),
+               pixelsOf(map, shown, static_cast<int>(area.width), static_cast<int>(area.height)));
+  Axes(area, x, z).draw(canvas);
+  const double legend = area.right() + 28;
+  const bool missing = !std::all_of(map.values.begin(), map.values.end(),
+                                    [](double value) { return std::isfinite(value); });
+  const Box bar{legend, top + 6, ColorBar::kThickness, height - (missing ? 24 : 6)};
+  if (std::isfinite(shown.low)) ColorBar(shown, Canvas::fitted(unit, 110)).drawUpright(canvas, bar);
+  if (missing) {
+    drawSwatch(canvas, {legend, bar.bottom() + 24}, shown.colors->missing(), "no points");
+  }
+}
+
+Plot planeOf(const ModelFigure& figure) {
+  Plot plot;
+  plot.title = figure.title;
+  plot.xTitle = titleWithUnit("X", figure.unit);
+  plot.yTitle = titleWithUnit("Z", figure.unit);
+  plot.least = figure.least;
+  plot.most = figure.most;
+  plot.trueToScale = true;
+  plot.notes = figure.corners;
+  plot.series = {{"rows and columns of the sensor, every eighth", kGrey, figure.sensorLines, 1},
+                 {"border of the sensor", kBlue, {figure.border}, 2}};
+  if (!figure.region.empty()) {
+    plot.series.push_back({"calibrated region", kVermilion, {figure.region}, 2});
+  }
+  return plot;
+}
+
+}  // namespace
+
+std::string drawModel(const ModelFigure& figure, const ColorMap& colors, PictureFormat format) {
+  const std::size_t mapRows = (figure.residuals.size() + 1) / 2;
+  Canvas canvas(kWidth, kViewHeight + kMapHeight * static_cast<double>(mapRows), format);
+  const Box view{kMargin, kMargin, kWidth - 2 * kMargin, kViewHeight - 2 * kMargin};
+  const Axes axes = planeOf(figure).draw(canvas, view);
+  const Box& area = axes.area();
+  const double unitsPerPixel =
+      (figure.most.x - figure.least.x) / (axes.column(figure.most.x) - axes.column(figure.least.x));
+  drawScaleBar(canvas, {area.right() - 200, view.top + 40}, 200, unitsPerPixel, figure.unit);
+  for (std::size_t i = 0; i < figure.residuals.size(); ++i) {
+    const Box box{kMargin + static_cast<double>(i % 2) * (kWidth / 2 - kMargin / 2 + 6),
+                  kViewHeight + kMapHeight * static_cast<double>(i / 2), kWidth / 2 - 1.5 * kMargin,
+                  kMapHeight - kMargin};
+    drawMap(canvas, box, figure.residuals[i], figure.unit, colors);
+  }
+  return canvas.finish();
+}
+
+}  // namespace planex::report

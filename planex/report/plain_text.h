@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace planex::report {
+
+/// The text as one line of UTF-8 that only shows: bytes that are no UTF-8, control characters, line
+/// ends and what changes the direction of a text become question marks, and only the first 256
+/// bytes count. Names and units come from files and command lines and may hold anything.
+std::string plainText(std::string_view text);
+
+}  // namespace planex::report

@@ -1,0 +1,24 @@
+#include "tools/cli/picture_options.h"
+
+namespace planex::tools {
+
+using report::ColorMap;
+
+CLI::Option* addColorsOption(CLI::App& command, std::string& name) {
+  return command
+      .add_option("--colors", name,
+                  "Colours of the picture: viridis, cividis, gray, or diverging, with white at 0")
+      ->check(CLI::IsMember(ColorMap::names()))
+      ->capture_default_str()
+      ->type_name("NAME");
+}
+
+report::PictureFormat pictureFormat(const char* option, const std::string& path) {
+  const auto format = report::pictureFormatOf(path);
+  if (!format) {
+    throw CLI::ValidationError(option, "'" + path + "' ends neither in .png nor in .svg");
+  }
+  return *format;
+}
+
+}  // namespace planex::tools
