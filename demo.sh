@@ -14,8 +14,7 @@ mkdir -p "$scan"
 echo
 "$programs/simulate_scan" "$scan"
 "$programs/height_map" "$scan" "$scan"
-echo "look at: $PWD/$scan/height_color.png"
-echo "also:    $PWD/$scan/height.png, $PWD/$scan/intensity.png"
+echo "raw data: $PWD/$scan/height.pgm, $PWD/$scan/intensity_map.pgm"
 
 planex=build/release/tools/planex
 shown() {
@@ -25,7 +24,7 @@ shown() {
 }
 shown info "$scan/model.json" --plot "$scan/view.png"
 shown rectify "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
-  --y-scale 0.1 -o "$scan/map.tif" --preview "$scan/preview.png"
+  --y-scale 0.1 -o "$scan/map.tif" --preview "$scan/preview.png" --shade
 shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
   --aligned --y-scale 0.1 -o "$scan/points.ply"
 echo "look at: $PWD/$scan/preview.png and view.png; $PWD/$scan/points.ply opens in any viewer of point clouds"

@@ -3,10 +3,10 @@
        height_map <scan folder> <output folder> [mode]
 
    reads model.json, scan.txt, range.pgm, intensity.pgm and truth.txt (simulate_scan writes them),
-   measures what truth.txt lists, and writes height.png, height_color.png and intensity.png. The
-   mode is one of PLANEX_RECTIFICATION_...: 0 mean (the default), 1 highest, 2 lowest, 3 darkest,
-   4 brightest. Exits with 1 when a step fails or a measurement is further from the truth than
-   noise and grid explain. */
+   measures what truth.txt lists, and writes height.pgm and intensity_map.pgm. The mode is one of
+   PLANEX_RECTIFICATION_...: 0 mean (the default), 1 highest, 2 lowest, 3 darkest, 4 brightest.
+   Exits with 1 when a step fails or a measurement is further from the truth than noise and grid
+   explain. */
 /* clock_gettime; NOLINTNEXTLINE(bugprone-reserved-identifier): the name is POSIX's. */
 #define _POSIX_C_SOURCE 199309L
 
@@ -17,7 +17,6 @@
 #include <time.h>
 
 #include "measurement.h"
-#include "pictures.h"
 #include "scan_files.h"
 
 enum { kRepetitions = 5 };
@@ -221,46 +220,40 @@ static bool printMeasurements(const Chain* chain) {
   return off == 0 || failed("a deviation that noise and grid do not explain");
 }
 
-/* Heights as the 16-bit levels of the grid, 0 where there is none. */
-static bool writeHeightPng(FILE* file, const HeightMap* map) {
+/* Binary PGM: 8 bits, or 16 bits with the high byte first. */
+static bool writePgm(const char* folder, const char* name, const HeightMap* map,
+                     const uint8_t* bytes, int bytesPerCell) {
+  const size_t count = (size_t)map->width * (size_t)map->height * (size_t)bytesPerCell;
+  FILE* file = openIn(folder, name, "wb");
+  bool written;
+  if (file == NULL) return false;
+  written = fprintf(file, "P5\n%d %d\n%d\n", map->width, map->height,
+                    bytesPerCell == 1 ? 255 : 65535) > 0 &&
+            fwrite(bytes, 1, count, file) == count;
+  return (fclose(file) == 0 && written) || failed(name);
+}
+
+/* Heights as the 16-bit levels of the grid, 0 where there is none, and intensities. */
+static bool writeMaps(const HeightMap* map, const char* folder) {
   const size_t count = (size_t)map->width * (size_t)map->height;
-  uint16_t* levels = malloc(count * sizeof(uint16_t));
+  uint8_t* bytes = malloc(2 * count);
   bool written;
   size_t i;
-  if (levels == NULL) return false;
+  if (bytes == NULL) return failed("allocating levels");
   for (i = 0; i < count; ++i) {
-    const double level = (map->z[i] - map->transform.originZ) / map->transform.scaleZ;
-    levels[i] = isnan(level) ? 0 : (uint16_t)lround(level);
+    const double z = (map->z[i] - map->transform.originZ) / map->transform.scaleZ;
+    const unsigned level = isnan(z) ? 0U : (unsigned)lround(z);
+    bytes[2 * i] = (uint8_t)(level >> 8);
+    bytes[2 * i + 1] = (uint8_t)(level & 0xFFU);
   }
-  written = writeGreyPng(file, levels, 16, map->width, map->height);
-  free(levels);
+  written = writePgm(folder, "height.pgm", map, bytes, 2) &&
+            writePgm(folder, "intensity_map.pgm", map, map->intensity, 1);
+  free(bytes);
+  if (written) {
+    printf("\nheight.pgm: Z = level * %.9g mm %+.9g mm, 0 where nothing was measured\n",
+           map->transform.scaleZ, map->transform.originZ);
+  }
   return written;
-}
-
-static bool closed(FILE* file, bool written, const char* name) {
-  if (fclose(file) == 0 && written) return true;
-  return failed(name);
-}
-
-static bool writePictures(const Chain* chain, const char* folder) {
-  const HeightMap* map = &chain->map;
-  FILE* file = openIn(folder, "height.png", "wb");
-  if (file == NULL || !closed(file, writeHeightPng(file, map), "height.png")) return false;
-  file = openIn(folder, "intensity.png", "wb");
-  if (file == NULL || !closed(file, writeGreyPng(file, map->intensity, 8, map->width, map->height),
-                              "intensity.png")) {
-    return false;
-  }
-  file = openIn(folder, "height_color.png", "wb");
-  if (file == NULL || !closed(file,
-                              writeColorPng(file, map->z, map->width, map->height, chain->grid.zMin,
-                                            chain->grid.zMax, map->transform.scaleX),
-                              "height_color.png")) {
-    return false;
-  }
-  printf("\nheight.png: Z = level * %.9g mm %+.9g mm, 0 where nothing was measured\n",
-         map->transform.scaleZ, map->transform.originZ);
-  return true;
 }
 
 static bool run(Chain* chain, const char* outputFolder) {
@@ -273,7 +266,7 @@ static bool run(Chain* chain, const char* outputFolder) {
   }
   printCounts(chain);
   good = printMeasurements(chain);
-  return writePictures(chain, outputFolder) && good;
+  return writeMaps(&chain->map, outputFolder) && good;
 }
 
 static void release(Chain* chain) {

@@ -7,7 +7,8 @@ declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev
     libtiff-dev zlib1g-dev libzstd-dev libcli11-dev libfmt-dev"
   [test]="libgtest-dev libgmock-dev libbenchmark-dev groff-base python3 python3-numpy
-    python3-tifffile python3-pil"
+    python3-tifffile python3-pil libcairo2-dev
+    fonts-dejavu-core"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
   [clang]="clang-19 libclang-rt-19-dev libomp-19-dev"
   [abi]="abigail-tools"

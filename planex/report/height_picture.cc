@@ -85,7 +85,7 @@ ColorScale HeightPicture::scaleOf(const ColorMap& colors) const {
 /// How much light a pixel gets, from the upper left and 45 degrees above; level ground gets 1.
 /// @param steepness  the factor from levels per pixel to slopes
 double HeightPicture::shadeAt(int x, int y, double steepness) const {
-  constexpr int kReach = 2;  // so far that noise does not show much
+  constexpr int kReach = 3;  // so far that noise hardly shows
   const auto level = [&](int i, int k) {
     const std::uint16_t value =
         levelAt(std::clamp(i, 0, width_ - 1), std::clamp(k, 0, height_ - 1));
@@ -96,7 +96,8 @@ double HeightPicture::shadeAt(int x, int y, double steepness) const {
   const double alongY = (level(x, y + kReach) - level(x, y - kReach)) * factor;
   const double towards =
       (1 + (alongX + alongY) / std::sqrt(2.0)) / std::sqrt(1 + alongX * alongX + alongY * alongY);
-  return std::clamp(1 + 0.8 * (towards - 1), 0.4, 1.3);
+  // In steps, so that level ground stays free of noise.
+  return std::clamp(1 + std::round(24 * (towards - 1)) / 30, 0.4, 1.3);
 }
 
 std::vector<Color> HeightPicture::pixels(const ColorScale& scale, bool shade) const {
@@ -130,7 +131,7 @@ Axes HeightPicture::axesIn(const Box& area) const {
 }
 
 std::string HeightPicture::draw(const HeightStyle& style, PictureFormat format) const {
-  constexpr double kPanel = 170, kLeastBar = 140, kMostBar = 560, kBelowBar = 106;
+  constexpr double kPanel = 184, kLeastBar = 140, kMostBar = 560, kBelowBar = 106;
   constexpr double kLyingBar = 320, kLyingPanel = 90, kLeastWidth = 680, kTitle = 120;
   const ColorScale scale = scaleOf(*style.colors);
   const bool missing = std::find(levels_.begin(), levels_.end(), 0) != levels_.end();
