@@ -5,10 +5,10 @@ set -euo pipefail
 
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev
-    libtiff-dev zlib1g-dev libzstd-dev libcli11-dev libfmt-dev"
-  [test]="libgtest-dev libgmock-dev libbenchmark-dev groff-base python3 python3-numpy
-    python3-tifffile python3-pil libcairo2-dev
+    libtiff-dev zlib1g-dev libzstd-dev libcli11-dev libfmt-dev libcairo2-dev
     fonts-dejavu-core"
+  [test]="libgtest-dev libgmock-dev libbenchmark-dev groff-base python3 python3-numpy
+    python3-tifffile python3-pil"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
   [clang]="clang-19 libclang-rt-19-dev libomp-19-dev"
   [abi]="abigail-tools"
