@@ -5,6 +5,8 @@
 #include <tuple>
 #include <utility>
 
+#include "planex/report/plain_text.h"
+
 namespace planex::report {
 namespace {
 
@@ -97,9 +99,9 @@ void Axes::draw(Canvas& canvas) const {
                 {kNumber.size, kInk, Anchor::kEnd});
   }
   const double most = std::max(area_.width, 110.0);
-  canvas.text({area_.left + area_.width / 2, area_.bottom() + kBelow - 8},
-              Canvas::fitted(x_.title, most), {13, kInk, Anchor::kMiddle});
-  canvas.text({area_.left - left(), area_.top - kAbove + 10}, Canvas::fitted(y_.title, most));
+  canvas.text({area_.left + area_.width / 2, area_.bottom() + kBelow - 8}, fitted(x_.title, most),
+              {13, kInk, Anchor::kMiddle});
+  canvas.text({area_.left - left(), area_.top - kAbove + 10}, fitted(y_.title, most));
 }
 
 std::vector<Color> ColorBar::colorsAlong(int pixels) const {
@@ -182,7 +184,7 @@ void drawScaleBar(Canvas& canvas, Point at, double most, double unitsPerPixel,
   if (!(length > 0 && width >= 1)) return;
   std::string text = numberText(length);
   if (!unit.empty()) text.append(" ").append(unit);
-  canvas.text({at.x, at.y - 14}, Canvas::fitted(text, most + 20, kNumber), kNumber);
+  canvas.text({at.x, at.y - 14}, fitted(text, most + 20, kNumber), kNumber);
   canvas.fill({at.x, at.y - 1, width, 3}, kInk);
   canvas.fill({at.x, at.y - 5, 1, 11}, kInk);
   canvas.fill({at.x + width - 1, at.y - 5, 1, 11}, kInk);

@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "planex/io/raster.h"
+#include "planex/report/line_clip.h"
 #include "planex/report/plain_text.h"
 
 namespace planex::report {
@@ -69,33 +71,18 @@ cairo_t* ruler() {
 
 bool isFinite(const Point& point) { return std::isfinite(point.x) && std::isfinite(point.y); }
 
-/// Cuts the line from a to b off where it leaves the box (Liang and Barsky): Cairo's coordinates
-/// end at some eight million. False when nothing is left.
-bool clipTo(const Box& box, Point& a, Point& b) {
-  const Point start = a;
-  const double dx = b.x - a.x, dy = b.y - a.y;
-  double enter = 0, leave = 1;
-  const auto cut = [&](double direction, double distance) {
-    if (direction == 0) return distance >= 0;
-    const double at = distance / direction;
-    if (direction < 0) enter = std::max(enter, at);
-    if (direction > 0) leave = std::min(leave, at);
-    return enter <= leave;
-  };
-  if (!std::isfinite(dx) || !std::isfinite(dy) || !cut(-dx, a.x - box.left) ||
-      !cut(dx, box.right() - a.x) || !cut(-dy, a.y - box.top) || !cut(dy, box.bottom() - a.y)) {
-    return false;
-  }
-  if (leave < 1) b = {start.x + leave * dx, start.y + leave * dy};
-  if (enter > 0) a = {start.x + enter * dx, start.y + enter * dy};
-  return true;
-}
-
 }  // namespace
 
+#ifdef __SANITIZE_ADDRESS__
+// Fontconfig keeps what it has read until the process ends.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer asks for this name.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig\n";
+}
+#endif
+
 std::optional<PictureFormat> pictureFormatOf(std::string_view path) {
-  std::string ending(path.substr(path.size() - std::min<std::size_t>(path.size(), 4)));
-  for (char& c : ending) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  const std::string ending = io::endingOf(std::string(path));
   if (ending == ".png") return PictureFormat::kPng;
   if (ending == ".svg") return PictureFormat::kSvg;
   return std::nullopt;
@@ -241,19 +228,6 @@ void Canvas::text(Point at, std::string_view text, const TextStyle& style) {
 double Canvas::textWidth(std::string_view text, const TextStyle& style) {
   setFont(ruler(), style);
   return advance(ruler(), plainText(text));
-}
-
-std::string Canvas::fitted(std::string_view text, double width, const TextStyle& style) {
-  std::string plain = plainText(text);
-  if (textWidth(plain, style) <= width) return plain;
-  const std::string ellipsis = "\xE2\x80\xA6";
-  while (!plain.empty() && textWidth(plain + ellipsis, style) > width) {
-    while (!plain.empty() && (static_cast<unsigned char>(plain.back()) & 0xC0) == 0x80) {
-      plain.pop_back();
-    }
-    if (!plain.empty()) plain.pop_back();
-  }
-  return plain + ellipsis;
 }
 
 Canvas::Clip::Clip(Canvas& canvas, const Box& box) : canvas_(canvas) {

@@ -71,8 +71,6 @@ class Canvas {
   void text(Point at, std::string_view text, const TextStyle& style = {});
   /// The width of a text in pixels.
   static double textWidth(std::string_view text, const TextStyle& style = {});
-  /// The text, or its beginning and an ellipsis, in at most `width` pixels.
-  static std::string fitted(std::string_view text, double width, const TextStyle& style = {});
 
   /// While it lives, only the inside of the box is drawn on.
   class Clip {

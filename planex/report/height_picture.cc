@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "planex/report/plain_text.h"
+
 namespace planex::report {
 namespace {
 
@@ -85,15 +87,16 @@ ColorScale HeightPicture::scaleOf(const ColorMap& colors) const {
 /// How much light a pixel gets, from the upper left and 45 degrees above; level ground gets 1.
 /// @param steepness  the factor from levels per pixel to slopes
 double HeightPicture::shadeAt(int x, int y, double steepness) const {
-  constexpr int kReach = 3;  // so far that noise hardly shows
+  // So far that noise hardly shows, and into the next cells of a map that is enlarged.
+  const int reachX = std::max(3, static_cast<int>(1 / columnStep_));
+  const int reachY = std::max(3, static_cast<int>(std::min(1 / rowStep_, 1e4)));
   const auto level = [&](int i, int k) {
     const std::uint16_t value =
         levelAt(std::clamp(i, 0, width_ - 1), std::clamp(k, 0, height_ - 1));
     return static_cast<double>(value > 0 ? value : levelAt(x, y));
   };
-  const double factor = steepness / (2 * kReach);
-  const double alongX = (level(x + kReach, y) - level(x - kReach, y)) * factor;
-  const double alongY = (level(x, y + kReach) - level(x, y - kReach)) * factor;
+  const double alongX = (level(x + reachX, y) - level(x - reachX, y)) * steepness / (2 * reachX);
+  const double alongY = (level(x, y + reachY) - level(x, y - reachY)) * steepness / (2 * reachY);
   const double towards =
       (1 + (alongX + alongY) / std::sqrt(2.0)) / std::sqrt(1 + alongX * alongX + alongY * alongY);
   // In steps, so that level ground stays free of noise.
@@ -136,7 +139,7 @@ std::string HeightPicture::draw(const HeightStyle& style, PictureFormat format) 
   const ColorScale scale = scaleOf(*style.colors);
   const bool missing = std::find(levels_.begin(), levels_.end(), 0) != levels_.end();
   const bool measured = std::isfinite(scale.low);
-  const ColorBar bar(scale, Canvas::fitted(titleWithUnit("Z", grid_.unit), kTitle));
+  const ColorBar bar(scale, fitted(titleWithUnit("Z", grid_.unit), kTitle));
 
   // The legend stands on the right of high maps, and lies below flat ones.
   const bool upright = height_ >= 260 || width_ < 400;

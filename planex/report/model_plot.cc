@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "planex/report/plain_text.h"
+
 namespace planex::report {
 namespace {
 
@@ -62,7 +64,7 @@ void drawMap(Canvas& canvas, const Box& box, const CellMap& map, const std::stri
   const bool missing = !std::all_of(map.values.begin(), map.values.end(),
                                     [](double value) { return std::isfinite(value); });
   const Box bar{legend, top + 6, ColorBar::kThickness, height - (missing ? 24 : 6)};
-  if (std::isfinite(shown.low)) ColorBar(shown, Canvas::fitted(unit, 110)).drawUpright(canvas, bar);
+  if (std::isfinite(shown.low)) ColorBar(shown, fitted(unit, 110)).drawUpright(canvas, bar);
   if (missing) {
     drawSwatch(canvas, {legend, bar.bottom() + 24}, shown.colors->missing(), "no points");
   }

@@ -30,4 +30,17 @@ std::string plainText(std::string_view text) {
   return plain;
 }
 
+std::string fitted(std::string_view text, double width, const TextStyle& style) {
+  std::string plain = plainText(text);
+  if (Canvas::textWidth(plain, style) <= width) return plain;
+  const std::string ellipsis = "\xE2\x80\xA6";
+  while (!plain.empty() && Canvas::textWidth(plain + ellipsis, style) > width) {
+    while (!plain.empty() && (static_cast<unsigned char>(plain.back()) & 0xC0) == 0x80) {
+      plain.pop_back();
+    }
+    if (!plain.empty()) plain.pop_back();
+  }
+  return plain + ellipsis;
+}
+
 }  // namespace planex::report

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "planex/report/plain_text.h"
+
 namespace planex::report {
 namespace {
 
@@ -81,7 +83,7 @@ Axes Plot::draw(Canvas& canvas, const Box& box) const {
     for (const Note& note : notes) drawNote(canvas, axes, note);
   }
   axes.draw(canvas);
-  canvas.text({box.left, box.top + 10}, Canvas::fitted(title, box.width, {16, kInk, {}, true}),
+  canvas.text({box.left, box.top + 10}, fitted(title, box.width, {16, kInk, {}, true}),
               {16, kInk, Anchor::kStart, true});
   drawLegend(canvas, {box.left, box.top + 40}, series);
   return axes;
