@@ -102,8 +102,20 @@ T drawn() {
   if constexpr (std::is_same_v<T, bool>) {
     return source.Flip();
   } else if constexpr (std::is_floating_point_v<T>) {
-    const T value =
-        source.Flip() ? static_cast<T>(source.Raw<std::int16_t>()) / 7 : source.Raw<T>();
+    using Limits = std::numeric_limits<T>;
+    constexpr T kSpecial[] = {Limits::infinity(),
+                              -Limits::infinity(),
+                              Limits::quiet_NaN(),
+                              Limits::max(),
+                              -Limits::max(),
+                              Limits::denorm_min(),
+                              Limits::min(),
+                              T{-0.0},
+                              T{0.5}};
+    const int kind = source.Between(0, 7);
+    const T value = kind == 0   ? source.OneOf(kSpecial)
+                    : kind == 1 ? source.Raw<T>()
+                                : static_cast<T>(source.Raw<std::int16_t>()) / 7;
     walk->isReadable = walk->isReadable && std::isfinite(value);
     return value;
   } else {
