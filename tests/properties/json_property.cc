@@ -358,6 +358,8 @@ PLANEX_PROPERTY(json) {
   Walk counting{source};
   walk = &counting;
   etl::CountMembersVisitor counter;
+  counter.BeginVisiting("Test.Nested");
   visitMembers(counter);
+  counter.EndVisiting("Test.Nested");
   CHECK_HOLDS(counter.GetCount() == counting.members);
 }
