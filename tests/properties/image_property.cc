@@ -118,6 +118,11 @@ bool sameMetadata(const Image& a, const Image& b) {
          a.HandleZeroPixels == b.HandleZeroPixels;
 }
 
+struct GiveBack {
+  const etl::Allocator& allocator;
+  void operator()(void* memory) const { allocator.Deallocate(memory); }
+};
+
 template <typename T>
 class ImagePlay {
  public:
@@ -189,8 +194,12 @@ class ImagePlay {
     const auto pitch = static_cast<std::size_t>(shape.RealPitch());
     const std::size_t bytes =
         shape.IsPossible() ? static_cast<std::size_t>(shape.height) * pitch * pixelBytes : 0;
-    void* const memory = adopt ? allocator_.Allocate(std::max<std::size_t>(bytes, 1))
-                               : buffers_.emplace_back(new unsigned char[bytes]).get();
+    // Given back unless an image takes it over.
+    std::unique_ptr<void, GiveBack> given(
+        adopt ? allocator_.Allocate(std::max<std::size_t>(bytes, 1)) : nullptr, {allocator_});
+    if (adopt && given == nullptr) return;
+    void* const memory =
+        adopt ? given.get() : buffers_.emplace_back(std::make_unique<unsigned char[]>(bytes)).get();
     const auto seed = source_.Raw<std::uint8_t>();
     for (std::size_t i = 0; i < bytes; ++i) {
       static_cast<unsigned char*>(memory)[i] = static_cast<unsigned char>(seed + 7 * i);
@@ -205,6 +214,7 @@ class ImagePlay {
     const bool done = isNew ? image.Create(type, shape.width, shape.height, shape.pitch, allocator_)
                             : image.Create(null ? nullptr : memory, type, shape.width, shape.height,
                                            shape.pitch, clone, allocator_, adopt);
+    if (done) static_cast<void>(given.release());
     log_.CheckRefusal(done);
     CHECK_HOLDS(done == (possible && !(allocates && allocator_.fails)));
     CHECK_HOLDS(allocator_.requests == requests + (allocates ? 1 : 0));
@@ -220,7 +230,6 @@ class ImagePlay {
                                               pitch * pixelBytes, shape.height));
     }
     if (done && isNew && allocates) std::memset(image.GetData(), 1, image.GetRawBufferSize());
-    if (adopt && !done) allocator_.Deallocate(memory);
   }
 
   void FromImage(Image& image) {
