@@ -92,6 +92,17 @@ TEST_F(ApiTest, BoundsByHand) {
               ElementsAre(9, 207, 0, 29, 19.5, 58.5));
   EXPECT_NEAR(splat.splatA, 0, 1e-9);  // equal distances; the sums round
   EXPECT_NEAR(splat.splatB, 2, 1e-9);
+
+  // Rows count where they have a sample: of a column, or of one range value at least.
+  const struct {
+    uint16_t width, sensorHeight;
+    double yMax;
+  } rows[] = {{100, 0, 29}, {0, 1, 29}, {0, 0, -kInf}};
+  for (const auto& row : rows) {
+    const SensorTraits traits = {2, 10, 0.5, 20, 200, row.sensorHeight};
+    ASSERT_TRUE(calculateCalibrationBounds(model, traits, {row.width, 30}, &box, &splat));
+    EXPECT_EQ(box.yMax, row.yMax) << row.width << " columns, " << row.sensorHeight << " values";
+  }
 }
 
 TEST(RangeTransform, KeepsZeroForMissingData) {

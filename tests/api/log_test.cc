@@ -34,6 +34,7 @@ class Log : public ApiTest {
 TEST_F(Log, CallbackGetsTimeLevelAndMessageWithoutLineEnd) {
   registerLogHandler(keep);
   fail();
+  base::Logger::GetRoot().RemoveAllHandlers(false);  // but not this one
   base::Logger::Get("Image").Warning("seen %d", 1);
   base::Logger::Get("Image").Info("unseen");
   const std::string time = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}-[0-9]{2}-[0-9]{2}: ";

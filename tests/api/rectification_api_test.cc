@@ -107,6 +107,10 @@ TEST(IntensityReduction, RoundsHalfAwayFromZero) {
       ASSERT_EQ(reduced, plainReduction(values)) << span;
     }
   }
+  const uint16_t values[] = {5, 15, 30};
+  uint8_t reduced[3];
+  datafusion::planex::reduceIntensities(values, 3, {10, 20}, reduced);
+  EXPECT_TRUE(reduced[0] == 0 && reduced[1] == 128 && reduced[2] == 255) << "nearest limits";
 }
 
 }  // namespace
