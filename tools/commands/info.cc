@@ -242,7 +242,7 @@ void addInfoCommand(CLI::App& app, Context& context) {
   command
       ->add_option("--plot", options->plot,
                    "Draw the field of view in X and Z, and the residuals: .png or .svg")
-      ->type_name("FILE");
+      ->type_name("PICTURE");
   addColorsOption(*command, options->colors);
   addUnitOption(*command, context);
   addForceOption(*command, context);

@@ -395,7 +395,7 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   addNumberOption(*command, "--nodata", options->noData, "With --float: no height [NaN]");
   CLI::Option* preview =
       command->add_option("--preview", options->preview, "Picture in colours: .png or .svg")
-          ->type_name("FILE");
+          ->type_name("PICTURE");
   addColorsOption(*command, options->colors)->needs(preview);
   command->add_flag("--shade", options->shade, "Shade the picture as if lit from the upper left")
       ->needs(preview);
