@@ -5,9 +5,7 @@ namespace planex::tools {
 using report::ColorMap;
 
 CLI::Option* addColorsOption(CLI::App& command, std::string& name) {
-  return command
-      .add_option("--colors", name,
-                  "Colours of the picture: viridis, cividis, gray, or diverging, with white at 0")
+  return command.add_option("--colors", name, "Colours of the picture; diverging has white at 0")
       ->check(CLI::IsMember(ColorMap::names()))
       ->capture_default_str()
       ->type_name("NAME");
