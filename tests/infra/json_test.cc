@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <locale.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -390,26 +391,40 @@ TEST(Base64, TakesTheAlphabetAloneAtEveryPlace) {
 
 // ---- Size ----
 
-class FullStream final : public etl::OutStream {
+/// Takes what comes in pieces, or nothing at all.
+class Pieces final : public etl::OutStream {
  public:
   using OutStream::Write;
-  bool Write(const void*, std::size_t) override { return ++writes > 1; }
-  int writes = 0;
+  bool Write(const void*, std::size_t size) override {
+    ++count;
+    largest = std::max(largest, size);
+    return !isFull;
+  }
+  bool isFull = false;
+  int count = 0;
+  std::size_t largest = 0;
 };
 
-TEST(Json, StopsAtAFullStreamAndReadsLongArraysInOneWalk) {
+TEST(Json, WritesInPiecesAndReadsLongArraysInOneWalk) {
   std::vector<double> values(300000, 0.5);  // a walk by index would take a minute
+  std::vector<double> packed(values.size());
   Probe probe([&](IVisitor& v) {
     std::size_t count = values.size();
     v.BeginVisitingArray(ArrayType::Primitives, count, "a");
     v.VisitPodArray(values.data());
     v.EndVisitingArray(ArrayType::Primitives);
+    const auto allocate = [&] { return packed.data(); };
+    v.VisitBigDataArray({"float64", 8, 300, 1000, values.data(), 2400, allocate}, "p");
   });
-  FullStream full;
+  Pieces pieces;
+  EXPECT_TRUE(base::JsonVisitingSerializer(pieces, false).Serialize(probe));
+  EXPECT_LT(pieces.largest, 100000U);
+  Pieces full;
+  full.isFull = true;
   base::JsonVisitingSerializer refused(full, false);
   EXPECT_FALSE(refused.Serialize(probe));
   EXPECT_EQ(refused.GetErrorDescription(), "Could not write to the output stream");
-  EXPECT_EQ(full.writes, 1);
+  EXPECT_EQ(full.count, 1);
 
   etl::MemoryOutStream stream;
   EXPECT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(probe));
@@ -417,6 +432,7 @@ TEST(Json, StopsAtAFullStreamAndReadsLongArraysInOneWalk) {
   JsonVisitingDeSerializer document(stream.GetBuffer(), true);
   EXPECT_TRUE(document.DeserializeIntoExistingObject(probe));
   EXPECT_EQ(values, std::vector<double>(values.size(), 0.5));
+  EXPECT_EQ(packed, values);
 }
 
 }  // namespace
