@@ -22,7 +22,6 @@ for target in "$@"; do
     model_text | image_document) options=(-timeout=20 -max_len=4096 -dict=fuzz/model.dict) ;;
     recovery) options=(-timeout=20 -max_len=512 -dict=fuzz/model.dict) ;;
   esac
-  [ "$seconds" -gt 0 ] && options+=("-max_total_time=$seconds") || options+=(-runs=0)
   found=build/fuzz/corpus/$target
   mkdir -p "$found" build/fuzz/findings
   if [ "$seconds" = merge ]; then
@@ -34,6 +33,7 @@ for target in "$@"; do
     rmdir "$few"
     continue
   fi
+  [ "$seconds" -gt 0 ] && options+=("-max_total_time=$seconds") || options+=(-runs=0)
   printf '\n--- %s\n' "$target"
   log=build/fuzz/$target.log
   if ! OMP_NUM_THREADS=1 "build/fuzz/fuzz/planex_${target}_fuzz" "${options[@]}" \

@@ -86,8 +86,9 @@ TEST_F(ApiTest, BoundsByHand) {
   // X = u - 1 = 2 c + 9, Z = v - 1 = r / 2 + 19 over 100 columns and range values 1 to 79.
   WorldRangeTraits box;
   SplatSettings splat;
-  ASSERT_TRUE(calculateCalibrationBounds(makeModel(plainModelDocument()), {2, 10, 0.5, 20, 200, 40},
-                                         {100, 30}, &box, &splat));
+  const uint32_t model = makeModel(plainModelDocument());
+  ASSERT_TRUE(
+      calculateCalibrationBounds(model, {2, 10, 0.5, 20, 200, 40}, {100, 30}, &box, &splat));
   EXPECT_THAT((std::vector<double>{box.xMin, box.xMax, box.yMin, box.yMax, box.zMin, box.zMax}),
               ElementsAre(9, 207, 0, 29, 19.5, 58.5));
   EXPECT_NEAR(splat.splatA, 0, 1e-9);  // equal distances; the sums round
