@@ -8,7 +8,6 @@
 #include <functional>
 #include <limits>
 #include <new>
-#include <random>
 #include <string>
 
 #include "planex/api/planex.h"
@@ -107,8 +106,7 @@ INSTANTIATE_TEST_SUITE_P(, PropertyFaults, ::testing::ValuesIn(properties()),
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Faults, ChangeAModelAltogetherOrNotAtAll) {
-  std::mt19937 random(7);
-  CalibrationModel source = randomModel(random);
+  CalibrationModel source = fullModel();
   ASSERT_TRUE(source.CalibratedRegion.Resize(3, 2));
   const struct {
     const char* name;

@@ -5,15 +5,14 @@
 #include <cmath>
 #include <limits>
 #include <string>
-#include <vector>
 
-#include "tests/support/warning_capture.h"
+#include "tests/support/refusals.h"
 
 namespace datafusion::planex {
 namespace {
 
 using cmnalg::Image;
-using Texts = std::vector<std::string>;
+using cmnalg::Vec;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 const double kNaN = std::nan("");
@@ -21,101 +20,75 @@ const char* const kLimits =
     "Maximum coordinate limits must be larger than the minimum coordinate limits.";
 
 struct ByCount {
-  const char* name;
-  int width;
-  double xMin, xMax;
-  int height;
-  double yMin, yMax;
-  int zSteps;
-  double zMin, zMax;
-  const char* text;  ///< null: accepted
+  int width = 3, height = 5, zSteps = 11;
+  Vec<3, double> min{10, -1, 2}, max{20, 1, 4};
 };
-const ByCount kByCount[] = {
-    {"WidthFirst", 1, 0, 1, 0, 0, 1, 1, 0, 1, "The width must be larger than 1."},
-    {"Height", 2, 0, 1, 0, 0, 1, 1, 0, 1, "The height must be at least 1."},
-    {"ZSteps", 2, 0, 1, 1, 0, 1, 1, 0, 1, "The number of Z steps must be larger than 1."},
-    {"XOrder", 2, 1, 0, 1, 0, 1, 2, 0, 1, kLimits},
-    {"YOrder", 2, 0, 1, 1, 1, 0, 2, 0, 1, kLimits},
-    {"EqualZ", 2, 0, 1, 1, 0, 1, 2, 1, 1, kLimits},
-    {"NaNLimit", 2, kNaN, 1, 1, 0, 1, 2, 0, 1, kLimits},
-    {"EqualXAndY", 2, 1, 1, 1, 1, 1, 2, 0, 1, nullptr},
+const test::Check<ByCount> kByCount[] = {
+    {[](auto& a) { a.width = 1; }, "The width must be larger than 1."},
+    {[](auto& a) { a.height = 0; }, "The height must be at least 1."},
+    {[](auto& a) { a.zSteps = 1; }, "The number of Z steps must be larger than 1."},
+    {[](auto& a) { a.max.x = 9; }, kLimits},
+    {[](auto& a) { a.max.y = -2; }, kLimits},
+    {[](auto& a) { a.max.z = 2; }, kLimits},
+    {[](auto& a) { a.min.x = kNaN; }, kLimits},
+    {[](auto& a) { a.max.x = 10, a.max.y = -1; }, nullptr},
 };
-
-TEST(RectificationTarget, ChecksCountsAndLimits) {
-  for (const ByCount& c : kByCount) {
-    SCOPED_TRACE(c.name);
-    Image target;
-    WarningCapture log;
-    EXPECT_EQ(createRectificationTarget(c.width, c.xMin, c.xMax, c.height, c.yMin, c.yMax, c.zSteps,
-                                        c.zMin, c.zMax, target, cmnalg::IMAGE_TYPE_UINT16, 1),
-              c.text == nullptr);
-    EXPECT_EQ(log.Messages(), c.text == nullptr ? Texts{} : Texts{c.text});
-  }
-}
-
-TEST(RectificationTarget, DescribesTheGridOfCounts) {
-  Image target;
-  ASSERT_TRUE(createRectificationTarget(3, 10.0, 20.0, 5, -1.0, 1.0, 11, 2.0, 4.0, target,
-                                        cmnalg::IMAGE_TYPE_UINT16, 1));
-  EXPECT_EQ(target.PixelSize, (cmnalg::Vec<3, double>{5.0, 0.5, 0.2}));
-  EXPECT_EQ(target.Origin, (cmnalg::Vec<3, double>{10.0, -1.0, 2.0 - 0.2}));
-  EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::MissingData);
-  EXPECT_EQ(target.GetPixel(2, 4), 0.0);
-  ASSERT_TRUE(createRectificationTarget(2, 0.0, 10.0, 1, 0.0, 7.0, 2, 0.0, 1.0, target,
-                                        cmnalg::IMAGE_TYPE_FLOAT32, 0));
-  EXPECT_EQ(target.PixelSize, (cmnalg::Vec<3, double>{10.0, 1.0, 1.0}));
-  EXPECT_EQ(target.Origin, (cmnalg::Vec<3, double>{0.0, 0.0, 0.0}));
-  EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::Default);
-}
-
-const char* const kSizes = "Pixel sizes in x and y must be positive integers.";
-std::string tooLarge(const char* pixels) {
-  return std::string(
-             "Output image size is limited to 100000000 pixels. Select a smaller region        "
-             "   or larger pixel sizes. Current output size would have been ") +
-         pixels + ".";
-}
 
 struct BySize {
-  const char* name;
-  double sizeX, xMax, sizeY, yMax, sizeZ, zMax;
-  std::string text;  ///< empty: accepted
+  Vec<3, double> size{3, 2, 1}, max{10, 5, 1};
 };
-const BySize kBySize[] = {
-    {"ZeroX", 0, 1, 1, 1, 1, 1, kSizes},
-    {"NaNY", 1, 1, kNaN, 1, 1, 1, kSizes},
-    {"EqualX", 1, 0, 1, 1, 1, 1, kLimits},
-    {"EqualY", 1, 1, 1, 0, 1, 1, kLimits},
-    {"NaNZ", 1, 1, 1, 1, 1, kNaN, kLimits},
-    {"OneColumnTooMany", 1, 10001, 1, 10000, 1, 1, tooLarge("100010000")},
-    {"ProductBeyondInt", 1, 3e9, 1, 3e9, 1, 1, tooLarge("2147483647")},
-    {"InfiniteLimit", 1, kInfinity, 1, 1, 1, 1, tooLarge("2147483647")},
-    {"ProductThatWouldWrap", 1, 65536, 1, 65536, 1, 1, tooLarge("2147483647")},
-    {"Accepted", 3, 10, 2, 5, 1, 1, ""},
+#define TOO_LARGE(pixels)                                                               \
+  "Output image size is limited to 100000000 pixels. Select a smaller region          " \
+  " or larger pixel sizes. Current output size would have been " pixels "."
+const test::Check<BySize> kBySize[] = {
+    {[](auto& a) { a.size.x = 0; }, "Pixel sizes in x and y must be positive integers."},
+    {[](auto& a) { a.size.y = kNaN; }, "Pixel sizes in x and y must be positive integers."},
+    {[](auto& a) { a.max.x = 0; }, kLimits},
+    {[](auto& a) { a.max.y = 0; }, kLimits},
+    {[](auto& a) { a.max.z = kNaN; }, kLimits},
+    {[](auto& a) { a.max.x = 30000, a.max.y = 20002; }, TOO_LARGE("100010000")},
+    {[](auto& a) { a.max.x = 3e9, a.max.y = 3e9; }, TOO_LARGE("2147483647")},
+    {[](auto& a) { a.max.x = kInfinity; }, TOO_LARGE("2147483647")},
+    {[](auto& a) { a.max.x = 196608, a.max.y = 131072; }, TOO_LARGE("2147483647")},
 };
 
-TEST(RectificationTarget, ChecksSizesAndLimits) {
-  for (const BySize& c : kBySize) {
-    SCOPED_TRACE(c.name);
-    Image target;
-    WarningCapture log;
-    EXPECT_EQ(createRectificationTarget(c.sizeX, 0.0, c.xMax, c.sizeY, 0.0, c.yMax, c.sizeZ, 0.0,
-                                        c.zMax, target, cmnalg::IMAGE_TYPE_UINT16, 1),
-              c.text.empty());
-    EXPECT_EQ(log.Messages(), c.text.empty() ? Texts{} : Texts{c.text});
-  }
+bool create(const ByCount& a, Image& target, cmnalg::ImageType type, unsigned char missingData) {
+  return createRectificationTarget(a.width, a.min.x, a.max.x, a.height, a.min.y, a.max.y, a.zSteps,
+                                   a.min.z, a.max.z, target, type, missingData);
+}
+bool create(const BySize& a, Image& target, cmnalg::ImageType type) {
+  return createRectificationTarget(a.size.x, 0.0, a.max.x, a.size.y, 0.0, a.max.y, a.size.z, 0.0,
+                                   a.max.z, target, type, 1);
 }
 
-TEST(RectificationTarget, DescribesTheGridOfSizes) {
+TEST(RectificationTarget, RefusesInOrder) {
+  expectChecksInOrder(kByCount, [](ByCount& a) {
+    Image target;
+    return create(a, target, cmnalg::IMAGE_TYPE_UINT16, 1);
+  });
+  expectChecksInOrder(kBySize, [](BySize& a) {
+    Image target;
+    return create(a, target, cmnalg::IMAGE_TYPE_UINT16);
+  });
+}
+
+TEST(RectificationTarget, DescribesTheGrid) {
   Image target;
-  ASSERT_TRUE(createRectificationTarget(3.0, 1.0, 11.0, 2.0, 0.0, 5.0, 0.0, 0.0, 16383.0, target,
-                                        cmnalg::IMAGE_TYPE_UINT16, 1));
+  ASSERT_TRUE(create(ByCount(), target, cmnalg::IMAGE_TYPE_UINT16, 1));
+  EXPECT_EQ(target.PixelSize, (Vec<3, double>{5.0, 0.5, 0.2}));
+  EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0 - 0.2}));
+  EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::MissingData);
+  ASSERT_TRUE(create(ByCount{2, 1, 2}, target, cmnalg::IMAGE_TYPE_FLOAT32, 0));
+  EXPECT_EQ(target.PixelSize, (Vec<3, double>{10.0, 1.0, 2.0}));
+  EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0}));
+  EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::Default);
+
+  ASSERT_TRUE(create(BySize{{3, 2, 0}, {10, 5, 16383}}, target, cmnalg::IMAGE_TYPE_UINT16));
   EXPECT_EQ(target.GetWidth(), 4);
   EXPECT_EQ(target.GetHeight(), 3);
-  EXPECT_EQ(target.PixelSize, (cmnalg::Vec<3, double>{3.0, 2.0, 1.0}));
-  EXPECT_EQ(target.Origin, (cmnalg::Vec<3, double>{1.0, 0.0, -1.0}));
-  EXPECT_TRUE(createRectificationTarget(1.0, 0.0, 1e4, 1.0, 0.0, 1e4, 1.0, 0.0, 1.0, target,
-                                        cmnalg::IMAGE_TYPE_UINT8, 1));
+  EXPECT_EQ(target.PixelSize, (Vec<3, double>{3.0, 2.0, 1.0}));
+  EXPECT_EQ(target.Origin, (Vec<3, double>{0.0, 0.0, -1.0}));
+  EXPECT_TRUE(create(BySize{{1, 1, 1}, {1e4, 1e4, 1}}, target, cmnalg::IMAGE_TYPE_UINT8));
 }
 
 }  // namespace

@@ -38,13 +38,12 @@ TEST(RowParallel, GivesTheFirstThreadsOneRowMore) {
   EXPECT_EQ(blocksOf(3, 3, 4), Blocks{});
 }
 
-TEST(RowParallel, CountsTheDefaultTeam) {
+TEST(RowParallel, KeepsSmallWorkOnTheCallingThread) {
+  EXPECT_EQ(blocksOf(0, 100, 4).size(), 1u);
   omp_set_num_threads(3);
   EXPECT_EQ(getThreadCount(), 3);
   omp_set_num_threads(omp_get_num_procs());
 }
-
-TEST(RowParallel, KeepsSmallWorkOnTheCallingThread) { EXPECT_EQ(blocksOf(0, 100, 4).size(), 1u); }
 
 TEST(RowParallel, CarriesAnExceptionOutOfTheTeam) {
   const SmallTeams teams;

@@ -13,14 +13,14 @@
 namespace test {
 namespace {
 
-constexpr unsigned kSeeds = 300;
+constexpr unsigned kSeeds = 1000;
 
 /// Random bytes, or a stored input with a few bytes changed and its end cut or doubled.
 Input inputOf(unsigned seed, const std::vector<Input>& stored) {
   std::mt19937 random(seed);
   Input input;
   if (seed % 2 == 0 || stored.empty()) {
-    input.resize(1 + random() % 512);
+    input.resize(1 + random() % 1024);
     for (auto& byte : input) byte = static_cast<std::uint8_t>(random());
     return input;
   }

@@ -7,9 +7,45 @@
 #include <limits>
 #include <vector>
 
-/// Plain scalar loops over the formulas: what the kernels are compared with, bit for bit, and what
-/// the benchmarks measure them against. Nothing here is shared with the library.
+/// Plain scalar loops over the formulas: what the library is compared with, bit for bit, and what
+/// the benchmarks measure it against. Nothing here is shared with the library.
 namespace reference {
+
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+
+/// Equal bits, any NaN being equal to any NaN.
+template <typename T>
+bool sameBits(T a, T b) {
+  return (a == b && std::signbit(a) == std::signbit(b)) || (a != a && b != b);
+}
+
+inline double roundAway(double v) { return std::trunc(v >= 0 ? v + 0.5 : v - 0.5); }
+
+/// Corrects a point in focal lengths for the lens c0 ... c6.
+inline void undistort(const double* c, double& x, double& y) {
+  const double rho = x * x + y * y;
+  const double radial = 1.0 + rho * (c[0] + rho * (c[1] + rho * c[2]));
+  const double xd = x * radial + 2.0 * c[3] * x * y + c[4] * (rho + 2.0 * (x * x)) + c[5] * rho;
+  y = y * radial + c[3] * (rho + 2.0 * (y * y)) + 2.0 * c[4] * x * y + c[6] * rho;
+  x = xd;
+}
+
+/// Takes a point through a homography.
+inline void project(const double* h, double& x, double& y) {
+  const double w = h[6] * x + h[7] * y + h[8];
+  const double xp = (h[0] * x + h[1] * y + h[2]) / w;
+  y = (h[3] * x + h[4] * y + h[5]) / w;
+  x = xp;
+}
+
+/// Takes a point through the three upper rows of a 4 x 4 matrix.
+inline void transform(const double* m, double& x, double& y, double& z) {
+  const double p[3] = {x, y, z};
+  for (double* out : {&x, &y, &z}) {
+    *out = m[0] * p[0] + m[1] * p[1] + m[2] * p[2] + m[3];
+    m += 4;
+  }
+}
 
 struct Calibration {
   double a, b, c, d;  ///< column scale, value scale, column offset, value offset
@@ -22,29 +58,21 @@ struct Calibration {
 template <typename Real, typename Pixel>
 inline void calibratePixel(const Calibration& k, Pixel sample, int column, float& x, float& z) {
   if (!(sample > Pixel{0})) {
-    x = z = std::numeric_limits<float>::quiet_NaN();
+    x = z = kNan;
     return;
   }
-  double xn;
-  double yn;
+  double xn = static_cast<double>(column) * k.a + k.c;
+  double yn = static_cast<double>(sample) * k.b + k.d;
   if constexpr (sizeof(Real) == sizeof(float)) {
     xn = std::fma(static_cast<float>(column), static_cast<float>(k.a), static_cast<float>(k.c));
     yn = std::fma(static_cast<float>(sample), static_cast<float>(k.b), static_cast<float>(k.d));
-  } else {
-    xn = static_cast<double>(column) * k.a + k.c;
-    yn = static_cast<double>(sample) * k.b + k.d;
   }
-  const double* q = k.lens;
-  const double rho = xn * xn + yn * yn;
-  const double radial = 1.0 + rho * (q[0] + rho * (q[1] + rho * q[2]));
-  const double xd = static_cast<Real>(xn * radial + 2.0 * q[3] * xn * yn +
-                                      q[4] * (rho + 2.0 * (xn * xn)) + q[5] * rho);
-  const double yd = static_cast<Real>(yn * radial + q[3] * (rho + 2.0 * (yn * yn)) +
-                                      2.0 * q[4] * xn * yn + q[6] * rho);
-  const double* t = k.transform;
-  const double w = t[6] * xd + t[7] * yd + t[8];
-  x = static_cast<float>((t[0] * xd + t[1] * yd + t[2]) / w);
-  z = static_cast<float>((t[3] * xd + t[4] * yd + t[5]) / w);
+  undistort(k.lens, xn, yn);
+  xn = static_cast<Real>(xn);
+  yn = static_cast<Real>(yn);
+  project(k.transform, xn, yn);
+  x = static_cast<float>(xn);
+  z = static_cast<float>(yn);
 }
 
 inline void correctSheet(const double* s, float x, float& z) {
@@ -61,11 +89,26 @@ void calibrate(const Calibration& k, const Pixel* range, int width, int height, 
       const std::size_t i = static_cast<std::size_t>(v) * static_cast<std::size_t>(width) +
                             static_cast<std::size_t>(u);
       calibratePixel<Real>(k, range[i], u, x[i], z[i]);
+      if (k.hasSheet) correctSheet(k.sheet, x[i], z[i]);
     }
   }
-  if (!k.hasSheet) return;
-  const std::size_t pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-  for (std::size_t i = 0; i < pixels; ++i) correctSheet(k.sheet, x[i], z[i]);
+}
+
+/// The least-squares line r = slope z + offset; both stay where the points have no spread in z.
+inline void fitLine(const std::vector<double>& z, const std::vector<double>& r, double& slope,
+                    double& offset) {
+  double sums[4] = {};
+  for (std::size_t i = 0; i < z.size(); ++i) {
+    sums[0] += z[i];
+    sums[1] += z[i] * z[i];
+    sums[2] += r[i];
+    sums[3] += r[i] * z[i];
+  }
+  const auto n = static_cast<double>(z.size());
+  const double det = n * sums[1] - sums[0] * sums[0];
+  if (!(std::abs(det) > 0.001)) return;
+  slope = (n * sums[3] - sums[0] * sums[2]) / det;
+  offset = (sums[1] * sums[2] - sums[0] * sums[3]) / det;
 }
 
 struct Rectification {
@@ -73,8 +116,6 @@ struct Rectification {
   int mode;  ///< 0 mean, 1 lowest, 2 highest, 3 darkest, 4 brightest
   bool clear;
 };
-
-inline double roundAway(double v) { return std::trunc(v >= 0 ? v + 0.5 : v - 0.5); }
 
 /// One row, point by point and cell by cell; `intensity` and `outIntensity` may be null together.
 template <typename X, typename Z>
@@ -100,55 +141,32 @@ void rectifyRow(const Rectification& k, const X* x, const Z* z, const std::uint8
     const std::int64_t end = std::min<std::int64_t>(c + half + 1, width);
     for (std::int64_t n = std::max<std::int64_t>(c - half, 0); n < end; ++n) {
       const auto cell = static_cast<std::size_t>(n);
-      bool store = false;
-      switch (k.mode) {
-        case 0:
-          count[cell] += 1;
-          heights[cell] += h;
-          intensities[cell] += ip;
-          break;
-        case 1:
-          store = out[cell] == 0 || q < out[cell];
-          break;
-        case 2:
-          store = q > out[cell];
-          break;
-        case 3:
-          store = out[cell] == 0 || ip < outIntensity[cell];
-          break;
-        default:
-          store = outIntensity[cell] < ip;
-          break;
+      if (k.mode == 0) {
+        count[cell] += 1;
+        heights[cell] += h;
+        intensities[cell] += ip;
+        continue;
       }
+      const bool store = k.mode == 1   ? out[cell] == 0 || q < out[cell]
+                         : k.mode == 2 ? q > out[cell]
+                         : k.mode == 3 ? out[cell] == 0 || ip < outIntensity[cell]
+                                       : outIntensity[cell] < ip;
       if (!store) continue;
       out[cell] = static_cast<std::uint16_t>(q);
       if (outIntensity != nullptr) outIntensity[cell] = ip;
     }
   }
-  if (k.mode != 0) return;
   for (std::size_t n = 0; n < count.size(); ++n) {
     if (count[n] == 0) continue;
-    if (k.clear) {
-      out[n] = static_cast<std::uint16_t>(heights[n] / count[n]);
-      if (outIntensity != nullptr) {
-        outIntensity[n] = static_cast<std::uint8_t>(std::floor(intensities[n] / count[n] + 0.5));
-      }
-      continue;
-    }
-    const double old = out[n];
-    out[n] = static_cast<std::uint16_t>((old * count[n] + heights[n]) /
-                                        (count[n] * (out[n] != 0 ? 2 : 1)));
+    // A merged cell weighs as much as all points, once it holds a height.
+    const auto merged = [&](double old, double sum) {
+      return k.clear ? sum / count[n] : (old * count[n] + sum) / (count[n] * (out[n] != 0 ? 2 : 1));
+    };
+    out[n] = static_cast<std::uint16_t>(merged(out[n], heights[n]));
     if (outIntensity == nullptr) continue;
-    const double oldIntensity = outIntensity[n];
-    const double merged =
-        (oldIntensity * count[n] + intensities[n]) / (count[n] * (out[n] != 0 ? 2 : 1)) + 0.5;
-    outIntensity[n] = static_cast<std::uint8_t>(std::min(merged, 255.0));
+    const double mean = merged(outIntensity[n], intensities[n]) + 0.5;
+    outIntensity[n] = static_cast<std::uint8_t>(std::min(mean, 255.0));
   }
-}
-
-/// Equal bits, any NaN being equal to any NaN.
-inline bool sameBits(float a, float b) {
-  return (a == b && std::signbit(a) == std::signbit(b)) || (a != a && b != b);
 }
 
 }  // namespace reference
