@@ -58,8 +58,8 @@ void scalar(benchmark::State& state, bool sheet) {
   Sets images(1, bench::kHeight);
   const reference::Calibration k = bench::camera(sheet);
   while (state.KeepRunning()) {
-    reference::calibrate<float>(k, images.range[0].GetRowPtr(0), bench::kWidth, bench::kHeight,
-                                images.x[0].GetRowPtr(0), images.z[0].GetRowPtr(0));
+    bench::calibratePlainly<float>(k, images.range[0].GetRowPtr(0), bench::kWidth, bench::kHeight,
+                                   images.x[0].GetRowPtr(0), images.z[0].GetRowPtr(0));
     benchmark::ClobberMemory();
   }
   bench::reportItems(state, images.pixels);

@@ -35,6 +35,22 @@ inline reference::Calibration camera(bool sheet) {
           sheet};
 }
 
+/// The scalar loop that kernels are measured against.
+template <typename Real, typename Pixel>
+void calibratePlainly(const reference::Calibration& k, const Pixel* range, int width, int height,
+                      float* x, float* z) {
+  for (int v = 0; v < height; ++v) {
+    for (int u = 0; u < width; ++u) {
+      const std::size_t i = static_cast<std::size_t>(v) * static_cast<std::size_t>(width) +
+                            static_cast<std::size_t>(u);
+      reference::calibratePixel<Real>(k, range[i], u, x[i], z[i]);
+    }
+  }
+  if (!k.hasSheet) return;
+  const std::size_t pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+  for (std::size_t i = 0; i < pixels; ++i) reference::correctSheet(k.sheet, x[i], z[i]);
+}
+
 /// Makes the time of one pixel or point the inverse of `items_per_second`.
 inline void reportItems(benchmark::State& state, std::size_t itemsPerIteration) {
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) *

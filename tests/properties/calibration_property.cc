@@ -25,8 +25,8 @@ using cmnalg::Image;
 using cmnalg::ImageOf;
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::RunMode;
-using reference::sameBits;
 using test::Drawn;
+using test::sameBits;
 namespace planex = datafusion::planex;
 
 const auto& kAllocator = Image::s_defaultImageAllocator;

@@ -35,12 +35,11 @@ using Points = etl::Vector<Vec<N, T>>;
 
 template <typename T>
 bool same(const Vec<2, T>& a, const Vec<2, T>& b) {
-  return reference::sameBits(a.x, b.x) && reference::sameBits(a.y, b.y);
+  return test::sameBits(a.x, b.x) && test::sameBits(a.y, b.y);
 }
 template <typename T>
 bool same(const Vec<3, T>& a, const Vec<3, T>& b) {
-  return reference::sameBits(a.x, b.x) && reference::sameBits(a.y, b.y) &&
-         reference::sameBits(a.z, b.z);
+  return test::sameBits(a.x, b.x) && test::sameBits(a.y, b.y) && test::sameBits(a.z, b.z);
 }
 template <typename Point>
 bool same(const etl::Vector<Point>& a, const etl::Vector<Point>& b) {
@@ -324,10 +323,10 @@ class MappingPlay {
       CHECK_HOLDS(planex::mapRectangle(test::plainModel(), rectangle, want, to_, to_, n));
       CHECK_HOLDS(planex::mapPoints<double>(model_, want.Points, want.Points, from_, to_));
       CHECK_HOLDS(same(outline.Points, want.Points));
-      CHECK_HOLDS(reference::sameBits(area.Width, want.GetBoundingBox().Width));
+      CHECK_HOLDS(test::sameBits(area.Width, want.GetBoundingBox().Width));
     } else {
       CHECK_HOLDS(std::isnan(area.Center.x) && std::isnan(area.Center.y));
-      CHECK_HOLDS(reference::sameBits(area.Width, rectangle.Width));
+      CHECK_HOLDS(test::sameBits(area.Width, rectangle.Width));
     }
   }
 

@@ -159,7 +159,7 @@ void checkWorldHeights(test::ByteSource& source) {
                                          static_cast<float>(t.originZ)));
   }
   const auto isWanted = [&](const float* heights) {
-    return std::equal(want.begin(), want.end(), heights, reference::sameBits<float>);
+    return std::equal(want.begin(), want.end(), heights, test::sameBits<float>);
   };
 
   const datafusion::planex::HeightGrid grid{

@@ -13,12 +13,6 @@ namespace reference {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-/// Equal bits, any NaN being equal to any NaN.
-template <typename T>
-bool sameBits(T a, T b) {
-  return (a == b && std::signbit(a) == std::signbit(b)) || (a != a && b != b);
-}
-
 inline double roundAway(double v) { return std::trunc(v >= 0 ? v + 0.5 : v - 0.5); }
 
 /// Corrects a point in focal lengths for the lens c0 ... c6.
@@ -79,19 +73,6 @@ inline void correctSheet(const double* s, float x, float& z) {
   if (std::isnan(z)) return;
   const double t = (static_cast<double>(x) - s[0]) * (1.0 + static_cast<double>(z) * s[1]);
   z = static_cast<float>(s[2] + s[3] * t + s[4] * (t * t) + s[5] * (t * t * t)) + z;
-}
-
-template <typename Real, typename Pixel>
-void calibrate(const Calibration& k, const Pixel* range, int width, int height, float* x,
-               float* z) {
-  for (int v = 0; v < height; ++v) {
-    for (int u = 0; u < width; ++u) {
-      const std::size_t i = static_cast<std::size_t>(v) * static_cast<std::size_t>(width) +
-                            static_cast<std::size_t>(u);
-      calibratePixel<Real>(k, range[i], u, x[i], z[i]);
-      if (k.hasSheet) correctSheet(k.sheet, x[i], z[i]);
-    }
-  }
 }
 
 /// The least-squares line r = slope z + offset; both stay where the points have no spread in z.
