@@ -49,6 +49,7 @@ const struct {
     {[](auto& m) { return m.setSkew(1, -1e-13, 0); }, kSkew},
     {[](auto& m) { return m.setSkew(0, 2e-13, 0) && m.Skew.y == 2e-13; }, nullptr},
     {[](auto& m) { return m.setSkew(3, -4, 5) && m.Skew.x == 3 && m.Skew.z == 5; }, nullptr},
+    {[](auto& m) { return m.setSkew(3, 5, 4); }, nullptr},
     {[](auto& m) { return setPose(m, TransformType::AFFINE); }, kPose},
     {[](auto& m) { return setPose(m, TransformType::SIMILARITY) && m.Pose[0][1] == -1; }, nullptr},
     {[](auto& m) { return setHomography(m, static_cast<TransformType>(6)); }, kHomography},

@@ -73,8 +73,10 @@ TEST(RectificationTarget, RefusesInOrder) {
 }
 
 TEST(RectificationTarget, DescribesTheGrid) {
-  Image target;
+  Image target(cmnalg::IMAGE_TYPE_UINT16, 3, 5, Image::s_defaultImageAllocator);
+  target.SetPixel(2, 4, 7);
   ASSERT_TRUE(create(ByCount(), target, cmnalg::IMAGE_TYPE_UINT16, 1));
+  EXPECT_EQ(target.GetPixel(2, 4), 0);
   EXPECT_EQ(target.PixelSize, (Vec<3, double>{5.0, 0.5, 0.2}));
   EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0 - 0.2}));
   EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::MissingData);

@@ -234,5 +234,7 @@ class CalibrationPlay {
 
 PLANEX_PROPERTY(calibration) {
   const test::MayFail enough(false);
-  CalibrationPlay(source).Run();
+  do {
+    CalibrationPlay(source).Run();
+  } while (!source.IsEmpty());
 }

@@ -204,8 +204,14 @@ void checkWorldHeights(test::ByteSource& source) {
 
 PLANEX_PROPERTY(rectification) {
   const test::MayFail enough(false);
-  if (source.Between(0, 2) == 0) return checkWorldHeights(source);
-  test::withPixelType(source, [&](auto x) {
-    test::withPixelType(source, [&](auto z) { checkClassLevel<decltype(x), decltype(z)>(source); });
-  });
+  do {
+    if (source.Between(0, 2) == 0) {
+      checkWorldHeights(source);
+      continue;
+    }
+    test::withPixelType(source, [&](auto x) {
+      test::withPixelType(source,
+                          [&](auto z) { checkClassLevel<decltype(x), decltype(z)>(source); });
+    });
+  } while (!source.IsEmpty());
 }
