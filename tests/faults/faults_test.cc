@@ -146,6 +146,26 @@ TEST(Faults, ChangeAModelAltogetherOrNotAtAll) {
   }
 }
 
+TEST(Faults, LoseTheTextOfARefusalOnly) {
+  static int heard;
+  const auto refuse = []() noexcept {
+    uint32_t unknown = 4711;
+    CHECK_ALWAYS(!destroyModel(&unknown) && unknown == 4711);
+  };
+  const auto hear = [](const char*) { ++heard; };
+  registerLogHandler(hear);
+  runWithEveryFault([&] {
+    succeeds([&] { return registerLogHandler(hear), true; });
+    refuse();
+    const MayFail no(false);
+    const int before = heard;
+    refuse();
+    CHECK_ALWAYS(heard == before + 1);
+  });
+  base::Logger::GetRoot().RemoveAllHandlers(true);  // the interface installs its own
+  EXPECT_TRUE(runWithFault(refuse, 1, Fault::FromThere));
+}
+
 TEST(Faults, LetTheRootStandInForALogger) {
   long number = 1;
   for (bool hasStruck = true; hasStruck; ++number) {
