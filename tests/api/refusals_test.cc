@@ -58,10 +58,11 @@ struct Stage {
     return Rectify(uint64_t{1} << 32, nullptr, nullptr, nullptr, mode, grid, size);
   }
   /// With two images, of which the first one is fine.
-  bool RectifyTwo(uint32_t format, const void* input, void* output, uint32_t mode = 1) {
+  bool RectifyTwo(uint32_t format, const void* input, void* output, uint32_t mode = 1,
+                  void* firstOutput = nullptr) {
     const uint32_t list[] = {PLANEX_PIXEL_FORMAT_MONO8, format};
     const void* const inputs[] = {image, input};
-    void* const outputs[] = {first.data(), output};
+    void* const outputs[] = {firstOutput == nullptr ? first.data() : firstOutput, output};
     return Rectify(2, list, inputs, outputs, mode);
   }
   bool IsUntouched() const {
@@ -173,6 +174,7 @@ const struct {
     {"no mode", CALL(s.RectifyTwo(0, s.image, s.second, 5)), "Unknown rectification mode"},
     {"over X", CALL(s.RectifyTwo(s.mono8, s.image, s.in)), kShared, true},
     {"over the range", CALL(s.RectifyTwo(s.mono8, s.image, &s.x[7])), kShared, true},
+    {"first over it", CALL(s.RectifyTwo(s.mono8, s.image, s.second, 1, &s.x[7])), kShared},
     {"over the first", CALL(s.RectifyTwo(s.mono8, s.image, &s.first[7])), kShared, true},
     {"over the next input", CALL(s.RectifyTwo(s.mono8, &s.first[7], s.second)), kShared},
     {"over its end", CALL(s.RectifyTwo(s.mono16, s.first.data() - 15, s.second)), kShared},

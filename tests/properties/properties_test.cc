@@ -13,7 +13,7 @@
 namespace test {
 namespace {
 
-constexpr unsigned kSeeds = 300;
+constexpr unsigned kSeeds = 1000;
 
 /// Random bytes, or a stored input with a few bytes changed and its end cut or doubled.
 Input inputOf(unsigned seed, const std::vector<Input>& stored) {

@@ -33,6 +33,7 @@ struct Mention {
 };
 
 std::optional<Mention> onlyMention(const std::string& text) {
+  const test::MayFail no(false);  // not what is tested
   static const std::regex expression(R"((SensorSize)(\D*)(\d+)(\D*)(\d+))");
   const std::vector<std::smatch> matches(std::sregex_iterator(text.begin(), text.end(), expression),
                                          std::sregex_iterator());
