@@ -1,10 +1,14 @@
-"""Model documents for the tests of the command."""
+"""Model documents for the tests of the command.
+
+Usage: documents.py FILE CHANGE... prints a document with values replaced, data.Skew.y=0, or removed,
+data.Pose=."""
 import array
 import base64
 import copy
 import json
 import math
 import pathlib
+import sys
 
 EXAMPLE = pathlib.Path(__file__).resolve().parents[2] / "examples/models/simulated_camera.json"
 
@@ -40,3 +44,21 @@ def with_region(document, columns=16, rows=10):
         "MaximumResidualX": image("float32", [abs(w) + 0.001 for w in wave], **grid),
         "MaximumResidualZ": image("float32", [0.0625] * len(cells), **grid)}
     return document
+
+
+def change(document, text):
+    path, value = text.split("=", 1)
+    *owners, last = [int(key) if key.isdigit() else key for key in path.split(".")]
+    for key in owners:
+        document = document[key]
+    if value:
+        document[last] = json.loads(value)
+    else:
+        del document[last]
+
+
+if __name__ == "__main__":
+    edited = json.loads(pathlib.Path(sys.argv[1]).read_text())
+    for argument in sys.argv[2:]:
+        change(edited, argument)
+    print(json.dumps(edited), end="")

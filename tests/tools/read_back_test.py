@@ -1,15 +1,13 @@
 """Usage: read_back_test.py READER PLANEX WHOLE_SCAN. Reads what the command writes with programs of
 others: tifffile, gdal, cv2, PIL, numpy or open3d. Status 77: the reader is not installed."""
-import pathlib
 import subprocess
 import sys
 import tempfile
-import unittest
 
 import scans
 from scans import HEIGHT, MODEL, SENSOR, WIDTH, Y
 
-READER, PLANEX, WHOLE_SCAN = (sys.argv.pop(1) for _ in range(3))
+READER, PLANEX, WHOLE_SCAN = sys.argv[1:]
 try:
     import numpy as np
     if READER == "gdal":
@@ -20,153 +18,115 @@ try:
     elif READER == "open3d":
         import open3d
     else:
-        __import__(READER)
+        reader = __import__(READER)
 except ImportError as error:
     print(f"skipped: {READER} cannot be imported: {error}")
     sys.exit(77)
 
-
-class Folder(unittest.TestCase):
-    """Files of the command, and the arrays that should be in them."""
-
-    @classmethod
-    def setUpClass(cls):
-        cls.temporary = tempfile.TemporaryDirectory()
-        cls.folder = scans.write_scan(cls.temporary.name)
-        intensity = cls.folder / "intensity.pgm"
-        subprocess.run([WHOLE_SCAN, MODEL, cls.folder / "range.pgm", intensity, cls.folder, "0"],
-                       check=True)
-        for name, arguments in {
-                "rectify map.png": ["--intensity", intensity],
-                "rectify map.tif": ["--intensity", intensity],
-                "rectify float.tif": ["--float", "--rows", "10:"],
-                "rectify nodata.tif": ["--float", "--nodata", "-9999"],
-                "calibrate points.tif": [], "calibrate points.npy": [],
-                "calibrate aligned.tif": ["--aligned"], "calibrate aligned.npy": ["--aligned"],
-                "calibrate points.ply": ["--intensity", intensity],
-                "calibrate aligned.pcd": ["--intensity", intensity, "--aligned"]}.items():
-            command, output = name.split()
-            scans.run(PLANEX, command, MODEL, cls.folder / "range.pgm", "-o", cls.folder / output,
-                      "-q", "--unit", "\u00b5m", *SENSOR, *Y, *arguments)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.temporary.cleanup()
-
-    def path(self, name):
-        return str(self.folder / name)
-
-    def wanted(self, *names):
-        kinds = {"f32": "<f4", "u16": "<u2", "u8": "u1"}
-        layers = [np.fromfile(self.folder / name, kinds[name.split(".")[1]]).reshape(HEIGHT, WIDTH)
-                  for name in names]
-        return layers[0] if len(layers) == 1 else np.stack(layers)
-
-    def compare(self, found, wanted):
-        self.assertEqual(found.dtype, wanted.dtype)
-        np.testing.assert_array_equal(found, wanted)  # missing cells, too: NaN equals NaN
-
-    def compare_maps(self, read):
-        self.assertGreater((self.wanted("levels.u16") > 0).mean(), 0.5)
-        self.compare(read("map.tif"), self.wanted("levels.u16"))
-        self.compare(read("map_intensity.tif"), self.wanted("grey.u8"))
-        self.compare(read("float.tif"), self.wanted("heights.f32")[10:])
-        heights = self.wanted("heights.f32")
-        self.compare(read("nodata.tif"), np.where(np.isnan(heights), np.float32(-9999), heights))
-
-    def compare_layers(self, read):
-        self.compare(read("points.tif"), self.wanted("x.f32", "z.f32"))
-        self.compare(read("aligned.tif"), self.wanted("xa.f32", "ya.f32", "za.f32"))
+# A file, how it is made, and what should be in it.
+POINTS, ALIGNED = ["x.f32", "z.f32"], ["xa.f32", "ya.f32", "za.f32"]
+FILES = {
+    "map.png": ("rectify --intensity", "levels.u16"),
+    "map_intensity.png": (None, "grey.u8"),
+    "map.tif": ("rectify --intensity", "levels.u16"),
+    "map_intensity.tif": (None, "grey.u8"),
+    "small.tif": ("rectify --compress deflate --intensity", "levels.u16"),
+    "small_intensity.tif": (None, "grey.u8"),
+    "float.tif": ("rectify --float", "heights.f32"),
+    "nodata.tif": ("rectify --float --nodata -9999 --compress deflate", "heights.f32"),
+    "points.tif": ("calibrate", POINTS),
+    "zstd.tif": ("calibrate --compress zstd", POINTS),
+    "aligned.tif": ("calibrate --aligned", ALIGNED),
+    "points.npy": ("calibrate", POINTS),
+    "aligned.npy": ("calibrate --aligned", ALIGNED),
+    "points.ply": ("calibrate --intensity", POINTS),
+    "aligned.pcd": ("calibrate --intensity --aligned", ALIGNED),
+}
+# The files that a reader takes, and how.
+TIFFS = [name for name in FILES if name.endswith(".tif")]
+PLAIN = [name for name in TIFFS if "--compress" not in (FILES[name][0] or "") and "small" not in name]
+READERS = {
+    "tifffile": (PLAIN, lambda path: reader.imread(path)),
+    "gdal": (TIFFS + ["map.png"], lambda path: gdal.Open(path).ReadAsArray()),
+    "cv2": (["map.png", "map_intensity.png", "map.tif", "small.tif"],
+            lambda path: reader.imread(path, reader.IMREAD_UNCHANGED)),
+    "PIL": (["map.png", "map_intensity.png", "small_intensity.tif"],
+            lambda path: np.asarray(Image.open(path))),
+    "numpy": (["points.npy", "aligned.npy"], lambda path: np.moveaxis(np.load(path), 2, 0)),
+    "open3d": (["aligned.pcd"], lambda path: open_cloud(path)[0]),
+}
 
 
-@unittest.skipUnless(READER == "tifffile", "another reader")
-class Tifffile(Folder):
-    def test_values(self):
-        import tifffile
-        self.compare_maps(lambda name: tifffile.imread(self.path(name)))
-        self.compare_layers(lambda name: tifffile.imread(self.path(name)))
+def wanted(names):
+    def layer(name):
+        kind = {"f32": "<f4", "u16": "<u2", "u8": "u1"}[name.split(".")[1]]
+        return np.fromfile(folder / name, kind).reshape(HEIGHT, WIDTH)
+    return layer(names) if isinstance(names, str) else np.stack([layer(name) for name in names])
 
 
-@unittest.skipUnless(READER == "gdal", "another reader")
-class Gdal(Folder):
-    def test_values(self):
-        self.compare_maps(lambda name: gdal.Open(self.path(name)).ReadAsArray())
-        self.compare_layers(lambda name: gdal.Open(self.path(name)).ReadAsArray())
-
-    def test_meaning(self):
-        data = gdal.Open(self.path("map.tif"))
-        x0, dx, _, y0, _, dy = data.GetGeoTransform()
-        self.assertEqual((dy, y0), (0.5, 3 - 0.25))  # the edge, not the centre, of the first row
-        band = data.GetRasterBand(1)
-        self.assertEqual((band.GetNoDataValue(), band.GetUnitType()), (0, "\u00b5m"))
-        heights = self.wanted("heights.f32")
-        levels = np.where(np.isnan(heights), np.nan, band.ReadAsArray())
-        np.testing.assert_allclose(levels * band.GetScale() + band.GetOffset(), heights, atol=1e-5)
-        self.assertAlmostEqual(x0 + dx / 2, np.nanmin(self.wanted("x.f32")), delta=5)
-
-        data = gdal.Open(self.path("float.tif"))  # a band does not keep its file open
-        self.assertTrue(np.isnan(data.GetRasterBand(1).GetNoDataValue()))
-        self.assertEqual(data.GetGeoTransform()[3], 3 + 4.75)
-        data = gdal.Open(self.path("nodata.tif"))
-        self.assertEqual(data.GetRasterBand(1).GetNoDataValue(), -9999)
-        layers = gdal.Open(self.path("aligned.tif"))
-        self.assertEqual([layers.GetRasterBand(i).GetDescription() for i in (1, 2, 3)],
-                         ["aligned X", "aligned Y", "aligned Z"])
+def open_cloud(path):
+    cloud = open3d.t.io.read_point_cloud(path, remove_nan_points=False,
+                                         remove_infinite_points=False)
+    points = cloud.point["positions"].numpy().reshape(HEIGHT, WIDTH, 3)
+    return np.moveaxis(points, 2, 0), cloud.point["intensity"].numpy().reshape(HEIGHT, WIDTH)
 
 
-@unittest.skipUnless(READER == "cv2", "another reader")
-class OpenCv(Folder):
-    def test_values(self):
-        import cv2
-        read = lambda name: cv2.imread(self.path(name), cv2.IMREAD_UNCHANGED)
-        self.compare(read("map.png"), self.wanted("levels.u16"))
-        self.compare(read("map_intensity.png"), self.wanted("grey.u8"))
-        self.compare(read("map.tif"), self.wanted("levels.u16"))
+def expect(found, value):
+    assert found == value, f"{found}, not {value}"
 
 
-@unittest.skipUnless(READER == "PIL", "another reader")
-class Pillow(Folder):
-    def test_values_and_texts(self):
-        with Image.open(self.path("map.png")) as image:
-            self.compare(np.asarray(image).astype("<u2"), self.wanted("levels.u16"))
-            texts = image.text
-        self.assertEqual((texts["Unit"], texts["MissingValue"], texts["OriginY"], texts["ScaleY"]),
-                         ("\u00b5m", "0", "3", "0.5"))
-        heights = self.wanted("heights.f32")
-        levels = np.where(np.isnan(heights), np.nan, self.wanted("levels.u16"))
-        np.testing.assert_allclose(levels * float(texts["ScaleZ"]) + float(texts["OriginZ"]),
-                                   heights, atol=1e-5)
-        with Image.open(self.path("map_intensity.png")) as image:
-            self.compare(np.asarray(image), self.wanted("grey.u8"))
-            self.assertNotIn("MissingValue", image.text)
+def check_gdal():
+    image = gdal.Open(str(folder / "map.tif"))  # a band does not keep its file open
+    _, _, _, y0, _, dy = image.GetGeoTransform()
+    expect((dy, y0), (0.5, 3 - 0.25))  # the edge, not the centre, of the first row
+    band, heights = image.GetRasterBand(1), wanted("heights.f32")
+    expect((band.GetNoDataValue(), band.GetUnitType()), (0, "\u00b5m"))
+    levels = np.where(np.isnan(heights), np.nan, band.ReadAsArray())
+    np.testing.assert_allclose(levels * band.GetScale() + band.GetOffset(), heights, atol=1e-5)
+    image = gdal.Open(str(folder / "float.tif"))
+    assert np.isnan(image.GetRasterBand(1).GetNoDataValue())
+    image = gdal.Open(str(folder / "nodata.tif"))
+    expect(image.GetRasterBand(1).GetNoDataValue(), -9999)
+    image = gdal.Open(str(folder / "aligned.tif"))
+    expect([image.GetRasterBand(i).GetDescription() for i in (1, 2, 3)],
+           ["aligned X", "aligned Y", "aligned Z"])
 
 
-@unittest.skipUnless(READER == "numpy", "another reader")
-class Numpy(Folder):
-    def test_values(self):
-        for name, layers in (("points.npy", ["x.f32", "z.f32"]),
-                             ("aligned.npy", ["xa.f32", "ya.f32", "za.f32"])):
-            self.compare(np.moveaxis(np.load(self.path(name)), 2, 0), self.wanted(*layers))
+def check_pil():
+    texts, heights = Image.open(folder / "map.png").text, wanted("heights.f32")
+    expect([texts[key] for key in ("Unit", "MissingValue", "OriginY", "ScaleY")],
+           ["\u00b5m", "0", "3", "0.5"])
+    levels = np.where(np.isnan(heights), np.nan, wanted("levels.u16"))
+    np.testing.assert_allclose(levels * float(texts["ScaleZ"]) + float(texts["OriginZ"]), heights,
+                               atol=1e-5)
+    assert "MissingValue" not in Image.open(folder / "map_intensity.png").text
 
 
-@unittest.skipUnless(READER == "open3d", "another reader")
-class Open3d(Folder):
-    def read(self, name):
-        cloud = open3d.t.io.read_point_cloud(self.path(name), remove_nan_points=False,
-                                             remove_infinite_points=False)
-        points = cloud.point["positions"].numpy().reshape(HEIGHT, WIDTH, 3)
-        return np.moveaxis(points, 2, 0), cloud.point["intensity"].numpy().reshape(HEIGHT, WIDTH)
-
-    def test_values(self):
-        intensity = np.array(scans.intensity_values(), "<u2").reshape(HEIGHT, WIDTH)
-        points, found = self.read("points.ply")
-        x, z = self.wanted("x.f32", "z.f32")
-        y = np.where(np.isnan(z), np.nan, 0.5 * np.arange(HEIGHT)[:, None] + 3).astype("<f4")
-        self.compare(points, np.stack([x, y, z]))
-        np.testing.assert_array_equal(found, intensity)
-        points, found = self.read("aligned.pcd")
-        self.compare(points, self.wanted("xa.f32", "ya.f32", "za.f32"))
-        np.testing.assert_array_equal(found, intensity)
+def check_open3d():
+    intensity = np.array(scans.intensity_values(), "<u2").reshape(HEIGHT, WIDTH)
+    points, found = open_cloud(str(folder / "points.ply"))
+    x, z = wanted(POINTS)
+    y = np.where(np.isnan(z), np.nan, 0.5 * np.arange(HEIGHT)[:, None] + 3).astype("<f4")
+    np.testing.assert_array_equal(points, np.stack([x, y, z]))
+    np.testing.assert_array_equal(found, intensity)
+    np.testing.assert_array_equal(open_cloud(str(folder / "aligned.pcd"))[1], intensity)
 
 
-unittest.main()
+with tempfile.TemporaryDirectory() as scratch:
+    folder = scans.write_scan(scratch)
+    subprocess.run([WHOLE_SCAN, MODEL, folder / "range.pgm", folder / "intensity.pgm", folder, "0"],
+                   check=True)
+    for name, (arguments, _) in FILES.items():
+        if arguments:
+            command, *options = arguments.replace("--intensity", f"--intensity {folder}/intensity.pgm"
+                                                  ).split()
+            scans.run(PLANEX, command, MODEL, folder / "range.pgm", "-o", folder / name, "-q",
+                      "--unit", "\u00b5m", *SENSOR, *Y, *options)
+    assert (wanted("levels.u16") > 0).mean() > 0.5
+    names, read = READERS[READER]
+    for name in names:
+        found, values = read(str(folder / name)), wanted(FILES[name][1])
+        if name == "nodata.tif":
+            values = np.where(np.isnan(values), np.float32(-9999), values)
+        np.testing.assert_array_equal(found, values, name)  # missing cells, too: NaN equals NaN
+    {"gdal": check_gdal, "PIL": check_pil, "open3d": check_open3d}.get(READER, lambda: None)()

@@ -5,7 +5,8 @@ there with what they write: standard output, then standard error with "! " befor
 the exit status in brackets unless it is 0. --update writes the transcript anew.
 
 In the folder are model.json, the example model; region.json, the same with a calibrated region;
-and damaged.json, which only the recovery check reads.
+damaged.json, which only the recovery check reads; and range.pgm and intensity.pgm, a small scan, on
+the sensor as $SENSOR says. `edit` is documents.py.
 """
 import difflib
 import json
@@ -16,6 +17,7 @@ import sys
 import tempfile
 
 import documents
+import scans
 
 
 def run(line, folder, environment):
@@ -31,12 +33,16 @@ def run(line, folder, environment):
 
 def main():
     planex, transcript = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])
-    environment = dict(os.environ, PATH=f"{planex.parent}:{os.environ['PATH']}")
+    environment = dict(os.environ, PATH=f".:{planex.parent}:{os.environ['PATH']}",
+                       SENSOR=" ".join(scans.SENSOR))
     damaged = documents.example()
     del damaged["data"]["LensCoefficients"]
     expected = transcript.read_text(encoding="utf-8")
     actual = ""
     with tempfile.TemporaryDirectory() as folder:
+        editor = scans.write_scan(folder) / "edit"
+        editor.write_text(f'#!/bin/sh\nexec {sys.executable} -B {documents.__file__} "$@"\n')
+        editor.chmod(0o755)
         for name, document in (("model", documents.example()), ("damaged", damaged),
                                ("region", documents.with_region(documents.example()))):
             (pathlib.Path(folder) / f"{name}.json").write_text(json.dumps(document))

@@ -65,9 +65,10 @@ void addCompressOption(CLI::App& command, std::optional<io::Compression>& compre
       {"deflate", io::Compression::kDeflate},
       {"zstd", io::Compression::kZstd}};
   command
-      .add_option("--compress", compression,
-                  "Compress a .tif: none, deflate, or zstd, which fewer programs read [none]")
-      ->transform(CLI::Transformer(names))
+      .add_option_function<std::string>(
+          "--compress", [&](const std::string& name) { compression = names.at(name); },
+          "Compress a .tif; fewer programs read zstd [none]")
+      ->check(CLI::IsMember(names))
       ->type_name("METHOD");
 }
 
