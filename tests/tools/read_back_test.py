@@ -77,10 +77,14 @@ def expect(found, value):
 
 def check_gdal():
     image = gdal.Open(str(folder / "map.tif"))  # a band does not keep its file open
-    _, _, _, y0, _, dy = image.GetGeoTransform()
+    x0, dx, _, y0, _, dy = image.GetGeoTransform()
     expect((dy, y0), (0.5, 3 - 0.25))  # the edge, not the centre, of the first row
     band, heights = image.GetRasterBand(1), wanted("heights.f32")
     expect((band.GetNoDataValue(), band.GetUnitType()), (0, "\u00b5m"))
+    filled = np.nonzero(~np.isnan(heights).all(axis=0))[0]  # columns that some point fell into
+    x = wanted("x.f32")
+    np.testing.assert_allclose(x0 + dx * (filled[[0, -1]] + 0.5), [np.nanmin(x), np.nanmax(x)],
+                               atol=1.5 * dx)  # a point is spread over its neighbours, too
     levels = np.where(np.isnan(heights), np.nan, band.ReadAsArray())
     np.testing.assert_allclose(levels * band.GetScale() + band.GetOffset(), heights, atol=1e-5)
     image = gdal.Open(str(folder / "float.tif"))

@@ -81,8 +81,8 @@ int main(int argc, char** argv) {
   levels.Origin = {grid.x.origin, 0, grid.levels.origin};
   levels.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
   require(toRectified(x, z, reduced, bounds.lateralSpacing, 1, mode, levels, grey, true));
-  require(toRectifiedWorld(x, z, reduced, {bounds.lateralSpacing, 1}, mode, grid, NAN, &heights,
-                           grey));
+  require(
+      toRectifiedWorld(x, z, reduced, {bounds.lateralSpacing, 1}, mode, grid, NAN, &heights, grey));
   write(folder + "x.f32", x);
   write(folder + "z.f32", z);
   write(folder + "xa.f32", xa);
