@@ -150,8 +150,14 @@ void contest(const Job& job, const char* command, const char* ending, int rounds
   std::vector<double> own[2], elapsed[2], ratio;
   std::printf("%s into %s\n", command, ending);
   std::fflush(stdout);
+  const auto remove = [&] {
+    std::remove(output.c_str());
+    std::remove((output + ".json").c_str());
+  };
   for (int round = 0; round < rounds; ++round) {
+    remove();  // a file that is replaced costs as much as one that is written
     const Times loop = timed([&] { runLoop(job, rectify, output, round == 0); });
+    remove();
     const Times tool = timed([&] { runCommand(job, command, output); });
     for (const auto& [i, times] : {std::pair{0, loop}, {1, tool}}) {
       own[i].push_back(times.own);
@@ -159,8 +165,7 @@ void contest(const Job& job, const char* command, const char* ending, int rounds
     }
     ratio.push_back(tool.own / loop.own);
   }
-  std::remove(output.c_str());
-  std::remove((output + ".json").c_str());
+  remove();
   std::printf("  processor: loop %.2f s, command %.2f s, ratio %.2f\n", median(own[0]),
               median(own[1]), median(ratio));
   std::printf("  elapsed:   loop %.2f s, command %.2f s, ratio %.2f\n", median(elapsed[0]),

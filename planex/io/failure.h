@@ -14,6 +14,7 @@ namespace planex::io {
 /// after row 12; copy it again".
 class PLANEX_EXPORT Failure : public std::runtime_error {
  public:
+  /// The text as it stands.
   explicit Failure(const std::string& text);
   /// "FILE: TEXT"
   Failure(const std::string& file, const std::string& text);

@@ -72,8 +72,12 @@ void ImageReader::readRows(int first, int count, void* rows) {
     next_ = 0;
   }
   if (first > next_) skipRows(first - next_);
-  next_ = first;
-  for (int i = 0; i < count; ++i, ++next_) {
+  next_ = first + count;
+  readNextRows(count, rows);
+}
+
+void ImageReader::readNextRows(int count, void* rows) {
+  for (int i = 0; i < count; ++i) {
     readNextRow(static_cast<char*>(rows) + static_cast<std::size_t>(i) * shape_.rowBytes());
   }
 }

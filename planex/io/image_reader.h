@@ -13,8 +13,8 @@ namespace planex::io {
 
 /// What the header of a greyscale image file announces.
 struct ImageShape {
-  int width = 0;
-  int height = 0;
+  int width = 0;                                        ///< columns
+  int height = 0;                                       ///< rows
   cmnalg::ImageType type = cmnalg::IMAGE_TYPE_INVALID;  ///< UINT8 or UINT16
 
   /// Bytes of one row without padding.
@@ -32,15 +32,19 @@ struct ImageShape {
 /// image. Sizes are at most kMaximumColumns and the largest int.
 class PLANEX_EXPORT ImageReader {
  public:
+  /// What is wider is refused.
   static constexpr int kMaximumColumns = 1 << 20;
 
+  /// Opens a file, and reads what it announces.
   static std::unique_ptr<ImageReader> open(const std::string& path);
 
   virtual ~ImageReader() = default;
   ImageReader(const ImageReader&) = delete;
   ImageReader& operator=(const ImageReader&) = delete;
 
+  /// The name of the file, as it was given.
   const std::string& path() const { return path_; }
+  /// What the file announces.
   const ImageShape& shape() const { return shape_; }
 
   /// Reads rows first ... first + count - 1, in host byte order and without padding.
@@ -49,6 +53,7 @@ class PLANEX_EXPORT ImageReader {
   void readRows(int first, int count, void* rows);
 
  protected:
+  /// Announces nothing yet.
   explicit ImageReader(std::string path) : path_(std::move(path)) {}
 
   /// Checks and takes over the announced size.
@@ -63,6 +68,8 @@ class PLANEX_EXPORT ImageReader {
  private:
   /// Decodes the row that follows the last decoded one.
   virtual void readNextRow(void* row) = 0;
+  /// The same for `count` rows, here one by one.
+  virtual void readNextRows(int count, void* rows);
   /// Makes row 0 the next one.
   virtual void rewind() = 0;
 

@@ -12,12 +12,14 @@ namespace planex::io {
 /// thread of the task alone.
 class PLANEX_EXPORT WorkerPool {
  public:
+  /// Starts as many threads, or fewer where the machine has no more.
   explicit WorkerPool(int threads);
   /// Runs what was submitted before it joins the threads.
   ~WorkerPool();
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
+  /// The number of threads.
   int size() const;
   /// @param task must not throw, nor wait for other tasks
   void submit(std::function<void()> task);
@@ -50,17 +52,22 @@ class PLANEX_EXPORT OrderedWork {
 
   /// Waits until the next slot is free. @return the slot, or -1 after cancel()
   int begin();
+  /// Hands the slot over to the workers.
   void submit();
+  /// The item ends the stream: take() throws the error for it.
   void fail(std::exception_ptr error);
   /// Nothing comes any more; take() returns -1 behind the last item.
   void end();
   /// Nothing is wanted any more: begin() returns -1.
   void cancel();
 
+  /// Whether begin() would wait.
   bool isFull() const;
+  /// Whether no item is on its way.
   bool isEmpty() const;
   /// Waits for the oldest item. @return its slot, or -1 when there is none after end()
   int take();
+  /// Gives the slot of the last take() back.
   void release();
 
  private:

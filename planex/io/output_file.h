@@ -35,9 +35,11 @@ class PLANEX_EXPORT OutputFile {
   /// Where to write, binary, positioned at the start; readable too. Closed by commit().
   std::FILE* stream() const { return stream_; }
 
+  /// @{
   /// Appends bytes at the position of the stream.
   void write(const void* data, std::size_t size);
   void write(std::string_view text) { write(text.data(), text.size()); }
+  /// @}
 
   /// Flushes, closes and renames. Refuses a name that was taken meanwhile, unless forced.
   void commit();

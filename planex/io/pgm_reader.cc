@@ -53,6 +53,8 @@ class HeaderScanner {
   std::size_t position_ = 2;  // past the signature
 };
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "values are swapped");
+
 /// Binary portable greymap: a text header, then rows; numbers of two bytes have the high one first.
 class PgmReader final : public ImageReader {
  public:
@@ -82,10 +84,21 @@ class PgmReader final : public ImageReader {
            std::to_string(needed) + "; fetch it again from where it was made");
   }
 
-  void readNextRow(void* row) override {
+  void readNextRow(void* row) override { readNextRows(1, row); }
+
+  void readNextRows(int count, void* rows) override {
     const std::size_t bytes = shape().rowBytes();
     const std::uint64_t offset = begin_ + static_cast<std::uint64_t>(row_) * bytes;
-    if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
+    const std::size_t present =
+        file_.readAt(offset, rows, static_cast<std::size_t>(count) * bytes) / bytes;
+    for (int i = 0; i < count; ++i) {
+      if (static_cast<std::size_t>(i) >= present) refuseRow(row_, "end of file");
+      takeRow(static_cast<char*>(rows) + static_cast<std::size_t>(i) * bytes);
+    }
+  }
+
+  /// Checks a row, and brings its values into the order of the host.
+  void takeRow(void* row) {
     const bool inRange = shape().type == cmnalg::IMAGE_TYPE_UINT8
                              ? checkValues(static_cast<const std::uint8_t*>(row))
                              : orderValues(static_cast<std::uint16_t*>(row));
@@ -99,11 +112,11 @@ class PgmReader final : public ImageReader {
 
   /// Turns the bytes of each value into host order.
   bool orderValues(std::uint16_t* row) const {
-    std::uint16_t largest = 0;
+    int largest = 0;
+#pragma omp simd reduction(max : largest)
     for (int i = 0; i < shape().width; ++i) {
-      const auto* bytes = reinterpret_cast<const unsigned char*>(row + i);
-      row[i] = static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
-      largest = std::max(largest, row[i]);
+      row[i] = static_cast<std::uint16_t>(row[i] >> 8 | row[i] << 8);
+      largest = std::max<int>(largest, row[i]);
     }
     return largest <= maximum_;
   }

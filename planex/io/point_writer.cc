@@ -66,6 +66,24 @@ std::string npyHeader(const PointDescription& points) {
   return header + dictionary;
 }
 
+/// out = a0 b0 a1 b1 ... or, with c, a0 b0 c0 a1 ...
+void interleave(const float* a, const float* b, const float* c, std::size_t count, float* out) {
+  if (c == nullptr) {
+#pragma omp simd
+    for (std::size_t i = 0; i < count; ++i) {
+      out[2 * i] = a[i];
+      out[2 * i + 1] = b[i];
+    }
+    return;
+  }
+#pragma omp simd
+  for (std::size_t i = 0; i < count; ++i) {
+    out[3 * i] = a[i];
+    out[3 * i + 1] = b[i];
+    out[3 * i + 2] = c[i];
+  }
+}
+
 /// Points one behind the other, each with its numbers together.
 class RecordWriter : public PointWriter {
  public:
@@ -113,6 +131,10 @@ class CloudWriter final : public RecordWriter {
 
  private:
   void fill(const PointRows& rows, std::vector<char>& bytes) const override {
+    if (!points_.intensity) {
+      interleave(rows.x, rows.y, rows.z, bytes.size() / 12, reinterpret_cast<float*>(bytes.data()));
+      return;
+    }
     place<float>(rows.x, 0, bytes);
     place<float>(rows.y, 4, bytes);
     place<float>(rows.z, 8, bytes);
@@ -142,9 +164,13 @@ class NpyWriter final : public RecordWriter {
 
  private:
   void fill(const PointRows& rows, std::vector<char>& bytes) const override {
-    place<float>(rows.x, 0, bytes);
-    if (points_.aligned) place<float>(rows.y, 4, bytes);
-    place<float>(rows.z, points_.aligned ? 8 : 4, bytes);
+    const std::size_t count = bytes.size() / (points_.aligned ? 12 : 8);
+    auto* out = reinterpret_cast<float*>(bytes.data());
+    if (points_.aligned) {
+      interleave(rows.x, rows.y, rows.z, count, out);
+    } else {
+      interleave(rows.x, rows.z, nullptr, count, out);
+    }
   }
 };
 

@@ -21,19 +21,19 @@ PLANEX_EXPORT std::optional<PointFormat> pointFormatOf(const std::string& path);
 
 /// What a file of points says about itself.
 struct PointDescription {
-  int columns = 0;
-  int rows = 0;
+  int columns = 0;                      ///< points of a row
+  int rows = 0;                         ///< of the file
   bool aligned = false;                 ///< X, Y and Z are aligned; otherwise calibrated
   std::optional<SampleType> intensity;  ///< its type (8 or 16 bits) where points have one
-  std::string unit;
+  std::string unit;                     ///< of all coordinates
 };
 
 /// Rows of points, each array row by row without padding; missing points are NaN in all three.
 struct PointRows {
-  int count = 0;
-  const float* x = nullptr;
-  const float* y = nullptr;
-  const float* z = nullptr;
+  int count = 0;                    ///< rows
+  const float* x = nullptr;         ///< X
+  const float* y = nullptr;         ///< Y
+  const float* z = nullptr;         ///< Z
   const void* intensity = nullptr;  ///< null without
 };
 

@@ -23,12 +23,13 @@ using Axis = datafusion::planex::GridAxis;
 
 /// What a raster file says about itself.
 struct RasterDescription {
-  int width = 0;
-  int height = 0;
-  SampleType sample = SampleType::kUint8;
-  std::vector<std::string> layers;  ///< their names; one or more
-  /// Where columns and rows lie, at the centres of the cells; nothing where there is no such grid.
-  std::optional<Axis> columns, rows;
+  int width = 0;                           ///< columns
+  int height = 0;                          ///< rows
+  SampleType sample = SampleType::kUint8;  ///< of all layers
+  std::vector<std::string> layers;         ///< their names; one or more
+  /// Where columns lie, at the centres of the cells; nothing where there is no such grid.
+  std::optional<Axis> columns;
+  std::optional<Axis> rows;       ///< where rows lie
   std::optional<Axis> values;     ///< what stored values mean, where that is a length
   std::optional<double> missing;  ///< the stored value of cells without measurement; may be NaN
   std::string unit;               ///< of all lengths

@@ -18,7 +18,7 @@ enum class Compression { kNone, kDeflate, kZstd };
 
 /// How a raster file is made.
 struct RasterEncoding {
-  Compression compression = Compression::kNone;
+  Compression compression = Compression::kNone;  ///< of a TIFF
   WorkerPool* pool =
       nullptr;  ///< compresses; null: the thread that writes does. Outlives the writer
 };

@@ -14,7 +14,9 @@ class PLANEX_EXPORT TextOutput {
  public:
   /// @param path  "" and "-": standard output
   TextOutput(const std::string& path, bool force);
+  /// Appends a text; a Failure where it does not arrive.
   void write(std::string_view text);
+  /// Gives the file its name.
   void commit();
 
  private:

@@ -80,11 +80,13 @@ void CalibratedRows::countSamples() {
     // Counts of few samples fit the type in which the loop is vectorised.
     const std::size_t end = std::min(samples_.size(), i + 4096);
     unsigned measured = 0, outside = 0;
-    for (; i < end; ++i) {
-      const int value = samples[i];
+#pragma omp simd reduction(+ : measured, outside)
+    for (std::size_t k = i; k < end; ++k) {
+      const int value = samples[k];
       measured += value != 0 ? 1U : 0U;
       outside += value != 0 && (value < least || value > most) ? 1U : 0U;
     }
+    i = end;
     measured_ += measured;
     outside_ += outside;
   }

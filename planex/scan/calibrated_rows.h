@@ -21,9 +21,10 @@ struct PLANEX_EXPORT RangeScan {
 
   const datafusion::planex::CalibrationModel& model;  ///< outlives the object, as the image does
   const std::string modelName;                        ///< by which a Failure calls it
-  io::ImageReader& range;
-  const datafusion::planex::SensorRegion region;
-  int leastInside = 1, mostInside = 0;  ///< the values that lie on the sensor; none at first
+  io::ImageReader& range;                             ///< the image
+  const datafusion::planex::SensorRegion region;      ///< where it lies on the sensor
+  int leastInside = 1;                                ///< the least value that lies on the sensor
+  int mostInside = 0;  ///< the greatest; below the least where none does
 };
 
 /// The calibrated points of some rows of a range image: what one call over the whole image gives,

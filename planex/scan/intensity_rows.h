@@ -19,7 +19,9 @@ class PLANEX_EXPORT IntensityImage {
   /// A Failure for an image of another size than the range image has.
   IntensityImage(const std::string& path, const io::ImageReader& range);
 
+  /// Its file.
   io::ImageReader& reader() const { return *reader_; }
+  /// Whether its values have 8 bits.
   bool isBytes() const { return reader_->shape().type == cmnalg::IMAGE_TYPE_UINT8; }
 
   /// Finds the limits of 16-bit values in a pass of its own, `block` rows at a time. `advance`
@@ -40,7 +42,9 @@ class PLANEX_EXPORT IntensityRows {
   /// @param source outlives the object; its limits are found before the first reduce()
   explicit IntensityRows(const IntensityImage& source) : source_(&source) {}
 
+  /// Reads rows first ... first + count - 1.
   void read(int first, int count);
+  /// Makes 8 bits of the rows read last.
   void reduce();
 
   /// The values as they are in the file, of 8 or 16 bits.

@@ -21,9 +21,12 @@ struct Resolution {
 
 /// What the whole sensor sees of the laser plane, in the length unit of the model.
 struct FieldOfView {
-  double xMin, xMax, zMin, zMax;
+  double xMin;      ///< the least X
+  double xMax;      ///< the greatest X
+  double zMin;      ///< the least Z
+  double zMax;      ///< the greatest Z
   Resolution near;  ///< the outermost row that resolves more laterally: nearer to the camera
-  Resolution far;
+  Resolution far;   ///< the other one
   cmnalg::shape::Polyline outline;  ///< the border of the sensor, closed
 };
 
@@ -34,19 +37,25 @@ PLANEX_EXPORT std::optional<FieldOfView> fieldOfView(
 
 /// Residuals of one direction over the calibrated region, in the length unit of the model.
 struct ResidualSummary {
-  double mean;  ///< of all calibration points
-  double rms;   ///< of the cells' means, each as often as it has points
-  double maximum;
+  double mean;     ///< of all calibration points
+  double rms;      ///< of the cells' means, each as often as it has points
+  double maximum;  ///< of all calibration points
 };
 
 /// The calibrated region of a model.
 struct RegionSummary {
   cmnalg::shape::Rectangle area;  ///< in the laser plane
-  int columns, rows;              ///< of its grid
+  int columns;                    ///< of its grid
+  int rows;                       ///< of its grid
   std::int64_t points = 0;        ///< of the calibration
   int filledCells = 0;            ///< with at least one point
-  ResidualSummary x{}, z{};
-  cmnalg::Image count, averageX, averageZ, maximumX, maximumZ;
+  ResidualSummary x{};            ///< in X
+  ResidualSummary z{};            ///< in Z
+  cmnalg::Image count;            ///< points of each cell
+  cmnalg::Image averageX;         ///< residuals of each cell
+  cmnalg::Image averageZ;         ///< as averageX
+  cmnalg::Image maximumX;         ///< as averageX, largest
+  cmnalg::Image maximumZ;         ///< as averageX, largest
 };
 
 /// @return nothing when the model has no region, or not all of its images

@@ -50,9 +50,12 @@ void PointBlock::addY() {
   float* y = yValues_.data();
   for (int row = 0; row < count(); ++row) {
     const auto value = static_cast<float>(y_.at(first() + row));
+#pragma omp simd
     for (std::size_t i = 0; i < width; ++i) {
-      *y++ = std::isnan(*z++) ? std::numeric_limits<float>::quiet_NaN() : value;
+      y[i] = std::isnan(z[i]) ? std::numeric_limits<float>::quiet_NaN() : value;
     }
+    y += width;
+    z += width;
   }
   rows_ = {count(), x().GetRowPtr(0), yValues_.data(), this->z().GetRowPtr(0), nullptr};
 }

@@ -14,9 +14,9 @@ namespace planex::scan {
 
 /// How points become cells.
 struct Rectification {
-  datafusion::planex::HeightGrid grid;  ///< its height is of no matter
-  datafusion::planex::SplatShape splat;
-  datafusion::planex::RectificationMode mode;
+  datafusion::planex::HeightGrid grid;         ///< its height is of no matter
+  datafusion::planex::SplatShape splat;        ///< how wide a point is spread
+  datafusion::planex::RectificationMode mode;  ///< what a cell that several points hit gets
 };
 
 /// Intensity images that are rectified with a range image.
@@ -40,6 +40,7 @@ class PLANEX_EXPORT RectifiedRows : public CalibratedRows {
   const std::uint16_t* heights() const { return heights_.GetRowPtr(0); }
   const std::uint8_t* intensity(std::size_t i) const { return rectified_[i].GetRowPtr(0); }
   /// @}
+  /// Cells of the rows.
   std::size_t cellCount() const;
 
  protected:

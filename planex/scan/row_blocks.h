@@ -4,8 +4,11 @@ namespace planex::scan {
 
 /// Rows first ... end - 1 of an image, in blocks of `block` rows; the last one may be smaller.
 struct RowBlocks {
-  int first, end, block;
+  int first;  ///< the first row
+  int end;    ///< behind the last row
+  int block;  ///< rows of a block, 1 or more
 
+  /// The number of rows.
   int count() const { return end - first; }
 
   /// Calls body(row, count) for one block after the other.

@@ -27,10 +27,9 @@ class PLANEX_EXPORT RowBlock {
 
  protected:
   RowBlock() = default;
+  /// @cond
   RowBlock(const RowBlock&) = default;
   RowBlock& operator=(const RowBlock&) = default;
-
-  /// @cond
   virtual void read() = 0;
   /// @endcond
 

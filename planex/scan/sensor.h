@@ -12,9 +12,13 @@ namespace planex::scan {
 
 /// Where on the sensor a range image lies, as far as it is given.
 struct SensorSettings {
-  std::optional<double> scaleX, originX, scaleZ, originZ;  ///< the scales are not 0
-  std::optional<double> width, height;                     ///< whole numbers of 1 to 65535
-  std::string sidecar;  ///< a JSON file; empty: IMAGE.json where that exists
+  std::optional<double> scaleX;   ///< sensor columns per image column; not 0
+  std::optional<double> originX;  ///< sensor column of image column 0
+  std::optional<double> scaleZ;   ///< sensor rows per step of the values; not 0
+  std::optional<double> originZ;  ///< sensor row of value 0
+  std::optional<double> width;    ///< columns of the region, a whole number of 1 to 65535
+  std::optional<double> height;   ///< rows of the region, likewise
+  std::string sidecar;            ///< a JSON file; empty: IMAGE.json where that exists
 };
 
 /// The sensor region of a range image.

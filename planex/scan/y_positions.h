@@ -19,6 +19,7 @@ class PLANEX_EXPORT YPositions {
   /// and for lines that are no number.
   YPositions(const std::string& path, int rows);
 
+  /// The Y of a row of the image.
   double at(int row) const {
     return positions_.empty() ? line_.scale * row + line_.origin
                               : positions_[static_cast<std::size_t>(row)];
