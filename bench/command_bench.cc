@@ -67,9 +67,9 @@ void runCommand(const Job& job, const std::string& command, const std::string& o
   std::vector<std::string> words{job.planex, command, job.model, job.range,
                                  "-o",       output,  "-q",      "--force"};
   words.insert(words.end(), job.options.begin(), job.options.end());
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments(words.size() + 1);  // a null behind the last
+  std::transform(words.begin(), words.end(), arguments.begin(),
+                 [](std::string& word) { return word.data(); });
   execv(job.planex.c_str(), arguments.data());
   std::_Exit(1);
 }
