@@ -9,9 +9,12 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "planex/io/failure.h"
 
 namespace planex::io {
 
@@ -52,13 +55,12 @@ WorkerPool::WorkerPool(int threads) : state_(std::make_unique<State>()) {
   pthread_sigmask(SIG_BLOCK, &all, &before);  // signals go to the threads of the caller
   try {
     for (int i = 0; i < threads; ++i) state_->threads.emplace_back(&State::run, state_.get());
-  } catch (...) {  // the machine has no more; those that there are do it, if there are any
-    if (state_->threads.empty()) {
-      pthread_sigmask(SIG_SETMASK, &before, nullptr);
-      throw;
-    }
+  } catch (const std::system_error&) {  // the machine has no more: those that there are do it
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (state_->threads.empty()) {
+    throw Failure("no thread can be started; wait until the machine has less to do");
+  }
 }
 
 WorkerPool::~WorkerPool() { state_->end(); }

@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <exception>
+#include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
+
+#include "planex/io/failure.h"
 
 namespace planex::scan {
 namespace {
@@ -15,8 +19,14 @@ using Blocks = std::vector<std::unique_ptr<RowBlock>>;
 /// more.
 class ReaderThread {
  public:
-  ReaderThread(io::OrderedWork& work, const RowBlocks& rows, const Blocks& blocks)
-      : work_(work), thread_([this, rows, &blocks] { run(rows, blocks); }) {}
+  ReaderThread(io::OrderedWork& work, const RowBlocks& rows, const Blocks& blocks) : work_(work) {
+    try {
+      thread_ = std::thread([this, rows, &blocks] { run(rows, blocks); });
+    } catch (const std::system_error& error) {
+      throw io::Failure(std::string("no thread can be started (") + error.what() +
+                        "); use fewer with --threads");
+    }
+  }
   ~ReaderThread() {
     work_.cancel();
     thread_.join();
