@@ -6,6 +6,7 @@
 
 namespace etl {
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a type cannot be enclosed
 #define PLANEX_FORWARD_MEMBER(kind, type)                                             \
   template <typename Derived>                                                         \
   void ForwardingVisitor<Derived>::VisitMember##kind(type& value, const char* name) { \
@@ -46,6 +47,7 @@ PLANEX_FORWARD_ARRAY(std::uint64_t)
 PLANEX_FORWARD_ARRAY(float)
 PLANEX_FORWARD_ARRAY(double)
 #undef PLANEX_FORWARD_ARRAY
+// NOLINTEND(bugprone-macro-parentheses)
 
 template <typename Derived>
 void ForwardingVisitor<Derived>::SetError(const String& text) {

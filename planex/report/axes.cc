@@ -106,6 +106,7 @@ void Axes::draw(Canvas& canvas) const {
 
 std::vector<Color> ColorBar::colorsAlong(int pixels) const {
   std::vector<Color> colors;
+  colors.reserve(static_cast<std::size_t>(std::max(pixels, 0)));
   for (int i = 0; i < pixels; ++i) {
     colors.push_back(scale_.colors->at(scale_.low == scale_.high ? 0.5 : (i + 0.5) / pixels));
   }

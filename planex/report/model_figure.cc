@@ -19,6 +19,7 @@ using PointList = etl::Vector<cmnalg::Vec<2, double>>;
 template <typename List>
 std::vector<Point> pointsOf(const List& list, bool closed) {
   std::vector<Point> points;
+  points.reserve(list.size() + 1);
   for (const auto& point : list) points.push_back({point.x, point.y});
   if (closed && !points.empty()) points.push_back(points.front());
   return points;

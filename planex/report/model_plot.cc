@@ -99,8 +99,10 @@ std::string drawModel(const ModelFigure& figure, const ColorMap& colors, Picture
       (figure.most.x - figure.least.x) / (axes.column(figure.most.x) - axes.column(figure.least.x));
   drawScaleBar(canvas, {area.right() - 200, view.top + 40}, 200, unitsPerPixel, figure.unit);
   for (std::size_t i = 0; i < figure.residuals.size(); ++i) {
-    const Box box{kMargin + static_cast<double>(i % 2) * (kWidth / 2 - kMargin / 2 + 6),
-                  kViewHeight + kMapHeight * static_cast<double>(i / 2), kWidth / 2 - 1.5 * kMargin,
+    const std::size_t column = i % 2;
+    const std::size_t row = i / 2;
+    const Box box{kMargin + static_cast<double>(column) * (kWidth / 2 - kMargin / 2 + 6),
+                  kViewHeight + kMapHeight * static_cast<double>(row), kWidth / 2 - 1.5 * kMargin,
                   kMapHeight - kMargin};
     drawMap(canvas, box, figure.residuals[i], figure.unit, colors);
   }

@@ -68,13 +68,14 @@ Axes Plot::draw(Canvas& canvas, const Box& box) const {
     }
     return Axes(inner, {a.x, b.x, xTitle}, {a.y, b.y, yTitle});
   };
-  const Axes axes = axesIn(axesIn(60).left());
+  Axes axes = axesIn(axesIn(60).left());
   axes.drawGrid(canvas);
   {
     const Canvas::Clip clip(canvas, axes.area());
     for (const Series& one : series) {
       for (const std::vector<Point>& line : one.lines) {
         std::vector<Point> points;
+        points.reserve(line.size());
         for (const Point& point : line) points.push_back(axes.at(point));
         if (one.width > 0) canvas.line(points, one.color, one.width);
         if (one.radius > 0) canvas.dots(points, one.color, one.radius);

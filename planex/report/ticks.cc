@@ -39,7 +39,7 @@ Ticks multiples(double from, double to, double step) {
   Ticks ticks;
   // A hair beyond the ends, which may be multiples themselves.
   const double first = std::ceil(from / step - 1e-6), last = std::floor(to / step + 1e-6);
-  for (double i = first; i <= last; ++i) ticks.values.push_back(i * step);
+  for (int i = 0; first + i <= last; ++i) ticks.values.push_back((first + i) * step);
   const double largest = std::max(std::abs(first), std::abs(last)) * step;
   for (const double value : ticks.values) ticks.labels.push_back(labelText(value, step, largest));
   return ticks;
