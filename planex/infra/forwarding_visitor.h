@@ -19,6 +19,7 @@ namespace etl {
 template <typename Derived>
 class PLANEX_EXPORT ForwardingVisitor : public IVisitor {
  public:
+  /// @cond the overrides, which IVisitor describes
   void VisitMemberB(bool& value, const char* name) override;
   void VisitMemberC(char& value, const char* name) override;
   void VisitMemberI8(std::int8_t& value, const char* name) override;
@@ -47,9 +48,13 @@ class PLANEX_EXPORT ForwardingVisitor : public IVisitor {
   void VisitPodArray(std::uint64_t* values) override;
   void VisitPodArray(float* values) override;
   void VisitPodArray(double* values) override;
+  /// @endcond
 
+  /// Keeps the first text.
   void SetError(const String& text) override;
+  /// Whether there was an error.
   bool HasError() const override { return !error_.empty(); }
+  /// The text of the first error; empty without one.
   const String& GetErrorDescription() const override { return error_; }
 
  private:

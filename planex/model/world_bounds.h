@@ -13,7 +13,8 @@ namespace datafusion::planex {
 /// The part of the laser plane that range images of a sensor region can show, and how far apart
 /// neighbouring points lie in it.
 struct WorldBounds {
-  cmnalg::math::Interval x, z;  ///< in world units
+  cmnalg::math::Interval x;  ///< along the laser line, in world units
+  cmnalg::math::Interval z;  ///< the range, in world units
   /// The lateral distance of neighbouring points as a line over Z, lateralSpacing.x Z +
   /// lateralSpacing.y, as toRectified takes it.
   cmnalg::Vec<2, double> lateralSpacing{};

@@ -11,8 +11,8 @@ namespace datafusion::planex {
 ///
 ///     world = scale index + origin
 struct GridAxis {
-  double scale = 1.0;
-  double origin = 0.0;
+  double scale = 1.0;   ///< step of the index
+  double origin = 0.0;  ///< world coordinate of index 0
 };
 
 /// The axis of `count` samples, the first of which stands for `first` and the last for `last`.
@@ -32,8 +32,8 @@ PLANEX_EXPORT GridAxis levelAxis(double first, double last, std::int64_t levels)
 
 /// The cells of a height map: its size, and what its columns and levels stand for.
 struct HeightGrid {
-  int width = 0;
-  int height = 0;
+  int width = 0;    ///< columns
+  int height = 0;   ///< rows, one a profile
   GridAxis x;       ///< of the columns
   GridAxis levels;  ///< of the 16-bit values
 

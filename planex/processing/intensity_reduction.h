@@ -9,8 +9,8 @@ namespace datafusion::planex {
 
 /// The smallest and the largest of 16-bit intensities; empty at first.
 struct IntensityLimits {
-  std::uint16_t min = 65535;
-  std::uint16_t max = 0;
+  std::uint16_t min = 65535;  ///< the smallest
+  std::uint16_t max = 0;      ///< the largest
 
   /// Extends the limits to those of another part of the image.
   void Include(const IntensityLimits& other) {
