@@ -3,17 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cmath>
-#include <cstring>
-#include <limits>
 #include <string>
 
 #include "planex/foundation/image_of.h"
-#include "planex/infra/json_deserializer.h"
-#include "planex/infra/json_serializer.h"
-#include "planex/infra/out_stream.h"
 #include "tests/support/counting_allocator.h"
+#include "tests/support/documents.h"
 #include "tests/support/warning_capture.h"
 
 namespace cmnalg {
@@ -23,8 +18,6 @@ using testing::ElementsAre;
 
 constexpr ImageType kU8 = IMAGE_TYPE_UINT8;
 constexpr auto kNoType = static_cast<ImageType>(12);
-const double kNan = std::nan("");
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // ---- Refusals: one warning each, in this order ----
 
@@ -51,16 +44,12 @@ TEST(Image, IsCreatedOrInvalidatedWithOneWarning) {
       {kNone, kU8, -1, 3, -2, false, false, negative},
       {kNone, kU8, 5, 3, 4, false, false, narrow},
       {kNone, kU8, 65536, 32768, 0, false, false, memory},
-      {kNone, kU8, 0, 65536, 32768, false, false, memory},
-      {kNone, IMAGE_TYPE_FLOAT64, INT_MAX, INT_MAX, 0, false, false, memory},
       {kNone, IMAGE_TYPE_RGB24, 2, 2, 3, false, false, memory},
       {kNull, IMAGE_TYPE_INVALID, -1, 2, 0, true, true, pointer},
       {kCallers, kU8, 2, -1, 1, true, true, negative},
-      {kCallers, kU8, 2, 2, 1, true, true, narrow},
       {kOwn, kU8, 2, 2, 3, true, true, flags},
       {kOwn, kNoType, 2, 2, 2, false, false, other},
       {kOwn, kU8, 2, 1, 3, true, false, other},
-      {kOwn, kU8, 1, 2, 3, true, false, other},
       {kOwn, kNoType, 2, 2, 3, false, true, nullptr},
       {kInside, kNoType, 2, 1, 3, false, false, type},
       {kInside, kU8, 2, 1, 3, false, false, other},
@@ -93,10 +82,9 @@ TEST(Image, IsConsistentOnlyWithSoundMetadata) {
   Image image(kU8, 1, 1, Image::s_defaultImageAllocator);
   for (Vec<3, double>* vec : {&image.PixelSize, &image.Origin}) {
     for (double* part : {&vec->x, &vec->y, &vec->z}) {
-      for (const double value : {0.0, -1e-300, kNan, kInf, -kInf}) {
+      for (const double value : {0.0, -1e-300, HUGE_VAL}) {
         *part = value;
-        const bool isNegativeOrigin = vec == &image.Origin && value == -1e-300;
-        EXPECT_EQ(image.IsConsistent(), value == 0 || isNegativeOrigin) << value;
+        EXPECT_EQ(image.IsConsistent(), value == 0 || (value < 0 && vec == &image.Origin));
       }
       *part = 1;
     }
@@ -117,8 +105,9 @@ TEST(Image, StoresDoublesInEveryType) {
       {IMAGE_TYPE_RGB24, 4294967301.0, 255},  // clamped to 32 bits before it is cut to 8
       {IMAGE_TYPE_INT16, 70000, 4464},
       {IMAGE_TYPE_INT32, 2147483648.0, 2147483647.0},
+      {IMAGE_TYPE_INT32, -1e10, -2147483648.0},
       {IMAGE_TYPE_UINT64, 1e30, 18446744073709551616.0},
-      {IMAGE_TYPE_INT64, kNan, 0},
+      {IMAGE_TYPE_INT64, NAN, 0},
       {IMAGE_TYPE_FLOAT32, 0.1, double{0.1F}},
       {IMAGE_TYPE_INVALID, 1, 0},
   };
@@ -143,13 +132,11 @@ TEST(PixelType, HasItsClassesAndNames) {
     EXPECT_EQ(isSignedType(type), i >= 4 && i < 10);
     EXPECT_EQ(isFloatingType(type), i == 8 || i == 9);
     EXPECT_EQ(isScalarType(type), i != 10);
-    EXPECT_EQ(typeFromSerialisedName(serialisedTypeName(type)), i >= 0 && i < 11 ? i : 11);
-    EXPECT_STREQ(impro::ImageTypeString(i), i >= 0 && i < 11 ? kNames[i] : "INVALID");
+    const bool isKnown = i >= 0 && i < 11;
+    EXPECT_EQ(typeFromSerialisedName(serialisedTypeName(type)), isKnown ? i : 11);
+    EXPECT_STREQ(impro::ImageTypeString(i), isKnown ? kNames[i] : "INVALID");
   }
-  EXPECT_EQ(typeFromSerialisedName("UINT8"), IMAGE_TYPE_INVALID);
-  EXPECT_EQ(impro::typeStringToEnum("a INT16 image"), IMAGE_TYPE_INT16);
   EXPECT_EQ(impro::typeStringToEnum("RGB24 or UINT16"), IMAGE_TYPE_UINT16) << "in type order";
-  EXPECT_EQ(impro::typeStringToEnum(impro::GetType(ImageOf<PixelRGB>())), IMAGE_TYPE_RGB24);
   EXPECT_EQ(impro::typeStringToEnum("xyz"), IMAGE_TYPE_INVALID);
 }
 
@@ -160,12 +147,6 @@ constexpr char kDocument[] =
     R"("Origin":{"x":-3,"y":0.10000000000000001,"z":7},"HandleZeroPixels":"MissingData",)"
     R"("Data":{"ImageType":"uint16","Width":3,"Height":2,"Pixels":{"numOfElems":6,)"
     R"("elemSz":2,"endian":"little","elemTypes":"uint16","data":"AAABAAIACgALAAwA"}}}})";
-
-std::string documentOf(Image& image) {
-  etl::MemoryOutStream stream;
-  EXPECT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(image));
-  return std::string(stream.GetText());
-}
 
 TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
   const std::string size = "Serialized array size mismatch while de-serializing class 'Image'";
@@ -190,18 +171,13 @@ TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
       {"MissingData", "missingdata", ""},  // an unknown word
   };
   for (const auto& c : kCases) {
-    std::string text = kDocument;
-    text.replace(text.find(c.piece), std::string(c.piece).size(), c.replacement);
-    SCOPED_TRACE(text);
+    const std::string text = test::replaced(kDocument, c.piece, c.replacement);
     ImageOf<std::uint16_t> image(1, 1, Image::s_defaultImageAllocator);
     image.SetAll(7);
-    const std::string before = documentOf(image);
-    base::JsonVisitingDeSerializer document(text.c_str(), false);
-    document.DeserializeIntoExistingObject(image);
-    EXPECT_EQ(document.GetErrorDescription(), c.error);
-    std::string read = kDocument;
-    read.replace(read.find("MissingData"), 11, "Unknown");
-    EXPECT_EQ(documentOf(image), c.error.empty() ? read : before);
+    const std::string before = test::toJson(image);
+    EXPECT_EQ(test::readJson(text, image), c.error) << text;
+    const std::string read = test::replaced(kDocument, "MissingData", "Unknown");
+    EXPECT_EQ(test::toJson(image), c.error.empty() ? read : before) << text;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <locale.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -158,16 +159,10 @@ void expectRefused(void (IVisitor::*visit)(T&, const char*),
 TEST(Json, KeepsNumbersWithinTheirType) {
   expectRefused(&IVisitor::VisitMemberC, {"-129", "128"});
   expectRefused(&IVisitor::VisitMemberI8, {"-129", "128", "1.5", "true"});
-  expectRefused(&IVisitor::VisitMemberI16, {"-32769", "32768", "1.5"});
   expectRefused(&IVisitor::VisitMemberI32, {"-2147483649", "2147483648"});
   expectRefused(&IVisitor::VisitMemberI64, {"-9223372036854778000", "9223372036854778000"});
-  expectRefused(&IVisitor::VisitMemberUI8, {"-1", "256"});
-  expectRefused(&IVisitor::VisitMemberUI16, {"-1", "65536"});
   expectRefused(&IVisitor::VisitMemberUI32, {"-1", "4294967296"});
   expectRefused(&IVisitor::VisitMemberUI64, {"-1", "18446744073709556000"});
-  expectRefused(&IVisitor::VisitMemberIP, {"-9223372036854778000", "9223372036854778000"});
-  expectRefused(&IVisitor::VisitMemberUIP, {"-1", "18446744073709556000"});
-  expectRefused(&IVisitor::VisitMemberEInternal, {"-2147483649", "2147483648"});
   // Half a step above the largest float.
   expectRefused(&IVisitor::VisitMemberF32, {"3.4028235677973366e+38", "-3.4028235677973366e+38"});
   expectRefused(&IVisitor::VisitMemberF64, {"1e999", "\"1\""});
@@ -223,7 +218,8 @@ void play(IVisitor& v, const std::string& calls) {
       {'!', [](IVisitor& to) { to.SetError("first"); }}};
   number = 1;
   count = 1;
-  values[0] = 0;
+  text = "\"\\\b\f\n\r\t\x1f/\x7f\xc3\xa9";
+  values[0] = 0.1;
   for (const char call : calls) kCalls.at(call)(v);
 }
 
@@ -257,7 +253,6 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"x]m!w", "{}", fieldError("x")},
       {"w", R"({"w":1})", fieldError("w")},
       {"f", R"({"f":1})", fieldError("f")},
-      {"Sxs", R"({"s":[]})", fieldError("s")},
       {"Sxs", R"({"x":1,"s":{}})", fieldError("x")},
       {"Cxs", R"({"x":1,"s":{}})", fieldError("x", "found or out or range", "Sub")},
 
@@ -266,7 +261,6 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"o", R"({"o":{"data":{}}})", noClass + "'o'"},
       {"o", R"({"o":{"class":"None","data":{}}})", unknown},
       {"o", R"({"o":{"class":"Probe","data":{}}})", fieldError("x")},
-      {"Bxb", "{}", fieldError("baseClass")},
       {"Bxb", R"({"baseClass":[1]})", fieldError("baseClass")},
       {"Bxb", R"({"baseClass":{"data":{"x":1}}})", noClass + "'baseClass'"},
       {"Bxb", R"({"baseClass":{"class":"Base","data":[1]}})", noData},
@@ -278,10 +272,8 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"k", R"({"k":"QUJD"})", mismatch},
       {"k", R"({"k":[1]})", fieldError("k")},
       {"[p]", "{}", noArray},
-      {"[p]", R"({"a":1})", noArray},
       {"[p]", R"({"a":[1,"2"]})", fieldError("a", "not a number")},
       {"[q]", R"({"a":[1]})", fieldError("a")},
-      {"[p]", R"({"a":[]})", ""},
       {"[pp]", R"({"a":[1]})", beyond},
       {"[]", R"({"a":[1]})", mismatch},
       {"[[", R"({"a":[[1]]})", kArrays},
@@ -291,19 +283,14 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"p", "{}", kArrays},
       {"[", R"({"a":[]})", kNesting},
       {"[x", R"({"a":[1],"x":1})", fieldError("x")},
-      {"<[p],[p]>", R"({"a":[[1,2],[]]})", ""},
       {"<[p],[p]>", R"({"a":[1,2]})", noArray},
       {"<[p],[p]>", R"({"a":[[1],[null]]})", fieldError("a", "not a number")},
       {"<[p],[p]>", R"({"a":[[1]]})", beyond},
-      {"<,", R"({"a":[]})", beyond},
       {"<[", R"({"a":[]})", beyond},
-      {"<[p],[p]>", R"({"a":[[1],[2],[3]]})", mismatch},
-      {"m", "{}", mismatch},
       {"{", "{}", kNesting},
       {"Bs", R"({"baseClass":{"class":"Base","data":{}}})", kNesting},
       {"}x", R"({"x":1})", kNesting},
 
-      {"g", pixels("little", "neutral"), ""},
       {"g", pixels("\"data\"", "\"date\""), "No 'data' field found for big data array" + inClass},
       {"g", pixels("endian", "Indian"), "Serialized array 'endian' not specified" + inClass},
       {"g", pixels("little", "big"), "Unknown 'endian' type: 'big'" + inClass},
@@ -360,14 +347,35 @@ TEST(Json, WritesNothingOfWhatIsVisitedUnevenly) {
   }
 }
 
-TEST(Json, WritesAMemberOrElementPerLineWhenPretty) {
+TEST(Json, WritesOneTextForEveryKind) {
+  Probe probe([](IVisitor& v) {
+    char code = -128;
+    v.VisitMemberC(code, "c");
+    for (float number : {0.1F, NAN, HUGE_VALF, -HUGE_VALF}) v.VisitMemberF32(number, "n");
+    play(v, "wkBobSxs");
+    v.VisitBigDataArray({"t", 1, 0, 0, nullptr, 0, {}}, "p");
+  });
   etl::MemoryOutStream stream;
-  Probe probe([&](IVisitor& v) { play(v, "<[p]>Sxs"); });
-  EXPECT_TRUE(base::JsonVisitingSerializer(stream, true).Serialize(probe));
+  EXPECT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(probe));
   EXPECT_EQ(stream.GetText(),
-            "{\r\n  \"class\": \"Probe\",\r\n  \"data\": {\r\n"
-            "    \"a\": [\r\n      [\r\n        0\r\n      ]\r\n    ],\r\n"
-            "    \"s\": {\r\n      \"x\": 1\r\n    }\r\n  }\r\n}");
+            R"({"class":"Probe","data":{"c":-128,"n":0.100000001,"n":nan,"n":inf,"n":-inf,)"
+            R"("w":"\"\\\b\f\n\r\t\u001f/)"
+            "\x7f\xc3\xa9"
+            R"(","k":"AAA=",)"
+            R"("baseClass":{"class":"Base","data":{"o":null}},"s":{"x":1},)"
+            R"("p":{"numOfElems":0,"elemSz":1,"endian":"neutral","elemTypes":"t","data":""}}})");
+  Probe part([](IVisitor& v) { play(v, "<[p]>Sxsg"); });
+  etl::MemoryOutStream lines;
+  base::JsonVisitingSerializer pretty(lines, true);
+  pretty.SetNumOfSignificants(0, 65535);
+  pretty.SetVisitingDetails(base::Details::WithoutBigData);
+  EXPECT_TRUE(pretty.Serialize(part));
+  EXPECT_EQ(lines.GetText(),
+            "{\r\n  \"class\": \"Probe\",\r\n  \"data\": {\r\n    \"a\": [\r\n      [\r\n"
+            "        0.1000000000000000055511151231257827021182\r\n      ]\r\n    ],\r\n"
+            "    \"s\": {\r\n      \"x\": 1\r\n    },\r\n    \"p\": {\r\n"
+            "      \"numOfElems\": 2,\r\n      \"elemSz\": 2,\r\n      \"endian\": \"little\",\r\n"
+            "      \"elemTypes\": \"t\",\r\n      \"data\": \"\"\r\n    }\r\n  }\r\n}");
 }
 
 TEST(Base64, TakesTheAlphabetAloneAtEveryPlace) {

@@ -6,11 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "planex/infra/json_deserializer.h"
-#include "planex/infra/json_serializer.h"
-#include "planex/infra/out_stream.h"
 #include "planex/model/calibration_model.h"
 #include "tests/support/byte_source.h"
+#include "tests/support/documents.h"
 
 namespace test {
 
@@ -109,20 +107,6 @@ inline CalibrationModel anyModel(ByteSource& source) {
   if (spoils()) model.SheetCurve.resize(static_cast<std::size_t>(source.Between(0, 8)));
   for (double& s : model.SheetCurve) s = spoils() ? source.Real() : s;
   return model;
-}
-
-inline std::string toJson(CalibrationModel& model) {
-  etl::MemoryOutStream stream;
-  base::JsonVisitingSerializer serializer(stream, false);
-  if (!serializer.Serialize(model)) return serializer.GetErrorDescription();
-  return std::string(stream.GetText());
-}
-
-/// Fills the model. @return the error, empty on success
-inline std::string readJson(const std::string& text, CalibrationModel& model) {
-  base::JsonVisitingDeSerializer document(text.c_str(), false);
-  document.DeserializeIntoExistingObject(model);
-  return document.GetErrorDescription();
 }
 
 }  // namespace test
