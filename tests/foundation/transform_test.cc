@@ -76,12 +76,12 @@ TEST(Transform, RefusesMatricesOfOtherSizesAndKnowsItsType) {
   math::Transform<2, double> transform;
   EXPECT_TRUE(transform.IsIdentity());
   ASSERT_TRUE(transform.Create2D(Matrix<double>::Identity(3, 3), Type::RIGID));
-  const WarningCapture log;
-  EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(4, 3), Type::HOMOGRAPHY));
-  EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(3, 4), Type::HOMOGRAPHY));
-  EXPECT_THAT(log.Messages(), ElementsAre("Input matrix is not correct size.",
-                                          "Input matrix is not correct size."));
-  EXPECT_THAT(log.Loggers(), ElementsAre("Matrix", "Matrix"));
+  WarningCapture log;
+  for (const int rows : {3, 4}) {
+    EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(rows, 7 - rows), Type::HOMOGRAPHY));
+    EXPECT_THAT(log.Loggers(), ElementsAre("Matrix"));
+    EXPECT_EQ(log.TakeOne(), "WARNING: Input matrix is not correct size.");
+  }
   math::Transform<2, double> copy;
   copy = transform;
   EXPECT_TRUE(copy.IsRigid() && !copy.IsSimilarity() && !copy.IsIdentity());
@@ -153,7 +153,7 @@ TEST(Rectangle, IsValidAsksEveryField) {
   EXPECT_TRUE(shape::Rectangle{}.IsValid());
   const shape::Rectangle kInvalid[] = {
       {{kNan, 0}, 1, 1, 0}, {{0, kInf}, 1, 1, 0}, {{0, 0}, -1, 1, 0},  {{0, 0}, 1, -1, 0},
-      {{0, 0}, kNan, 1, 0}, {{0, 0}, 1, kInf, 0}, {{0, 0}, 1, 1, kNan}};
+      {{0, 0}, kInf, 1, 0}, {{0, 0}, 1, kInf, 0}, {{0, 0}, 1, 1, kNan}};
   for (const auto& rectangle : kInvalid) EXPECT_FALSE(rectangle.IsValid()) << &rectangle - kInvalid;
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -180,11 +181,9 @@ class ImagePlay {
     after.data = given.get();
     CHECK_HOLDS(stateOf(image) == expected);
     CHECK_HOLDS(isNew || expected.Pixels() == after.Pixels());
-    if (isNew) std::memset(image.GetData(), 1, expected.Bytes());
-    if (adopt && !isNew)
-      static_cast<void>(given.release());
-    else
-      shown_.push_back(std::move(given));
+    if (isNew && expected.Bytes() > 0) std::memset(image.GetData(), 1, expected.Bytes());
+    if (expected.owns && expected.data == given.get()) static_cast<void>(given.release());
+    if (given != nullptr) shown_.push_back(std::move(given));
   }
 
   void FromImage(Image& image) {
@@ -261,8 +260,7 @@ class ImagePlay {
     const bool fits = CanBecome(image, after);
     image = std::move(other);
     CHECK_HOLDS(stateOf(image) == (fits ? after : State()) && sameMetadata(image, other));
-    State empty;
-    empty.valid = true;
+    const State empty{cmnalg::IMAGE_TYPE_INVALID, 0, 0, 0, nullptr, false, true};
     // NOLINTNEXTLINE(bugprone-use-after-move): a state of its own
     CHECK_HOLDS(&image == &other || stateOf(other) == (fits ? empty : after));
   }
@@ -297,30 +295,23 @@ class ImagePlay {
   }
 
   void Clear(Image& image) {
-    State after;
-    if (source_.Flip()) {
-      after.type = stateOf(image).type;
-      after.valid = image.GetImageData().IsValid();
-      image.Deallocate();
-    } else {
-      image.InvalidateImage();
-    }
-    CHECK_HOLDS(stateOf(image) == after);
+    const State before = stateOf(image);
+    image.Deallocate();
+    CHECK_HOLDS(stateOf(image) == (State{before.type, 0, 0, 0, nullptr, false, before.valid}));
+    if (source_.Flip()) image.InvalidateImage();
+    CHECK_HOLDS(image.GetImageData().IsValid() || stateOf(image) == State());
   }
 
-  /// From a document, as a clone of unknown class, and moved out of it.
+  /// From a document, and moved out of a clone of unknown class.
   void CopyByClass(Image& image) {
-    const std::string document = test::toJson(image);
     Image read;
-    CHECK_HOLDS(test::readJson(document, read).empty() && read.GetPitch() == read.GetWidth());
+    CHECK_HOLDS(test::readJson(test::toJson(image), read).empty());
     const std::unique_ptr<etl::IVisitable> cloned = image.CloneVisitable();
     CHECK_HOLDS(typeid(*cloned) == typeid(image));
-    for (etl::IVisitable* const object : {static_cast<etl::IVisitable*>(&read), cloned.get()}) {
-      auto& copy = dynamic_cast<Image&>(*object);
-      CHECK_HOLDS(test::toJson(copy) == document);
-      const Image moved(std::move(copy));
-      CHECK_HOLDS(copy.GetData() == nullptr && sameMetadata(moved, image));
-      CHECK_HOLDS(stateOf(moved).Pixels() == stateOf(image).Pixels());
+    const Image moved(std::move(dynamic_cast<Image&>(*cloned)));
+    for (const Image* const copy : std::initializer_list<const Image*>{&read, &moved}) {
+      CHECK_HOLDS(stateOf(*copy).Pixels() == stateOf(image).Pixels());
+      CHECK_HOLDS(sameMetadata(*copy, image));
     }
   }
 
