@@ -90,8 +90,11 @@ TEST(Matrix, ReusesCopiesMovesAndMultiplies) {
   elements[3] = 9;
   EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 2, 9, 4));
   EXPECT_THAT(elementsOf(copy), ElementsAre(1, 2, 3, 4));
-  ASSERT_TRUE(matrix.Create(2, 2, 3));
+  memory.fails = false;
+  ASSERT_TRUE(matrix.Create(2, 2, 3, memory));
   EXPECT_NE(matrix.Data(), elements) << "external storage is never reused";
+  matrix = Matrix<double>();
+  EXPECT_EQ(memory.live, 0);
 
   const double a[] = {1, 2, 3, 4, 5, 6};
   const double b[] = {1, 0, 0, 1, 10, 100};

@@ -88,7 +88,7 @@ TEST(Transform, RefusesMatricesOfOtherSizesAndKnowsItsType) {
 }
 
 TEST(TransformDocument, IsReadOrRefusedAsAWhole) {
-  const std::string good = R"({"class":"Transform2D","data":{"Type":"SIMILARITY","Matrix":)"
+  const std::string good = R"({"class":"Transform2D","data":{"Type":"HOMOGRAPHY","Matrix":)"
                            "[[0.59999999999999998,-0.80000000000000004,5],"
                            "[0.80000000000000004,0.59999999999999998,0],[0,0,1]]}}";
   base::JsonVisitingDeSerializer document(good.c_str(), false);
@@ -101,8 +101,7 @@ TEST(TransformDocument, IsReadOrRefusedAsAWhole) {
   const struct {
     const char *piece, *replacement, *error;
   } kCases[] = {
-      {"SIMILARITY", "SIMILAR",
-       "Data field 'Type' of class 'Transform2D' not found or out or range"},
+      {"HOMOGRAPHY", "HOMO", "Data field 'Type' of class 'Transform2D' not found or out or range"},
       {",[0,0,1]", "", size},
       {",[0,0,1]", ",[0,0,1],[0,0,1]", size},
   };

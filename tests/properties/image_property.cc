@@ -34,6 +34,10 @@ struct Shape {
     height = Length(source);
     pitch = source.Flip() ? 0 : Length(source);
     if (source.Flip()) pitch = static_cast<int>(std::int64_t{width} % 4096 + 3);
+    Shrink();
+  }
+
+  void Shrink() {
     if (Pixels() > 4096 && Pixels() <= kLargestImage) height = width = pitch = 2;
   }
 
@@ -72,7 +76,7 @@ struct State {
   /// All rows without padding.
   std::string Pixels() const {
     std::string pixels;
-    for (int y = 0; y < height && data != nullptr; ++y) {
+    for (int y = 0; y < height && width > 0 && data != nullptr; ++y) {
       pixels.append(Row(y), static_cast<std::size_t>(width) * PixelBytes());
     }
     return pixels;
@@ -146,6 +150,7 @@ class ImagePlay {
       type = before.type;
       shape.width = before.width;
       shape.height = before.height;
+      shape.Shrink();
     }
     const bool possible = Accepts(image, type) && shape.IsPossible();
     State after{type, shape.width, shape.height, shape.RealPitch(), nullptr, false, true};
