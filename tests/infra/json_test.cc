@@ -265,6 +265,7 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"k", R"({"k":"QU-D"})", noBytes + "'k'" + inClass},
       {"k", R"({"k":"QUI"})", noBytes + "'k'" + inClass},
       {"k", R"({"k":"QUJD"})", mismatch},
+      {"k", R"({"k":[1]})", fieldError("k")},
       {"[p]", "{}", noArray},
       {"[p]", R"({"a":[1,"2"]})", fieldError("a", "not a number")},
       {"[q]", R"({"a":[1]})", fieldError("a")},
