@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <tuple>
 
+#include "planex/model/calibrated_bounds.h"
 #include "planex/model/outline_sampling.h"
 #include "tests/support/model_builders.h"
 #include "tests/support/refusals.h"
@@ -17,7 +19,6 @@ namespace {
 
 using cmnalg::Vec;
 using cmnalg::shape::Polyline;
-using cmnalg::shape::Rectangle;
 using cmnalg::shape3d::Box;
 using PointList = etl::Vector<Vec<3, double>>;
 
@@ -25,53 +26,36 @@ constexpr auto kPixel = CoordinateSystem::Pixel;
 constexpr auto kCalibrated = CoordinateSystem::Calibrated;
 constexpr int kIntMax = std::numeric_limits<int>::max();
 
-/// The points as they are sampled: between equal systems nothing is mapped.
-PointList samplesOf(const Box& box, int n) {
-  PointList points;
-  EXPECT_TRUE(mapBox(test::plainModel(), box, points, kCalibrated, kCalibrated, 0, 1, n));
-  return points;
-}
-
-TEST(MapBox, PointsComeRingByRingThenTheEndFaces) {
-  const PointList points = samplesOf(Box::FromCorners({-1, -2, -3}, {1, 2, 3}), 1);
-  const PointList middleRing = {{-1, 0, -3}, {0, 0, -3}, {1, 0, -3}, {1, 0, 0},
-                                {1, 0, 3},   {0, 0, 3},  {-1, 0, 3}, {-1, 0, 0}};
-  EXPECT_EQ(PointList(points.begin() + 8, points.begin() + 16), middleRing);
-  EXPECT_EQ(PointList(points.begin() + 24, points.end()), (PointList{{0, -2, 0}, {0, 2, 0}}));
-}
-
 TEST(MapBox, PointsAreTheGridOfTheSurfaceEachOnce) {
+  Box box = Box::FromCorners({-1, -2, -3}, {1, 2, 3});
+  // A quarter turn about Z: the box reaches 2 along X and 1 along profiles, around (10, 20, 30).
+  ASSERT_TRUE(
+      box.Pose.Create3D(test::matrix(4, 4, {0, -1, 0, 10, 1, 0, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1}),
+                        cmnalg::math::TransformType::RIGID));
   for (const int n : {0, 1, 3, 7}) {  // steps of a power of two: exact
-    PointList want;
+    PointList points, want;
     const auto at = [n](int index) { return -1 + index * 2.0 / (n + 1); };
     for (int i = 0; i <= n + 1; ++i) {
       for (int j = 0; j <= n + 1; ++j) {
         for (int k = 0; k <= n + 1; ++k) {
           const bool inside = std::min({i, j, k}) > 0 && std::max({i, j, k}) <= n;
-          if (!inside) want.push_back({at(i), at(j) * 2, at(k) * 3});
+          if (!inside) want.push_back({10 + at(i) * 2, 20 + at(j), 30 + at(k) * 3});
         }
       }
     }
-    PointList points = samplesOf(Box::FromCorners({-1, -2, -3}, {1, 2, 3}), n);
+    ASSERT_TRUE(mapBox(test::plainModel(), box, points, kPixel, kPixel, 0, 1, n));
+    if (n == 1) {  // ring by ring, then the end faces
+      const PointList ring = {{10, 19, 27}, {10, 20, 27}, {10, 21, 27}, {10, 21, 30},
+                              {10, 21, 33}, {10, 20, 33}, {10, 19, 33}, {10, 19, 30}};
+      EXPECT_EQ(PointList(points.begin() + 8, points.begin() + 16), ring);
+      EXPECT_EQ(PointList(points.begin() + 24, points.end()),
+                (PointList{{12, 20, 30}, {8, 20, 30}}));
+    }
     std::sort(points.begin(), points.end(), [](const auto& a, const auto& b) {
       return std::tie(a.x, a.y, a.z) < std::tie(b.x, b.y, b.z);
     });
     EXPECT_EQ(points, want) << n;
   }
-}
-
-TEST(MapBox, PosesScalesAndOffsetsByHand) {
-  // A quarter turn about Z: the box reaches 2 along X and 1 along profiles, around (10, 20, 30).
-  Box box;
-  box.Size = {2, 4, 6};
-  ASSERT_TRUE(
-      box.Pose.Create3D(test::matrix(4, 4, {0, -1, 0, 10, 1, 0, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1}),
-                        cmnalg::math::TransformType::RIGID));
-  Vec<3, double> min;
-  Vec<3, double> max;
-  ASSERT_TRUE(mapBox(test::plainModel(), box, min, max, kPixel, kCalibrated, 100, 0.5, 0));
-  EXPECT_EQ(min, (Vec<3, double>{8, 109.5, 27}));
-  EXPECT_EQ(max, (Vec<3, double>{12, 110.5, 33}));
   ASSERT_TRUE(mapBox(test::plainModel(), box, box, kPixel, kCalibrated, 100, 0.5, 0));
   EXPECT_EQ(box.Size, (Vec<3, double>{4, 1, 6}));
   EXPECT_EQ(cmnalg::math::ApplyTransform(box.Pose, {0, 0, 0}), (Vec<3, double>{10, 110, 30}));
@@ -96,21 +80,31 @@ TEST(ShapeMapping, CountsNeverWrap) {
 struct Sampling {
   CalibrationModel model = test::plainModel();
   int n = 0;
+  double zMin = 1;
 };
+const char* const kOrder =
+    "Range limits for Z must be in proper order. Minimum must be a smaller value than maximum.";
+const char* const kSign = "Supersampling must be zero or positive.";
+const char* const kMemory = "The points of this supersampling do not fit into memory.";
+const char* const kState = "Operation failed because it was called with uncalibrated model.";
+/// The texts without and with limits of Z.
 const test::Check<Sampling> kChecks[] = {
-    {[](auto& a) { a.n = -1; }, "Supersampling must be zero or positive."},
-    {[](auto& a) { a.n = -kIntMax - 1; }, "Supersampling must be zero or positive."},
-    {[](auto& a) { a.n = kIntMax; }, "The points of this supersampling do not fit into memory."},
-    {[](auto& a) { a.model = CalibrationModel(); },
-     "Operation failed because it was called with uncalibrated model."},
+    {[](auto& a) { a.zMin = 5; }, nullptr, kOrder},
+    {[](auto& a) { a.zMin = 4; }, nullptr, nullptr},
+    {[](auto& a) { a.zMin = std::nan(""); }, nullptr, nullptr},
+    {[](auto& a) { a.n = -1; }, kSign, kSign},
+    {[](auto& a) { a.n = -kIntMax - 1; }, kSign, kSign},
+    {[](auto& a) { a.n = kIntMax; }, kMemory, kMemory},
+    {[](auto& a) { a.model = CalibrationModel(); }, kState, kState},
 };
 
 TEST(ShapeMapping, RefusesInOrder) {
-  expectChecksInOrder(kChecks, [](Sampling& a) {
-    PointList points;
-    return mapBox(a.model, Box::FromCorners({0, 0, 0}, {1, 1, 1}), points, kPixel, kCalibrated, 0,
-                  1, a.n);
-  });
+  const auto mapImage = [](Sampling& a) {
+    Vec<3, double> min, max;
+    return calculateImageBounds(a.model, cmnalg::Image(), a.zMin, 4, min, max, kPixel, kCalibrated,
+                                a.n);
+  };
+  expectChecksInOrder(kChecks, mapImage, &test::Check<Sampling>::other);
   // A machine that can hold the outline would map it.
   const auto memory =
       static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));

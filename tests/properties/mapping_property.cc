@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <type_traits>
 #include <vector>
 
 #include "planex/api/planex.h"
@@ -13,11 +12,14 @@
 #include "planex/foundation/matrix_inverse.h"
 #include "planex/model/calibrated_bounds.h"
 #include "planex/model/calibration_model.h"
+#include "planex/model/homography.h"
+#include "planex/model/lens_polynomial.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/point_mapping.h"
+#include "planex/model/pose.h"
 #include "planex/model/shape_mapping.h"
+#include "planex/model/sheet_curve.h"
 #include "planex/model/skewed_pose.h"
-#include "planex/model/world_bounds.h"
 #include "tests/support/model_builders.h"
 #include "tests/support/property.h"
 #include "tests/support/reference.h"
@@ -26,8 +28,11 @@
 namespace {
 
 using cmnalg::Vec;
+using cmnalg::shape3d::Box;
 using datafusion::planex::CalibrationModel;
 using System = datafusion::planex::CoordinateSystem;
+using datafusion::planex::basic::applyHomography;
+using datafusion::planex::basic::transform;
 namespace planex = datafusion::planex;
 
 template <int N, typename T>
@@ -47,11 +52,15 @@ bool same(const etl::Vector<Point>& a, const etl::Vector<Point>& b) {
                     [](const Point& p, const Point& q) { return same(p, q); });
 }
 
-/// The formulas for one point; every step leaves its result in T.
-template <typename T>
+System normalised(System system) {
+  return system == System::Pixel || system == System::Calibrated ? system : System::Aligned;
+}
+
+/// The formulas for one point, step by step; every step leaves its result in T.
 class Formulas {
  public:
-  explicit Formulas(const CalibrationModel& model) : m_(model) {
+  Formulas(const CalibrationModel& model, double yOffset, double yScale)
+      : m_(model), yOffset_(yOffset), yScale_(yScale) {
     using cmnalg::math::Inverse;
     Inverse(homographyBack_, model.Homography);
     if (!poseUsable(model)) return;
@@ -61,107 +70,53 @@ class Formulas {
     Inverse(spaceBack_, space_);
   }
 
-  Vec<2, T> Map(const Vec<2, T>& p, System from, System to) const {
-    double x = p.x;
-    double z = p.y;
-    if (from == System::Pixel) ToPlane(x, z);
-    if (from == System::Aligned) Project(planeBack_, x, z);
-    if (to == System::Pixel) ToPixel(x, z);
-    if (to == System::Aligned) Project(plane_, x, z);
-    return {static_cast<T>(x), static_cast<T>(z)};
+  template <typename T>
+  Vec<2, T> Map(Vec<2, T> p, System from, System to) const {
+    if (from == to) return p;
+    if (from == System::Pixel) ToPlane(p.x, p.y);
+    if (from == System::Aligned) applyHomography(planeBack_.Data(), p.x, p.y);
+    if (to == System::Pixel) ToPixel(p.x, p.y);
+    if (to == System::Aligned) applyHomography(plane_.Data(), p.x, p.y);
+    return p;
   }
 
-  Vec<3, T> Map(const Vec<3, T>& p, System from, System to, double offset, double scale) const {
-    double x = p.x;
-    double y = p.y;
-    double z = p.z;
-    if (from == System::Pixel) ToPlane(x, z);
-    if (from == System::Pixel) y = T(y * scale + offset);
-    if (from == System::Aligned) Transform(spaceBack_, x, y, z);
-    if (to == System::Aligned) Transform(space_, x, y, z);
-    if (to == System::Pixel) ToPixel(x, z);
-    if (to == System::Pixel) y = T((y - offset) / scale);
-    return {static_cast<T>(x), static_cast<T>(y), static_cast<T>(z)};
+  template <typename T>
+  Vec<3, T> Map(Vec<3, T> p, System from, System to) const {
+    if (from == to) return p;
+    if (from == System::Pixel) ToPlane(p.x, p.z);
+    if (from == System::Pixel) p.y = static_cast<T>(p.y * yScale_ + yOffset_);
+    if (from == System::Aligned) transform(spaceBack_.Data(), p);
+    if (to == System::Aligned) transform(space_.Data(), p);
+    if (to == System::Pixel) ToPixel(p.x, p.z);
+    if (to == System::Pixel) p.y = static_cast<T>((p.y - yOffset_) / yScale_);
+    return p;
   }
 
  private:
-  using Matrix = cmnalg::Matrix<double>;
-
-  static void Round(double& x, double& z) {
-    x = static_cast<T>(x);
-    z = static_cast<T>(z);
-  }
-  static void Project(const Matrix& h, double& x, double& z) {
-    reference::project(h.Data(), x, z);
-    Round(x, z);
-  }
-  static void Transform(const Matrix& m, double& x, double& y, double& z) {
-    reference::transform(m.Data(), x, y, z);
-    Round(x, z);
-    y = static_cast<T>(y);
+  template <typename T>
+  void ToPlane(T& x, T& z) const {
+    planex::basic::normalise(m_.FocalLength, m_.LensCenter.x, m_.LensCenter.y, x, z);
+    planex::basic::undistort(m_.LensCoefficients.data(), x, z);
+    applyHomography(m_.Homography.Data(), x, z);
+    if (!m_.SheetCurve.empty()) planex::basic::applySheetCurve(m_.SheetCurve.data(), x, z);
   }
 
-  void ToPlane(double& x, double& z) const {
-    x = (x - m_.LensCenter.x) / m_.FocalLength;
-    z = (z - m_.LensCenter.y) / m_.FocalLength;
-    Round(x, z);
-    reference::undistort(m_.LensCoefficients.data(), x, z);
-    Round(x, z);
-    Project(m_.Homography, x, z);
-    if (m_.SheetCurve.empty()) return;
-    const etl::Vector<double>& s = m_.SheetCurve;
-    const double d = (x - s[0]) * (1 + s[1] * z);
-    z = T(z + s[2] + s[3] * d + s[4] * (d * d) + s[5] * (d * d * d));
-  }
-
-  void ToPixel(double& x, double& z) const {
-    if (!m_.SheetCurve.empty()) RemoveSheetCurve(x, z);
-    Project(homographyBack_, x, z);
-    const double target[2] = {x, z};
-    const std::array<double, 7>& c = m_.LensCoefficients;
-    bool settled = false;
-    for (int i = 0; i < 100 && !settled; ++i) {
-      const double r2 = x * x + z * z;
-      const double radial = 1 + r2 * (c[0] + r2 * (c[1] + r2 * c[2]));
-      const double dx = 2 * c[3] * x * z + c[4] * (r2 + 2 * (x * x)) + c[5] * r2;
-      const double dz = c[3] * (r2 + 2 * (z * z)) + 2 * c[4] * x * z + c[6] * r2;
-      const double before[2] = {x, z};
-      x = (target[0] - dx) / radial;
-      z = (target[1] - dz) / radial;
-      settled = std::abs(x - before[0]) < 1e-5 && std::abs(z - before[1]) < 1e-5;
-    }
-    Round(x, z);
-    x = m_.FocalLength * x + m_.LensCenter.x;
-    z = m_.FocalLength * z + m_.LensCenter.y;
-    Round(x, z);
-  }
-
-  void RemoveSheetCurve(double x, double& z) const {
-    const etl::Vector<double>& s = m_.SheetCurve;
-    const double a = x - s[0];
-    const double target = z;
-    for (int i = 0; i < 10; ++i) {
-      const double t = 1 + s[1] * z;
-      const double d = a * t;
-      const double g = z + s[3] * d + s[4] * (d * d) + s[5] * (d * d * d) + s[2] - target;
-      const double slope = 1 + s[1] * s[3] * a + 2 * s[1] * s[4] * (a * a) * t +
-                           3 * s[1] * s[5] * (a * a * a) * (t * t);
-      z = z - g / slope;
-    }
-    z = static_cast<T>(z);
+  template <typename T>
+  void ToPixel(T& x, T& z) const {
+    if (!m_.SheetCurve.empty()) planex::basic::removeSheetCurve(m_.SheetCurve.data(), x, z);
+    applyHomography(homographyBack_.Data(), x, z);
+    planex::basic::distort(m_.LensCoefficients.data(), x, z);
+    planex::basic::denormalise(m_.FocalLength, m_.LensCenter.x, m_.LensCenter.y, x, z);
   }
 
   const CalibrationModel& m_;
-  Matrix homographyBack_, plane_, planeBack_, space_, spaceBack_;
+  double yOffset_, yScale_;
+  cmnalg::Matrix<double> homographyBack_, plane_, planeBack_, space_, spaceBack_;
 };
 
 System drawSystem(test::ByteSource& source) {
   return static_cast<System>(source.Between(0, 15) == 0 ? source.Between(-1, 4)
                                                         : source.Between(0, 2));
-}
-
-System normalised(System system) {
-  return system == System::Pixel || system == System::Calibrated ? system : System::Aligned;
 }
 
 class MappingPlay {
@@ -177,13 +132,11 @@ class MappingPlay {
   void Run() {
     switch (source_.Between(0, 7)) {
       case 0:
-        return MapInPlane<double>();
       case 1:
-        return MapInPlane<float>();
+        return MapPoints<double>();
       case 2:
-        return MapInSpace<double>();
       case 3:
-        return MapInSpace<float>();
+        return MapPoints<float>();
       case 4:
         return MapShapes();
       case 5:
@@ -209,9 +162,9 @@ class MappingPlay {
   }
 
   /// @param map (in, out) -> whether done
-  /// @param want point -> what the formulas give
-  template <typename Point, typename Map, typename Want>
-  void CheckList(const etl::Vector<Point>& points, Map map, Want want) {
+  template <typename Point, typename Map>
+  void CheckList(const Formulas& formulas, const etl::Vector<Point>& points, System from, System to,
+                 Map map) {
     const etl::Vector<Point> before(1);
     etl::Vector<Point> out = before;
     log_.Clear();  // inverting for the formulas may have warned
@@ -219,7 +172,7 @@ class MappingPlay {
     log_.CheckRefusal(done);
     etl::Vector<Point> wanted;
     for (const Point& point : points) {
-      if (done) wanted.push_back(want(point));
+      if (done) wanted.push_back(formulas.Map(point, from, to));
     }
     CHECK_ALWAYS(same(out, done ? wanted : before));
     etl::Vector<Point> inPlace = points;
@@ -228,22 +181,18 @@ class MappingPlay {
   }
 
   template <typename T>
-  void MapInPlane() {
-    const auto points = DrawPoints<Vec<2, T>>();
-    const Formulas<T> formulas(model_);
-    const auto check = [&](System from, System to, auto map) {
-      CheckList(points, map, [&](const auto& point) { return formulas.Map(point, from, to); });
-    };
+  void MapPoints() {
+    const double y[] = {source_.Real(), test::drawScale(source_)};
+    const Formulas formulas(model_, y[0], y[1]);
     const System from = normalised(from_);
-    const bool copies = from == normalised(to_);
-    CheckList(
-        points,
-        [&](const auto& in, auto& out) {
-          return planex::mapPoints<T>(model_, in, out, from_, to_);
-        },
-        [&](const auto& point) {
-          return copies ? point : formulas.Map(point, from, normalised(to_));
-        });
+    const System to = normalised(to_);
+    CheckList(formulas, DrawPoints<Vec<3, T>>(), from, to, [&](const auto& in, auto& out) {
+      return planex::mapPoints<T>(model_, in, out, from_, to_, y[0], y[1]);
+    });
+    const auto points = DrawPoints<Vec<2, T>>();
+    CheckList(formulas, points, from, to, [&](const auto& in, auto& out) {
+      return planex::mapPoints<T>(model_, in, out, from_, to_);
+    });
     using List = Points<2, T>;
     const struct {
       bool (*map)(const CalibrationModel&, const List&, List&);
@@ -254,80 +203,58 @@ class MappingPlay {
                    {planex::mapPointsAlignedToPix<T>, System::Aligned, System::Pixel},
                    {planex::mapPointsAlignedToCal<T>, System::Aligned, System::Calibrated}};
     for (const auto& single : singles) {
-      check(single.from, single.to,
-            [&](const List& in, List& out) { return single.map(model_, in, out); });
+      CheckList(formulas, points, single.from, single.to,
+                [&](const List& in, List& out) { return single.map(model_, in, out); });
     }
-  }
-
-  template <typename T>
-  void MapInSpace() {
-    const double offset = source_.Real();
-    const double scale = test::drawScale(source_);
-    const Formulas<T> formulas(model_);
-    const System from = normalised(from_);
-    const System to = normalised(to_);
-    CheckList(
-        DrawPoints<Vec<3, T>>(),
-        [&](const auto& in, auto& out) {
-          return planex::mapPoints<T>(model_, in, out, from_, to_, offset, scale);
-        },
-        [&](const auto& p) { return from == to ? p : formulas.Map(p, from, to, offset, scale); });
   }
 
   /// Shapes are the points along them, which a mapping from a system to itself shows.
   void MapShapes() {
     const int n = source_.Between(-1, 6);
     const double y[] = {source_.Real(), test::drawScale(source_)};
-    const auto box =
-        cmnalg::shape3d::Box::FromCorners({source_.Real(), source_.Real(), source_.Real()},
-                                          {source_.Real(), source_.Real(), source_.Real()});
+    const auto real = [this] { return source_.Real(); };
+    const auto box = Box::FromCorners({real(), real(), real()}, {real(), real(), real()});
+    const cmnalg::shape::Rectangle rectangle{{real(), real()}, real(), real(), real()};
     Points<3, double> points(1);
     const bool mapped =
         test::tries([&] { return planex::mapBox(model_, box, points, from_, to_, y[0], y[1], n); });
     log_.CheckRefusal(mapped);
     Vec<3, double> min{1, 2, 3};
     Vec<3, double> max{4, 5, 6};
-    cmnalg::shape3d::Box bounds = box;
+    Box bounds = box;
     CHECK_HOLDS(planex::mapBox(model_, box, min, max, from_, to_, y[0], y[1], n) == mapped);
     CHECK_HOLDS(planex::mapBox(model_, box, bounds, from_, to_, y[0], y[1], n) == mapped);
-    if (mapped) {
-      Points<3, double> want;
-      CHECK_HOLDS(planex::mapBox(test::plainModel(), box, want, to_, to_, 0, 1, n));
-      CHECK_HOLDS(planex::mapPoints<double>(model_, want, want, from_, to_, y[0], y[1]));
-      CHECK_HOLDS(same(points, want));
-      Vec<3, double> low = want[0];
-      Vec<3, double> high = low;
-      for (const Vec<3, double>& p : want) {
-        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-      }
-      CHECK_HOLDS(same(min, low) && same(max, high));
-      CHECK_HOLDS(same(bounds.Size, cmnalg::shape3d::Box::FromCorners(low, high).Size));
-    } else {
-      CHECK_HOLDS(points.size() == 1 && same(bounds.Size, box.Size));
-      CHECK_HOLDS(same(min, {1, 2, 3}) && same(max, {4, 5, 6}));
-    }
     log_.Clear();
-
-    const cmnalg::shape::Rectangle rectangle{
-        {source_.Real(), source_.Real()}, source_.Real(), source_.Real(), source_.Real()};
     cmnalg::shape::Polyline outline;
     const bool outlined = test::tries(
         [&] { return planex::mapRectangle(model_, rectangle, outline, from_, to_, n); });
     log_.CheckRefusal(outlined);
-    CHECK_HOLDS(outline.Points.size() == (outlined ? 4 * (static_cast<std::size_t>(n) + 1) : 0));
     cmnalg::shape::Rectangle area = rectangle;
     CHECK_HOLDS(planex::mapRectangle(model_, area, area, from_, to_, n) == outlined);
-    if (outlined) {
-      cmnalg::shape::Polyline want;
-      CHECK_HOLDS(planex::mapRectangle(test::plainModel(), rectangle, want, to_, to_, n));
-      CHECK_HOLDS(planex::mapPoints<double>(model_, want.Points, want.Points, from_, to_));
-      CHECK_HOLDS(same(outline.Points, want.Points));
-      CHECK_HOLDS(test::sameBits(area.Width, want.GetBoundingBox().Width));
-    } else {
-      CHECK_HOLDS(std::isnan(area.Center.x) && std::isnan(area.Center.y));
-      CHECK_HOLDS(test::sameBits(area.Width, rectangle.Width));
+
+    Vec<3, double> low{1, 2, 3};
+    Vec<3, double> high{4, 5, 6};
+    Points<3, double> want(1);
+    if (mapped) {
+      CHECK_HOLDS(planex::mapBox(test::plainModel(), box, want, to_, to_, 0, 1, n));
+      CHECK_HOLDS(planex::mapPoints<double>(model_, want, want, from_, to_, y[0], y[1]));
+      low = high = want[0];
+      for (const Vec<3, double>& p : want) {
+        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+      }
     }
+    CHECK_HOLDS(same(points, want) && same(min, low) && same(max, high));
+    CHECK_HOLDS(same(bounds.Size, mapped ? Box::FromCorners(low, high).Size : box.Size));
+    cmnalg::shape::Polyline line;
+    if (outlined) {
+      CHECK_HOLDS(planex::mapRectangle(test::plainModel(), rectangle, line, to_, to_, n));
+      CHECK_HOLDS(planex::mapPoints<double>(model_, line.Points, line.Points, from_, to_));
+    }
+    CHECK_HOLDS(same(outline.Points, line.Points));
+    CHECK_HOLDS(
+        test::sameBits(area.Width, outlined ? line.GetBoundingBox().Width : rectangle.Width));
+    CHECK_HOLDS(outlined || (std::isnan(area.Center.x) && std::isnan(area.Center.y)));
   }
 
   /// Of an image: of the box from its first to its last pixel.
@@ -339,10 +266,9 @@ class MappingPlay {
     image.Origin = {source_.Real(), source_.Real(), source_.Real()};
     const double z[] = {source_.Real(), source_.Real()};
     const int n = source_.Between(0, 3);
-    const auto box = cmnalg::shape3d::Box::FromCorners(
-        {image.Origin.x, image.Origin.y, z[0]},
-        {image.Origin.x + (size[0] - 1.0) * image.PixelSize.x,
-         image.Origin.y + (size[1] - 1.0) * image.PixelSize.y, z[1]});
+    const auto box = Box::FromCorners({image.Origin.x, image.Origin.y, z[0]},
+                                      {image.Origin.x + (size[0] - 1.0) * image.PixelSize.x,
+                                       image.Origin.y + (size[1] - 1.0) * image.PixelSize.y, z[1]});
     Vec<3, double> min[2] = {{1, 2, 3}, {1, 2, 3}};
     Vec<3, double> max[2] = {{4, 5, 6}, {4, 5, 6}};
     const bool done =
@@ -385,7 +311,7 @@ class MappingPlay {
     std::vector<double> z, distances;
   };
 
-  /// Of what range images can show, and through the C interface.
+  /// Of what range images can show.
   void WorldBounds() {
     model_ = CalibrationModel(model_);  // without padding, as the interface's copy
     const ImageSize size = {static_cast<std::uint16_t>(source_.Between(0, 40)),
@@ -420,19 +346,6 @@ class MappingPlay {
       outline.AddRow(at(0), at(last), at(last * 0.5), t.scaleZ * i + t.originZ, last);
     }
     outline.mapped = outline.mapped && isCalibrated(model_.CurrentState);
-
-    using Result = planex::WorldBoundsResult;
-    planex::WorldBounds got;
-    const planex::SensorRegion region{t.scaleX, t.originX, t.scaleZ, t.originZ, t.width, t.height};
-    Result result = Result::NotMappable;
-    test::tries([&] {
-      result = planex::calculateWorldBounds(model_, region, size.width, got);
-      return true;
-    });
-    CHECK_HOLDS(result == (!onSensor        ? Result::OutsideSensor
-                           : !valid         ? Result::InvalidRangeValues
-                           : outline.mapped ? Result::Calculated
-                                            : Result::NotMappable));
     WorldRangeTraits box{};
     SplatSettings splat{};
     std::uint32_t handle = tavik::planex::models().insert(model_);
@@ -441,14 +354,12 @@ class MappingPlay {
         test::tries([&] { return calculateCalibrationBounds(handle, t, size, &box, &splat); });
     log_.CheckCall(done);
     CHECK_HOLDS(destroyModel(&handle));
-    CHECK_HOLDS(done == (result == Result::Calculated));
+    CHECK_HOLDS(done == (onSensor && valid && outline.mapped));
     if (!done) return;
-    CHECK_HOLDS(got.x.min == outline.low.x && got.x.max == outline.high.x);
-    CHECK_HOLDS(got.z.min == outline.low.y && got.z.max == outline.high.y);
-    CHECK_HOLDS(same(got.lateralSpacing, outline.Line(2, last)));
-    CHECK_HOLDS(box.xMin == got.x.min && box.xMax == got.x.max && box.yMin == 0);
-    CHECK_HOLDS(box.zMin == got.z.min && box.zMax == got.z.max && box.yMax == size.height - 1);
-    CHECK_HOLDS(same(Vec<2, double>{splat.splatA, splat.splatB}, got.lateralSpacing));
+    CHECK_HOLDS(box.xMin == outline.low.x && box.xMax == outline.high.x && box.yMin == 0);
+    CHECK_HOLDS(box.zMin == outline.low.y && box.zMax == outline.high.y);
+    CHECK_HOLDS(box.yMax == size.height - 1);
+    CHECK_HOLDS(same({splat.splatA, splat.splatB}, outline.Line(2, last)));
   }
 
   /// Of a part of the sensor, and of the whole of it.
