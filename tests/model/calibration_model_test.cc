@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <limits>
 #include <string>
 #include <vector>
@@ -45,34 +46,19 @@ const struct {
   bool (*change)(CalibrationModel&);
   const char* refusal;
 } kChanges[] = {
+    // clang-format off
     {[](auto& m) { return m.setSkew(0, 0, 0); }, kSkew},
     {[](auto& m) { return m.setSkew(1, -1e-13, 0); }, kSkew},
     {[](auto& m) { return m.setSkew(0, 2e-13, 0) && m.Skew.y == 2e-13; }, nullptr},
     {[](auto& m) { return m.setSkew(3, -4, 5) && m.Skew.x == 3 && m.Skew.z == 5; }, nullptr},
-    {[](auto& m) { return m.setSkew(3, 5, 4); }, nullptr},
     {[](auto& m) { return setPose(m, TransformType::AFFINE); }, kPose},
     {[](auto& m) { return setPose(m, TransformType::SIMILARITY) && m.Pose[0][1] == -1; }, nullptr},
     {[](auto& m) { return setHomography(m, static_cast<TransformType>(6)); }, kHomography},
     {[](auto& m) { return setHomography(m, TransformType::HOMOGRAPHY) && m.Homography[2][0] == 7; },
      nullptr},
-    {[](auto& m) {
-       return m.setScheimpflug(6, 7) && m.setLensCorrection(1, 2, 3, 4, 5) &&
-              m.LensCoefficients == std::array<double, 7>{1, 2, 3, 4, 5, 6, 7};
-     },
-     nullptr},
-    {[](auto& m) {
-       return m.setSheetCurve(1, 2, 3, 4, 5, 6) &&
-              m.SheetCurve == etl::Vector<double>{1, 2, 3, 4, 5, 6};
-     },
-     nullptr},
-    {[](auto& m) {
-       return m.mirror(true, {1, kNaN});
-     },
-     kMirror},
-    {[](auto& m) {
-       return m.mirror(false, {kInfinity, 1});
-     },
-     kMirror},
+    {[](auto& m) { return m.mirror(true, {1, kNaN}); }, kMirror},
+    {[](auto& m) { return m.mirror(false, {kInfinity, 1}); }, kMirror},
+    // clang-format on
 };
 
 TEST(CalibrationModel, ChangesAreAcceptedOrRefused) {
@@ -104,32 +90,31 @@ TEST(CalibrationModel, MirroringComesAfterTheHomography) {
 
 TEST(CalibrationModel, ResetKeepsWhatDescribesTheDevice) {
   CalibrationModel model = test::fullModel();
+  ASSERT_TRUE(model.setLensCorrection(1, 2, 3, 4, 5) && model.setScheimpflug(6, 7));
+  EXPECT_EQ(model.LensCoefficients, (std::array<double, 7>{1, 2, 3, 4, 5, 6, 7}));
+  ASSERT_TRUE(model.setSheetCurve(1, 2, 3, 4, 5, 6));
+  EXPECT_EQ(model.SheetCurve, (etl::Vector<double>{1, 2, 3, 4, 5, 6}));
   model.CalibrationError = model.CalibrationErrorMax = 1;
   model.AlignmentError = model.AlignmentErrorMax = 1;
   model.FileVersion = 3;
   model.CalibratedRegion.Resize(3, 2);
-  CalibrationModel want = model;
-  const CalibrationModel fresh;
-  want.CurrentState = fresh.CurrentState;
-  want.CalibrationError = want.CalibrationErrorMax = fresh.CalibrationError;
-  want.AlignmentError = want.AlignmentErrorMax = fresh.CalibrationError;
-  want.Skew = fresh.Skew;
-  want.Homography = fresh.Homography;
-  want.Pose = fresh.Pose;
-  want.LensCoefficients = fresh.LensCoefficients;
+  CalibrationModel want;
+  want.FocalLength = model.FocalLength;
+  want.SensorSize = model.SensorSize;
+  want.LensCenter = model.LensCenter;
+  want.SkewMode = model.SkewMode;
+  want.SheetCurve = model.SheetCurve;
+  want.FileVersion = model.FileVersion;
+  want.CalibratedRegion = model.CalibratedRegion;
+  const CalibrationModel copy = model;
+  const auto clone = model.CloneVisitable();
+  const std::string before = test::toJson(model);
   model.reset();
   EXPECT_EQ(test::toJson(model), test::toJson(want));
-}
-
-TEST(CalibrationModel, CopiesAreIndependent) {
-  CalibrationModel model = test::fullModel();
-  const std::string before = test::toJson(model);
-  CalibrationModel copy = model;
-  const auto clone = model.CloneVisitable();
-  model.Homography[0][0] = model.Pose[0][0] = model.SheetCurve[0] = -1;
   EXPECT_EQ(test::toJson(dynamic_cast<CalibrationModel&>(*clone)), before);
-  copy = *&copy;
-  EXPECT_EQ(test::toJson(copy), before);
+  model = copy;
+  model = *&model;
+  EXPECT_EQ(test::toJson(model), before);
 }
 
 TEST(CalibrationModel, NegativeErrorsAreInconsistent) {
@@ -154,9 +139,9 @@ TEST(CalibrationModel, ToStringTellsWhatTheStateMakesValid) {
       {0, 0.5, 0.25, "Uncalibrated"},
       {1, 0.5, 0.25, "Calibrated, calibration error 0.50"},
       {2, 0.125, 12.5, "Calibrated and 2D Aligned, calibration error 0.12, alignment error 12.50"},
-      {3, 0.5, 0.25,
-       "Calibrated and 3D Aligned, calibration error 0.50, alignment error 0.25, skew vector "
-       "(-0.10, 1.00, 123.46)"},
+      {3, 0.5, 1e22,
+       "Calibrated and 3D Aligned, calibration error 0.50, alignment error "
+       "10000000000000000000000.00, skew vector (-0.10, 1.00, 123.46)"},
       {4, 0.5, -kNaN, "Uncalibrated and 2D Aligned, alignment error nan"},
       {5, 0.5, -kInfinity,
        "Uncalibrated and 3D Aligned, alignment error -inf, skew vector (-0.10, 1.00, 123.46)"},
@@ -172,27 +157,27 @@ TEST(CalibrationModel, ToStringTellsWhatTheStateMakesValid) {
   }
   CalibrationModel model;
   model.CurrentState = ModelState::CALIBRATED;
-  EXPECT_THAT(model.toString(), testing::MatchesRegex(".* error 17976931348623157[0-9]{292}[.]00"));
+  EXPECT_EQ(model.toString().size(), 58 + 309 + 3U) << "the largest number";
 }
 
 TEST(CameraMatrix, TestsCentreBeforeFocalLength) {
+  const char* const kCentre = "Invalid lens center coordinate.";
   const struct {
     double focal, cx, cy;
     std::vector<std::string> refusal;
-  } cases[] = {{-1, -1, 2, {"Invalid lens center coordinate."}},
-               {3, 2, -1, {"Invalid lens center coordinate."}},
-               {-1, 1, 2, {"Invalid focal length."}},
-               {3, 0, 2, {}}};
-  for (const auto& row : cases) {
+  } rows[] = {{-1, -1, 2, {kCentre}},
+              {3, 2, -1, {kCentre}},
+              {-1, 1, 2, {"Invalid focal length."}},
+              {3, 0, 2, {}}};
+  for (const auto& row : rows) {
     const WarningCapture log;
     CalibrationModel model;
     model.FocalLength = row.focal;
     model.LensCenter = {row.cx, row.cy};
     const cmnalg::Matrix<double> k = model.getK();
     EXPECT_EQ(log.Messages(), row.refusal);
-    EXPECT_EQ(k.IsEmpty(), !row.refusal.empty());
-    if (k.IsEmpty()) continue;
-    EXPECT_EQ(Numbers(k.Data(), k.Data() + 9), (Numbers{3, 0, 0, 0, 3, 2, 0, 0, 1}));
+    EXPECT_EQ(Numbers(k.Data(), k.Data() + k.Width() * k.Height()),
+              row.refusal.empty() ? (Numbers{3, 0, 0, 0, 3, 2, 0, 0, 1}) : Numbers{});
   }
 }
 

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "planex/infra/class_repository.h"
@@ -67,27 +68,12 @@ TEST(ModelDocument, IsWrittenAndReadInFull) {
 }
 
 TEST(ModelDocument, EveryMemberMustBeThere) {
-  for (const std::string member : {"FileVersion",
-                                   "CurrentState",
-                                   "SkewMode",
-                                   "CalibrationError",
-                                   "CalibrationErrorMax",
-                                   "AlignmentError",
-                                   "AlignmentErrorMax",
-                                   "FocalLength",
-                                   "SensorSize",
-                                   "LensCenter",
-                                   "Skew",
-                                   "Homography",
-                                   "Pose",
-                                   "LensCoefficients",
-                                   "SheetCurve",
-                                   "CalibratedRegion",
-                                   "PointCount",
-                                   "AverageResidualX",
-                                   "AverageResidualZ",
-                                   "MaximumResidualX",
-                                   "MaximumResidualZ"}) {
+  std::istringstream members(
+      "FileVersion CurrentState SkewMode CalibrationError CalibrationErrorMax AlignmentError "
+      "AlignmentErrorMax FocalLength SensorSize LensCenter Skew Homography Pose LensCoefficients "
+      "SheetCurve CalibratedRegion PointCount AverageResidualX AverageResidualZ MaximumResidualX "
+      "MaximumResidualZ");
+  for (std::string member; members >> member;) {
     CalibrationModel model;
     const std::string error = readJson(with(kDocument, '"' + member + '"', "\"-\""), model);
     EXPECT_THAT(error, HasSubstr("'" + member + "' of class 'Image.Planex.Model'"));
@@ -101,44 +87,27 @@ TEST(ModelDocument, EditedDocumentsAreRefused) {
   const struct {
     const char *from, *to, *error;
   } rows[] = {
-      {":10000", ":\"long\"",
-       "Data field 'FocalLength' of class 'Image.Planex.Model' not not a number"},
       {"\"SensorSize\":{\"x\":0", "\"SensorSize\":{\"x\":0.5",
-       "Data field 'x' of class 'Image.Planex.Model' not found or out or range"},
-      {"\"SensorSize\":{\"x\":0", "\"SensorSize\":{\"x\":2147483648",
        "Data field 'x' of class 'Image.Planex.Model' not found or out or range"},
       {"[0,0,0,0,0,0,0]", "[0,0,0,0,0,0]", kSize},
       {"[0,0,0,0,0,0,0]", "[0,0,0,0,0,0,0,0]", kSize},
-      {"[0,1,0],[0,0,1]],\"Pose\"", "[0,1],[0,0,1]],\"Pose\"", kSize},
-      {"Image.Planex.Model", "Image",
-       "Attempt to deserialize a 'Image' type into a 'Image.Planex.Model' object"},
       {"\"ImageType\":\"int32\"", "\"ImageType\":\"float32\"",
        "Data field 'PointCount' of class 'Image.Planex.Model' not found or out or range"},
       {"\"AverageResidualX\":{\"class\":\"Image\",\"data\":{",
        "\"AverageResidualX\":{\"class\":\"Transform2D\",\"data\":{\"Type\":\"IDENTITY\","
        "\"Matrix\":[[1,0,0],[0,1,0],[0,0,1]],",
        "Wrong subclass instance during visiting"},
+      {"[0,0,0,0,0,0,0]", "[0,0,0,0,\"x\",0,0]",
+       "Data field 'LensCoefficients' of class 'Image.Planex.Model' not not a number"},
   };
+  CalibrationModel model;
   for (const auto& row : rows) {
-    CalibrationModel model;
+    model = filledModel();
     EXPECT_EQ(readJson(with(kDocument, row.from, row.to), model), row.error);
   }
-  CalibrationModel model = filledModel();
-  EXPECT_EQ(readJson(with(kDocument, "[0,0,0,0,0,0,0]", "[0,0,0,0,\"x\",0,0]"), model),
-            "Data field 'LensCoefficients' of class 'Image.Planex.Model' not not a number");
   EXPECT_EQ(model.FocalLength, 10000);
   EXPECT_EQ(model.LensCoefficients, filledModel().LensCoefficients);
   EXPECT_EQ(model.SheetCurve, filledModel().SheetCurve) << "nothing is read behind an error";
-}
-
-TEST(ModelDocument, ShapesAreKeptAsTheyStand) {
-  CalibrationModel model;
-  std::string text = with(kDocument, "[[1,0,0],[0,1,0],[0,0,1]]", "[[1,0,0,5]]");
-  text = with(text, "\"SheetCurve\":[]", "\"SheetCurve\":[1,2,3]");
-  ASSERT_EQ(readJson(text, model), "");
-  EXPECT_EQ(toJson(model), text);
-  ASSERT_EQ(readJson(with(text, "[[1,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]]", "[]"), model), "");
-  EXPECT_EQ(toJson(model), text) << "an empty outer array leaves the matrix";
 }
 
 TEST(ModelDocument, StatesAndModesAreWrittenByName) {
@@ -182,7 +151,10 @@ TEST(ModelDocument, EarlierVersionsHaveNeitherSheetCurveNorRegion) {
 TEST(ModelDocument, RegionsThatDoNotFitTogetherAreInvalid) {
   CalibrationModel model = filledModel();
   CalibratedRegion& region = model.CalibratedRegion;
+  const std::string large = toJson(model);
+  const auto updates = [&region] { return region.Update({{0, 0}, {1, 1}}, {{0, 0}, {1, 1}}); };
   cmnalg::Image image;
+  cmnalg::shape::Rectangle area;
   std::string text =
       with(kDocument, emptyImage("AverageResidualZ", "float32"), "\"AverageResidualZ\":null");
   ASSERT_EQ(readJson(text, model), "");
@@ -191,25 +163,16 @@ TEST(ModelDocument, RegionsThatDoNotFitTogetherAreInvalid) {
   EXPECT_TRUE(region.GetMaximumResiduals(image, image));
   text = with(kDocument, emptyImage("PointCount", "int32"), "\"PointCount\":null");
   ASSERT_EQ(readJson(text, model), "");
-  EXPECT_FALSE(region.IsValid());
-  EXPECT_FALSE(region.GetPointCount(image));
-  cmnalg::shape::Rectangle area;
-  EXPECT_FALSE(region.GetRegion(area));
-  EXPECT_FALSE(region.Update({{0, 0}, {1, 1}}, {{0, 0}, {1, 1}}));
+  EXPECT_FALSE(region.GetPointCount(image) || region.GetRegion(area) || updates());
   ASSERT_TRUE(region.Resize(2, 2));
-  EXPECT_TRUE(region.Update({{0, 0}, {1, 1}}, {{0, 0}, {1, 1}}));
+  EXPECT_TRUE(updates());
 
-  const auto split = [](const std::string& document) {
-    return document.find("\"MaximumResidualZ\"");
-  };
   const std::string small = toJson(model);
-  CalibrationModel filled = filledModel();
-  const std::string large = toJson(filled);
-  const std::string mixed = small.substr(0, split(small)) + large.substr(split(large));
-  ASSERT_EQ(readJson(mixed, model), "");
-  EXPECT_FALSE(region.IsValid());
-  EXPECT_FALSE(region.Update({{0, 0}, {1, 1}}, {{0, 0}, {1, 1}}));
-  EXPECT_EQ(toJson(model), mixed);
+  const std::string split = "\"MaximumResidualZ\"";
+  text = small.substr(0, small.find(split)) + large.substr(large.find(split));
+  ASSERT_EQ(readJson(text, model), "");
+  EXPECT_FALSE(region.IsValid() || updates());
+  EXPECT_EQ(toJson(model), text);
 }
 
 }  // namespace
