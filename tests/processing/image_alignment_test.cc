@@ -18,25 +18,6 @@ using cmnalg::Matrix;
 const auto& kAllocator = Image::s_defaultImageAllocator;
 const double kNaN = std::nan("");
 
-TEST(ImageAlignment, DecidesByScaleAndOffsetWhetherValuesArePhysical) {
-  ImageOf<double> x(1, 1, kAllocator);
-  ImageOf<double> z(1, 1, kAllocator);
-  x.Pix(0, 0) = 0;
-  z.Pix(0, 0) = 1.0 + 1e-9;  // beyond float
-  const auto transform = test::matrix(3, 4, {1e9, 0, 1e9, -1e9, 0, 1, 0, 0, 0, 0, 1, 0});
-  const struct {
-    double scale, offset;
-    bool keepsDigits;
-  } rows[] = {{1, 0, true}, {1 - 0.9e-13, 0, true}, {1 + 1.2e-13, 0, false}, {1, 1e-300, false}};
-  for (const auto& row : rows) {
-    ImageOf<float> out[3] = {{1, 1, kAllocator}, {1, 1, kAllocator}, {1, 1, kAllocator}};
-    x.PixelSize.z = row.scale;
-    x.Origin.z = row.offset;
-    EXPECT_TRUE(basic::applyAlignment(x, {0.0}, z, transform, out[0], out[1], out[2]));
-    EXPECT_EQ(out[0].Pix(0, 0) > 0.5f, row.keepsDigits) << row.scale;
-  }
-}
-
 struct Arguments {
   CalibrationModel model;
   ImageOf<float> x{4, 3, kAllocator};
@@ -86,15 +67,14 @@ TEST(ImageAlignment, RefusesInOrder) {
 }
 
 TEST(ImageAlignment, RefusesSignedIntegersAndSmallTransforms) {
-  const ImageOf<float> x(2, 1, kAllocator);
+  const Image x(cmnalg::IMAGE_TYPE_FLOAT32, 2, 1, kAllocator);
   ImageOf<float> out[3] = {{2, 1, kAllocator}, {2, 1, kAllocator}, {2, 1, kAllocator}};
   const auto run = [&](const Image& z, int rows, int columns) {
     const auto transform = Matrix<double>::Identity(rows, columns);
     return basic::applyAlignment(x, {0.0}, z, transform, out[0], out[1], out[2]);
   };
   EXPECT_TRUE(run(x, 3, 4));
-  EXPECT_FALSE(run(x, 2, 4));
-  EXPECT_FALSE(run(x, 4, 3));
+  EXPECT_FALSE(run(x, 2, 4) || run(x, 4, 3));
   EXPECT_FALSE(run(Image(cmnalg::IMAGE_TYPE_INT32, 2, 1, kAllocator), 3, 4));
 }
 

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "planex/foundation/matrix_inverse.h"
-#include "planex/model/model_checks.h"
 #include "planex/model/skewed_pose.h"
 #include "planex/processing/alignment_block.h"
 #include "planex/processing/calibration_block.h"
@@ -38,9 +37,9 @@ struct Block {
   bool Holds(int u, int v) const {
     return u >= columnBegin && u < columnEnd && v >= rowBegin && v < rowEnd;
   }
-  bool IsEmpty() const { return columnBegin >= columnEnd || rowBegin >= rowEnd; }
-  bool FitsInto(int width, int height) const {
-    return columnBegin >= 0 && columnEnd <= width && rowBegin >= 0 && rowEnd <= height;
+  bool IsUsable(int width, int height) const {
+    return columnBegin >= columnEnd || rowBegin >= rowEnd ||
+           (columnBegin >= 0 && columnEnd <= width && rowBegin >= 0 && rowEnd <= height);
   }
 };
 
@@ -96,6 +95,14 @@ class CalibrationPlay {
     return k;
   }
 
+  /// Calls body(column, row, whether it is in the block) for every pixel.
+  template <typename Body>
+  void ForEachPixel(const Block& block, Body body) const {
+    for (int v = 0; v < height_; ++v) {
+      for (int u = 0; u < width_; ++u) body(u, v, block.Holds(u, v));
+    }
+  }
+
   template <typename Pixel>
   void Calibrate() {
     const Drawn<Pixel> range(source_, width_, height_);
@@ -104,30 +111,24 @@ class CalibrationPlay {
     const bool done = test::tries(
         [&] { return planex::applyCalibration(model_, aligned_, range.image, x, z, mode_); });
     log_.CheckRefusal(done);
-    if (!done) {
-      CHECK_HOLDS(x.GetWidth() == 2 && z.GetHeight() == 2);
-      return;
-    }
-    CHECK_HOLDS(x.GetWidth() == width_ && x.GetHeight() == height_);
+    CHECK_HOLDS(x.GetWidth() == (done ? width_ : 2) && z.GetHeight() == (done ? height_ : 2));
+    if (!done) return;
     const reference::Calibration k = Constants(range.image);
     const bool precise = static_cast<int>(mode_) % 2 == 1;
-    const auto check = [&](const Block& block, bool sheet, float missing) {
-      for (int v = 0; v < height_; ++v) {
-        for (int u = 0; u < width_; ++u) {
-          float want[2] = {missing, missing};
-          const Pixel sample = range.image.Pix(u, v);
-          if (!block.Holds(u, v)) {
-            want[0] = want[1] = kUntouched;
-          } else if (sample > Pixel{0}) {
-            precise ? reference::calibratePixel<double>(k, sample, u, want[0], want[1])
-                    : reference::calibratePixel<float>(k, sample, u, want[0], want[1]);
-            if (sheet) reference::correctSheet(k.sheet, want[0], want[1]);
-          }
-          CHECK_HOLDS(sameBits(x.Pix(u, v), want[0]) && sameBits(z.Pix(u, v), want[1]));
+    const auto check = [&](const Block& block, float missing) {
+      ForEachPixel(block, [&](int u, int v, bool inside) {
+        const Pixel sample = range.image.Pix(u, v);
+        float want[2] = {missing, missing};
+        if (!inside) want[0] = want[1] = kUntouched;
+        if (inside && sample > Pixel{0}) {
+          precise ? reference::calibratePixel<double>(k, sample, u, want[0], want[1])
+                  : reference::calibratePixel<float>(k, sample, u, want[0], want[1]);
+          if (k.hasSheet) reference::correctSheet(k.sheet, want[0], want[1]);
         }
-      }
+        CHECK_HOLDS(sameBits(x.Pix(u, v), want[0]) && sameBits(z.Pix(u, v), want[1]));
+      });
     };
-    check({0, width_, 0, height_}, k.hasSheet, reference::kNan);
+    check({0, width_, 0, height_}, reference::kNan);
     for (const Image* target : {static_cast<Image*>(&x), static_cast<Image*>(&z)}) {
       CHECK_HOLDS(target->HandleZeroPixels == cmnalg::ZeroPixels::MissingData);
       CHECK_HOLDS(target->PixelSize.y == range.image.PixelSize.y);
@@ -135,7 +136,7 @@ class CalibrationPlay {
     }
 
     const Block block = drawBlock(source_, width_, height_);
-    const double missing = source_.Flip() ? -5 : reference::kNan;
+    const float missing = k.hasSheet || source_.Flip() ? reference::kNan : -5;
     x.SetAll(kUntouched);
     z.SetAll(kUntouched);
     const auto apply = precise ? planex::basic::applyCalibrationBlock<double>
@@ -144,13 +145,13 @@ class CalibrationPlay {
       return apply(block.columnBegin, block.columnEnd, block.rowBegin, block.rowEnd, range.image,
                    k.a, k.b, k.c, k.d, missing, k.lens, k.transform, x, z);
     });
-    CHECK_HOLDS(applied == (block.IsEmpty() || block.FitsInto(width_, height_)));
-    const Block filled = applied ? block : Block{};
-    check(filled, false, static_cast<float>(missing));
-    const bool corrected = planex::basic::applyCalibrationBlockSheetCurve(
-        block.columnBegin, block.columnEnd, block.rowBegin, block.rowEnd, k.sheet, x, z);
-    CHECK_HOLDS(corrected == applied);
-    if (std::isnan(missing)) check(filled, true, static_cast<float>(missing));
+    CHECK_HOLDS(applied == block.IsUsable(width_, height_));
+    if (k.hasSheet) {
+      CHECK_HOLDS(planex::basic::applyCalibrationBlockSheetCurve(block.columnBegin, block.columnEnd,
+                                                                 block.rowBegin, block.rowEnd,
+                                                                 k.sheet, x, z) == applied);
+    }
+    check(applied ? block : Block{}, missing);
   }
 
   /// E, or with x and z in the aligned plane already E times the inverse of its part in the plane.
@@ -188,8 +189,8 @@ class CalibrationPlay {
       return static_cast<double>(
           static_cast<float>(static_cast<double>(stored) * image.PixelSize.z + image.Origin.z));
     };
-    for (int v = 0; v < height_; ++v) {
-      for (int u = 0; u < width_; ++u) {
+    const auto check = [&](const Block& block) {
+      ForEachPixel(block, [&](int u, int v, bool inside) {
         const X xStored = x.image.Pix(u, oneRow ? 0 : v);
         const Z zStored = z.image.Pix(u, v);
         double p[3] = {asStored ? static_cast<float>(xStored) : value(xStored, x.image),
@@ -198,27 +199,20 @@ class CalibrationPlay {
         if (!kFloating && zStored == Z{0}) p[2] = reference::kNan;
         reference::transform(m.Data(), p[0], p[1], p[2]);
         for (int i = 0; i < 3; ++i) {
-          CHECK_HOLDS(sameBits(out[i].Pix(u, v), static_cast<float>(p[i])));
+          CHECK_HOLDS(sameBits(out[i].Pix(u, v), inside ? static_cast<float>(p[i]) : kUntouched));
         }
-      }
-    }
+      });
+    };
+    check({0, width_, 0, height_});
     CHECK_HOLDS(out[1].HandleZeroPixels == cmnalg::ZeroPixels::MissingData);
 
     const Block block = drawBlock(source_, width_, height_);
-    const ImageOf<float> whole[3] = {out[0], out[1], out[2]};
     for (ImageOf<float>& target : out) target.SetAll(kUntouched);
     const bool applied = planex::basic::applyAlignmentBlock(
         block.columnBegin, block.columnEnd, block.rowBegin, block.rowEnd, x.image, rows_, z.image,
         m, out[0], out[1], out[2]);
-    CHECK_HOLDS(applied == (block.IsEmpty() || block.FitsInto(width_, height_)));
-    for (int i = 0; i < 3; ++i) {
-      for (int v = 0; v < height_; ++v) {
-        for (int u = 0; u < width_; ++u) {
-          const float want = applied && block.Holds(u, v) ? whole[i].Pix(u, v) : kUntouched;
-          CHECK_HOLDS(sameBits(out[i].Pix(u, v), want));
-        }
-      }
-    }
+    CHECK_HOLDS(applied == block.IsUsable(width_, height_));
+    check(applied ? block : Block{});
   }
 
   test::ByteSource& source_;
