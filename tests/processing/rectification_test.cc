@@ -4,7 +4,7 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
+#include <vector>
 
 #include "tests/support/refusals.h"
 
@@ -22,11 +22,10 @@ TEST(Rectification, KeepsTheOrderOfTiesInRowsBeyond65536Points) {
   ImageOf<float> z(kPoints, 1, kAllocator);
   ImageOf<std::uint8_t> intensity(kPoints, 1, kAllocator);
   x.SetAll(2);
-  z.SetAll(std::numeric_limits<float>::quiet_NaN());
-  for (const int i : {65537, 69000, 69001}) {
-    z.Pix(i, 0) = i == 69000 ? 5.0f : 4.0f;
-    intensity.Pix(i, 0) = static_cast<std::uint8_t>(i == 65537 ? 8 : 7);
-  }
+  z.SetAll(NAN);
+  z.Pix(65537, 0) = z.Pix(69001, 0) = 4;
+  z.Pix(69000, 0) = 5;
+  intensity.Pix(65537, 0) = 8;
   ImageOf<std::uint16_t> target(5, 1, kAllocator);
   target.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
   ImageOf<std::uint8_t> targetIntensity(5, 1, kAllocator);
@@ -48,6 +47,8 @@ struct Arguments {
   Image intensity{cmnalg::IMAGE_TYPE_UINT8, 4, 2, kAllocator};
   ImageOf<std::uint16_t> target{6, 2, kAllocator};
   ImageOf<std::uint8_t> targetIntensity{6, 2, kAllocator};
+  HeightGrid grid{6, 2, {1, 0}, {1, 0}};
+  ImageOf<float> world{6, 2, kAllocator};
   double splatSize = 1;
   RectificationMode mode = RectificationMode::LOWEST;
 };
@@ -111,6 +112,35 @@ TEST(Rectification, RefusesInOrder) {
                        a.targetIntensity, true);
   };
   expectChecksInOrder(kChecks, withIntensity, &test::Check<Arguments>::other);
+}
+
+const char* const kGrid = "The height target must be as large as the grid.";
+const test::Check<Arguments> kWorldChecks[] = {
+    {[](auto& a) { a.world.Deallocate(); }, kGrid},
+    {[](auto& a) { a.world.Create(5, 2, kAllocator); }, kGrid},
+    {[](auto& a) { a.grid.width = 0; }, kGrid},
+    {[](auto& a) { place(a.targetIntensity, a.world, 3); }, kReuse},
+    {[](auto& a) { a.world.Create(a.x, false), a.grid.width = 4; }, nullptr},
+};
+
+TEST(Rectification, RefusesWorldTargetsInOrder) {
+  expectChecksInOrder(kWorldChecks, [](Arguments& a) {
+    a.targetIntensity.Pix(3, 1) = 9;
+    const bool done = toRectifiedWorld(a.x, a.z, a.intensity, {{0, 0}, 1}, a.mode, a.grid, -1,
+                                       &a.world, a.targetIntensity);
+    EXPECT_EQ(a.targetIntensity.Pix(3, 1), done ? 0 : 9);
+    return done;
+  });
+}
+
+TEST(Rectification, WorldTargetsMayBePadded) {
+  Arguments a;
+  a.z.Pix(1, 0) = 3;
+  std::vector<float> heights(16, 77);
+  a.world.Create(heights.data(), 6, 2, 8, false, kAllocator, false);
+  EXPECT_TRUE(toRectifiedWorld(a.x, a.z, {{0, 0}, 1}, Mode::HIGHEST, a.grid, -1, a.world));
+  EXPECT_EQ(heights, (std::vector<float>{-1, 3, -1, -1, -1, -1, 77, 77,  //
+                                         -1, 1, -1, -1, -1, -1, 77, 77}));
 }
 
 TEST(Rectification, RefusesSignedSourcesSilently) {

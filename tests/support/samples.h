@@ -89,9 +89,9 @@ struct Drawn {
     for (Pixel& pixel : pixels) pixel = samples.Next<Pixel>();
     image.Create(pixels.data(), width, height, pitch, false, cmnalg::Image::s_defaultImageAllocator,
                  false);
-    const int kind = source.Between(0, 3);
+    const int kind = source.Between(0, 7);
     if (kind == 0) image.PixelSize.z += source.Between(-2, 2) * 6e-14;  // about as good as 1
-    if (kind < 2) return;
+    if (kind < 4) return;
     image.PixelSize = {drawScale(source), 3, drawScale(source)};
     image.Origin = {drawNumber(source), 4, drawNumber(source)};
   }
