@@ -19,6 +19,7 @@ namespace {
 
 using cmnalg::Vec;
 using cmnalg::shape::Polyline;
+using cmnalg::shape::Rectangle;
 using cmnalg::shape3d::Box;
 using PointList = etl::Vector<Vec<3, double>>;
 
@@ -61,6 +62,17 @@ TEST(MapBox, PointsAreTheGridOfTheSurfaceEachOnce) {
   EXPECT_EQ(cmnalg::math::ApplyTransform(box.Pose, {0, 0, 0}), (Vec<3, double>{10, 110, 30}));
 }
 
+TEST(ImageBounds, AreThoseOfTheFirstAndTheLastPixel) {
+  cmnalg::Image image(cmnalg::IMAGE_TYPE_UINT8, 4, 3, cmnalg::Image::s_defaultImageAllocator);
+  image.PixelSize = {0.5, 2, 7};
+  image.Origin = {10, 20, 30};
+  Vec<3, double> min, max;
+  ASSERT_TRUE(
+      calculateImageBounds(test::plainModel(), image, 3, 9, min, max, kPixel, kCalibrated, 0));
+  EXPECT_EQ(min, (Vec<3, double>{10, 20, 3}));
+  EXPECT_EQ(max, (Vec<3, double>{11.5, 24, 9}));
+}
+
 TEST(MapRectangle, OutlineByHand) {
   Polyline outline;
   ASSERT_TRUE(
@@ -68,6 +80,10 @@ TEST(MapRectangle, OutlineByHand) {
   const etl::Vector<Vec<2, double>> kWant = {{8, 16},  {10, 16}, {12, 16}, {12, 20},
                                              {12, 24}, {10, 24}, {8, 24},  {8, 20}};
   EXPECT_EQ(outline.Points, kWant);
+  Rectangle area{{10, 20}, 4, 8, 0};
+  ASSERT_TRUE(mapRectangle(test::plainModel(), area, area, kPixel, kCalibrated, 1));
+  EXPECT_EQ(area.Center, (Vec<2, double>{10, 20}));
+  EXPECT_TRUE(area.Width == 4 && area.Height == 8);
 }
 
 TEST(ShapeMapping, CountsNeverWrap) {
@@ -110,8 +126,10 @@ TEST(ShapeMapping, RefusesInOrder) {
       static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
   if (memory >= 16.0 * 4 * kIntMax) return;
   expectChecksInOrder(kChecks, [](Sampling& a) {
-    Polyline outline;
-    return mapRectangle(a.model, {{0, 0}, 1, 1, 0}, outline, kPixel, kCalibrated, a.n);
+    Rectangle area{{0, 0}, 1, 1, 0};
+    const bool done = mapRectangle(a.model, area, area, kPixel, kCalibrated, a.n);
+    EXPECT_EQ(std::isnan(area.Center.x) && std::isnan(area.Center.y), !done);
+    return done;
   });
 }
 

@@ -125,18 +125,14 @@ const std::vector<std::uint64_t> kChecksums = {13374197384605276703U, 5945653673
                                                9331193481912222007U, 8398394795688152708U,
                                                7374550179008809995U};
 
-TEST(Checksums, OfEveryInstructionSet) {
-  forEachInstructionSet([](cmnalg::InstructionSet set) {
-    EXPECT_EQ(checksums(), kChecksums) << static_cast<int>(set);
-  });
-}
-
-TEST(Checksums, OfEveryNumberOfThreads) {
+TEST(Checksums, OfEveryInstructionSetAndNumberOfThreads) {
   const SmallTeams teams;
-  for (const int threads : {1, 2, 3, 7, 16}) {
-    omp_set_num_threads(threads);
-    EXPECT_EQ(checksums(), kChecksums) << threads;
-  }
+  forEachInstructionSet([](cmnalg::InstructionSet set) {
+    for (const int threads : {1, 2, 3, 7, 16}) {
+      omp_set_num_threads(threads);
+      EXPECT_EQ(checksums(), kChecksums) << static_cast<int>(set) << ", " << threads;
+    }
+  });
   omp_set_num_threads(omp_get_num_procs());
 }
 

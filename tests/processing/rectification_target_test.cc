@@ -19,78 +19,74 @@ const double kNaN = std::nan("");
 const char* const kLimits =
     "Maximum coordinate limits must be larger than the minimum coordinate limits.";
 
-struct ByCount {
+struct Arguments {
   int width = 3, height = 5, zSteps = 11;
-  Vec<3, double> min{10, -1, 2}, max{20, 1, 4};
+  Vec<3, double> size{3, 2, 1}, min{10, -1, 2}, max{20, 1, 4};
 };
-const test::Check<ByCount> kByCount[] = {
-    {[](auto& a) { a.width = 1; }, "The width must be larger than 1."},
-    {[](auto& a) { a.height = 0; }, "The height must be at least 1."},
-    {[](auto& a) { a.zSteps = 1; }, "The number of Z steps must be larger than 1."},
-    {[](auto& a) { a.max.x = 9; }, kLimits},
-    {[](auto& a) { a.max.y = -2; }, kLimits},
-    {[](auto& a) { a.max.z = 2; }, kLimits},
-    {[](auto& a) { a.min.x = kNaN; }, kLimits},
-    {[](auto& a) { a.max.x = 10, a.max.y = -1; }, nullptr},
-};
-
-struct BySize {
-  Vec<3, double> size{3, 2, 1}, max{10, 5, 1};
-};
+const char* const kSizes = "Pixel sizes in x and y must be positive integers.";
 #define TOO_LARGE(pixels)                                                               \
   "Output image size is limited to 100000000 pixels. Select a smaller region          " \
   " or larger pixel sizes. Current output size would have been " pixels "."
-const test::Check<BySize> kBySize[] = {
-    {[](auto& a) { a.size.x = 0; }, "Pixel sizes in x and y must be positive integers."},
-    {[](auto& a) { a.size.y = kNaN; }, "Pixel sizes in x and y must be positive integers."},
-    {[](auto& a) { a.max.x = 0; }, kLimits},
-    {[](auto& a) { a.max.y = 0; }, kLimits},
-    {[](auto& a) { a.max.z = kNaN; }, kLimits},
-    {[](auto& a) { a.max.x = 30000, a.max.y = 20002; }, TOO_LARGE("100010000")},
-    {[](auto& a) { a.max.x = 3e9, a.max.y = 3e9; }, TOO_LARGE("2147483647")},
-    {[](auto& a) { a.max.x = kInfinity; }, TOO_LARGE("2147483647")},
-    {[](auto& a) { a.max.x = 196608, a.max.y = 131072; }, TOO_LARGE("2147483647")},
+/// The texts of grids of so many cells, and of cells of a size.
+const test::Check<Arguments> kChecks[] = {
+    {[](auto& a) { a.width = 1; }, "The width must be larger than 1.", nullptr},
+    {[](auto& a) { a.height = 0; }, "The height must be at least 1.", nullptr},
+    {[](auto& a) { a.zSteps = 1; }, "The number of Z steps must be larger than 1.", nullptr},
+    {[](auto& a) { a.size.x = 0; }, nullptr, kSizes},
+    {[](auto& a) { a.size.y = kNaN; }, nullptr, kSizes},
+    {[](auto& a) { a.max.x = 9; }, kLimits, kLimits},
+    {[](auto& a) { a.max.y = -2; }, kLimits, kLimits},
+    {[](auto& a) { a.max.x = 10; }, nullptr, kLimits},
+    {[](auto& a) { a.max.y = -1; }, nullptr, kLimits},
+    {[](auto& a) { a.max.z = 2; }, kLimits, kLimits},
+    {[](auto& a) { a.min.x = kNaN; }, kLimits, kLimits},
+    {[](auto& a) { a.max.x = 30010, a.max.y = 20001; }, nullptr, TOO_LARGE("100010000")},
+    {[](auto& a) { a.max.x = 3e9, a.max.y = 3e9; }, nullptr, TOO_LARGE("2147483647")},
+    {[](auto& a) { a.max.x = kInfinity; }, nullptr, TOO_LARGE("2147483647")},
 };
 
-bool create(const ByCount& a, Image& target, cmnalg::ImageType type, unsigned char missingData) {
+bool create(const Arguments& a, Image& target, cmnalg::ImageType type, unsigned char missingData) {
   return createRectificationTarget(a.width, a.min.x, a.max.x, a.height, a.min.y, a.max.y, a.zSteps,
                                    a.min.z, a.max.z, target, type, missingData);
 }
-bool create(const BySize& a, Image& target, cmnalg::ImageType type) {
-  return createRectificationTarget(a.size.x, 0.0, a.max.x, a.size.y, 0.0, a.max.y, a.size.z, 0.0,
-                                   a.max.z, target, type, 1);
+bool createBySize(const Arguments& a, Image& target, cmnalg::ImageType type) {
+  return createRectificationTarget(a.size.x, a.min.x, a.max.x, a.size.y, a.min.y, a.max.y, a.size.z,
+                                   a.min.z, a.max.z, target, type, 1);
 }
 
 TEST(RectificationTarget, RefusesInOrder) {
-  expectChecksInOrder(kByCount, [](ByCount& a) {
-    Image target;
-    return create(a, target, cmnalg::IMAGE_TYPE_UINT16, 1);
-  });
-  expectChecksInOrder(kBySize, [](BySize& a) {
-    Image target;
-    return create(a, target, cmnalg::IMAGE_TYPE_UINT16);
-  });
+  Image target;
+  for (const auto text : {&test::Check<Arguments>::text, &test::Check<Arguments>::other}) {
+    const bool byCount = text == &test::Check<Arguments>::text;
+    const auto call = [&](Arguments& a) {
+      return byCount ? create(a, target, cmnalg::IMAGE_TYPE_UINT16, 1)
+                     : createBySize(a, target, cmnalg::IMAGE_TYPE_UINT16);
+    };
+    expectChecksInOrder(kChecks, call, text);
+  }
 }
 
 TEST(RectificationTarget, DescribesTheGrid) {
   Image target(cmnalg::IMAGE_TYPE_UINT16, 3, 5, Image::s_defaultImageAllocator);
   target.SetPixel(2, 4, 7);
-  ASSERT_TRUE(create(ByCount(), target, cmnalg::IMAGE_TYPE_UINT16, 1));
+  ASSERT_TRUE(create({}, target, cmnalg::IMAGE_TYPE_UINT16, 1));
   EXPECT_EQ(target.GetPixel(2, 4), 0);
   EXPECT_EQ(target.PixelSize, (Vec<3, double>{5.0, 0.5, 0.2}));
   EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0 - 0.2}));
   EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::MissingData);
-  ASSERT_TRUE(create(ByCount{2, 1, 2}, target, cmnalg::IMAGE_TYPE_FLOAT32, 0));
+  ASSERT_TRUE(create({2, 1, 2}, target, cmnalg::IMAGE_TYPE_FLOAT32, 0));
   EXPECT_EQ(target.PixelSize, (Vec<3, double>{10.0, 1.0, 2.0}));
   EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0}));
   EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::Default);
 
-  ASSERT_TRUE(create(BySize{{3, 2, 0}, {10, 5, 16383}}, target, cmnalg::IMAGE_TYPE_UINT16));
+  ASSERT_TRUE(createBySize({0, 0, 0, {3, 2, 0}, {0, 0, 0}, {10, 5, 16383}}, target,
+                           cmnalg::IMAGE_TYPE_UINT16));
   EXPECT_EQ(target.GetWidth(), 4);
   EXPECT_EQ(target.GetHeight(), 3);
   EXPECT_EQ(target.PixelSize, (Vec<3, double>{3.0, 2.0, 1.0}));
   EXPECT_EQ(target.Origin, (Vec<3, double>{0.0, 0.0, -1.0}));
-  EXPECT_TRUE(create(BySize{{1, 1, 1}, {1e4, 1e4, 1}}, target, cmnalg::IMAGE_TYPE_UINT8));
+  EXPECT_TRUE(createBySize({0, 0, 0, {1, 1, 1}, {0, 0, 0}, {1e4, 1e4, 1}}, target,
+                           cmnalg::IMAGE_TYPE_UINT8));
 }
 
 }  // namespace

@@ -7,19 +7,19 @@
 #include <limits>
 #include <vector>
 
-#include "planex/api/planex.h"
-#include "planex/api/registries.h"
 #include "planex/foundation/matrix_inverse.h"
 #include "planex/model/calibrated_bounds.h"
 #include "planex/model/calibration_model.h"
 #include "planex/model/homography.h"
 #include "planex/model/lens_polynomial.h"
 #include "planex/model/model_checks.h"
+#include "planex/model/outline_sampling.h"
 #include "planex/model/point_mapping.h"
 #include "planex/model/pose.h"
 #include "planex/model/shape_mapping.h"
 #include "planex/model/sheet_curve.h"
 #include "planex/model/skewed_pose.h"
+#include "planex/model/world_bounds.h"
 #include "tests/support/model_builders.h"
 #include "tests/support/property.h"
 #include "tests/support/reference.h"
@@ -130,18 +130,14 @@ class MappingPlay {
   }
 
   void Run() {
-    switch (source_.Between(0, 7)) {
+    switch (source_.Between(0, 4)) {
       case 0:
-      case 1:
         return MapPoints<double>();
-      case 2:
-      case 3:
+      case 1:
         return MapPoints<float>();
-      case 4:
+      case 2:
         return MapShapes();
-      case 5:
-        return ImageBounds();
-      case 6:
+      case 3:
         return WorldBounds();
       default:
         return SensorBounds();
@@ -208,75 +204,33 @@ class MappingPlay {
     }
   }
 
-  /// Shapes are the points along them, which a mapping from a system to itself shows.
+  /// Shapes are the points along them.
   void MapShapes() {
     const int n = source_.Between(-1, 6);
     const double y[] = {source_.Real(), test::drawScale(source_)};
     const auto real = [this] { return source_.Real(); };
     const auto box = Box::FromCorners({real(), real(), real()}, {real(), real(), real()});
-    const cmnalg::shape::Rectangle rectangle{{real(), real()}, real(), real(), real()};
     Points<3, double> points(1);
+    Points<3, double> want = points;
     const bool mapped =
         test::tries([&] { return planex::mapBox(model_, box, points, from_, to_, y[0], y[1], n); });
     log_.CheckRefusal(mapped);
-    Vec<3, double> min{1, 2, 3};
-    Vec<3, double> max{4, 5, 6};
-    Box bounds = box;
-    CHECK_HOLDS(planex::mapBox(model_, box, min, max, from_, to_, y[0], y[1], n) == mapped);
-    CHECK_HOLDS(planex::mapBox(model_, box, bounds, from_, to_, y[0], y[1], n) == mapped);
-    log_.Clear();
-    cmnalg::shape::Polyline outline;
+    if (mapped) {
+      CHECK_HOLDS(planex::sampleBox(box, n, want));
+      CHECK_HOLDS(planex::mapPoints<double>(model_, want, want, from_, to_, y[0], y[1]));
+    }
+    CHECK_ALWAYS(same(points, want));
+
+    const cmnalg::shape::Rectangle rectangle{{real(), real()}, real(), real(), real()};
+    cmnalg::shape::Polyline outline, line;
     const bool outlined = test::tries(
         [&] { return planex::mapRectangle(model_, rectangle, outline, from_, to_, n); });
     log_.CheckRefusal(outlined);
-    cmnalg::shape::Rectangle area = rectangle;
-    CHECK_HOLDS(planex::mapRectangle(model_, area, area, from_, to_, n) == outlined);
-
-    Vec<3, double> low{1, 2, 3};
-    Vec<3, double> high{4, 5, 6};
-    Points<3, double> want(1);
-    if (mapped) {
-      CHECK_HOLDS(planex::mapBox(test::plainModel(), box, want, to_, to_, 0, 1, n));
-      CHECK_HOLDS(planex::mapPoints<double>(model_, want, want, from_, to_, y[0], y[1]));
-      low = high = want[0];
-      for (const Vec<3, double>& p : want) {
-        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-      }
-    }
-    CHECK_HOLDS(same(points, want) && same(min, low) && same(max, high));
-    CHECK_HOLDS(same(bounds.Size, mapped ? Box::FromCorners(low, high).Size : box.Size));
-    cmnalg::shape::Polyline line;
     if (outlined) {
-      CHECK_HOLDS(planex::mapRectangle(test::plainModel(), rectangle, line, to_, to_, n));
+      CHECK_HOLDS(planex::sampleRectangle(rectangle, n, line.Points));
       CHECK_HOLDS(planex::mapPoints<double>(model_, line.Points, line.Points, from_, to_));
     }
-    CHECK_HOLDS(same(outline.Points, line.Points));
-    CHECK_HOLDS(
-        test::sameBits(area.Width, outlined ? line.GetBoundingBox().Width : rectangle.Width));
-    CHECK_HOLDS(outlined || (std::isnan(area.Center.x) && std::isnan(area.Center.y)));
-  }
-
-  /// Of an image: of the box from its first to its last pixel.
-  void ImageBounds() {
-    const int size[] = {source_.Between(0, 9), source_.Between(0, 9)};
-    cmnalg::Image image(cmnalg::IMAGE_TYPE_UINT8, size[0], size[1],
-                        cmnalg::Image::s_defaultImageAllocator);
-    image.PixelSize = {source_.Real(), source_.Real(), source_.Real()};
-    image.Origin = {source_.Real(), source_.Real(), source_.Real()};
-    const double z[] = {source_.Real(), source_.Real()};
-    const int n = source_.Between(0, 3);
-    const auto box = Box::FromCorners({image.Origin.x, image.Origin.y, z[0]},
-                                      {image.Origin.x + (size[0] - 1.0) * image.PixelSize.x,
-                                       image.Origin.y + (size[1] - 1.0) * image.PixelSize.y, z[1]});
-    Vec<3, double> min[2] = {{1, 2, 3}, {1, 2, 3}};
-    Vec<3, double> max[2] = {{4, 5, 6}, {4, 5, 6}};
-    const bool done =
-        planex::calculateImageBounds(model_, image, z[0], z[1], min[0], max[0], from_, to_, n);
-    log_.CheckRefusal(done);
-    const bool mapped =
-        !(z[0] > z[1]) && planex::mapBox(model_, box, min[1], max[1], from_, to_, 0, 1, n);
-    CHECK_HOLDS(done == mapped && same(min[0], min[1]) && same(max[0], max[1]));
+    CHECK_ALWAYS(same(outline.Points, line.Points));
   }
 
   /// The bounds of pixels that are mapped one by one, and the line of distances over Z.
@@ -313,32 +267,24 @@ class MappingPlay {
 
   /// Of what range images can show.
   void WorldBounds() {
-    model_ = CalibrationModel(model_);  // without padding, as the interface's copy
-    const ImageSize size = {static_cast<std::uint16_t>(source_.Between(0, 40)),
-                            static_cast<std::uint16_t>(source_.Between(1, 9))};
-    SensorTraits t = {source_.Between(-8, 8) / 4.0,
-                      source_.Between(0, 255) * 2.0,
-                      source_.Between(-1, 9) / 4.0,
-                      source_.Between(0, 255) * 2.0,
-                      100,
-                      200};
-    if (source_.Between(0, 7) == 0) t.originX = source_.Real();
+    const int columns = source_.Between(0, 40);
+    planex::SensorRegion t{source_.Between(-8, 8) / 4.0,
+                           source_.Between(0, 255) * 2.0,
+                           source_.Between(-1, 9) / 4.0,
+                           source_.Between(0, 255) * 2.0,
+                           100,
+                           200};
     if (source_.Between(0, 7) == 0) t.scaleZ = source_.Real();
-    const auto inside = [](double origin, int extent, double scale, int limit) {
-      const double end = origin + (scale > 0 ? extent : scale < 0 ? -extent : 0);
-      return origin >= 0 && origin <= limit && end >= 0 && end <= limit;
-    };
-    const bool onSensor = inside(t.originX, t.width, t.scaleX, model_.SensorSize.x) &&
-                          inside(t.originZ, t.height, t.scaleZ, model_.SensorSize.y);
-    const double largest = t.height / std::abs(t.scaleZ) - 1;
+    const bool onSensor = isOnSensor(model_, t);
+    const double largest = lastRangeValue(t);
     const bool valid = std::isfinite(largest) && std::trunc(largest) <= 16777216;
     if (valid && largest > 1e5) return;  // takes long
 
     Outline outline(model_, System::Calibrated, INFINITY);
-    const double last = size.width - 1.0;
+    const double last = columns - 1.0;
     const auto at = [&](double column) { return t.scaleX * column + t.originX; };
     outline.Map(NAN, NAN);  // a model is refused without any sample, too
-    for (int i = 0; onSensor && valid && i < size.width; ++i) {
+    for (int i = 0; onSensor && valid && i < columns; ++i) {
       outline.Map(at(i), t.scaleZ * 1 + t.originZ);
       outline.Map(at(i), t.scaleZ * largest + t.originZ);
     }
@@ -346,30 +292,30 @@ class MappingPlay {
       outline.AddRow(at(0), at(last), at(last * 0.5), t.scaleZ * i + t.originZ, last);
     }
     outline.mapped = outline.mapped && isCalibrated(model_.CurrentState);
-    WorldRangeTraits box{};
-    SplatSettings splat{};
-    std::uint32_t handle = tavik::planex::models().insert(model_);
-    log_.Clear();
-    const bool done =
-        test::tries([&] { return calculateCalibrationBounds(handle, t, size, &box, &splat); });
-    log_.CheckCall(done);
-    CHECK_HOLDS(destroyModel(&handle));
-    CHECK_HOLDS(done == (onSensor && valid && outline.mapped));
-    if (!done) return;
-    CHECK_HOLDS(box.xMin == outline.low.x && box.xMax == outline.high.x && box.yMin == 0);
-    CHECK_HOLDS(box.zMin == outline.low.y && box.zMax == outline.high.y);
-    CHECK_HOLDS(box.yMax == size.height - 1);
-    CHECK_HOLDS(same({splat.splatA, splat.splatB}, outline.Line(2, last)));
+    using Result = planex::WorldBoundsResult;
+    planex::WorldBounds got;
+    Result result = Result::NotMappable;
+    test::tries([&] {
+      result = planex::calculateWorldBounds(model_, t, columns, got);
+      return true;
+    });
+    CHECK_HOLDS(result == (!onSensor        ? Result::OutsideSensor
+                           : !valid         ? Result::InvalidRangeValues
+                           : outline.mapped ? Result::Calculated
+                                            : Result::NotMappable));
+    if (result != Result::Calculated) return;
+    CHECK_HOLDS(got.x.min == outline.low.x && got.x.max == outline.high.x);
+    CHECK_HOLDS(got.z.min == outline.low.y && got.z.max == outline.high.y);
+    CHECK_HOLDS(same(got.lateralSpacing, outline.Line(2, last)));
   }
 
   /// Of a part of the sensor, and of the whole of it.
   void SensorBounds() {
     const bool whole = source_.Flip();
-    const Vec<2, double> first =
-        whole ? Vec<2, double>{} : Vec<2, double>{source_.Real(), source_.Real()};
-    const Vec<2, double> last =
-        whole ? Vec<2, double>{model_.SensorSize.x - 1.0, model_.SensorSize.y - 1.0}
-              : Vec<2, double>{source_.Real(), source_.Real()};
+    Vec<2, double> first{};
+    Vec<2, double> last{model_.SensorSize.x - 1.0, model_.SensorSize.y - 1.0};
+    if (!whole) first = {source_.Real(), source_.Real()};
+    if (!whole) last = {source_.Real(), source_.Real()};
     const bool aligned = source_.Flip();
     Outline outline(model_, aligned ? System::Aligned : System::Calibrated,
                     std::numeric_limits<double>::max());
@@ -379,8 +325,7 @@ class MappingPlay {
     const double columns = last.x - first.x;
     for (int i = 0; i < 20; ++i) {
       outline.AddRow(first.x, last.x, (first.x + last.x) / 2, at(first.y, last.y, i), columns);
-    }
-    for (int i = 1; i < 19; ++i) {
+      if (i % 19 == 0) continue;
       outline.Map(at(first.x, last.x, i), first.y);
       outline.Map(at(first.x, last.x, i), last.y);
     }
