@@ -62,20 +62,13 @@ class Samples {
 /// Calls body with a value of a drawn pixel type.
 template <typename Body>
 void withPixelType(ByteSource& source, Body&& body) {
-  switch (source.Between(0, 5)) {
-    case 0:
-      return body(std::uint8_t{});
-    case 1:
-      return body(std::uint16_t{});
-    case 2:
-      return body(std::uint32_t{});
-    case 3:
-      return body(std::uint64_t{});
-    case 4:
-      return body(float{});
-    default:
-      return body(double{});
-  }
+  const int type = source.Between(0, 5);
+  if (type == 0) body(std::uint8_t{});
+  if (type == 1) body(std::uint16_t{});
+  if (type == 2) body(std::uint32_t{});
+  if (type == 3) body(std::uint64_t{});
+  if (type == 4) body(float{});
+  if (type == 5) body(double{});
 }
 
 /// An image in memory that ends with its last pixel.
