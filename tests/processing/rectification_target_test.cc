@@ -69,22 +69,20 @@ TEST(RectificationTarget, RefusesInOrder) {
 TEST(RectificationTarget, DescribesTheGrid) {
   Image target(cmnalg::IMAGE_TYPE_UINT16, 3, 5, Image::s_defaultImageAllocator);
   target.SetPixel(2, 4, 7);
+  const auto expectGrid = [&](Vec<3, double> pixelSize, Vec<3, double> origin, bool missing) {
+    EXPECT_EQ(target.PixelSize, pixelSize);
+    EXPECT_EQ(target.Origin, origin);
+    EXPECT_EQ(target.HandleZeroPixels == cmnalg::ZeroPixels::MissingData, missing);
+  };
   ASSERT_TRUE(create({}, target, cmnalg::IMAGE_TYPE_UINT16, 1));
   EXPECT_EQ(target.GetPixel(2, 4), 0);
-  EXPECT_EQ(target.PixelSize, (Vec<3, double>{5.0, 0.5, 0.2}));
-  EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0 - 0.2}));
-  EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::MissingData);
+  expectGrid({5, 0.5, 0.2}, {10, -1, 2 - 0.2}, true);
   ASSERT_TRUE(create({2, 1, 2}, target, cmnalg::IMAGE_TYPE_FLOAT32, 0));
-  EXPECT_EQ(target.PixelSize, (Vec<3, double>{10.0, 1.0, 2.0}));
-  EXPECT_EQ(target.Origin, (Vec<3, double>{10.0, -1.0, 2.0}));
-  EXPECT_EQ(target.HandleZeroPixels, cmnalg::ZeroPixels::Default);
-
+  expectGrid({10, 1, 2}, {10, -1, 2}, false);
   ASSERT_TRUE(createBySize({0, 0, 0, {3, 2, 0}, {0, 0, 0}, {10, 5, 16383}}, target,
                            cmnalg::IMAGE_TYPE_UINT16));
-  EXPECT_EQ(target.GetWidth(), 4);
-  EXPECT_EQ(target.GetHeight(), 3);
-  EXPECT_EQ(target.PixelSize, (Vec<3, double>{3.0, 2.0, 1.0}));
-  EXPECT_EQ(target.Origin, (Vec<3, double>{0.0, 0.0, -1.0}));
+  EXPECT_TRUE(target.GetWidth() == 4 && target.GetHeight() == 3);
+  expectGrid({3, 2, 1}, {0, 0, -1}, true);
   EXPECT_TRUE(createBySize({0, 0, 0, {1, 1, 1}, {0, 0, 0}, {1e4, 1e4, 1}}, target,
                            cmnalg::IMAGE_TYPE_UINT8));
 }
