@@ -6,23 +6,22 @@
 #include <cmath>
 #include <limits>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "planex/api/planex.h"
-#include "tests/support/byte_source.h"
 #include "tests/support/model_documents.h"
 #include "tests/support/property.h"
 
 namespace {
 
 constexpr std::uint64_t kMaxPixels = 2048;
-constexpr std::uint64_t kLargestImage = std::numeric_limits<std::int32_t>::max();
 constexpr double kMaxRangeCount = 2048;
 constexpr int kMaxCalls = 48;
-constexpr std::uint32_t kFormats[] = {PLANEX_PIXEL_FORMAT_MONO8, PLANEX_PIXEL_FORMAT_MONO16,
-                                      PLANEX_PIXEL_FORMAT_COORD3D_C16, 0, 0xffffffff};
+constexpr std::uint32_t kMono8 = PLANEX_PIXEL_FORMAT_MONO8, kMono16 = PLANEX_PIXEL_FORMAT_MONO16;
+/// Filters refer to up to three that follow each other.
+constexpr std::uint32_t kFormats[] = {
+    kMono8, kMono16, kMono8, kMono8, kMono16, kMono16, PLANEX_PIXEL_FORMAT_COORD3D_C16, 0};
 
 const std::string kDocuments[] = {
     test::with(test::plainModelDocument(), R"("x": 640, "y": 480)", R"("x": 65535, "y": 65535)"),
@@ -31,43 +30,16 @@ const std::string kDocuments[] = {
     test::with(test::with(test::kModelDocument, "1000.0", "0"), "LensCenter", "Other"),
     "SensorSize 0 0", "{}", ""};
 
-/// The objects of one kind as the interface must know them, each with what a test needs to use it.
-template <typename Info>
-class Handles {
- public:
-  void Add(std::uint32_t handle, Info info) {
-    CHECK_ALWAYS(last_ == 0 || handle == last_ + 1);
-    CHECK_ALWAYS(!IsFull());
-    last_ = handle;
-    live_.emplace(handle, std::move(info));
-  }
-  /// Null when no such object lives.
-  const Info* Find(std::uint32_t handle) const {
-    const auto found = live_.find(handle);
-    return found == live_.end() ? nullptr : &found->second;
-  }
-  bool IsFull() const { return live_.size() == 256; }
-  void Remove(std::uint32_t handle) { CHECK_ALWAYS(live_.erase(handle) == 1); }
-  void Clear() { live_.clear(); }
-
-  /// Mostly the last one, or one before it, or the one that comes next.
-  std::uint32_t Choose(test::ByteSource& source) const {
-    const int kind = source.Between(0, 15);
-    if (kind == 0) return source.Count();
-    return last_ + 1 - static_cast<std::uint32_t>(kind < 8 ? 1 : kind % 4);
-  }
-
- private:
-  std::map<std::uint32_t, Info> live_;
-  std::uint32_t last_ = 0;
+/// What a test needs to use a filter.
+struct Object {
+  std::uint64_t pixels = 0, cells = 0;  // of an input, of the grid
+  int firstFormat = 0, images = 0;
 };
 
-struct Model {};
-
-struct Rectification {
-  std::uint64_t inputPixels = 0, cells = 0;
-  std::shared_ptr<std::vector<std::uint32_t>> formats =
-      std::make_shared<std::vector<std::uint32_t>>();  // one for each image
+/// The objects of one kind as the interface must know them.
+struct Handles {
+  std::map<std::uint32_t, Object> live;
+  std::uint32_t last = 0;
 };
 
 using Bytes = std::vector<unsigned char>;
@@ -76,20 +48,15 @@ constexpr unsigned char kUntouched = 0x5a;
 /// A buffer without a byte to spare for so many pixels; one byte for a size that no image can have.
 Bytes pixelBuffer(std::uint64_t pixels, std::size_t bytesPerPixel) {
   const std::size_t size = pixels > kMaxPixels ? 1 : pixels * bytesPerPixel;
-  Bytes bytes;
-  bytes.reserve(std::max<std::size_t>(size, 1));  // never null
-  bytes.resize(size, kUntouched);
-  return bytes;
-}
-
-bool isUntouched(const Bytes& bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](auto b) { return b == kUntouched; });
+  return Bytes(std::max<std::size_t>(size, 1), kUntouched);  // never null
 }
 
 float* floats(Bytes& bytes) { return reinterpret_cast<float*>(bytes.data()); }
 
 /// Whether it is a possible size, for which there must be memory, and more than a test has.
-bool isTooLarge(std::uint64_t pixels) { return pixels > kMaxPixels && pixels <= kLargestImage; }
+bool isTooLarge(std::uint64_t pixels) {
+  return pixels > kMaxPixels && pixels <= std::numeric_limits<std::int32_t>::max();
+}
 
 std::uint64_t pixelsOf(ImageSize size) { return std::uint64_t{size.width} * size.height; }
 
@@ -97,60 +64,49 @@ std::uint64_t pixelsOf(ImageSize size) { return std::uint64_t{size.width} * size
 class Caller {
  public:
   explicit Caller(test::ByteSource source) : source_(source) {
-    destroyAllModels();
-    destroyAllCalibrationFilters();
-    destroyAllRectificationFilters();
+    DestroyAll<destroyAllModels, &Caller::models_>();
+    DestroyAll<destroyAllCalibrationFilters, &Caller::calibrations_>();
+    DestroyAll<destroyAllRectificationFilters, &Caller::rectifications_>();
   }
 
   void Run() {
-    for (int i = 0; i < kMaxCalls && !source_.IsEmpty(); ++i) CallOne();
+    constexpr void (Caller::*kCalls[])() = {
+        &Caller::CreateModel,
+        &Caller::CreateModel,
+        &Caller::Export,
+        &Caller::Destroy<destroyModel, &Caller::models_>,
+        &Caller::CreateCalibrationFilter,
+        &Caller::CreateCalibrationFilter,
+        &Caller::Destroy<destroyCalibrationFilter, &Caller::calibrations_>,
+        &Caller::Calibrate,
+        &Caller::Calibrate,
+        &Caller::Bounds,
+        &Caller::CreateRectificationFilter,
+        &Caller::CreateRectificationFilter,
+        &Caller::Destroy<destroyRectificationFilter, &Caller::rectifications_>,
+        &Caller::Rectify,
+        &Caller::Rectify,
+        &Caller::Rare,
+    };
+    for (int i = 0; i < kMaxCalls && !source_.IsEmpty(); ++i) (this->*source_.OneOf(kCalls))();
   }
 
  private:
-  void CallOne() {
-    switch (source_.Between(0, 15)) {
-      case 0:
-      case 1:
-        return CreateModel(source_.OneOf(kDocuments));
-      case 2:
-        return Export();
-      case 3:
-        return Destroy(destroyModel, models_);
-      case 4:
-      case 5:
-        return CreateCalibrationFilter();
-      case 6:
-        return Destroy(destroyCalibrationFilter, calibrations_);
-      case 7:
-      case 8:
-        return Calibrate();
-      case 9:
-        return Bounds();
-      case 10:
-      case 11:
-        return CreateRectificationFilter();
-      case 12:
-        return Destroy(destroyRectificationFilter, rectifications_);
-      case 13:
-      case 14:
-        return Rectify();
-      default:
-        return Rare();
-    }
+  void Rare() {
+    constexpr void (Caller::*kCalls[])() = {
+        &Caller::DestroyAll<destroyAllModels, &Caller::models_>,
+        &Caller::DestroyAll<destroyAllCalibrationFilters, &Caller::calibrations_>,
+        &Caller::DestroyAll<destroyAllRectificationFilters, &Caller::rectifications_>,
+        &Caller::OpenNoFile,
+    };
+    (this->*source_.OneOf(kCalls))();
   }
 
-  /// What a call may do when memory fails, which it does in calls alone.
-  enum class WithoutMemory { MayThrow, Refuses };
-
+  /// A call of the library, which alone may run out of memory; one that must not throw even then
+  /// is noexcept.
   template <typename Call>
-  bool Do(WithoutMemory way, Call call) {
-    bool done = false;
-    try {
-      const test::MayFail yes(true);
-      done = call();
-    } catch (const std::bad_alloc&) {
-      CHECK_ALWAYS(test::MemoryFaults::struck && way == WithoutMemory::MayThrow);
-    }
+  bool Do(Call call) {
+    const bool done = test::tries(call);
     log_.CheckCall(done);
     return done;
   }
@@ -161,52 +117,64 @@ class Caller {
     return source_.Between(0, 15) == 0 ? nullptr : pointer;
   }
 
-  void FillBytes(Bytes& bytes) {
-    const std::string text = source_.Text(std::min<std::size_t>(bytes.size(), 32));
-    for (std::size_t i = 0; i < bytes.size() && !text.empty(); ++i) {
-      bytes[i] = static_cast<unsigned char>(text[i % text.size()]);
-    }
+  static Object Known(const Handles& handles, std::uint32_t handle) {
+    const auto found = handles.live.find(handle);
+    return found == handles.live.end() ? Object() : found->second;
   }
-  /// Two values of any kind among those of the grid.
-  void FillFloats(Bytes& bytes) {
-    float* const values = floats(bytes);
-    const std::size_t count = bytes.size() / sizeof(float);
-    for (std::size_t i = 0; i < count; ++i) values[i] = static_cast<float>(i % 10);
-    for (const std::size_t i : {count / 3, count / 2}) {
-      if (i < count) values[i] = source_.Raw<float>();
+
+  /// Mostly the last one, or one before it, or the one that comes next.
+  std::uint32_t Choose(const Handles& handles) {
+    const int kind = source_.Between(0, 15);
+    if (kind == 0) return source_.Count();
+    return handles.last + 1 - static_cast<std::uint32_t>(kind < 8 ? 1 : kind % 4);
+  }
+
+  template <typename Call>
+  void Create(Handles& handles, const Object& object, Call call) {
+    uint32_t handle = 77;
+    uint32_t* const out = OrNull(&handle);
+    if (Do([&] { return call(out); })) {
+      CHECK_ALWAYS(handles.last == 0 || handle == handles.last + 1);
+      handles.last = handle;
+      handles.live[handle] = object;
+    } else {
+      CHECK_ALWAYS(handle == 77 || (handle == 0 && out != nullptr));
     }
   }
 
-  void CreateModel(const std::string& document) {
-    uint32_t handle = 77;
-    uint32_t* const out = OrNull(&handle);
-    const char* const text = OrNull(document.c_str());
-    if (Do(WithoutMemory::MayThrow, [&] { return createModelFromJson(text, out); })) {
-      models_.Add(handle, {});
-    } else {
-      CHECK_ALWAYS(handle == (out == nullptr ? 77u : 0u));
-    }
+  template <bool (*kDestroy)(uint32_t*), Handles Caller::*kHandles>
+  void Destroy() {
+    const uint32_t handle = Choose(this->*kHandles);
+    uint32_t variable = handle;
+    uint32_t* const out = OrNull(&variable);
+    const bool done = Do([&]() noexcept { return kDestroy(out); });
+    const bool erased = out != nullptr && (this->*kHandles).live.erase(handle) == 1;
+    CHECK_ALWAYS(done == (erased || out == nullptr));
+    CHECK_ALWAYS(variable == (erased ? 0 : handle));
+  }
+
+  template <void (*kDestroyAll)(), Handles Caller::*kHandles>
+  void DestroyAll() {
+    kDestroyAll();
+    (this->*kHandles).live.clear();
+  }
+
+  void CreateModel() {
+    const char* const text = OrNull(source_.OneOf(kDocuments).c_str());
+    Create(models_, {}, [&](uint32_t* out) { return createModelFromJson(text, out); });
+  }
+
+  void OpenNoFile() {
+    CHECK_ALWAYS(!Do([] { return createModelFromFilePath("/dev/null", nullptr); }));
   }
 
   void Export() {
-    const uint32_t handle = models_.Choose(source_);
+    const uint32_t handle = Choose(models_);
     Bytes text(static_cast<std::size_t>(source_.Between(0, 15)) * 256, kUntouched);
+    const Bytes before = text;
     char* const out = OrNull(reinterpret_cast<char*>(text.data()));
-    const bool done =
-        Do(WithoutMemory::MayThrow, [&] { return createJsonFromModel(handle, out, text.size()); });
-    CHECK_ALWAYS(!done || (out != nullptr && models_.Find(handle) != nullptr));
-    CHECK_ALWAYS(done || isUntouched(text));
-  }
-
-  template <typename Info>
-  void Destroy(bool (*destroy)(uint32_t*), Handles<Info>& handles) {
-    const uint32_t handle = handles.Choose(source_);
-    uint32_t variable = handle;
-    uint32_t* const out = OrNull(&variable);
-    const bool done = Do(WithoutMemory::Refuses, [&] { return destroy(out); });
-    CHECK_ALWAYS(done == (out == nullptr || handles.Find(handle) != nullptr));
-    CHECK_ALWAYS(variable == (done && out != nullptr ? 0 : handle));
-    if (done && out != nullptr) handles.Remove(handle);
+    const bool done = Do([&] { return createJsonFromModel(handle, out, text.size()); });
+    CHECK_ALWAYS(done ? models_.live.count(handle) == 1 : text == before);
   }
 
   SensorTraits Traits() {
@@ -227,40 +195,42 @@ class Caller {
   }
 
   void CreateCalibrationFilter() {
-    const uint32_t model = models_.Choose(source_);
+    const uint32_t model = Choose(models_);
     const SensorTraits traits = Traits();
     const ImageSize size = Size();
     const uint32_t format = source_.OneOf(kFormats);
-    uint32_t handle = 77;
-    uint32_t* const out = OrNull(&handle);
-    if (Do(WithoutMemory::MayThrow,
-           [&] { return createCalibrationFilter(model, traits, size, format, out); })) {
-      CHECK_ALWAYS(models_.Find(model) != nullptr);
-      calibrations_.Add(handle, pixelsOf(size));
-    } else {
-      CHECK_HOLDS(handle == 77 || (handle == 0 && calibrations_.IsFull()));
+    Create(calibrations_, {pixelsOf(size)}, [&](uint32_t* out) {
+      return createCalibrationFilter(model, traits, size, format, out);
+    });
+  }
+
+  /// A buffer of few values, over and over.
+  Bytes Filled(std::uint64_t pixels, std::size_t bytesPerPixel) {
+    Bytes bytes = pixelBuffer(pixels, bytesPerPixel);
+    const std::string text = source_.Text(std::min<std::size_t>(bytes.size(), 32));
+    for (std::size_t i = 0; i < bytes.size() && !text.empty(); ++i) {
+      bytes[i] = static_cast<unsigned char>(text[i % text.size()]);
     }
+    return bytes;
   }
 
   void Calibrate() {
-    const uint32_t filter = calibrations_.Choose(source_);
-    const std::uint64_t* const pixels = calibrations_.Find(filter);
-    Bytes range = pixelBuffer(pixels == nullptr ? 0 : *pixels, 2);
-    Bytes x = pixelBuffer(pixels == nullptr ? 0 : *pixels, 4);
+    const uint32_t filter = Choose(calibrations_);
+    const std::uint64_t pixels = Known(calibrations_, filter).pixels;
+    Bytes range = Filled(pixels, 2);
+    Bytes x = pixelBuffer(pixels, 4);
     Bytes z = x;
-    FillBytes(range);
+    const Bytes before = x;
     const void* const in = OrNull(static_cast<void*>(range.data()));
     float* const outX = OrNull(floats(x));
     float* const outZ = source_.Between(0, 15) == 0 ? outX : OrNull(floats(z));
-    const bool done =
-        Do(WithoutMemory::MayThrow, [&] { return applyCalibration(filter, in, outX, outZ); });
-    const bool complete = in != nullptr && outX != nullptr && outZ != nullptr;
-    CHECK_ALWAYS(!done || (complete && pixels != nullptr && *pixels <= kMaxPixels));
-    CHECK_ALWAYS(done || (isUntouched(x) && isUntouched(z)));
+    const bool done = Do([&] { return applyCalibration(filter, in, outX, outZ); });
+    CHECK_ALWAYS(done ? calibrations_.live.count(filter) == 1 && pixels <= kMaxPixels
+                      : x == before && z == before);
   }
 
   void Bounds() {
-    const uint32_t model = models_.Choose(source_);
+    const uint32_t model = Choose(models_);
     SensorTraits traits = Traits();
     // Millions of samples are worked through as asked; here that would only be slow.
     const double count = traits.height / std::abs(traits.scaleZ);
@@ -271,11 +241,10 @@ class Caller {
     const ImageSize size = Size();
     WorldRangeTraits* const outBox = OrNull(&box);
     SplatSettings* const outSplat = OrNull(&splat);
-    const bool done = Do(WithoutMemory::MayThrow, [&] {
-      return calculateCalibrationBounds(model, traits, size, outBox, outSplat);
-    });
-    CHECK_ALWAYS(!done || models_.Find(model) != nullptr);
-    CHECK_ALWAYS(done || test::bytesOf(box) + test::bytesOf(splat) == before);
+    const bool done =
+        Do([&] { return calculateCalibrationBounds(model, traits, size, outBox, outSplat); });
+    CHECK_ALWAYS(done ? models_.live.count(model) == 1
+                      : test::bytesOf(box) + test::bytesOf(splat) == before);
     if (!done) return;
     CHECK_ALWAYS(box.xCount == size.width && box.yCount == size.height && box.zLevels == 65536);
     CHECK_ALWAYS(splat.splatC == 1);
@@ -299,96 +268,61 @@ class Caller {
     const ImageSize size = Size();
     const WorldRangeTraits grid = Grid(size);
     CHECK_ALWAYS(test::sameBits(rangeTraitsToTransform(grid).originX, grid.xMin));
-    Rectification filter = {pixelsOf(size), std::uint64_t{grid.xCount} * grid.yCount};
-    for (int i = source_.Between(0, 3); i > 0; --i) {
-      filter.formats->push_back(source_.OneOf(kFormats));
-    }
-    const std::uint32_t* const formats = OrNull(filter.formats->data());
+    const Object filter = {pixelsOf(size), std::uint64_t{grid.xCount} * grid.yCount,
+                           source_.Between(0, 5), source_.Between(0, 3)};
+    const std::uint32_t* const formats = OrNull(&kFormats[filter.firstFormat]);
     const SplatSettings splat = {source_.Real(), source_.Real(), source_.Real()};
-    const std::uint64_t countBits = source_.Flip() ? std::uint64_t{1} << 32 : 0;
-    uint32_t handle = 77;
-    uint32_t* const out = OrNull(&handle);
-    const auto mode =
-        source_.Between(0, 6) == 6 ? source_.Count() : static_cast<uint32_t>(source_.Between(0, 4));
+    const auto mode = static_cast<uint32_t>(source_.Between(0, 5));
     const auto missing = source_.Raw<float>();
-    const bool done = Do(WithoutMemory::MayThrow, [&] {
-      return createRectificationFilter(mode, grid, size, countBits + filter.formats->size(),
+    Create(rectifications_, filter, [&](uint32_t* out) {
+      return createRectificationFilter(mode, grid, size, static_cast<uint64_t>(filter.images),
                                        formats, splat, missing, out);
     });
-    CHECK_HOLDS(done == (out != nullptr && !rectifications_.IsFull()));
-    CHECK_ALWAYS(done || handle == (out == nullptr ? 77u : 0u));
-    if (done) rectifications_.Add(handle, std::move(filter));
+  }
+
+  /// Values on the grid, but for two.
+  Bytes Points(std::uint64_t pixels) {
+    Bytes bytes = pixelBuffer(pixels, sizeof(float));
+    const std::size_t count = bytes.size() / sizeof(float);
+    for (std::size_t i = 0; i < count; ++i) {
+      floats(bytes)[i] =
+          i == count / 3 || i == count / 2 ? source_.Raw<float>() : static_cast<float>(i % 10);
+    }
+    return bytes;
   }
 
   void Rectify() {
-    const uint32_t handle = rectifications_.Choose(source_);
-    const Rectification* const found = rectifications_.Find(handle);
-    const Rectification filter = found != nullptr ? *found : Rectification();
-    Bytes x = pixelBuffer(filter.inputPixels, 4);
-    Bytes z = x;
-    FillFloats(x);
-    FillFloats(z);
-    std::vector<Bytes> images;
-    std::vector<const void*> inputs;
-    for (const std::uint32_t format : *filter.formats) {
-      images.push_back(
-          pixelBuffer(filter.inputPixels, format == PLANEX_PIXEL_FORMAT_MONO16 ? 2 : 1));
-      FillBytes(images.back());
-      inputs.push_back(OrNull(static_cast<void*>(images.back().data())));
+    const uint32_t handle = Choose(rectifications_);
+    const Object filter = Known(rectifications_, handle);
+    Bytes x = Points(filter.pixels);
+    Bytes z = Points(filter.pixels);
+    Bytes images[3], outputs[3];
+    const void* inputs[3];
+    void* targets[3];
+    for (int i = 0; i < filter.images; ++i) {
+      images[i] = Filled(filter.pixels, kFormats[filter.firstFormat + i] == kMono16 ? 2 : 1);
+      outputs[i] = pixelBuffer(filter.cells, 1);
+      inputs[i] = OrNull(images[i].data());
+      targets[i] = outputs[i].data();
     }
     const float* const inX = OrNull(floats(x));
     const float* const inZ = source_.Between(0, 15) == 0 ? inX : OrNull(floats(z));
-    const void* const* const in = OrNull(inputs.data());
-    const bool overlap = filter.cells == filter.inputPixels && source_.Between(0, 7) == 0;
     Bytes range = pixelBuffer(filter.cells, 4);
-    std::vector<Bytes> outputs(images.size(), pixelBuffer(filter.cells, 1));
-    std::vector<void*> pointers;
-    for (Bytes& output : outputs) pointers.push_back(output.data());
-    if (overlap && !pointers.empty()) pointers[0] = x.data();
-    const Bytes zBefore = z;
+    // Over an input, where both have the same size.
+    const bool overlap = filter.cells == filter.pixels && source_.Between(0, 7) == 0;
+    if (overlap) targets[0] = x.data();
     float* const outRange = overlap ? floats(z) : OrNull(floats(range));
-    void* const* const out = OrNull(pointers.data());
+    const Bytes before = z, rangeBefore = range;
     const bool done =
-        Do(WithoutMemory::Refuses, [&] { return rectify(handle, inX, inZ, in, outRange, out); });
-    CHECK_ALWAYS(!done || (found != nullptr && outRange != nullptr && filter.cells <= kMaxPixels));
-    CHECK_ALWAYS(done || (isUntouched(range) && z == zBefore));
-  }
-
-  void Rare() {
-    switch (source_.Between(0, 4)) {
-      case 0:
-        destroyAllModels();
-        return models_.Clear();
-      case 1:
-        destroyAllCalibrationFilters();
-        return calibrations_.Clear();
-      case 2:
-        destroyAllRectificationFilters();
-        return rectifications_.Clear();
-      case 3: {
-        const char* const paths[] = {nullptr, "", "/", "/dev/null", "/nonexistent"};
-        const char* const path = source_.OneOf(paths);
-        uint32_t handle = 77;
-        uint32_t* const out = OrNull(&handle);
-        CHECK_ALWAYS(
-            !Do(WithoutMemory::MayThrow, [&] { return createModelFromFilePath(path, out); }));
-        CHECK_ALWAYS(handle == 77);
-        return;
-      }
-      default:
-        if (filled_) return;  // once is slow enough
-        filled_ = true;
-        for (int i = 0; i < 260; ++i) CreateModel("SensorSize 0 0");
-    }
+        Do([&]() noexcept { return rectify(handle, inX, inZ, inputs, outRange, targets); });
+    CHECK_ALWAYS(done ? rectifications_.live.count(handle) == 1 && filter.cells <= kMaxPixels
+                      : range == rangeBefore && z == before);
   }
 
   const test::MayFail enough_{false};
   test::ByteSource source_;
   test::CheckedLog log_;
-  bool filled_ = false;
-  Handles<Model> models_;
-  Handles<std::uint64_t> calibrations_;  // pixels of an image
-  Handles<Rectification> rectifications_;
+  Handles models_, calibrations_, rectifications_;
 };
 
 }  // namespace
