@@ -1,16 +1,11 @@
 #!/usr/bin/env bash
-# Usage: exported_symbols_test.sh LIBRARY C_FUNCTIONS CXX_NAMES
+# Usage: exported_symbols_test.sh LIBRARY LISTS...
 # Compares the dynamic symbol table of the library with the lists of C functions and of classes and
 # functions of the class-level interface, and looks at how the library is marked.
 set -euo pipefail
 export LC_ALL=C
-library=$1 c_functions=$2 cxx_names=$3
-
-failures=0
-fail() {
-  printf '%s\n' "$1"
-  failures=$((failures + 1))
-}
+library=$1
+shift
 
 # Reduces mangled names to their namespaces and the class or function in them; what is not mangled
 # stays as it is. Mangled, because a demangled template starts with its return type.
@@ -38,21 +33,16 @@ class_level_names() {
 }
 
 symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_\(IO_\)\?1$')
-names=$(class_level_names <<<"$symbols")
-expected=$(sort -u "$c_functions" "$cxx_names")
-missing=$(comm -23 <(echo "$expected") <(echo "$names"))
-strangers=$(comm -13 <(echo "$expected") <(echo "$names") | c++filt)
-[ -z "$missing" ] || fail "Not exported:"$'\n'"$missing"
-[ -z "$strangers" ] || fail "Exported, but in no list:"$'\n'"$strangers"
+# "<": not exported, ">": exported, but in no list.
+diff <(sort -u "$@") <(class_level_names <<<"$symbols")
 
 # A name of ours may still drag in a type of others.
-foreign=$(c++filt <<<"$symbols" | grep -E 'Eigen::|tavik::|CLI::|fmt::' || true)
-[ -z "$foreign" ] || fail "Foreign types in:"$'\n'"$foreign"
+if c++filt <<<"$symbols" | grep -E 'Eigen::|tavik::|CLI::|fmt::'; then
+  exit 1
+fi
 
 dynamic=$(readelf --dynamic --wide "$library")
 soname=$(basename "$library" | sed 's/\.so.*/.so.1/')
-grep -qF "[$soname]" <<<"$(grep SONAME <<<"$dynamic")" || fail "SONAME is not $soname"
-[ "$soname" != libplanex.so.1 ] || grep -q 'FLAGS_1.*NODELETE' <<<"$dynamic" ||
-  fail "The library can be unloaded"
-
-[ "$failures" -eq 0 ]
+grep -F "[$soname]" <<<"$(grep SONAME <<<"$dynamic")"
+# It cannot be unloaded.
+[ "$soname" != libplanex.so.1 ] || grep 'FLAGS_1.*NODELETE' <<<"$dynamic"

@@ -13,7 +13,6 @@
 #include "planex/api/planex.h"
 #include "planex/infra/logger.h"
 #include "planex/model/calibration_model.h"
-#include "tests/faults/faulty_memory.h"
 #include "tests/support/model_builders.h"
 #include "tests/support/stored_inputs.h"
 
@@ -21,17 +20,22 @@ namespace test {
 namespace {
 
 constexpr long kMostFaults = 100;  // of one kind in one case, spread over its allocations
+constexpr long kForever = std::numeric_limits<long>::max();
 
 /// @return whether the fault has struck
-bool runWithFault(const std::function<void()>& body, long number, Fault fault) {
-  const FaultyMemory memory(number, fault);
+bool runWithFault(const std::function<void()>& body, long first, long last) {
+  MemoryFaults::struck = false;
+  MemoryFaults::requests = 0;
+  MemoryFaults::first = first;
+  MemoryFaults::last = last;
   try {
     body();
   } catch (const std::bad_alloc&) {
     CHECK_ALWAYS(MemoryFaults::struck);
   } catch (const CaseEnds&) {
   }
-  return MemoryFaults::struck;
+  MemoryFaults::last = 0;
+  return MemoryFaults::struck.exchange(false);
 }
 
 /// The handles of a case that has ended early are nobody's.
@@ -48,19 +52,15 @@ void runWithEveryFault(const std::function<void()>& body) {
     base::Logger::Get(name);
   }
   body();
-  long count = 0;
-  {
-    const FaultyMemory none(std::numeric_limits<long>::max(), Fault::Once);
-    body();
-    count = FaultyMemory::requests();
-  }
-  for (const Fault fault : {Fault::Once, Fault::FromThere}) {
+  runWithFault(body, kForever, 0);
+  const long count = MemoryFaults::requests;
+  for (const bool goesOn : {false, true}) {
     for (long number = 1; number <= count; number += 1 + count / kMostFaults) {
       destroyAllHandles();
-      const long before = liveBlocks();
-      runWithFault(body, number, fault);
+      const long before = MemoryFaults::liveBlocks;
+      runWithFault(body, number, goesOn ? kForever : number);
       destroyAllHandles();
-      ASSERT_EQ(liveBlocks(), before) << "allocation " << number << " of " << count;
+      ASSERT_EQ(MemoryFaults::liveBlocks, before) << "allocation " << number << " of " << count;
     }
   }
   body();
@@ -83,14 +83,14 @@ TEST_P(PropertyFaults, LeaveEverythingAsItWas) {
 /// The first calls of a process with a fault among them, then the same calls with enough memory.
 TEST_P(PropertyFaults, OfTheFirstUseAreSurvived) {
   const Input input = storedInputs(GetParam()).back();
-  for (const Fault fault : {Fault::Once, Fault::FromThere}) {
+  for (const bool goesOn : {false, true}) {
     bool hasStruck = true;
     for (long number = 1; hasStruck; number += number < 20 ? 1 : 17) {
       const pid_t child = fork();
       ASSERT_GE(child, 0);
       if (child == 0) {
         const auto body = [&] { run(GetParam(), input); };
-        hasStruck = runWithFault(body, number, fault);
+        hasStruck = runWithFault(body, number, goesOn ? kForever : number);
         body();
         std::_Exit(hasStruck ? 1 : 0);
       }
@@ -108,38 +108,26 @@ INSTANTIATE_TEST_SUITE_P(, PropertyFaults, ::testing::ValuesIn(properties()),
 TEST(Faults, ChangeAModelAltogetherOrNotAtAll) {
   CalibrationModel source = fullModel();
   ASSERT_TRUE(source.CalibratedRegion.Resize(3, 2));
-  const struct {
-    const char* name;
-    std::function<bool(CalibrationModel&)> change;
-  } rows[] = {
-      {"copy",
-       [&](CalibrationModel& model) {
-         model = source;
-         return true;
-       }},
-      {"reset",
-       [](CalibrationModel& model) {
-         model.reset();
-         return true;
-       }},
-      {"mirror",
-       [](CalibrationModel& model) {
-         return model.mirror(true, {1, 2});
-       }},
-      {"pose", [](CalibrationModel& model) { return model.setPose({}); }},
-      {"homography", [](CalibrationModel& model) { return model.setHomography({}); }},
-      {"curve", [](CalibrationModel& model) { return model.setSheetCurve(1, 2, 3, 4, 5, 6); }},
-      {"region", [](CalibrationModel& model) { return model.CalibratedRegion.Resize(5, 4); }},
+  const std::function<bool(CalibrationModel&)> changes[] = {
+      [&](auto& model) { return model = source, true; },
+      [](auto& model) { return model.reset(), true; },
+      [](auto& model) {
+        return model.mirror(true, {1, 2});
+      },
+      [](auto& model) { return model.setPose({}); },
+      [](auto& model) { return model.setHomography({}); },
+      [](auto& model) { return model.setSheetCurve(1, 2, 3, 4, 5, 6); },
+      [](auto& model) { return model.CalibratedRegion.Resize(5, 4); },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& change : changes) {
+    SCOPED_TRACE(&change - changes);
     CalibrationModel plain = plainModel();
     CalibrationModel changed = plain;
-    ASSERT_TRUE(row.change(changed));
+    ASSERT_TRUE(change(changed));
     const std::string texts[] = {toJson(plain), toJson(changed)};
     runWithEveryFault([&] {
       CalibrationModel model = plain;
-      const bool done = succeeds([&] { return row.change(model); });
+      const bool done = succeeds([&] { return change(model); });
       const MayFail no(false);
       CHECK_ALWAYS(toJson(model) == texts[done ? 1 : 0]);
     });
@@ -163,7 +151,7 @@ TEST(Faults, LoseTheTextOfARefusalOnly) {
     CHECK_ALWAYS(heard == before + 1);
   });
   base::Logger::GetRoot().RemoveAllHandlers(true);  // the interface installs its own
-  EXPECT_TRUE(runWithFault(refuse, 1, Fault::FromThere));
+  EXPECT_TRUE(runWithFault(refuse, 1, kForever));
 }
 
 TEST(Faults, LetTheRootStandInForALogger) {
@@ -171,7 +159,7 @@ TEST(Faults, LetTheRootStandInForALogger) {
   for (bool hasStruck = true; hasStruck; ++number) {
     const std::string name = "Test.ALoggerWithoutMemoryFor." + std::to_string(number);
     const base::Logger* logger = nullptr;
-    hasStruck = runWithFault([&] { logger = &base::Logger::Get(name); }, number, Fault::Once);
+    hasStruck = runWithFault([&] { logger = &base::Logger::Get(name); }, number, number);
     EXPECT_EQ(logger == &base::Logger::GetRoot(), hasStruck) << "allocation " << number;
     EXPECT_EQ(base::Logger::Get(name).GetName(), name) << "once there is memory";
   }

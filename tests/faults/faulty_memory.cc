@@ -1,9 +1,9 @@
-#include "tests/faults/faulty_memory.h"
+// Replaces operator new, the malloc and its kind that this program's own objects call, and the
+// hooks of cJSON. The OpenMP runtime and the C library keep their own.
 
 #include <cjson/cJSON.h>
 #include <malloc.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -24,16 +24,10 @@ namespace {
 
 using test::MemoryFaults;
 
-std::atomic<bool> armed{false};
-std::atomic<long> requestCount{0};
-std::atomic<long> live{0};
-std::atomic<long> firstFault{0};
-std::atomic<bool> faultsGoOn{false};
-
 bool fails() {
-  if (!armed || !MemoryFaults::allowed) return false;
-  const long number = ++requestCount;
-  const bool fault = faultsGoOn ? number >= firstFault : number == firstFault;
+  if (!MemoryFaults::allowed) return false;
+  const long number = ++MemoryFaults::requests;
+  const bool fault = number >= MemoryFaults::first && number <= MemoryFaults::last;
   if (fault) MemoryFaults::struck = true;
   return fault;
 }
@@ -42,7 +36,7 @@ std::int64_t size(void* memory) { return static_cast<std::int64_t>(malloc_usable
 
 void* counted(void* memory) {
   if (memory == nullptr) return nullptr;
-  ++live;
+  ++MemoryFaults::liveBlocks;
   const std::int64_t bytes = MemoryFaults::liveBytes += size(memory);
   if (bytes > MemoryFaults::peakBytes) MemoryFaults::peakBytes = bytes;
   return memory;
@@ -54,16 +48,17 @@ void* takeMemory(std::size_t size) {
 
 void giveBack(void* memory) {
   if (memory != nullptr) {
-    --live;
+    --MemoryFaults::liveBlocks;
     MemoryFaults::liveBytes -= size(memory);
   }
   __real_free(memory);
 }
 
-void* takeOrThrow(std::size_t size) {
-  if (void* const memory = takeMemory(size)) return memory;
-  throw std::bad_alloc();
-}
+[[maybe_unused]] const bool kHooked = [] {
+  cJSON_Hooks hooks{takeMemory, giveBack};
+  cJSON_InitHooks(&hooks);
+  return true;
+}();
 
 }  // namespace
 
@@ -81,43 +76,11 @@ void __wrap_free(void* memory) { giveBack(memory); }
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
-void* operator new(std::size_t size) { return takeOrThrow(size); }
-void* operator new[](std::size_t size) { return takeOrThrow(size); }
+// The other forms call these.
+void* operator new(std::size_t size) {
+  if (void* const memory = takeMemory(size)) return memory;
+  throw std::bad_alloc();
+}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return takeMemory(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return takeMemory(size); }
 void operator delete(void* memory) noexcept { giveBack(memory); }
-void operator delete[](void* memory) noexcept { giveBack(memory); }
 void operator delete(void* memory, std::size_t) noexcept { giveBack(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { giveBack(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { giveBack(memory); }
-void operator delete[](void* memory, const std::nothrow_t&) noexcept { giveBack(memory); }
-
-namespace test {
-namespace {
-
-[[maybe_unused]] const bool kHooked = [] {
-  cJSON_Hooks hooks{takeMemory, giveBack};
-  cJSON_InitHooks(&hooks);
-  return true;
-}();
-
-}  // namespace
-
-FaultyMemory::FaultyMemory(long first, Fault fault) {
-  requestCount = 0;
-  MemoryFaults::struck = false;
-  firstFault = first;
-  faultsGoOn = fault == Fault::FromThere;
-  armed = true;
-}
-
-FaultyMemory::~FaultyMemory() {
-  armed = false;
-  MemoryFaults::struck = false;
-}
-
-long FaultyMemory::requests() { return requestCount; }
-
-long liveBlocks() { return live; }
-
-}  // namespace test

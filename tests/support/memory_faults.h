@@ -11,7 +11,9 @@ namespace test {
 struct MemoryFaults {
   inline static std::atomic<bool> allowed{true};
   inline static std::atomic<bool> struck{false};
-  inline static std::atomic<std::int64_t> liveBytes{0}, peakBytes{0};
+  /// The numbers of the allocations that fail, and of the last one.
+  inline static std::atomic<long> first{0}, last{0}, requests{0};
+  inline static std::atomic<std::int64_t> liveBlocks{0}, liveBytes{0}, peakBytes{0};
 };
 
 /// The memory that a stretch of code holds at once, over what it found when it began.
