@@ -83,7 +83,7 @@ struct Stage {
   void* const noOutputs[1] = {nullptr};
 };
 
-#define CALL(expression) [](Stage& s) { return static_cast<void>(s), expression; }
+#define CALL(expression) #expression, [](Stage & s) { return static_cast<void>(s), expression; }
 
 const struct {
   const char* name;
@@ -92,92 +92,81 @@ const struct {
   bool writesTheFirst = false;  // the image before the one that is refused
   uint32_t handle = 77;         // what becomes of Stage::handle
 } kRows[] = {
-    {"document", CALL(createModelFromJson(nullptr, nullptr)), kNoHandle},
-    {"no text", CALL(createModelFromJson(nullptr, &s.handle)), "Argument jsonData is NULL", false,
-     0},
-    {"no document", CALL(createModelFromJson("SensorSize", &s.handle)),
+    {CALL(createModelFromJson(nullptr, nullptr)), kNoHandle},
+    {CALL(createModelFromJson(nullptr, &s.handle)), "Argument jsonData is NULL", false, 0},
+    {CALL(createModelFromJson("SensorSize", &s.handle)),
      "The json buffer does not contain valid json", false, 0},
-    {"no model in it", CALL(createModelFromJson(s.inconsistent.c_str(), &s.handle)),
+    {CALL(createModelFromJson(s.inconsistent.c_str(), &s.handle)),
      "The json data does not describe a valid model", false, 0},
-    {"export", CALL(createJsonFromModel(kUnknown, nullptr, 0)), "Argument jsonData is NULL"},
-    {"export of nothing", CALL(createJsonFromModel(kUnknown, &s.json[0], 0)), kNoModel},
-    {"no room", CALL(createJsonFromModel(s.model, &s.json[0], 0)),
+    {CALL(createJsonFromModel(kUnknown, nullptr, 0)), "Argument jsonData is NULL"},
+    {CALL(createJsonFromModel(kUnknown, &s.json[0], 0)), kNoModel},
+    {CALL(createJsonFromModel(s.model, &s.json[0], 0)),
      "The provided json buffer is to small for the model"},
 
-    {"filter", CALL(createCalibrationFilter(kUnknown, kOutside, kSize, 0, nullptr)), kNoModel},
-    {"outside", CALL(createCalibrationFilter(s.model, kOutside, kSize, 0, nullptr)), kMismatch},
-    {"no handle", CALL(createCalibrationFilter(s.model, kInside, kSize, 0, nullptr)), kNoHandle},
-    {"calibrate", CALL(applyCalibration(kUnknown, nullptr, nullptr, nullptr)),
+    {CALL(createCalibrationFilter(kUnknown, kOutside, kSize, 0, nullptr)), kNoModel},
+    {CALL(createCalibrationFilter(s.model, kOutside, kSize, 0, nullptr)), kMismatch},
+    {CALL(createCalibrationFilter(s.model, kInside, kSize, 0, nullptr)), kNoHandle},
+    {CALL(applyCalibration(kUnknown, nullptr, nullptr, nullptr)),
      "Argument inputBufferRange is NULL"},
-    {"no X", CALL(applyCalibration(kUnknown, s.range, nullptr, nullptr)),
-     "Argument outputBufferX is NULL"},
-    {"no Z", CALL(applyCalibration(kUnknown, s.range, s.x, nullptr)),
-     "Argument outputBufferZ is NULL"},
-    {"no filter", CALL(applyCalibration(kUnknown, s.range, s.x, s.z)), kNoCalibration},
-    {"format", CALL(s.Calibrate(0, s.range, s.z)), "Unknown PixelFormat"},
-    {"over itself", CALL(s.Calibrate(s.mono16, s.x, s.z)), kShared},
-    {"into one buffer", CALL(s.Calibrate(s.mono8, s.range, s.x)), kShared},
-    {"too many pixels", CALL(s.Calibrate(s.mono16, s.range, s.z, {65535, 65535})),
-     "WARNING: Failed to allocate."},
-    {"model gone", CALL(s.CalibrateWithoutModel()), kNoModel},
+    {CALL(applyCalibration(kUnknown, s.range, nullptr, nullptr)), "Argument outputBufferX is NULL"},
+    {CALL(applyCalibration(kUnknown, s.range, s.x, nullptr)), "Argument outputBufferZ is NULL"},
+    {CALL(applyCalibration(kUnknown, s.range, s.x, s.z)), kNoCalibration},
+    {CALL(s.Calibrate(0, s.range, s.z)), "Unknown PixelFormat"},
+    {CALL(s.Calibrate(s.mono16, s.x, s.z)), kShared},
+    {CALL(s.Calibrate(s.mono8, s.range, s.x)), kShared},
+    {CALL(s.Calibrate(s.mono16, s.range, s.z, {65535, 65535})), "WARNING: Failed to allocate."},
+    {CALL(s.CalibrateWithoutModel()), kNoModel},
 
-    {"bounds", CALL(calculateCalibrationBounds(kUnknown, kOutside, kSize, nullptr, nullptr)),
+    {CALL(calculateCalibrationBounds(kUnknown, kOutside, kSize, nullptr, nullptr)),
      "Argument worldRangeTraits is NULL"},
-    {"no splat", CALL(calculateCalibrationBounds(kUnknown, kOutside, kSize, &s.box, nullptr)),
+    {CALL(calculateCalibrationBounds(kUnknown, kOutside, kSize, &s.box, nullptr)),
      "Argument splatSettings is NULL"},
-    {"no model", CALL(s.Bounds(kUnknown, kOutside)), kNoModel},
-    {"bounds outside", CALL(s.Bounds(s.model, {1, 600, 1, 0, 300, 100})), kMismatch},
-    {"zero scale", CALL(s.Bounds(s.model, {1, 0, 0, 0, 640, 480})), kScale},
-    {"zero by zero", CALL(s.Bounds(s.model, {1, 0, 0, 0, 640, 0})), kScale},
-    {"NaN scale", CALL(s.Bounds(s.model, {1, 0, NAN, 0, 640, 480})), kScale},
-    {"2^24 + 1 values", CALL(s.Bounds(s.model, {1, 0, 480 / 16777218.5, 0, 640, 480})), kScale},
-    {"uncalibrated", CALL(s.Bounds(s.uncalibrated, kInside)), kUnmapped},
-    {"no samples", CALL(s.Bounds(s.uncalibrated, {1, 0, 1, 0, 0, 0}, {0, 9})), kUnmapped},
+    {CALL(s.Bounds(kUnknown, kOutside)), kNoModel},
+    {CALL(s.Bounds(s.model, {1, 600, 1, 0, 300, 100})), kMismatch},
+    {CALL(s.Bounds(s.model, {1, 0, 0, 0, 640, 480})), kScale},
+    {CALL(s.Bounds(s.model, {1, 0, 0, 0, 640, 0})), kScale},  // 0 / 0 values
+    {CALL(s.Bounds(s.model, {1, 0, NAN, 0, 640, 480})), kScale},
+    {CALL(s.Bounds(s.model, {1, 0, 480 / 16777218.5, 0, 640, 480})), kScale},  // 2^24 + 1 values
+    {CALL(s.Bounds(s.uncalibrated, kInside)), kUnmapped},
+    {CALL(s.Bounds(s.uncalibrated, {1, 0, 1, 0, 0, 0}, {0, 9})), kUnmapped},  // no samples
 
-    {"grid", CALL(createRectificationFilter(0, kGrid, kSize, 0, nullptr, {}, 0, nullptr)),
-     kNoHandle},
-    {"rectify", CALL(rectify(kUnknown, nullptr, nullptr, nullptr, nullptr, nullptr)),
-     "inputX is NULL"},
-    {"without Z", CALL(rectify(kUnknown, s.in, nullptr, nullptr, nullptr, nullptr)),
-     "inputZ is NULL"},
-    {"nowhere", CALL(rectify(kUnknown, s.in, s.in, nullptr, nullptr, nullptr)),
-     "outputRange is NULL"},
-    {"no grid", CALL(rectify(kUnknown, s.in, s.in, nullptr, s.x, nullptr)), kNoRectification},
-    {"mode", CALL(s.Rectify(kGrid)), "Unknown rectification mode"},
-    {"too many points", CALL(s.Rectify(kGrid, 5, {65535, 65535})), kScale},
-    {"one column", CALL(s.Rectify({0, 3, 1, 0, 1, 2, 0, 1, 65536})), kScale},
-    {"no column", CALL(s.Rectify({5, 5, 0, 0, 1, 2, 0, 1, 65536})), kScale},
-    {"no row", CALL(s.Rectify({0, 3, 4, 0, 1, 0, 0, 1, 65536})), kScale},
-    {"X step below 0", CALL(s.Rectify({3, 0, 4, 0, 1, 2, 0, 1, 65536})), kScale},
-    {"Z step below 0", CALL(s.Rectify({0, 3, 4, 0, 1, 2, 1, 0, 65536})), kScale},
-    {"Z step infinite", CALL(s.Rectify({0, 3, 4, 0, 1, 2, 0, 1, 2})), kScale},
-    {"NaN limit", CALL(s.Rectify({0, 3, 4, 0, 1, 2, NAN, 1, 65536})), kScale},
-    {"columns above int", CALL(s.Rectify({3, 0, 0x80000001, 0, 1, 2, 0, 1, 65536})), kScale},
-    {"too many cells", CALL(s.Rectify({0, 3, 0x7fffffff, 0, 1, 2, 0, 1, 65536})), kScale},
+    {CALL(createRectificationFilter(0, kGrid, kSize, 0, nullptr, {}, 0, nullptr)), kNoHandle},
+    {CALL(rectify(kUnknown, nullptr, nullptr, nullptr, nullptr, nullptr)), "inputX is NULL"},
+    {CALL(rectify(kUnknown, s.in, nullptr, nullptr, nullptr, nullptr)), "inputZ is NULL"},
+    {CALL(rectify(kUnknown, s.in, s.in, nullptr, nullptr, nullptr)), "outputRange is NULL"},
+    {CALL(rectify(kUnknown, s.in, s.in, nullptr, s.x, nullptr)), kNoRectification},
+    {CALL(s.Rectify(kGrid)), "Unknown rectification mode"},
+    {CALL(s.Rectify(kGrid, 5, {65535, 65535})), kScale},         // too many points
+    {CALL(s.Rectify({0, 3, 1, 0, 1, 2, 0, 1, 65536})), kScale},  // one column
+    {CALL(s.Rectify({5, 5, 0, 0, 1, 2, 0, 1, 65536})), kScale},  // no column
+    {CALL(s.Rectify({0, 3, 4, 0, 1, 0, 0, 1, 65536})), kScale},  // no row
+    {CALL(s.Rectify({3, 0, 4, 0, 1, 2, 0, 1, 65536})), kScale},  // X step below 0
+    {CALL(s.Rectify({0, 3, 4, 0, 1, 2, 1, 0, 65536})), kScale},  // Z step below 0
+    {CALL(s.Rectify({0, 3, 4, 0, 1, 2, 0, 1, 2})), kScale},      // Z step infinite
+    {CALL(s.Rectify({0, 3, 4, 0, 1, 2, NAN, 1, 65536})), kScale},
+    {CALL(s.Rectify({3, 0, 0x80000001, 0, 1, 2, 0, 1, 65536})), kScale},  // columns above int
+    {CALL(s.Rectify({0, 3, 0x7fffffff, 0, 1, 2, 0, 1, 65536})), kScale},  // too many cells
     // Its range would overlap the inputs, and need a copy of 8 GiB.
-    {"other rows", CALL(s.Rectify({0, 3, 0x7fffffff, 0, 1, 1, 0, 1, 65536}, 1)),
+    {CALL(s.Rectify({0, 3, 0x7fffffff, 0, 1, 1, 0, 1, 65536}, 1)),
      "WARNING: Target image must have the same height as the source image."},
 
-    {"no inputs", CALL(s.Rectify(1, &s.mono8, nullptr, nullptr, 5)),
-     "inputCoRectified array is NULL"},
-    {"no outputs", CALL(s.Rectify(1, &s.mono8, s.noInputs, nullptr, 5)),
-     "outputCoRectified array is NULL"},
-    {"no formats", CALL(s.Rectify(1, nullptr, s.noInputs, s.noOutputs, 5)),
+    {CALL(s.Rectify(1, &s.mono8, nullptr, nullptr, 5)), "inputCoRectified array is NULL"},
+    {CALL(s.Rectify(1, &s.mono8, s.noInputs, nullptr, 5)), "outputCoRectified array is NULL"},
+    {CALL(s.Rectify(1, nullptr, s.noInputs, s.noOutputs, 5)),
      "The data format of the corectified image number 0 is null"},
-    {"no input", CALL(s.RectifyTwo(0, nullptr, nullptr)),
+    {CALL(s.RectifyTwo(0, nullptr, nullptr)),
      "The data pointer of inputCoRectified number 1 is null", true},
-    {"no output", CALL(s.RectifyTwo(0, s.image, nullptr)),
+    {CALL(s.RectifyTwo(0, s.image, nullptr)),
      "The data pointer of outputCoRectified number 1 is null", true},
-    {"no format", CALL(s.RectifyTwo(0, s.image, s.second)), kFormat, true},
-    {"range format", CALL(s.RectifyTwo(PLANEX_PIXEL_FORMAT_COORD3D_C16, s.image, s.second)),
-     kFormat, true},
-    {"no mode", CALL(s.RectifyTwo(0, s.image, s.second, 5)), "Unknown rectification mode"},
-    {"over X", CALL(s.RectifyTwo(s.mono8, s.image, s.in)), kShared, true},
-    {"over the range", CALL(s.RectifyTwo(s.mono8, s.image, &s.x[7])), kShared, true},
-    {"first over it", CALL(s.RectifyTwo(s.mono8, s.image, s.second, 1, &s.x[7])), kShared},
-    {"over the first", CALL(s.RectifyTwo(s.mono8, s.image, &s.first[7])), kShared, true},
-    {"over the next input", CALL(s.RectifyTwo(s.mono8, &s.first[7], s.second)), kShared},
-    {"over its end", CALL(s.RectifyTwo(s.mono16, s.first.data() - 15, s.second)), kShared},
+    {CALL(s.RectifyTwo(0, s.image, s.second)), kFormat, true},
+    {CALL(s.RectifyTwo(PLANEX_PIXEL_FORMAT_COORD3D_C16, s.image, s.second)), kFormat, true},
+    {CALL(s.RectifyTwo(0, s.image, s.second, 5)), "Unknown rectification mode"},
+    {CALL(s.RectifyTwo(s.mono8, s.image, s.in)), kShared, true},             // over X
+    {CALL(s.RectifyTwo(s.mono8, s.image, &s.x[7])), kShared, true},          // over the range
+    {CALL(s.RectifyTwo(s.mono8, s.image, s.second, 1, &s.x[7])), kShared},   // the first over it
+    {CALL(s.RectifyTwo(s.mono8, s.image, &s.first[7])), kShared, true},      // over the first
+    {CALL(s.RectifyTwo(s.mono8, &s.first[7], s.second)), kShared},           // over the next input
+    {CALL(s.RectifyTwo(s.mono16, s.first.data() - 15, s.second)), kShared},  // over its end
 };
 
 TEST_F(ApiTest, RefusalsLogOnceAndTouchNothing) {

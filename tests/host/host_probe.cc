@@ -36,28 +36,15 @@ void require(bool condition, const char* what) {
   if (!condition) fail(what);
 }
 
-/// The library, open as long as the object lives.
-class Library {
- public:
-  explicit Library(const char* path) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
-    if (handle_ == nullptr) fail(dlerror());
-  }
-  ~Library() { require(dlclose(handle_) == 0, "dlclose"); }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
+void* library = nullptr;
 
-  template <typename Function>
-  Function* find(const char* name) const {
-    void* const address = dlsym(handle_, name);
-    require(address != nullptr, name);
-    return reinterpret_cast<Function*>(address);
-  }
+void load(const char* path) {
+  library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+  require(library != nullptr, path);
+}
 
- private:
-  void* handle_;
-};
-
-#define CALL(library, function) (library).find<decltype(function)>(#function)
+/// A function of the library.
+#define CALL(function) reinterpret_cast<decltype(&(function))>(dlsym(library, #function))
 
 std::uint64_t add(std::uint64_t sum, const std::vector<float>& values) {
   for (const float value : values) {
@@ -68,62 +55,51 @@ std::uint64_t add(std::uint64_t sum, const std::vector<float>& values) {
   return sum;
 }
 
+/// Range values to heights.
 struct Chain {
-  explicit Chain(const Library& opened) : library(opened), range(kPixels), x(kPixels), z(kPixels) {
+  Chain() {
     for (std::size_t i = 0; i < kPixels; ++i) {
       range[i] = static_cast<std::uint16_t>(i % 11 == 0 ? 0 : 500 + i % 640 + i / 640);
     }
-    require(CALL(library, createModelFromJson)(test::kModelDocument.c_str(), &model), "model");
-    require(CALL(library, createCalibrationFilter)(model, kTraits, kSize,
-                                                   PLANEX_PIXEL_FORMAT_MONO16, &filter),
-            "calibration filter");
+    WorldRangeTraits box;
+    SplatSettings splat;
+    require(CALL(createModelFromJson)(test::kModelDocument.c_str(), &model) &&
+                CALL(createCalibrationFilter)(model, kTraits, kSize, PLANEX_PIXEL_FORMAT_MONO16,
+                                              &filter) &&
+                CALL(calculateCalibrationBounds)(model, kTraits, kSize, &box, &splat) &&
+                CALL(createRectificationFilter)(PLANEX_RECTIFICATION_MEAN, box, kSize, 0, nullptr,
+                                                splat, -1, &rectification),
+            "objects");
   }
 
-  void calibrate() {
-    require(CALL(library, applyCalibration)(filter, range.data(), x.data(), z.data()), "calibrate");
+  void run() {
+    require(CALL(applyCalibration)(filter, range.data(), x.data(), z.data()) &&
+                CALL(rectify)(rectification, x.data(), z.data(), nullptr, heights.data(), nullptr),
+            "results");
   }
 
   std::uint64_t checksum() {
-    calibrate();
-    WorldRangeTraits box = {};
-    SplatSettings splat = {};
-    require(CALL(library, calculateCalibrationBounds)(model, kTraits, kSize, &box, &splat),
-            "bounds");
-    std::vector<float> heights(kPixels);
-    std::uint32_t rectification = 0;
-    require(CALL(library, createRectificationFilter)(PLANEX_RECTIFICATION_MEAN, box, kSize, 0,
-                                                     nullptr, splat, -1, &rectification),
-            "rectification filter");
-    require(
-        CALL(library, rectify)(rectification, x.data(), z.data(), nullptr, heights.data(), nullptr),
-        "rectify");
-    require(CALL(library, destroyRectificationFilter)(&rectification), "destroy");
+    run();
     return add(add(add(14695981039346656037U, x), z), heights);
   }
 
   void destroy() {
-    require(CALL(library, destroyCalibrationFilter)(&filter), "destroy filter");
-    require(CALL(library, destroyModel)(&model), "destroy model");
+    require(CALL(destroyRectificationFilter)(&rectification) &&
+                CALL(destroyCalibrationFilter)(&filter) && CALL(destroyModel)(&model),
+            "destroy");
   }
 
   static constexpr SensorTraits kTraits = {1, 0, 1.0 / 16, 0, 640, 300};
-  const Library& library;
-  std::uint32_t model = 0, filter = 0;
-  std::vector<std::uint16_t> range;
-  std::vector<float> x, z;
+  std::uint32_t model = 0, filter = 0, rectification = 0;
+  std::vector<std::uint16_t> range = std::vector<std::uint16_t>(kPixels);
+  std::vector<float> x = std::vector<float>(kPixels), z = x, heights = x;
 };
 
-struct Settings {
-  int threads = omp_get_max_threads();
-  int dynamic = omp_get_dynamic();
-  int levels = omp_get_max_active_levels();
-  int limit = omp_get_thread_limit();
-
-  bool operator==(const Settings& other) const {
-    return threads == other.threads && dynamic == other.dynamic && levels == other.levels &&
-           limit == other.limit;
-  }
-};
+/// What the host has set, or its runtime.
+std::vector<int> settings() {
+  return {omp_get_max_threads(), omp_get_dynamic(), omp_get_max_active_levels(),
+          omp_get_thread_limit()};
+}
 
 /// Runs `body` in a forked child, which is ended by a signal if it hangs. @return its exit code
 template <typename Body>
@@ -141,11 +117,11 @@ int inChild(Body body) {
 }
 
 void printChecksum(const char* path) {
-  const Library library(path);
-  const Settings before;
-  Chain chain(library);
+  load(path);
+  const std::vector<int> before = settings();
+  Chain chain;
   const std::uint64_t sum = chain.checksum();
-  require(Settings() == before, "the settings of the host have changed");
+  require(settings() == before, "the settings of the host have changed");
   require(inChild([&] { require(chain.checksum() == sum, "other results in a child"); }) == 0,
           "the child");
   require(chain.checksum() == sum, "other results after a fork");
@@ -162,10 +138,11 @@ long residentKilobytes() {
 void reload(const char* path) {
   constexpr long kAllowedKilobytes = 1024;  // a leak of one kilobyte each time would reach it
   const auto use = [path] {
-    const Library library(path);
-    Chain chain(library);
-    chain.calibrate();
+    load(path);
+    Chain chain;
+    chain.run();
     chain.destroy();
+    require(dlclose(library) == 0, "dlclose");
   };
   for (int i = 0; i < 20; ++i) use();
   const long before = residentKilobytes();
@@ -178,16 +155,14 @@ void reload(const char* path) {
 void exitWhileWorking(const char* path) {
   for (int i = 0; i < 20; ++i) {
     const int code = inChild([path, i] {
-      // Both stay: the thread works on while the process ends.
-      static auto* const library = new Library(path);
-      static auto* const chain = new Chain(*library);
+      load(path);
+      static auto* const chain = new Chain;  // stays: the thread works on while the process ends
       std::thread([] {
-        for (;;) chain->calibrate();
+        for (;;) chain->run();
       }).detach();
       usleep(static_cast<useconds_t>(3000 + 700 * i));
       std::exit(0);
     });
-    if (code != 0) std::fprintf(stderr, "code %d\n", code);
     require(code == 0, "exit while a thread works");
   }
 }
