@@ -188,30 +188,26 @@ TEST_F(ApiTest, RefusalsLogOnceAndTouchNothing) {
 TEST_F(ApiTest, AtMost256OfAKindAreAlive) {
   static uint32_t model;  // of the calibration filters
   const struct {
-    const char* name;
     bool (*create)(uint32_t* handle);
     bool (*destroy)(uint32_t* handle);
     std::string tooMany, unknown;
   } kinds[] = {
       // The limit comes before the text.
-      {"models",
-       [](uint32_t* h) { return createModelFromJson(*h == 77 ? "" : "SensorSize 0 0", h); },
+      {[](uint32_t* h) { return createModelFromJson(*h == 77 ? "" : "SensorSize 0 0", h); },
        destroyModel, "models created, destroy unused models by calling destroyModel()", kNoModel},
-      {"calibration filters",
-       [](uint32_t* h) { return createCalibrationFilter(model, kInside, kSize, 0, h); },
+      {[](uint32_t* h) { return createCalibrationFilter(model, kInside, kSize, 0, h); },
        destroyCalibrationFilter,
        "calibration filters created, destroy unused calibrationFilters by calling "
        "destroyCalibrationFilter()",
        kNoCalibration},
-      {"rectification filters",
-       [](uint32_t* h) { return createRectificationFilter(99, {}, {}, 0, nullptr, {}, 0, h); },
+      {[](uint32_t* h) { return createRectificationFilter(99, {}, {}, 0, nullptr, {}, 0, h); },
        destroyRectificationFilter,
        "rectification filters created, destroy unused rectificationFilters by calling "
        "destroyRectificationFilter()",
        kNoRectification},
   };
   for (const auto& kind : kinds) {
-    SCOPED_TRACE(kind.name);
+    SCOPED_TRACE(kind.unknown);
     destroyAll();
     if (kind.unknown == kNoCalibration) model = makeModel();
     std::vector<uint32_t> handles(256);

@@ -64,16 +64,16 @@ std::uint64_t pixelsOf(ImageSize size) { return std::uint64_t{size.width} * size
 class Caller {
  public:
   explicit Caller(test::ByteSource source) : source_(source) {
-    DestroyAll<destroyAllModels, &Caller::models_>();
-    DestroyAll<destroyAllCalibrationFilters, &Caller::calibrations_>();
-    DestroyAll<destroyAllRectificationFilters, &Caller::rectifications_>();
+    destroyAllModels();
+    destroyAllCalibrationFilters();
+    destroyAllRectificationFilters();
   }
 
   void Run() {
     constexpr void (Caller::*kCalls[])() = {
         &Caller::CreateModel,
         &Caller::CreateModel,
-        &Caller::Export,
+        &Caller::Bounds,
         &Caller::Destroy<destroyModel, &Caller::models_>,
         &Caller::CreateCalibrationFilter,
         &Caller::CreateCalibrationFilter,
@@ -86,22 +86,12 @@ class Caller {
         &Caller::Destroy<destroyRectificationFilter, &Caller::rectifications_>,
         &Caller::Rectify,
         &Caller::Rectify,
-        &Caller::Rare,
+        &Caller::CreateModel,
     };
     for (int i = 0; i < kMaxCalls && !source_.IsEmpty(); ++i) (this->*source_.OneOf(kCalls))();
   }
 
  private:
-  void Rare() {
-    constexpr void (Caller::*kCalls[])() = {
-        &Caller::DestroyAll<destroyAllModels, &Caller::models_>,
-        &Caller::DestroyAll<destroyAllCalibrationFilters, &Caller::calibrations_>,
-        &Caller::DestroyAll<destroyAllRectificationFilters, &Caller::rectifications_>,
-        &Caller::OpenNoFile,
-    };
-    (this->*source_.OneOf(kCalls))();
-  }
-
   /// A call of the library, which alone may run out of memory; one that must not throw even then
   /// is noexcept.
   template <typename Call>
@@ -153,28 +143,9 @@ class Caller {
     CHECK_ALWAYS(variable == (erased ? 0 : handle));
   }
 
-  template <void (*kDestroyAll)(), Handles Caller::*kHandles>
-  void DestroyAll() {
-    kDestroyAll();
-    (this->*kHandles).live.clear();
-  }
-
   void CreateModel() {
     const char* const text = OrNull(source_.OneOf(kDocuments).c_str());
     Create(models_, {}, [&](uint32_t* out) { return createModelFromJson(text, out); });
-  }
-
-  void OpenNoFile() {
-    CHECK_ALWAYS(!Do([] { return createModelFromFilePath("/dev/null", nullptr); }));
-  }
-
-  void Export() {
-    const uint32_t handle = Choose(models_);
-    Bytes text(static_cast<std::size_t>(source_.Between(0, 15)) * 256, kUntouched);
-    const Bytes before = text;
-    char* const out = OrNull(reinterpret_cast<char*>(text.data()));
-    const bool done = Do([&] { return createJsonFromModel(handle, out, text.size()); });
-    CHECK_ALWAYS(done ? models_.live.count(handle) == 1 : text == before);
   }
 
   SensorTraits Traits() {
