@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -15,7 +14,8 @@
 
 namespace {
 
-constexpr std::uint64_t kMaxPixels = 2048;
+constexpr int kMaxWidth = 63, kMaxHeight = 31;
+constexpr std::uint64_t kMaxPixels = kMaxWidth * kMaxHeight;
 constexpr double kMaxRangeCount = 2048;
 constexpr int kMaxCalls = 48;
 constexpr std::uint32_t kMono8 = PLANEX_PIXEL_FORMAT_MONO8, kMono16 = PLANEX_PIXEL_FORMAT_MONO16;
@@ -52,11 +52,6 @@ Bytes pixelBuffer(std::uint64_t pixels, std::size_t bytesPerPixel) {
 }
 
 float* floats(Bytes& bytes) { return reinterpret_cast<float*>(bytes.data()); }
-
-/// Whether it is a possible size, for which there must be memory, and more than a test has.
-bool isTooLarge(std::uint64_t pixels) {
-  return pixels > kMaxPixels && pixels <= std::numeric_limits<std::int32_t>::max();
-}
 
 std::uint64_t pixelsOf(ImageSize size) { return std::uint64_t{size.width} * size.height; }
 
@@ -158,11 +153,11 @@ class Caller {
     return traits;
   }
 
-  /// The size of an image that there is memory for, or of none at all.
+  /// The size of a small image, or of one that there cannot be.
   ImageSize Size() {
-    const ImageSize size = {static_cast<uint16_t>(source_.Count()),
-                            static_cast<uint16_t>(source_.Count())};
-    return isTooLarge(pixelsOf(size)) ? ImageSize{65535, 65535} : size;
+    if (source_.Between(0, 15) == 15) return {65535, 65535};
+    return {static_cast<uint16_t>(source_.Between(0, kMaxWidth)),
+            static_cast<uint16_t>(source_.Between(0, kMaxHeight))};
   }
 
   void CreateCalibrationFilter() {
@@ -230,8 +225,7 @@ class Caller {
     for (uint32_t* steps : {&grid.xCount, &grid.yCount, &grid.zLevels}) *steps = source_.Count();
     if (source_.Flip()) grid.yCount = size.height;
     // With the rows of the inputs it must fit into memory; with others nothing is to be touched.
-    const bool used = grid.yCount == size.height;
-    if (used && isTooLarge(std::uint64_t{grid.xCount} * grid.yCount)) grid.xCount = 0xffffffff;
+    if (grid.yCount == size.height && grid.xCount > kMaxWidth) grid.xCount = 0xffffffff;
     return grid;
   }
 
