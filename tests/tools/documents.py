@@ -4,7 +4,6 @@ Usage: documents.py FILE CHANGE... prints a document with values replaced, data.
 data.Pose=."""
 import array
 import base64
-import copy
 import json
 import math
 import pathlib
@@ -29,9 +28,9 @@ def image(kind, values, width, origin=(0, 0), pixel=(1, 1)):
                             "data": base64.b64encode(array.array(code, values)).decode()}}}}
 
 
-def with_region(document, columns=16, rows=10):
+def with_region(columns=16, rows=10):
     """A region of X -40 to 40 and Z -20 to 30, with points in all cells but the first."""
-    document = copy.deepcopy(document)
+    document = example()
     cells = [(c, r) for r in range(rows) for c in range(columns)]
     grid = {"width": columns, "pixel": (80 / columns, 50 / rows),
             "origin": (-40 + 40 / columns, -20 + 25 / rows)}

@@ -1,6 +1,5 @@
 """Usage: read_back_test.py READER PLANEX WHOLE_SCAN. Reads what the command writes with programs of
 others: tifffile, gdal, cv2, PIL, numpy or open3d. Status 77: the reader is not installed."""
-import subprocess
 import sys
 import tempfile
 
@@ -25,34 +24,42 @@ except ImportError as error:
 
 # A file, how it is made, and what should be in it.
 POINTS, ALIGNED = ["x.f32", "z.f32"], ["xa.f32", "ya.f32", "za.f32"]
+MODES = ["mean", "lowest", "highest", "darkest", "brightest"]
 FILES = {
-    "map.png": ("rectify --intensity", "levels.u16"),
-    "map_intensity.png": (None, "grey.u8"),
-    "map.tif": ("rectify --intensity", "levels.u16"),
-    "map_intensity.tif": (None, "grey.u8"),
-    "small.tif": ("rectify --compress deflate --intensity", "levels.u16"),
-    "small_intensity.tif": (None, "grey.u8"),
-    "float.tif": ("rectify --float", "heights.f32"),
-    "nodata.tif": ("rectify --float --nodata -9999 --compress deflate", "heights.f32"),
+    "map.png": ("rectify --intensity", "mean_levels.u16"),
+    "map_intensity.png": (None, "mean_grey.u8"),
+    "small.tif": ("rectify --compress deflate --intensity", "mean_levels.u16"),
+    "small_intensity.tif": (None, "mean_grey.u8"),
+    "part.tif": ("rectify --rows 11:30 --intensity", "mean_levels.u16"),
+    "part_intensity.tif": (None, "mean_grey.u8"),
+    "nodata.tif": ("rectify --float --nodata -9999 --compress deflate", "mean_heights.f32"),
     "points.tif": ("calibrate", POINTS),
     "zstd.tif": ("calibrate --compress zstd", POINTS),
     "aligned.tif": ("calibrate --aligned", ALIGNED),
     "points.npy": ("calibrate", POINTS),
+    "part.npy": ("calibrate --rows 11:30", POINTS),
     "aligned.npy": ("calibrate --aligned", ALIGNED),
+    "aligned.ply": ("calibrate --aligned", ALIGNED),
     "points.ply": ("calibrate --intensity", POINTS),
     "aligned.pcd": ("calibrate --intensity --aligned", ALIGNED),
 }
+for mode in MODES:
+    FILES[f"{mode}.tif"] = (f"rectify --mode {mode} --intensity", f"{mode}_levels.u16")
+    FILES[f"{mode}_intensity.tif"] = (None, f"{mode}_grey.u8")
+    FILES[f"{mode}_float.tif"] = (f"rectify --float --mode {mode} --intensity",
+                                  f"{mode}_heights.f32")
 # The files that a reader takes, and how.
 TIFFS = [name for name in FILES if name.endswith(".tif")]
-PLAIN = [name for name in TIFFS if "--compress" not in (FILES[name][0] or "") and "small" not in name]
+PLAIN = [name for name in TIFFS if not name.startswith(("small", "nodata", "zstd"))]
 READERS = {
     "tifffile": (PLAIN, lambda path: reader.imread(path)),
     "gdal": (TIFFS + ["map.png"], lambda path: gdal.Open(path).ReadAsArray()),
-    "cv2": (["map.png", "map_intensity.png", "map.tif", "small.tif"],
+    "cv2": (["map.png", "map_intensity.png", "mean.tif", "small.tif"],
             lambda path: reader.imread(path, reader.IMREAD_UNCHANGED)),
     "PIL": (["map.png", "map_intensity.png", "small_intensity.tif"],
             lambda path: np.asarray(Image.open(path))),
-    "numpy": (["points.npy", "aligned.npy"], lambda path: np.moveaxis(np.load(path), 2, 0)),
+    "numpy": (["points.npy", "part.npy", "aligned.npy", "aligned.ply"],
+              lambda path: np.moveaxis(open_points(path), 2, 0)),
     "open3d": (["aligned.pcd"], lambda path: open_cloud(path)[0]),
 }
 
@@ -62,6 +69,13 @@ def wanted(names):
         kind = {"f32": "<f4", "u16": "<u2", "u8": "u1"}[name.split(".")[1]]
         return np.fromfile(folder / name, kind).reshape(HEIGHT, WIDTH)
     return layer(names) if isinstance(names, str) else np.stack([layer(name) for name in names])
+
+
+def open_points(path):
+    if path.endswith(".npy"):
+        return np.load(path)
+    data = np.fromfile(path, "u1")[-12 * WIDTH * HEIGHT:]  # behind the header
+    return data.view("<f4").reshape(HEIGHT, WIDTH, 3)
 
 
 def open_cloud(path):
@@ -76,10 +90,10 @@ def expect(found, value):
 
 
 def check_gdal():
-    image = gdal.Open(str(folder / "map.tif"))  # a band does not keep its file open
+    image = gdal.Open(str(folder / "mean.tif"))  # a band does not keep its file open
     x0, dx, _, y0, _, dy = image.GetGeoTransform()
     expect((dy, y0), (0.5, 3 - 0.25))  # the edge, not the centre, of the first row
-    band, heights = image.GetRasterBand(1), wanted("heights.f32")
+    band, heights = image.GetRasterBand(1), wanted("mean_heights.f32")
     expect((band.GetNoDataValue(), band.GetUnitType()), (0, "\u00b5m"))
     filled = np.nonzero(~np.isnan(heights).all(axis=0))[0]  # columns that some point fell into
     x = wanted("x.f32")
@@ -87,7 +101,7 @@ def check_gdal():
                                atol=1.5 * dx)  # a point is spread over its neighbours, too
     levels = np.where(np.isnan(heights), np.nan, band.ReadAsArray())
     np.testing.assert_allclose(levels * band.GetScale() + band.GetOffset(), heights, atol=1e-5)
-    image = gdal.Open(str(folder / "float.tif"))
+    image = gdal.Open(str(folder / "mean_float.tif"))
     assert np.isnan(image.GetRasterBand(1).GetNoDataValue())
     image = gdal.Open(str(folder / "nodata.tif"))
     expect(image.GetRasterBand(1).GetNoDataValue(), -9999)
@@ -97,17 +111,17 @@ def check_gdal():
 
 
 def check_pil():
-    texts, heights = Image.open(folder / "map.png").text, wanted("heights.f32")
+    texts, heights = Image.open(folder / "map.png").text, wanted("mean_heights.f32")
     expect([texts[key] for key in ("Unit", "MissingValue", "OriginY", "ScaleY")],
            ["\u00b5m", "0", "3", "0.5"])
-    levels = np.where(np.isnan(heights), np.nan, wanted("levels.u16"))
+    levels = np.where(np.isnan(heights), np.nan, wanted("mean_levels.u16"))
     np.testing.assert_allclose(levels * float(texts["ScaleZ"]) + float(texts["OriginZ"]), heights,
                                atol=1e-5)
     assert "MissingValue" not in Image.open(folder / "map_intensity.png").text
 
 
 def check_open3d():
-    intensity = np.array(scans.intensity_values(), "<u2").reshape(HEIGHT, WIDTH)
+    intensity = scans.intensity_values()
     points, found = open_cloud(str(folder / "points.ply"))
     x, z = wanted(POINTS)
     y = np.where(np.isnan(z), np.nan, 0.5 * np.arange(HEIGHT)[:, None] + 3).astype("<f4")
@@ -118,18 +132,19 @@ def check_open3d():
 
 with tempfile.TemporaryDirectory() as scratch:
     folder = scans.write_scan(scratch)
-    subprocess.run([WHOLE_SCAN, MODEL, folder / "range.pgm", folder / "intensity.pgm", folder, "0"],
-                   check=True)
+    scans.run(WHOLE_SCAN, MODEL, folder / "range.pgm", folder / "intensity.pgm", folder)
     for name, (arguments, _) in FILES.items():
         if arguments:
-            command, *options = arguments.replace("--intensity", f"--intensity {folder}/intensity.pgm"
-                                                  ).split()
+            arguments = arguments.replace("--intensity", f"--intensity {folder}/intensity.pgm")
+            command, *options = arguments.split()
             scans.run(PLANEX, command, MODEL, folder / "range.pgm", "-o", folder / name, "-q",
-                      "--unit", "\u00b5m", *SENSOR, *Y, *options)
-    assert (wanted("levels.u16") > 0).mean() > 0.5
+                      "--block", 7, "--unit", "\u00b5m", *SENSOR, *Y, *options)
+    assert (wanted("mean_levels.u16") > 0).mean() > 0.5
     names, read = READERS[READER]
     for name in names:
         found, values = read(str(folder / name)), wanted(FILES[name][1])
+        if name.startswith("part"):
+            values = values[..., 11:30, :]
         if name == "nodata.tif":
             values = np.where(np.isnan(values), np.float32(-9999), values)
         np.testing.assert_array_equal(found, values, name)  # missing cells, too: NaN equals NaN

@@ -6,7 +6,7 @@ the exit status in brackets unless it is 0. --update writes the transcript anew.
 
 In the folder are model.json, the example model; region.json, the same with a calibrated region;
 damaged.json, which only the recovery check reads; and range.pgm and intensity.pgm, a small scan, on
-the sensor as $SENSOR says. `edit` is documents.py.
+the sensor as $SENSOR says. `edit` is documents.py, `image` is scans.py.
 """
 import difflib
 import json
@@ -34,18 +34,20 @@ def run(line, folder, environment):
 def main():
     planex, transcript = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])
     environment = dict(os.environ, PATH=f".:{planex.parent}:{os.environ['PATH']}",
-                       SENSOR=" ".join(scans.SENSOR))
+                       LC_ALL="C.UTF-8", SENSOR=" ".join(scans.SENSOR))
     damaged = documents.example()
     del damaged["data"]["LensCoefficients"]
     expected = transcript.read_text(encoding="utf-8")
     actual = ""
     with tempfile.TemporaryDirectory() as folder:
-        editor = scans.write_scan(folder) / "edit"
-        editor.write_text(f'#!/bin/sh\nexec {sys.executable} -B {documents.__file__} "$@"\n')
-        editor.chmod(0o755)
+        files = scans.write_scan(folder)
+        for name, module in (("edit", documents), ("image", scans)):
+            script = f'#!/bin/sh\nexec {sys.executable} -B {module.__file__} "$@"\n'
+            (files / name).write_text(script)
+            (files / name).chmod(0o755)
         for name, document in (("model", documents.example()), ("damaged", damaged),
-                               ("region", documents.with_region(documents.example()))):
-            (pathlib.Path(folder) / f"{name}.json").write_text(json.dumps(document))
+                               ("region", documents.with_region())):
+            (files / f"{name}.json").write_text(json.dumps(document))
         for line in expected.splitlines():
             if line.startswith("#") or not line:
                 actual += line + "\n"
@@ -54,10 +56,9 @@ def main():
     if "--update" in sys.argv:
         transcript.write_text(actual, encoding="utf-8")
         return 0
-    difference = list(difflib.unified_diff(expected.splitlines(), actual.splitlines(),
-                                           "expected", "actual", lineterm=""))
-    print("\n".join(difference))
-    return 1 if difference else 0
+    print("\n".join(difflib.unified_diff(expected.splitlines(), actual.splitlines(),
+                                         "expected", "actual", lineterm="")))
+    return actual != expected
 
 
 if __name__ == "__main__":

@@ -1,11 +1,11 @@
 // What the command must give, without blocks and files of its own: a small scan through single
 // calls of the library, written as plain arrays.
 //
-//     whole_scan <model.json> <range.pgm> <intensity.pgm> <folder> <mode>
+//     whole_scan <model.json> <range.pgm> <intensity.pgm> <folder>
 //
-// writes x.f32, z.f32 (calibrated), xa.f32, ya.f32, za.f32 (aligned), levels.u16, heights.f32 and
-// grey.u8 (rectified). Both images have 16 bits. The sensor region and the Y of the rows are fixed;
-// the tests of the command ask for the same.
+// writes x.f32, z.f32 (calibrated), xa.f32, ya.f32, za.f32 (aligned) and for each mode, as mean,
+// mean_levels.u16, mean_heights.f32 and mean_grey.u8 (rectified). Both images have 16 bits. The
+// sensor region and the Y of the rows are fixed; the tests of the command ask for the same.
 #include <planex/foundation/image_of.h>
 #include <planex/io/image_reader.h>
 #include <planex/io/model_file.h>
@@ -28,6 +28,7 @@ using cmnalg::Image;
 using cmnalg::ImageOf;
 using namespace datafusion::planex;
 
+constexpr const char* kModes[] = {"mean", "lowest", "highest", "darkest", "brightest"};
 constexpr SensorRegion kRegion = {16, 8, 1.0 / 16, 160, 2544, 704};
 
 void require(bool good) {
@@ -55,11 +56,10 @@ void write(const std::string& path, const ImageOf<T>& image) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  require(argc == 6);
+  require(argc == 5);
   const CalibrationModel model = planex::io::loadModel(argv[1]);
   const ImageOf<std::uint16_t> range = read(argv[2]), intensity = read(argv[3]);
   const std::string folder = std::string(argv[4]) + "/";
-  const auto mode = static_cast<RectificationMode>(std::atoi(argv[5]));  // NOLINT(cert-err34-c)
   const int width = range.GetWidth(), height = range.GetHeight();
 
   ImageOf<float> x, z, xa, ya, za, heights(width, height, Image::s_defaultImageAllocator);
@@ -80,16 +80,20 @@ int main(int argc, char** argv) {
   levels.PixelSize = {grid.x.scale, 1, grid.levels.scale};
   levels.Origin = {grid.x.origin, 0, grid.levels.origin};
   levels.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
-  require(toRectified(x, z, reduced, bounds.lateralSpacing, 1, mode, levels, grey, true));
-  require(
-      toRectifiedWorld(x, z, reduced, {bounds.lateralSpacing, 1}, mode, grid, NAN, &heights, grey));
   write(folder + "x.f32", x);
   write(folder + "z.f32", z);
   write(folder + "xa.f32", xa);
   write(folder + "ya.f32", ya);
   write(folder + "za.f32", za);
-  write(folder + "levels.u16", levels);
-  write(folder + "heights.f32", heights);
-  write(folder + "grey.u8", grey);
+  const SplatShape splat = {bounds.lateralSpacing, 1};
+  for (int i = 0; i < 5; ++i) {
+    const auto mode = static_cast<RectificationMode>(i);
+    require(toRectified(x, z, reduced, splat.lateralSpacing, splat.size, mode, levels, grey, true));
+    require(toRectifiedWorld(x, z, reduced, splat, mode, grid, NAN, &heights, grey));
+    const std::string name = folder + kModes[i];
+    write(name + "_levels.u16", levels);
+    write(name + "_heights.f32", heights);
+    write(name + "_grey.u8", grey);
+  }
   return 0;
 }
