@@ -11,77 +11,74 @@ scratch=$build_dir/tests/package/scratch
 prefix=$scratch/prefix
 model=$source_dir/examples/models/simulated_camera.json
 
-# Compiles a file that holds nothing but one installed header.
-compile_alone() {
-  "$@" -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fsyntax-only -I"$prefix/include" -
+step_install() {
+  rm -rf "$scratch"
+  "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
+  # Exported targets come in one file more per configuration, named after it.
+  diff <(cd "$here" && sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$@" | sort) \
+    <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|' | sort)
 }
 
-case "$step" in
-  install)
-    rm -rf "$scratch"
-    "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
-    # Exported targets come in one file more per configuration, named after it.
-    diff <(cd "$here" && sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$@" | sort) \
-      <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|' | sort)
-    ;;
-  headers)
-    cd "$prefix/include"
-    find planex -name '*.h' | while read -r header; do
-      echo "#include <$header>" | compile_alone "$cxx" -std=c++17 -x c++
-    done
-    for header in planex/version.h planex/api/*.h; do # a C file must declare something
-      printf '#include <%s>\nextern int used;\n' "$header" | compile_alone "$cc" -std=c99 -x c
-    done
-    ;;
-  cmake)
-    # The prefix was moved since it was configured: nothing in it may name another place.
-    if grep -rIl -e "$source_dir" -e "$build_dir" "$prefix"; then
-      exit 1
-    fi
-    "$cmake" -S "$here/consumer" -B "$scratch/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
-      -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
-    "$cmake" --build "$scratch/cmake"
-    for program in "$scratch"/cmake/*_consumer; do
-      "$program" "$model"
-    done
-    ;;
-  pkgconfig)
-    export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
-    # shellcheck disable=SC2162 # a blank in a path comes with a backslash before it
-    read -a flags < <(pkg-config --cflags --libs "planex = $version")
-    flags+=("-Wl,-rpath,$prefix/$libdir")
-    "$cc" -std=c99 "$source_dir/examples/minimal.c" -o "$scratch/c_consumer" "${flags[@]}"
-    "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
-    "$scratch/c_consumer" "$model"
-    "$scratch/cxx_consumer"
-    pkg-config --exists planex-io || exit 0
-    read -ra flags < <(pkg-config --cflags --libs "planex-io = $version")
-    "$cxx" -std=c++17 "$here/consumer/io_consumer.cc" -o "$scratch/io_consumer" "${flags[@]}" \
-      "-Wl,-rpath,$prefix/$libdir"
-    "$scratch/io_consumer" "$model"
-    ;;
-  command)
-    # It finds its library beside itself.
-    [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
-    "$prefix/bin/planex" check "$model"
-    [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]
-    # shellcheck disable=SC1091
-    source "$prefix/share/bash-completion/completions/planex"
-    cd "$source_dir/examples/models"
-    set +e # as in a shell of people
-    while read -r wanted line; do
-      read -ra COMP_WORDS <<<"planex $line"
-      COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-      _planex planex "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
-      [ "${COMPREPLY[*]}" = "$wanted" ] || exit 1
-    done <<<"calibrate cal
+step_headers() { # each compiles alone
+  local strict=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fsyntax-only)
+  cd "$prefix/include"
+  find planex -name '*.h' | while read -r header; do
+    echo "#include <$header>" | "$cxx" -std=c++17 "${strict[@]}" -x c++ -I"$PWD" -
+  done
+  for header in planex/version.h planex/api/*.h; do # a C file must declare something
+    printf '#include <%s>\nextern int used;\n' "$header" |
+      "$cc" -std=c99 "${strict[@]}" -x c -I"$PWD" -
+  done
+}
+
+step_cmake() {
+  # The prefix was moved since it was configured: nothing in it may name another place.
+  if grep -rIl -e "$source_dir" -e "$build_dir" "$prefix"; then
+    exit 1
+  fi
+  "$cmake" -S "$here/consumer" -B "$scratch/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+  "$cmake" --build "$scratch/cmake"
+  for program in "$scratch"/cmake/*_consumer; do
+    "$program" "$model"
+  done
+}
+
+# consume <package> <compiler> <argument>...
+consume() {
+  # shellcheck disable=SC2162 # a blank in a path comes with a backslash before it
+  read -a flags < <(pkg-config --cflags --libs "$1 = $version")
+  "${@:2}" -o "$scratch/consumer" "${flags[@]}" "-Wl,-rpath,$prefix/$libdir"
+  "$scratch/consumer" "$model"
+}
+
+step_pkgconfig() {
+  export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+  consume planex "$cc" -std=c99 "$source_dir/examples/minimal.c"
+  consume planex "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc"
+  pkg-config --exists planex-io || exit 0
+  consume planex-io "$cxx" -std=c++17 "$here/consumer/io_consumer.cc"
+}
+
+step_command() {
+  # It finds its library beside itself.
+  [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
+  "$prefix/bin/planex" check "$model"
+  [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]
+  # shellcheck disable=SC1091
+  source "$prefix/share/bash-completion/completions/planex"
+  cd "$source_dir/examples/models"
+  set +e # as in a shell of people
+  while read -r wanted line; do
+    read -ra COMP_WORDS <<<"planex $line"
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    _planex planex "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
+    [ "${COMPREPLY[*]}" = "$wanted" ] || exit 1
+  done <<<"calibrate cal
 --pixel-size rectify m.json --pi
 darkest rectify m.json r.png --mode d
 2 convert --file-version 2
 simulated_camera.json diff sim"
-    ;;
-  *)
-    echo "no step '$step'"
-    exit 2
-    ;;
-esac
+}
+
+"step_$step" "$@"
