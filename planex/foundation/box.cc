@@ -1,10 +1,13 @@
 #include "planex/foundation/box.h"
 
+#include "planex/infra/float_environment.h"
+
 namespace cmnalg {
 
 namespace math {
 
 Vec<3, double> ApplyTransform(const Transform<3, double>& transform, const Vec<3, double>& point) {
+  const base::DefaultFloatEnvironment environment;
   const Matrix<double>& m = transform.GetMatrix();
   const auto row = [&](int r) {
     return m[r][0] * point.x + m[r][1] * point.y + m[r][2] * point.z + m[r][3];
@@ -20,6 +23,7 @@ Vec<3, double> ApplyTransform(const Transform<3, double>& transform, const Vec<3
 namespace shape3d {
 
 Box Box::FromCorners(const Vec<3, double>& a, const Vec<3, double>& b) {
+  const base::DefaultFloatEnvironment environment;
   auto pose = Matrix<double>::Identity(4, 4);
   pose[0][3] = a.x / 2 + b.x / 2;
   pose[1][3] = a.y / 2 + b.y / 2;

@@ -5,6 +5,7 @@
 
 #include "planex/foundation/image_of.h"
 #include "planex/infra/class_repository.h"
+#include "planex/infra/float_environment.h"
 #include "planex/infra/refusal.h"
 
 namespace cmnalg {
@@ -99,6 +100,7 @@ ImageType Image::GetType() const { return data_.GetType(); }
 bool Image::CanHold(ImageType /*type*/) const { return true; }
 
 bool Image::IsConsistent() const {
+  const base::DefaultFloatEnvironment environment;
   const bool sizesAreFine =
       isFinite(PixelSize) && PixelSize.x >= 0 && PixelSize.y >= 0 && PixelSize.z >= 0;
   const bool zerosAreFine =

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "planex/infra/float_environment.h"
 #include "planex/infra/logger.h"
 
 namespace cmnalg {
@@ -153,6 +154,7 @@ bool Matrix<T>::CreateExternal(T* data, int rows, int cols, int pitch) {
 
 template <typename T>
 Matrix<T> Matrix<T>::operator*(const Matrix& right) const {
+  const base::DefaultFloatEnvironment environment;
   Matrix product;
   if (width_ != right.height_ || !product.Create(height_, right.width_)) return product;
   for (int r = 0; r < height_; ++r) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <limits>
 
+#include "planex/infra/float_environment.h"
 #include "planex/infra/refusal.h"
 
 namespace cmnalg::math {
@@ -55,6 +56,7 @@ void writeColumn(const Vec<N, T>& point, Matrix<T>& matrix, int col) {
 
 template <typename T>
 bool Inverse(Matrix<T>& out, const Matrix<T>& in) {
+  const base::DefaultFloatEnvironment environment;
   const int size = in.Height();
   if (in.IsEmpty() || in.Width() != size) {
     return refuse("Input or output matrix is not correct size.");

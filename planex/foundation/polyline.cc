@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "planex/foundation/interval.h"
+#include "planex/infra/float_environment.h"
 
 namespace cmnalg::shape {
 namespace {
@@ -21,6 +22,7 @@ double lengthOf(const math::Interval& extent) {
 }  // namespace
 
 Rectangle Polyline::GetBoundingBox() const {
+  const base::DefaultFloatEnvironment environment;
   math::Interval x, y;
   for (const Vec<2, double>& point : Points) {
     x.Include(point.x);

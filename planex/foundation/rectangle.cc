@@ -3,9 +3,12 @@
 #include <cmath>
 #include <cstddef>
 
+#include "planex/infra/float_environment.h"
+
 namespace cmnalg::shape {
 
 std::array<Vec<2, double>, 4> Rectangle::GetCorners() const {
+  const base::DefaultFloatEnvironment environment;
   const double cosine = std::cos(Rotation);
   const double sine = std::sin(Rotation);
   const double w = Width / 2;
@@ -20,6 +23,7 @@ std::array<Vec<2, double>, 4> Rectangle::GetCorners() const {
 }
 
 bool Rectangle::IsValid() const {
+  const base::DefaultFloatEnvironment environment;
   return std::isfinite(Center.x) && std::isfinite(Center.y) && std::isfinite(Width) &&
          std::isfinite(Height) && std::isfinite(Rotation) && Width >= 0 && Height >= 0;
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "planex/infra/class_repository.h"
+#include "planex/infra/float_environment.h"
 #include "planex/infra/refusal.h"
 #include "planex/infra/visitor.h"
 
@@ -104,6 +105,7 @@ Transform<N, T>& Transform<N, T>::operator=(const Transform& other) {
 
 template <int N, typename T>
 bool Transform<N, T>::Create(const Matrix<T>& matrix, TransformType wanted) {
+  const base::DefaultFloatEnvironment environment;
   if (matrix.Width() != N + 1 || matrix.Height() != N + 1) {
     return refuse("Input matrix is not correct size.");
   }
@@ -119,6 +121,7 @@ bool Transform<N, T>::Create(const Matrix<T>& matrix, TransformType wanted) {
 
 template <int N, typename T>
 TransformType Transform<N, T>::GetTypeNumerical() const {
+  const base::DefaultFloatEnvironment environment;
   return classify(matrix_, N);
 }
 

@@ -11,6 +11,7 @@
 
 #include "planex/infra/base64.h"
 #include "planex/infra/class_repository.h"
+#include "planex/infra/float_environment.h"
 #include "planex/infra/forwarding_visitor-inl.h"
 
 namespace base {
@@ -105,6 +106,7 @@ JsonVisitingDeSerializer::~JsonVisitingDeSerializer() { cJSON_Delete(owned_); }
 void JsonVisitingDeSerializer::Parse(const char* text) {
   if (text == nullptr) return SetError("Out of memory or invalid JSON format");
   const CLocaleScope scope;
+  const DefaultFloatEnvironment environment;
   owned_ = cJSON_Parse(text);
   root_ = owned_;
   if (root_ == nullptr) SetError("Can not parse JSON");
@@ -248,6 +250,7 @@ bool JsonVisitingDeSerializer::Assign(const cJSON* node, T& value, const char* n
       FailMember(name, "not not a number");
       return false;
     }
+    const DefaultFloatEnvironment environment;
     if (toNumber(node->valuedouble, value)) return true;
   }
   FailMissing(name);

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "planex/infra/base64.h"
+#include "planex/infra/float_environment.h"
 #include "planex/infra/forwarding_visitor-inl.h"
 
 namespace base {
@@ -152,6 +153,7 @@ void JsonVisitingSerializer::PutNumber(T value) {
   } else if constexpr (std::is_same_v<T, char>) {
     return PutNumber(static_cast<std::int8_t>(value));  // the same text where char is unsigned
   } else if constexpr (std::is_floating_point_v<T>) {
+    const DefaultFloatEnvironment environment;
     if (std::isnan(value)) return PutText("nan");
     if (std::isinf(value)) return PutText(value > 0 ? "inf" : "-inf");
     const int digits = std::is_same_v<T, float> ? floatDigits_ : doubleDigits_;

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "planex/infra/float_environment.h"
+
 namespace base {
 namespace {
 
@@ -130,6 +132,7 @@ void Logger::Log(std::int32_t level, const std::string& message) {
 void Logger::Publish(const LogRecord& record) const {
   if (insideHandler) return;
   const HandlerScope scope;
+  const CallersFloatEnvironment environment;
   for (const Logger* logger = this; logger != nullptr;) {
     const std::shared_ptr<const HandlerList> handlers = logger->Handlers();
     for (const auto& handler : *handlers) {

@@ -25,7 +25,7 @@ namespace base {
 /// Loggers live from first use until the process has ended, also while other static objects are
 /// destroyed. Any thread may use any operation. A record logged from inside a handler, on the
 /// same thread, is dropped, and so is one that there is no memory for: logging throws nothing but
-/// what a handler throws.
+/// what a handler throws. Handlers run in the floating-point environment of the library's caller.
 class PLANEX_EXPORT Logger {
  public:
   Logger(const Logger&) = delete;

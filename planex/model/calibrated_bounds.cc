@@ -6,6 +6,7 @@
 #include "planex/foundation/box.h"
 #include "planex/foundation/interval.h"
 #include "planex/infra/containers.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/point_mapping.h"
 #include "planex/model/shape_mapping.h"
@@ -60,6 +61,7 @@ SpacingFit fitSpacing(const PointList& points, double columns) {
 bool calculateImageBounds(const CalibrationModel& model, const cmnalg::Image& image, double zMin,
                           double zMax, Vec<3, double>& min, Vec<3, double>& max,
                           CoordinateSystem from, CoordinateSystem to, int supersampling) {
+  const base::DefaultFloatEnvironment environment;
   if (zMin > zMax) {
     return refuse(
         "Range limits for Z must be in proper order. Minimum must be a smaller value than "
@@ -77,6 +79,7 @@ bool calculateCalibratedBounds(const CalibrationModel& model, bool aligned,
                                const Vec<2, double>& pixMin, const Vec<2, double>& pixMax,
                                Vec<2, double>& min, Vec<2, double>& max, double& resSlope,
                                double& resOffset) {
+  const base::DefaultFloatEnvironment environment;
   PointList points = sampleSensor(pixMin, pixMax);
   const auto target = aligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated;
   if (!mapPoints<double>(model, points, points, CoordinateSystem::Pixel, target)) return false;

@@ -12,6 +12,7 @@
 
 #include "planex/foundation/image_of.h"
 #include "planex/foundation/interval.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 
 namespace datafusion::planex {
@@ -140,6 +141,7 @@ bool CalibratedRegion::AreOfOneSize() const {
 }
 
 bool CalibratedRegion::Update(const PointList& points, const PointList& residuals) {
+  const base::DefaultFloatEnvironment environment;
   const bool complete = std::count(images_.begin(), images_.end(), nullptr) == 0;
   const int width = complete && AreOfOneSize() ? images_[kPointCount]->GetWidth() : 0;
   const int height = width > 0 ? images_[kPointCount]->GetHeight() : 0;
@@ -180,6 +182,7 @@ bool CalibratedRegion::IsValid() const {
 }
 
 bool CalibratedRegion::GetRegion(cmnalg::shape::Rectangle& region) const {
+  const base::DefaultFloatEnvironment environment;
   cmnalg::shape::Rectangle area;
   if (images_[kPointCount] != nullptr) {
     const Image& count = *images_[kPointCount];

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "planex/infra/class_repository.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/camera_matrix.h"
 #include "planex/model/model_checks.h"
 
@@ -52,6 +53,7 @@ bool CalibrationModel::setScheimpflug(double c5, double c6) {
 }
 
 bool CalibrationModel::setSkew(double x, double y, double z) {
+  const base::DefaultFloatEnvironment environment;
   if (std::sqrt(x * x + y * y + z * z) <= kSmallestLength || std::abs(y) <= kSmallestLength) {
     return refuseToChange(
         "Skew vector cannot have zero norm or have zero contribution skewed the image "
@@ -95,6 +97,7 @@ void CalibrationModel::reset() {
 }
 
 bool CalibrationModel::IsConsistent() const {
+  const base::DefaultFloatEnvironment environment;
   return !(CalibrationError < 0.0 || CalibrationErrorMax < 0.0 || AlignmentError < 0.0 ||
            AlignmentErrorMax < 0.0 || FocalLength < 0.0);
 }
@@ -106,6 +109,7 @@ cmnalg::Matrix<double> CalibrationModel::getK() const {
 }
 
 bool CalibrationModel::mirror(bool mirrorX, cmnalg::Vec<2, double> point) {
+  const base::DefaultFloatEnvironment environment;
   if (!std::isfinite(point.x) || !std::isfinite(point.y)) {
     return refuseToChange("The mirror point is invalid.");
   }
@@ -121,6 +125,7 @@ bool CalibrationModel::mirror(bool mirrorX, cmnalg::Vec<2, double> point) {
 }
 
 std::string CalibrationModel::toString() const {
+  const base::DefaultFloatEnvironment environment;
   const bool calibrated = isCalibrated(CurrentState);
   const bool aligned2d = isAligned2D(CurrentState);
   const bool aligned3d = isAligned3D(CurrentState);

@@ -2,11 +2,13 @@
 
 #include <utility>
 
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 
 namespace datafusion::planex {
 
 bool getK(const double& focal, const double& cx, const double& cy, cmnalg::Matrix<double>& K) {
+  const base::DefaultFloatEnvironment environment;
   if (cx < 0.0 || cy < 0.0) return refuse("Invalid lens center coordinate.");
   if (focal < 0.0) return refuse("Invalid focal length.");
   // The arguments may be elements of K.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "planex/foundation/matrix_inverse.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/point_mapping_kernel.h"
 #include "planex/model/skewed_pose.h"
@@ -123,6 +124,7 @@ bool addSpaceSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem
 template <typename T>
 bool mapInPlane(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out,
                 CoordinateSystem from, CoordinateSystem to) {
+  const base::DefaultFloatEnvironment environment;
   PlanBuilder builder(model);
   return addPlaneSteps(builder, from, to) && run(builder.Plan(), in, out);
 }
@@ -151,6 +153,7 @@ template <typename T>
 bool mapPoints(const CalibrationModel& model, const Space<T>& in, Space<T>& out,
                CoordinateSystem from, CoordinateSystem to, const double& yOffset,
                const double& yScale) {
+  const base::DefaultFloatEnvironment environment;
   from = normalised(from);
   to = normalised(to);
   if (!hasState(model)) return false;

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "planex/infra/float_environment.h"
+
 namespace datafusion::planex {
 namespace {
 
@@ -15,11 +17,13 @@ bool isInside(double origin, int size, double scale, double limit) {
 }  // namespace
 
 bool isOnSensor(const CalibrationModel& model, const SensorRegion& region) {
+  const base::DefaultFloatEnvironment environment;
   return isInside(region.originX, region.width, region.scaleX, model.SensorSize.x) &&
          isInside(region.originZ, region.height, region.scaleZ, model.SensorSize.y);
 }
 
 double lastRangeValue(const SensorRegion& region) {
+  const base::DefaultFloatEnvironment environment;
   return region.height / std::abs(region.scaleZ) - 1;
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "planex/foundation/interval.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/outline_sampling.h"
 #include "planex/model/point_mapping.h"
 
@@ -17,6 +18,7 @@ using cmnalg::shape3d::Box;
 bool mapBox(const CalibrationModel& model, const Box& box, etl::Vector<Vec<3, double>>& points,
             CoordinateSystem from, CoordinateSystem to, const double& yOffset, const double& yScale,
             int supersampling) {
+  const base::DefaultFloatEnvironment environment;
   etl::Vector<Vec<3, double>> samples;
   if (!sampleBox(box, supersampling, samples)) return false;
   if (!mapPoints<double>(model, samples, samples, from, to, yOffset, yScale)) return false;
@@ -27,6 +29,7 @@ bool mapBox(const CalibrationModel& model, const Box& box, etl::Vector<Vec<3, do
 bool mapBox(const CalibrationModel& model, const Box& box, Vec<3, double>& min, Vec<3, double>& max,
             CoordinateSystem from, CoordinateSystem to, const double& yOffset, const double& yScale,
             int supersampling) {
+  const base::DefaultFloatEnvironment environment;
   etl::Vector<Vec<3, double>> points;
   if (!mapBox(model, box, points, from, to, yOffset, yScale, supersampling)) return false;
   const Vec<3, double>& first = points.front();
@@ -52,6 +55,7 @@ bool mapBox(const CalibrationModel& model, const Box& box, Box& out, CoordinateS
 
 bool mapRectangle(const CalibrationModel& model, const Rectangle& rectangle, Polyline& out,
                   CoordinateSystem from, CoordinateSystem to, int supersampling) {
+  const base::DefaultFloatEnvironment environment;
   etl::Vector<Vec<2, double>> samples;
   if (!sampleRectangle(rectangle, supersampling, samples)) return false;
   if (!mapPoints<double>(model, samples, samples, from, to)) return false;

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "planex/infra/containers.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/coordinate_system.h"
 #include "planex/model/point_mapping.h"
 #include "planex/model/spacing_fit.h"
@@ -93,6 +94,7 @@ bool mapColumns(WorldSampler& sampler, double last, int rangeCount, SpacingFit& 
 
 WorldBoundsResult calculateWorldBounds(const CalibrationModel& model, const SensorRegion& region,
                                        int columns, WorldBounds& bounds) {
+  const base::DefaultFloatEnvironment environment;
   if (!isOnSensor(model, region)) return WorldBoundsResult::OutsideSensor;
   const double rMax = lastRangeValue(region);
   if (!(std::isfinite(rMax) && std::trunc(rMax) <= kMaxRangeCount)) {

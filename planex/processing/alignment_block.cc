@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "planex/infra/float_environment.h"
 #include "planex/processing/alignment_kernel.h"
 #include "planex/processing/pixel_block.h"
 #include "planex/processing/row_parallel.h"
@@ -39,6 +40,7 @@ bool applyAlignmentBlock(int columnBegin, int columnEnd, int rowBegin, int rowEn
                          const cmnalg::Image& z, const cmnalg::Matrix<double>& transform,
                          cmnalg::ImageOf<float>& xOut, cmnalg::ImageOf<float>& yOut,
                          cmnalg::ImageOf<float>& zOut) {
+  const base::DefaultFloatEnvironment environment;
   const kernel::AlignRow align =
       kernel::alignRow(x.GetType(), z.GetType(), storesPhysicalValues(x) && storesPhysicalValues(z),
                        cmnalg::currentInstructionSet());

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "planex/infra/float_environment.h"
 #include "planex/processing/calibration_kernel.h"
 #include "planex/processing/pixel_block.h"
 #include "planex/processing/row_parallel.h"
@@ -26,6 +27,7 @@ bool applyCalibrationBlock(int columnBegin, int columnEnd, int rowBegin, int row
                            const double& c, const double& d, const double& missingValue,
                            const double* lensCoefficients, const double* transform,
                            cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z) {
+  const base::DefaultFloatEnvironment environment;
   if (lensCoefficients == nullptr || transform == nullptr) return false;
   constexpr bool kDouble = sizeof(P) == sizeof(double);
   const cmnalg::InstructionSet set = cmnalg::currentInstructionSet();
@@ -79,6 +81,7 @@ bool applyCalibrationSheetCurve(const double* sheetCurve, cmnalg::ImageOf<float>
 bool applyCalibrationBlockSheetCurve(int columnBegin, int columnEnd, int rowBegin, int rowEnd,
                                      const double* sheetCurve, cmnalg::ImageOf<float>& x,
                                      cmnalg::ImageOf<float>& z) {
+  const base::DefaultFloatEnvironment environment;
   if (sheetCurve == nullptr) return false;
   const PixelBlock block{columnBegin, columnEnd, rowBegin, rowEnd};
   if (block.IsEmpty()) return true;

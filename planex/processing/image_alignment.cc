@@ -5,6 +5,7 @@
 
 #include "planex/foundation/matrix_inverse.h"
 #include "planex/foundation/memory_overlap.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/skewed_pose.h"
 #include "planex/processing/alignment_block.h"
@@ -24,6 +25,7 @@ cmnalg::Matrix<double> inPlanePose(const cmnalg::Matrix<double>& pose) {
 }  // namespace
 
 cmnalg::Matrix<double> getAlignmentTransform(const CalibrationModel& model, bool aligned) {
+  const base::DefaultFloatEnvironment environment;
   if (!poseUsable(model)) return {};
   cmnalg::Matrix<double> pose = skewedPose(model);
   if (!aligned) return pose;
@@ -36,6 +38,7 @@ bool applyAlignment(const CalibrationModel& model, bool aligned, const cmnalg::I
                     const etl::Vector<double>& y, const cmnalg::Image& z,
                     cmnalg::ImageOf<float>& xOut, cmnalg::ImageOf<float>& yOut,
                     cmnalg::ImageOf<float>& zOut, RunMode /*mode*/) {
+  const base::DefaultFloatEnvironment environment;
   if (!poseUsable(model)) return refuse("Invalid pose matrix.");
   const cmnalg::Vec<3, double>& skew = model.Skew;
   if (std::abs(skew.y) <= kSmallestSkewY || std::isnan(skew.x) || std::isnan(skew.z)) {

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "planex/foundation/memory_overlap.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 #include "planex/model/skewed_pose.h"
 #include "planex/processing/calibration_block.h"
@@ -35,6 +36,7 @@ void describeTarget(const cmnalg::Image& range, cmnalg::Image& target) {
 }  // namespace
 
 cmnalg::Matrix<double> getCalibrationTransform(const CalibrationModel& model, bool aligned) {
+  const base::DefaultFloatEnvironment environment;
   if (!homographyUsable(model)) return {};
   if (!mapsIntoAlignedPlane(model, aligned)) return model.Homography;
   if (!poseUsable(model)) return {};
@@ -43,6 +45,7 @@ cmnalg::Matrix<double> getCalibrationTransform(const CalibrationModel& model, bo
 
 bool applyCalibration(const CalibrationModel& model, bool aligned, const cmnalg::Image& range,
                       cmnalg::ImageOf<float>& x, cmnalg::ImageOf<float>& z, RunMode mode) {
+  const base::DefaultFloatEnvironment environment;
   if (!isModelUsable(model)) return false;
   if (sharesMemory(range, x) || sharesMemory(range, z) || sharesMemory(x, z)) {
     return refuse("Cannot reuse source image as target image.");

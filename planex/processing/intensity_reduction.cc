@@ -1,6 +1,7 @@
 #include "planex/processing/intensity_reduction.h"
 
 #include "planex/foundation/multiversion.h"
+#include "planex/infra/float_environment.h"
 
 namespace datafusion::planex {
 namespace {
@@ -49,6 +50,7 @@ IntensityLimits findIntensityLimits(const std::uint16_t* values, std::size_t cou
 
 void reduceIntensities(const std::uint16_t* values, std::size_t count,
                        const IntensityLimits& limits, std::uint8_t* out) {
+  const base::DefaultFloatEnvironment environment;
   const double span = limits.max > limits.min ? limits.max - limits.min : 1.0;
   SpreadVariants::choose(cmnalg::currentInstructionSet())(values, count, limits.min, limits.max,
                                                           span, out);

@@ -8,6 +8,7 @@
 
 #include "planex/foundation/memory_overlap.h"
 #include "planex/infra/containers.h"
+#include "planex/infra/float_environment.h"
 #include "planex/model/model_checks.h"
 #include "planex/processing/pixel_block.h"
 #include "planex/processing/rectification_kernel.h"
@@ -256,6 +257,7 @@ bool rectifyWorld(const Points& from, const HeightGrid& grid, float missing, Ima
 bool toRectified(const Image& x, const Image& z, const cmnalg::Vec<2, double>& lateralSpacing,
                  const double& splatSize, RectificationMode mode, ImageOf<std::uint16_t>& target,
                  bool clearTarget) {
+  const base::DefaultFloatEnvironment environment;
   const Points from{x, z, nullptr, {lateralSpacing, splatSize}, mode};
   const HeightGrid grid = gridOf(target);
   if (!checkHeights(from, grid, &target)) return false;
@@ -267,6 +269,7 @@ bool toRectified(const Image& x, const Image& z, const Image& intensity,
                  const cmnalg::Vec<2, double>& lateralSpacing, const double& splatSize,
                  RectificationMode mode, ImageOf<std::uint16_t>& target,
                  ImageOf<std::uint8_t>& targetIntensity, bool clearTarget) {
+  const base::DefaultFloatEnvironment environment;
   const Points from{x, z, &intensity, {lateralSpacing, splatSize}, mode};
   const HeightGrid grid = gridOf(target);
   if (!checkWithIntensity(from, grid, targetIntensity, &target)) return false;
@@ -280,6 +283,7 @@ bool toRectified(const Image& x, const Image& z, const Image& intensity,
 bool toRectifiedWorld(const Image& x, const Image& z, const SplatShape& splat,
                       RectificationMode mode, const HeightGrid& grid, float missing,
                       ImageOf<float>& targetHeights) {
+  const base::DefaultFloatEnvironment environment;
   const Points from{x, z, nullptr, splat, mode};
   return checkHeights(from, grid, nullptr) &&
          rectifyWorld(from, grid, missing, &targetHeights, nullptr);
@@ -289,6 +293,7 @@ bool toRectifiedWorld(const Image& x, const Image& z, const Image& intensity,
                       const SplatShape& splat, RectificationMode mode, const HeightGrid& grid,
                       float missing, ImageOf<float>* targetHeights,
                       ImageOf<std::uint8_t>& targetIntensity) {
+  const base::DefaultFloatEnvironment environment;
   const Points from{x, z, &intensity, splat, mode};
   return checkWithIntensity(from, grid, targetIntensity, nullptr) &&
          rectifyWorld(from, grid, missing, targetHeights, &targetIntensity);

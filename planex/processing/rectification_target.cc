@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "planex/infra/float_environment.h"
 #include "planex/infra/logger.h"
 #include "planex/model/model_checks.h"
 #include "planex/processing/height_grid.h"
@@ -39,6 +40,7 @@ bool createRectificationTarget(const int& width, const double& xMin, const doubl
                                const int& zSteps, const double& zMin, const double& zMax,
                                cmnalg::Image& target, cmnalg::ImageType type,
                                unsigned char missingData) {
+  const base::DefaultFloatEnvironment environment;
   if (width < 2) return refuse("The width must be larger than 1.");
   if (height < 1) return refuse("The height must be at least 1.");
   if (zSteps < 2) return refuse("The number of Z steps must be larger than 1.");
@@ -54,6 +56,7 @@ bool createRectificationTarget(const double& pixelSizeX, const double& xMin, con
                                const double& pixelSizeZ, const double& zMin, const double& zMax,
                                cmnalg::Image& target, cmnalg::ImageType type,
                                unsigned char missingData) {
+  const base::DefaultFloatEnvironment environment;
   if (!(pixelSizeX > 0.0 && pixelSizeY > 0.0)) {
     return refuse("Pixel sizes in x and y must be positive integers.");
   }

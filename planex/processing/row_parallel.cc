@@ -8,6 +8,8 @@
 #include <exception>
 #include <mutex>
 
+#include "planex/infra/float_environment.h"
+
 namespace datafusion::threading_helpers {
 namespace {
 
@@ -73,13 +75,17 @@ void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
   const int rows = rowEnd - rowBegin;
   const int wanted = teamSize(rows, pixelsPerRow);
   if (wanted == 1) {
+    const base::DefaultFloatEnvironment environment;
     body(context, rowBegin, rowEnd);
     return;
   }
   watchForFork();
   ExceptionCarrier failure;
+  // The threads stay for the host's own regions: they begin as those that the host makes itself.
+  const base::CallersFloatEnvironment callers;
 #pragma omp parallel num_threads(wanted)
   {
+    const base::DefaultFloatEnvironment environment;
     const int threads = omp_get_num_threads();
     const int thread = omp_get_thread_num();
     const int share = rows / threads;

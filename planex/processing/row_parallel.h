@@ -16,7 +16,8 @@ constexpr std::int64_t kDefaultMinimumPixelsPerThread = 32768;
 /// Calls body(context, first, last) for contiguous blocks that cover the rows [rowBegin, rowEnd),
 /// each block on one thread of a team of min(default team, rows, work / minimum) threads. With n
 /// rows, T threads, q = n / T and m = n - q T, thread k < m takes q + 1 rows from k (q + 1) on,
-/// the others q rows from m + k q on. Returns when all blocks are done.
+/// the others q rows from m + k q on. Each block runs in the default floating-point environment.
+/// Returns when all blocks are done.
 ///
 /// Inside another parallel region, and in a process forked after a region, the calling thread does
 /// all rows alone. An exception from a body is rethrown here after the team has joined: the first

@@ -1,6 +1,7 @@
 #include "planex/processing/world_heights.h"
 
 #include "planex/foundation/multiversion.h"
+#include "planex/infra/float_environment.h"
 
 namespace datafusion::planex {
 namespace {
@@ -27,6 +28,7 @@ using ToWorldVariants =
 
 void toWorldHeights(const std::uint16_t* values, std::size_t count, const GridAxis& levels,
                     float missing, float* out) {
+  const base::DefaultFloatEnvironment environment;
   ToWorldVariants::choose(cmnalg::currentInstructionSet())(
       values, count, static_cast<float>(levels.scale), static_cast<float>(levels.origin), missing,
       out);
