@@ -12,7 +12,8 @@ namespace tavik::planex {
 /// The objects of one kind behind the handles of the C interface.
 ///
 /// Handles count up from 1 and are not given back: neither erase nor clear touches the counter. It
-/// wraps after 2^32 objects, and then overwrites an object that still has an early handle.
+/// wraps after 2^32 - 1 objects. Then handles of objects that are gone come again, in their old
+/// order; 0 and the handles of objects that are alive are passed over.
 ///
 /// Refusals are CalibrationExceptions and leave registry and counter as they were. No lock: callers
 /// serialise.
@@ -26,6 +27,9 @@ class HandleRegistry {
   HandleRegistry(const char* tooManyMessage, const char* unknownMessage)
       : tooManyMessage_(tooManyMessage), unknownMessage_(unknownMessage) {}
 
+  /// For tests: where to go on counting.
+  void setNextHandle(std::uint32_t handle) { nextHandle_ = handle; }
+
   /// Throws when kLimit objects are alive.
   void throwIfFull() const {
     CalibrationException::throwUnless(objects_.size() < kLimit, tooManyMessage_);
@@ -34,8 +38,11 @@ class HandleRegistry {
   /// Stores the object. @return its handle. Throws when kLimit objects are alive.
   std::uint32_t insert(T object) {
     throwIfFull();
-    objects_.insert_or_assign(nextHandle_, std::move(object));
-    return nextHandle_++;
+    std::uint32_t handle = nextHandle_;
+    while (handle == 0 || objects_.count(handle) != 0) ++handle;  // at most kLimit + 1 times
+    objects_.emplace(handle, std::move(object));
+    nextHandle_ = handle + 1;
+    return handle;
   }
 
   /// A copy of the object: a log callback may destroy the one in the registry while an entry point
