@@ -6,6 +6,8 @@
 #include <shared_mutex>
 #include <string>
 
+#include "planex/infra/fork_safety.h"
+
 namespace etl {
 namespace {
 
@@ -20,6 +22,10 @@ Repository& repository() {
   static auto* const instance = new Repository;
   return *instance;
 }
+
+std::shared_mutex& repositoryMutex() { return repository().mutex; }
+
+[[maybe_unused]] const int kGuarded = base::guardAgainstForks<repositoryMutex>();
 
 Classes::Factory findFactory(std::string_view className) {
   Repository& classes = repository();

@@ -6,12 +6,14 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <type_traits>
 #include <utility>
 
 #include "planex/infra/base64.h"
 #include "planex/infra/class_repository.h"
 #include "planex/infra/float_environment.h"
+#include "planex/infra/fork_safety.h"
 #include "planex/infra/forwarding_visitor-inl.h"
 
 namespace base {
@@ -36,6 +38,15 @@ class CLocaleScope {
 
   locale_t former_;
 };
+
+/// Held while cJSON parses, which writes the place of its last error into a variable of the
+/// process.
+std::mutex& parserMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+[[maybe_unused]] const int kGuarded = guardAgainstForks<parserMutex>();
 
 etl::String quoted(const char* text) {
   return "'" + etl::String(text == nullptr ? "" : text) + "'";
@@ -107,6 +118,7 @@ void JsonVisitingDeSerializer::Parse(const char* text) {
   if (text == nullptr) return SetError("Out of memory or invalid JSON format");
   const CLocaleScope scope;
   const DefaultFloatEnvironment environment;
+  const std::lock_guard lock(parserMutex());
   owned_ = cJSON_Parse(text);
   root_ = owned_;
   if (root_ == nullptr) SetError("Can not parse JSON");

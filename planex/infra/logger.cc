@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "planex/infra/float_environment.h"
+#include "planex/infra/fork_safety.h"
 
 namespace base {
 namespace {
@@ -57,20 +58,48 @@ Logger& Logger::GetRoot() {
 }
 
 namespace {
+
 // Made while the library is loaded, so that no later call lacks memory for it.
 [[maybe_unused]] const Logger& root = Logger::GetRoot();
+
+using Loggers = std::map<std::string, std::unique_ptr<Logger>, std::less<>>;
+std::mutex loggersMutex;
+Loggers* loggers = nullptr;  // all but the root
+
 }  // namespace
+
+/// What guardAgainstForks does for one mutex, for those of all loggers.
+struct Logger::ForkHandlers {
+  template <typename Action>
+  static void ForEachMutex(Action action) {
+    action(GetRoot().handlersMutex_);
+    if (loggers == nullptr) return;
+    for (const auto& [name, logger] : *loggers) action(logger->handlersMutex_);
+  }
+  static void BeforeFork() {
+    loggersMutex.lock();
+    ForEachMutex([](std::shared_mutex& mutex) { mutex.lock(); });
+  }
+  static void InParent() {
+    ForEachMutex([](std::shared_mutex& mutex) { mutex.unlock(); });
+    loggersMutex.unlock();
+  }
+  static void InChild() {
+    ForEachMutex([](std::shared_mutex& mutex) { makeAnew(mutex); });
+    makeAnew(loggersMutex);
+  }
+  static const int kRegistered;
+};
+const int Logger::ForkHandlers::kRegistered = pthread_atfork(BeforeFork, InParent, InChild);
 
 Logger& Logger::Get(const std::string& name) { return Find(name); }
 Logger& Logger::Get(const char* name) { return Find(name); }
 
 Logger& Logger::Find(std::string_view name) {
-  using Loggers = std::map<std::string, std::unique_ptr<Logger>, std::less<>>;
   if (name.empty()) return GetRoot();
   try {
-    static auto* const mutex = new std::mutex;
-    static auto* const loggers = new Loggers;
-    const std::lock_guard lock(*mutex);
+    const std::lock_guard lock(loggersMutex);
+    if (loggers == nullptr) loggers = new Loggers;
     const auto found = loggers->find(name);
     if (found != loggers->end()) return *found->second;
     std::unique_ptr<Logger> logger(new Logger(std::string(name), &GetRoot(), INHERIT));

@@ -86,6 +86,8 @@ class PLANEX_EXPORT Logger {
  private:
   using HandlerList = std::vector<std::shared_ptr<LogHandler>>;
 
+  struct ForkHandlers;
+
   Logger(std::string name, Logger* parent, std::int32_t level);
 
   static Logger& Find(std::string_view name);

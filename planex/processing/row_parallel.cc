@@ -2,6 +2,7 @@
 
 #include <omp.h>
 #include <pthread.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,15 +16,24 @@ namespace {
 
 std::atomic<std::int64_t> minimumPixelsPerThread{kDefaultMinimumPixelsPerThread};
 
-/// Set in a process that was forked after a region: the threads of the team stayed behind, and the
-/// OpenMP runtime would wait for them for ever.
+/// Set in a process that was forked from one with several threads: those of a team, whoever opened
+/// it, stayed behind, and the OpenMP runtime would wait for them for ever.
 std::atomic<bool> teamLostInFork{false};
+std::atomic<bool> forksWithThreads{false};
 
-void watchForFork() {
-  static const int registered =
-      pthread_atfork(nullptr, nullptr, [] { teamLostInFork.store(true); });
-  static_cast<void>(registered);
+/// Whether this process has other threads than this one; true where it cannot be told. Neither
+/// allocates nor throws: this runs inside fork().
+bool hasOtherThreads() {
+  struct stat tasks = {};  // a folder with a link from itself, one from above and one per thread
+  return stat("/proc/self/task", &tasks) != 0 || tasks.st_nlink != 3;
 }
+
+// From loading on: a host may open its own team, and fork, before it ever calls.
+[[maybe_unused]] const int kWatchingForks =
+    pthread_atfork([] { forksWithThreads = hasOtherThreads(); }, nullptr,
+                   [] {
+                     if (forksWithThreads) teamLostInFork = true;
+                   });
 
 int teamSize(std::int64_t rows, std::int64_t pixelsPerRow) {
   if (omp_in_parallel() != 0 || teamLostInFork.load()) return 1;
@@ -53,7 +63,6 @@ class ExceptionCarrier {
 
 int getThreadCount() {
   if (teamLostInFork.load()) return 1;
-  watchForFork();
   int count = 1;
 #pragma omp parallel
   {
@@ -79,7 +88,6 @@ void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
     body(context, rowBegin, rowEnd);
     return;
   }
-  watchForFork();
   ExceptionCarrier failure;
   // The threads stay for the host's own regions: they begin as those that the host makes itself.
   const base::CallersFloatEnvironment callers;

@@ -19,8 +19,8 @@ constexpr std::int64_t kDefaultMinimumPixelsPerThread = 32768;
 /// the others q rows from m + k q on. Each block runs in the default floating-point environment.
 /// Returns when all blocks are done.
 ///
-/// Inside another parallel region, and in a process forked after a region, the calling thread does
-/// all rows alone. An exception from a body is rethrown here after the team has joined: the first
+/// Inside another parallel region, and in a process forked from one with several threads, the
+/// calling thread does all rows alone. An exception from a body is rethrown here after the team has joined: the first
 /// one caught.
 void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
                   void (*body)(void* context, int first, int last), void* context);
