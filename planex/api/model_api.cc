@@ -45,12 +45,12 @@ std::optional<std::string> readTextFile(const char* path) {
   std::ifstream file(path, std::ios::binary);
   if (!file.is_open()) return std::nullopt;
   std::string text;
-  char piece[65536];
+  std::string piece(65536, '\0');  // not on the stack, which may be as large
   do {
-    file.read(piece, sizeof piece);
+    file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
     const auto size = static_cast<std::size_t>(file.gcount());
-    text.append(piece, size);
-    if (std::memchr(piece, '\0', size) != nullptr) return text;
+    text.append(piece, 0, size);
+    if (std::memchr(piece.data(), '\0', size) != nullptr) return text;
   } while (file.good());
   if (file.bad()) return std::nullopt;
   return text;

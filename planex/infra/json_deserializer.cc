@@ -48,6 +48,26 @@ std::mutex& parserMutex() {
 
 [[maybe_unused]] const int kGuarded = guardAgainstForks<parserMutex>();
 
+/// The parser takes some hundred bytes of stack for each level. A model document has nine.
+constexpr int kMaxNesting = 100;
+
+/// Whether the first value of the text nests deeper. What is not JSON may count as either.
+bool nestsTooDeep(const char* text) {
+  int depth = 0;
+  bool inString = false;
+  for (; *text != '\0'; ++text) {
+    if (*text == '"') inString = !inString;
+    if (inString) {
+      if (*text == '\\' && *++text == '\0') return false;
+    } else if (*text == '{' || *text == '[') {
+      if (++depth > kMaxNesting) return true;
+    } else if ((*text == '}' || *text == ']') && --depth <= 0) {
+      return false;
+    }
+  }
+  return false;
+}
+
 etl::String quoted(const char* text) {
   return "'" + etl::String(text == nullptr ? "" : text) + "'";
 }
@@ -119,7 +139,7 @@ void JsonVisitingDeSerializer::Parse(const char* text) {
   const CLocaleScope scope;
   const DefaultFloatEnvironment environment;
   const std::lock_guard lock(parserMutex());
-  owned_ = cJSON_Parse(text);
+  if (!nestsTooDeep(text)) owned_ = cJSON_Parse(text);
   root_ = owned_;
   if (root_ == nullptr) SetError("Can not parse JSON");
 }
