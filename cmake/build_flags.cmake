@@ -32,6 +32,18 @@ if(PLANEX_SANITIZE)
   target_link_options(planex_build_flags INTERFACE -fsanitize=${PLANEX_SANITIZE})
 endif()
 
+# A fault that slips through ends the process instead of running on: a smashed stack, an overrun
+# buffer of known size, a misused container, a changed table of functions.
+option(PLANEX_HARDEN "Harden release builds" ON)
+if(PLANEX_HARDEN AND NOT PLANEX_SANITIZE)
+  set(harden -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    list(APPEND harden -fcf-protection)
+  endif()
+  target_compile_options(planex_build_flags INTERFACE "$<$<CONFIG:Release>:${harden}>")
+  target_link_options(planex_build_flags INTERFACE "$<$<CONFIG:Release>:-Wl,-z,relro,-z,now>")
+endif()
+
 # Standards are set per target, not globally, so that a parent project keeps its own.
 function(planex_set_target_defaults target)
   target_link_libraries(${target} PRIVATE planex_build_flags)

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/api/handle_registry.h"
 #include "planex/api/model_recovery.h"
 #include "tests/api/api_test.h"
 
@@ -55,8 +56,22 @@ TEST_F(ModelFile, RefusesWhatIsNoRegularFile) {
 }
 
 TEST_F(ApiTest, DeepNestingIsRefused) {
-  uint32_t model = 77;
-  EXPECT_FALSE(createModelFromJson(std::string(5000000, '[').c_str(), &model));
+  for (const std::size_t levels : {98, 99, 5000000}) {  // below two of the document
+    const std::string array = std::string(levels, '[') + std::string(levels, ']');
+    const std::string member = "\"{\\\"[[\": " + array + ", \"FileVersion\"";
+    uint32_t model = 77;
+    const std::string document = with(kModelDocument, "\"FileVersion\"", member);
+    EXPECT_EQ(createModelFromJson((document + "}]]{[").c_str(), &model), levels == 98);
+  }
+}
+
+TEST(HandleRegistry, PassesOverZeroAndLivingHandlesWhenItWraps) {
+  tavik::planex::HandleRegistry<int> registry("", "");
+  EXPECT_EQ(registry.insert(10), 1U);
+  registry.setNextHandle(4294967295U);
+  EXPECT_EQ(registry.insert(20), 4294967295U);
+  EXPECT_EQ(registry.insert(30), 2U);
+  EXPECT_EQ(registry.copyOf(1), 10);
 }
 
 TEST(ModelRecovery, TakesLinearTime) {

@@ -1,16 +1,25 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <cfenv>
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "planex/infra/json_deserializer.h"
+#include "planex/infra/json_serializer.h"
+#include "planex/infra/out_stream.h"
 #include "planex/model/point_mapping.h"
+#include "planex/model/shape_mapping.h"
+#include "planex/model/world_bounds.h"
 #include "planex/processing/image_alignment.h"
 #include "planex/processing/image_calibration.h"
+#include "planex/processing/intensity_reduction.h"
 #include "planex/processing/rectification.h"
+#include "planex/processing/world_heights.h"
 #include "tests/support/instruction_sets.h"
 
 namespace datafusion::planex {
@@ -61,6 +70,8 @@ struct Scene {
     }
     range.PixelSize.z = 1.0 / 16;
     model.CurrentState = ModelState::CALIBRATED_ALIGNED_3D;
+    model.CalibrationError = 5e-324;
+    model.SensorSize = {640, 480};
     model.FocalLength = 1200;
     model.LensCenter = {320.5, 241};
     model.LensCoefficients = {-0.11, 0.04, 0.013, 0.002, -0.0017, 0.02, -0.04};
@@ -71,16 +82,23 @@ struct Scene {
     model.Pose = cmnalg::Matrix<double>::FromRows(4, 4, pose);
     model.Skew = {0.1, 0.9, -0.2};
     model.setSheetCurve(1.5, 1e-4, 0.02, 1e-4, -2e-5, 3e-7);
+    for (int i = 0; i < 1000; ++i) points.push_back({0.64 * i, 0.5 * i, (i * 37) % 480 * 1.0});
   }
 
   CalibrationModel model;
   ImageOf<std::uint16_t> range;
   ImageOf<std::uint8_t> intensity;
+  etl::Vector<cmnalg::Vec<3, double>> points;
 };
+
+const Scene& theScene() {
+  static const Scene scene;
+  return scene;
+}
 
 /// Calibration in double and in single precision, alignment, rectification in five modes, points.
 std::vector<std::uint64_t> checksums() {
-  const Scene scene;
+  const Scene& scene = theScene();
   std::vector<std::uint64_t> sums;
   ImageOf<float> x, z, aligned[3];
   for (const RunMode mode : {RunMode::DoublePrecision, RunMode::SinglePrecision}) {
@@ -107,8 +125,7 @@ std::vector<std::uint64_t> checksums() {
   sums.push_back(rectified.Value());
 
   Checksum mapped;
-  etl::Vector<cmnalg::Vec<3, double>> points;
-  for (int i = 0; i < 1000; ++i) points.push_back({0.64 * i, 0.5 * i, (i * 37) % 480 * 1.0});
+  etl::Vector<cmnalg::Vec<3, double>> points = scene.points;
   constexpr auto kPixel = CoordinateSystem::Pixel;
   constexpr auto kAligned = CoordinateSystem::Aligned;
   for (const auto& [from, to] : {std::pair{kPixel, kAligned}, std::pair{kAligned, kPixel}}) {
@@ -133,6 +150,65 @@ TEST(Checksums, OfEveryInstructionSetAndNumberOfThreads) {
       EXPECT_EQ(checksums(), kChecksums) << static_cast<int>(set) << ", " << threads;
     }
   });
+  omp_set_num_threads(omp_get_num_procs());
+}
+
+/// What else computes: numbers as text, shapes, bounds, grids, matrices.
+std::uint64_t checksumOfTheRest() {
+  CalibrationModel model(theScene().model);
+  etl::MemoryOutStream stream;
+  base::JsonVisitingSerializer(stream, false).Serialize(model);
+  const std::string text(stream.GetText());
+  base::JsonVisitingDeSerializer(text.c_str(), true).DeserializeIntoExistingObject(model);
+  auto box = cmnalg::shape3d::Box::FromCorners({0.1, 0, 0.3}, {637.7, 21.3, 470.9});
+  mapBox(model, box, box, CoordinateSystem::Pixel, CoordinateSystem::Aligned, 0.1, 0.3, 5);
+  WorldBounds bounds;
+  calculateWorldBounds(model, {1, 0, 1.0 / 16, 0, 640, 300}, 640, bounds);
+  const std::uint16_t value = 40000;
+  float height;
+  toWorldHeights(&value, 1, levelAxis(bounds.z.min, bounds.z.max, 65535), -1, &height);
+  std::uint8_t reduced;
+  reduceIntensities(&value, 1, {3, 65534}, &reduced);
+  Checksum sum;
+  for (const char c : text + model.toString()) sum.Add(c);
+  return sum.Add(model.Skew.x).Add(box.Size.z).Add(height).Add(reduced).Value();
+}
+
+// A thread of a team, too: it starts with the environment of the thread that makes it.
+TEST(Checksums, InEveryFloatingPointEnvironment) {
+  void (*const kEnvironments[])() = {
+      [] { std::fesetround(FE_UPWARD); },
+      [] { std::fesetround(FE_DOWNWARD); },
+      [] { std::fesetround(FE_TOWARDZERO); },
+      [] { feenableexcept(FE_ALL_EXCEPT); },
+      [] { std::feraiseexcept(FE_OVERFLOW); },
+#ifdef __x86_64__
+      [] { __builtin_ia32_ldmxcsr(0x9F80); },  // flushes denormals to zero
+      [] { __builtin_ia32_ldmxcsr(0x1FC0); },  // takes denormals for zero
+#endif
+      [] {}};
+  const auto environmentNow = [] {
+    unsigned sse = 0;
+#ifdef __x86_64__
+    sse = __builtin_ia32_stmxcsr();
+#endif
+    return std::vector{fegetexcept(), std::fegetround(), std::fetestexcept(FE_ALL_EXCEPT),
+                       int(sse)};
+  };
+  const SmallTeams teams;
+  const std::uint64_t rest = checksumOfTheRest();
+  for (const auto& enter : kEnvironments) {
+    for (const int threads : {4, 1}) {
+      omp_set_num_threads(threads);
+      enter();
+      const auto before = environmentNow();
+      const auto found = std::pair(checksums(), checksumOfTheRest());
+      const auto after = environmentNow();
+      std::fesetenv(FE_DFL_ENV);
+      EXPECT_EQ(found, std::pair(kChecksums, rest)) << &enter - kEnvironments;
+      EXPECT_EQ(after, before) << &enter - kEnvironments;
+    }
+  }
   omp_set_num_threads(omp_get_num_procs());
 }
 
