@@ -55,17 +55,18 @@ fs::path folderOf(const fs::path& file) {
   return file.has_parent_path() ? file.parent_path() : ".";
 }
 
-/// The file that `path` names behind its links; `path` itself where nothing exists.
-std::string targetOf(const std::string& path, bool force) {
+/// Whether `path` may become the name of a file: it is free, or force replaces what has it.
+void requireReplaceable(const std::string& path, bool force) {
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0) return path;
-  if (!force) throw Failure(path, "exists; choose another name or overwrite it with --force");
-  if (stat(path.c_str(), &status) != 0) {
-    throw Failure(path, "is a link to nothing; remove it or choose another name");
+  if (lstat(path.c_str(), &status) != 0) return;
+  if (!force) {
+    throw Failure(path, S_ISLNK(status.st_mode)
+                            ? "is a symbolic link; choose another name or replace it, not the file "
+                              "behind it, with --force"
+                            : "exists; choose another name or overwrite it with --force");
   }
-  if (!S_ISREG(status.st_mode)) throw Failure(path, "is not a regular file; choose another name");
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) != nullptr ? resolved : path;
+  if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) return;
+  throw Failure(path, "is not a regular file; choose another name");
 }
 
 /// Whether an unfinished file is to have that name.
@@ -78,12 +79,14 @@ bool isBeingWritten(const std::string& target) {
   });
 }
 
-/// mkstemp makes files that only their owner may read.
+/// mkstemp makes files that only their owner may read. The permissions of a file that is replaced
+/// go on only where they mean the same people; bits beyond permissions, as set-user-ID, never do.
 void givePermissions(int descriptor, const std::string& target) {
-  struct stat status;
+  struct stat own, old;
   mode_t mode = 0;
-  if (stat(target.c_str(), &status) == 0) {
-    mode = status.st_mode & 07777;
+  if (lstat(target.c_str(), &old) == 0 && S_ISREG(old.st_mode) && fstat(descriptor, &own) == 0 &&
+      own.st_uid == old.st_uid && own.st_gid == old.st_gid) {
+    mode = old.st_mode & 0777;
   } else {
     const mode_t mask = umask(0);
     umask(mask);
@@ -97,8 +100,9 @@ std::string reason() { return std::strerror(errno); }
 }  // namespace
 
 OutputFile::OutputFile(const std::string& path, bool force)
-    : path_(path), target_(targetOf(path, force)), temporary_(target_ + ".XXXXXX"), force_(force) {
-  if (isBeingWritten(target_)) {
+    : path_(path), temporary_(path + ".XXXXXX"), force_(force) {
+  requireReplaceable(path_, force);
+  if (isBeingWritten(path_)) {
     throw Failure(path_, "is the name of two outputs; give each its own");
   }
   sigset_t all, before;
@@ -112,7 +116,7 @@ OutputFile::OutputFile(const std::string& path, bool force)
     throw Failure(path_, std::string("cannot be created (") + std::strerror(error) +
                              "); check the folder and its permissions");
   }
-  givePermissions(descriptor, target_);
+  givePermissions(descriptor, path_);
   stream_ = fdopen(descriptor, "w+b");
 }
 
@@ -140,10 +144,10 @@ void OutputFile::close() {
 void OutputFile::commit() {
   close();
   // Without force the name must still be free; file systems that cannot promise it are asked first.
-  int result = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(),
+  int result = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(),
                          force_ ? 0U : static_cast<unsigned>(RENAME_NOREPLACE));
-  if (result != 0 && errno == EINVAL && access(target_.c_str(), F_OK) != 0) {
-    result = std::rename(temporary_.c_str(), target_.c_str());
+  if (result != 0 && errno == EINVAL && access(path_.c_str(), F_OK) != 0) {
+    result = std::rename(temporary_.c_str(), path_.c_str());
   }
   if (result != 0) {
     throw Failure(path_, "cannot be given its name (" + reason() +

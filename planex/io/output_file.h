@@ -20,9 +20,10 @@ namespace planex::io {
 /// a Failure with the name of the file. Files are made and destroyed on one thread.
 class PLANEX_EXPORT OutputFile {
  public:
-  /// @param path  a name that no file has, unless `force` is set, which replaces a regular file;
-  ///              what else exists (folders, devices) is refused, and a file that another
-  ///              OutputFile writes. A link is followed
+  /// @param path  a name that no file has, unless `force` is set, which replaces a regular file, or
+  ///              a symbolic link and not what is behind it; what else exists (folders, devices) is
+  ///              refused, and a file that another OutputFile writes. The permissions of a replaced
+  ///              file are kept where it had the owner and group that the new one has
   OutputFile(const std::string& path, bool force);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
@@ -48,7 +49,6 @@ class PLANEX_EXPORT OutputFile {
   void close();
 
   std::string path_;
-  std::string target_;  // path_ behind links
   std::string temporary_;
   std::FILE* stream_ = nullptr;
   int slot_ = -1;  // in the list of files that a signal removes

@@ -85,6 +85,17 @@ class Command(unittest.TestCase):
             child.stdin.close()
             self.assertEqual(set(self.folder.iterdir()), before)
 
+    def test_force_replaces_a_link_and_keeps_only_permissions(self):
+        target, link = self.folder / "target.json", self.folder / "link.json"
+        target.write_text("old")
+        link.symlink_to(target)
+        scans.run(PLANEX, "convert", MODEL, "-o", link, "-f")
+        self.assertFalse(link.is_symlink())
+        self.assertEqual(target.read_text(), "old")
+        target.chmod(0o6750)
+        scans.run(PLANEX, "convert", MODEL, "-o", target, "-f")
+        self.assertEqual(target.stat().st_mode & 0o7777, 0o750)
+
     def shown(self, seconds, *options, terminal=True):
         """What stands on standard error when a bar was drawn, or after that time. Nobody waits for
         the four thousand million points."""
