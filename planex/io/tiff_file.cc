@@ -24,18 +24,21 @@ TiffFile::TiffFile(const std::string& path, const char* mode) {
 
 TiffFile::~TiffFile() = default;
 
-int TiffFile::onError(TIFF* /*tiff*/, void* self, const char* /*module*/, const char* format,
-                      va_list args) {
-  std::string& error = static_cast<TiffFile*>(self)->error_;
-  std::array<char, 256> text{};
-  std::vsnprintf(text.data(), text.size(), format, args);
-  if (error.empty()) error = text.data();
+int TiffFile::keep(std::string& text, const char* format, va_list args) {
+  std::array<char, 256> line{};
+  std::vsnprintf(line.data(), line.size(), format, args);
+  if (text.empty()) text = line.data();
   return 1;  // handled: nothing is printed
 }
 
-int TiffFile::onWarning(TIFF* /*tiff*/, void* /*self*/, const char* /*module*/,
-                        const char* /*format*/, va_list /*args*/) {
-  return 1;  // most are about tags that are not looked at
+int TiffFile::onError(TIFF* /*tiff*/, void* self, const char* /*module*/, const char* format,
+                      va_list args) {
+  return keep(static_cast<TiffFile*>(self)->error_, format, args);
+}
+
+int TiffFile::onWarning(TIFF* /*tiff*/, void* self, const char* /*module*/, const char* format,
+                        va_list args) {
+  return keep(static_cast<TiffFile*>(self)->warning_, format, args);
 }
 
 }  // namespace planex::io

@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <iterator>
 #include <string>
 
 #include "planex/io/image_formats.h"
@@ -11,6 +13,11 @@ namespace {
 
 /// Compressed strips are decoded from memory as a whole.
 constexpr std::uint64_t kMaximumStrip = std::uint64_t{128} << 20;
+
+/// Compressions that keep samples bit for bit and fill every row of a sound strip.
+constexpr std::uint16_t kLossless[] = {COMPRESSION_NONE,          COMPRESSION_LZW,
+                                       COMPRESSION_ADOBE_DEFLATE, COMPRESSION_DEFLATE,
+                                       COMPRESSION_ZSTD,          COMPRESSION_PACKBITS};
 
 /// Strips of one sample per pixel. Uncompressed rows are read where they stand in the file, so that
 /// a file of one large strip needs no more memory than others.
@@ -27,6 +34,9 @@ class TiffReader final : public ImageReader {
     TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_BITSPERSAMPLE, &bits);
     announce(width, height, bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16);
     checkStrips();
+    // Decodes row by row: the other decoder takes a strip of one row as a whole, and leaves the row
+    // as it was where the strip holds more.
+    TIFFSetField(tiff_.get(), TIFFTAG_DEFLATE_SUBCODEC, DEFLATE_SUBCODEC_ZLIB);
   }
 
  private:
@@ -51,8 +61,12 @@ class TiffReader final : public ImageReader {
     }
     if (TIFFIsTiled(tiff_.get()) != 0) refuse("is stored in tiles; save it in strips");
     if (TIFFLastDirectory(tiff_.get()) == 0) refuse("holds several images; extract one of them");
-    if (TIFFIsCODECConfigured(tag(TIFFTAG_COMPRESSION)) == 0) {
-      refuse("is compressed in a way that is not supported; save it uncompressed");
+    const std::uint16_t compression = tag(TIFFTAG_COMPRESSION);
+    if (std::find(std::begin(kLossless), std::end(kLossless), compression) == std::end(kLossless)) {
+      const TIFFCodec* const codec = TIFFFindCODEC(compression);
+      refuse("is compressed by " +
+             (codec != nullptr ? codec->name : "method " + std::to_string(compression)) +
+             ", which is not supported; save it uncompressed, or by LZW, deflate, ZSTD or PackBits");
     }
   }
 
@@ -89,10 +103,20 @@ class TiffReader final : public ImageReader {
   void readNextRow(void* row) override {
     if (plain_) {
       readPlainRow(row);
-    } else if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(row_), 0) != 1) {
-      refuseRow(row_, tiff_.error());
+    } else {
+      readCompressedRow(row);
     }
     ++row_;
+  }
+
+  /// A warning of the decoder means that it left out bytes, or did not fill the row.
+  void readCompressedRow(void* row) {
+    std::memset(row, 0, shape().rowBytes());
+    tiff_.forgetWarning();
+    if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(row_), 0) != 1) {
+      refuseRow(row_, tiff_.error());
+    }
+    if (!tiff_.warning().empty()) refuseRow(row_, tiff_.warning());
   }
 
   void readPlainRow(void* row) const {

@@ -42,10 +42,10 @@ class MemoryFile {
   int descriptor_;
 };
 
-/// The rows [first, end), `step` at a time.
-std::vector<char> rowsOf(io::ImageReader& image, int first, int end, int step) {
+/// The rows [first, end), `step` at a time, in a buffer that held other bytes.
+std::vector<char> rowsOf(io::ImageReader& image, int first, int end, int step, char stale) {
   const std::size_t rowBytes = image.shape().rowBytes();
-  std::vector<char> pixels(static_cast<std::size_t>(end - first) * rowBytes);
+  std::vector<char> pixels(static_cast<std::size_t>(end - first) * rowBytes, stale);
   for (int row = first; row < end; row += step) {
     image.readRows(row, std::min(step, end - row),
                    pixels.data() + static_cast<std::size_t>(row - first) * rowBytes);
@@ -60,9 +60,9 @@ void readImage(const std::string& path, test::ByteSource& choices) {
   CHECK_HOLDS(shape.height > 0);
   const int rows =
       static_cast<int>(std::min<std::int64_t>(shape.height, kMostPixels / shape.width));
-  const std::vector<char> whole = rowsOf(*image, 0, rows, 1 + choices.Between(0, 9));
+  const std::vector<char> whole = rowsOf(*image, 0, rows, 1 + choices.Between(0, 9), 0);
   const int first = rows > 0 ? choices.Between(0, 255) % rows : 0;
-  const std::vector<char> part = rowsOf(*image, first, rows, 3);  // backwards, and skipping
+  const std::vector<char> part = rowsOf(*image, first, rows, 3, 1);  // backwards, and skipping
   CHECK_HOLDS(
       part.size() <= whole.size() &&
       std::equal(part.begin(), part.end(), whole.end() - static_cast<std::ptrdiff_t>(part.size())));
