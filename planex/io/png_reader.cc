@@ -19,6 +19,9 @@ namespace {
 /// is 1032).
 constexpr std::uint64_t kMaximumRatio = 1040;
 
+/// Bytes that are held of a chunk that is no part of the rows.
+constexpr png_alloc_size_t kMaximumChunk = 1 << 20;
+
 /// One pass through a PNG with libpng, which leaves by longjmp where something is wrong. So every
 /// function that calls it has setjmp and no object that wants destroying; errors are false and a
 /// text.
@@ -37,7 +40,8 @@ class PngPass {
     if (info_ == nullptr) return false;
     png_set_read_fn(png_, this, readBytes);
     png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
-    png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, 0);
+    png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
+    png_set_chunk_malloc_max(png_, kMaximumChunk);
     png_read_info(png_, info_);
     if (png_get_bit_depth(png_, info_) == 16) png_set_swap(png_);  // PNG has the high byte first
     return true;

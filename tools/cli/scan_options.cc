@@ -14,7 +14,8 @@
 namespace planex::tools {
 namespace {
 
-constexpr int kBlockPixels = 1 << 17;
+constexpr int kBlockPixels = 1 << 17;      // of a block that caches hold
+constexpr int kMostBlockPixels = 1 << 22;  // of any, some 200 MB
 
 [[noreturn]] void refuseRows(const RowOptions& options, const io::ImageShape& image) {
   throw CLI::ValidationError("--rows", "'" + options.rows + "' is no part A:B of the rows 0:" +
@@ -79,12 +80,12 @@ void addRowOptions(CLI::App& command, RowOptions& options) {
       ->type_name("A:B");
   command
       .add_option("--block", options.block,
-                  "Hand N rows at a time to a thread; results do not depend on it")
+                  "Hand at most N rows at a time to a thread; results do not depend on it")
       ->check(CLI::Range(1, 1 << 20))
       ->type_name("N");
 }
 
-scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& image) {
+scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& image, int columns) {
   scan::RowBlocks blocks{0, image.height, options.block};
   if (!options.rows.empty()) {
     const char* const begin = options.rows.data();
@@ -97,7 +98,9 @@ scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& ima
       refuseRows(options, image);
     }
   }
-  if (blocks.block == 0) blocks.block = std::max(1, kBlockPixels / image.width);
+  const int widest = std::max(image.width, columns);
+  const int most = std::max(1, kMostBlockPixels / widest);
+  blocks.block = blocks.block == 0 ? std::max(1, kBlockPixels / widest) : std::min(blocks.block, most);
   return blocks;
 }
 

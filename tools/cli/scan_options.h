@@ -28,9 +28,10 @@ struct RowOptions {
 /// Adds --rows and --block.
 void addRowOptions(CLI::App& command, RowOptions& options);
 
-/// The rows of an image that the options ask for. Throws CLI::ValidationError for rows that are
-/// written wrongly, none, or not in the image.
-scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& image);
+/// The rows of an image that the options ask for, in blocks whose memory is bounded. Throws
+/// CLI::ValidationError for rows that are written wrongly, none, or not in the image.
+/// @param columns of the widest row that is made of one of the image
+scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& image, int columns);
 
 /// Where along the scan the rows of a range image lie: on a line, or at positions from a file.
 struct YOptions {

@@ -102,7 +102,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
   const scan::IntensityImage* const withIntensity = intensity ? &*intensity : nullptr;
-  const scan::RowBlocks rows = resolveRows(options.rows, range->shape());
+  const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), 0);
   const scan::RangeScan source(
       model, options.model, *range,
       scan::resolveSensor(options.sensor, options.range, model, options.model));

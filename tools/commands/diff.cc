@@ -30,6 +30,7 @@ using Point = cmnalg::Vec<2, double>;
 using PointList = etl::Vector<Point>;
 
 constexpr double kMostPoints = 1 << 22;  // compared without --step
+constexpr std::int64_t kBlock = 65536;   // points mapped at a time
 
 struct DiffOptions {
   std::string a, b;
@@ -63,7 +64,7 @@ struct Difference {
   }
 };
 
-/// Maps one row of pixels.
+/// Maps some pixels of a row.
 PointList mapped(const CalibrationModel& model, const std::string& file, const PointList& pixels,
                  bool aligned) {
   PointList points;
@@ -76,37 +77,39 @@ PointList mapped(const CalibrationModel& model, const std::string& file, const P
 }
 
 /// The places 0, step, 2 step, ... and the last one of a side of the sensor.
-etl::Vector<double> placesOf(int size, int step) {
-  etl::Vector<double> places;
-  for (int place = 0; place < size - 1; place += step) places.push_back(place);
-  places.push_back(size - 1);
-  return places;
-}
+struct Places {
+  std::int64_t last, step;
+
+  Places(int size, int step_) : last(size - 1), step(step_) {}
+  std::int64_t count() const { return (last + step - 1) / step + 1; }
+  double at(std::int64_t i) const { return static_cast<double>(std::min(i * step, last)); }
+};
 
 int stepFor(const DiffOptions& options, const cmnalg::Vec<2, std::int32_t>& sensor) {
   if (options.step > 0) return options.step;
   const double pixels = static_cast<double>(sensor.x) * sensor.y;
-  return std::max(1, static_cast<int>(std::ceil(std::sqrt(pixels / kMostPoints))));
+  const double longest = std::max(sensor.x, sensor.y);  // of sensors that are but a line
+  return static_cast<int>(std::ceil(std::max(std::sqrt(pixels / kMostPoints), longest / kMostPoints)));
 }
 
 Difference compare(const CalibrationModel& a, const CalibrationModel& b, int step,
                    const DiffOptions& options, const Context& context) {
-  const etl::Vector<double> columns = placesOf(a.SensorSize.x, step);
-  const etl::Vector<double> rows = placesOf(a.SensorSize.y, step);
-  Progress progress(context, "comparing", static_cast<std::int64_t>(columns.size() * rows.size()),
-                    "points");
+  const Places columns(a.SensorSize.x, step), rows(a.SensorSize.y, step);
+  Progress progress(context, "comparing", columns.count() * rows.count(), "points");
   Difference difference;
-  PointList pixels(columns.size());
-  for (const double row : rows) {
-    std::transform(columns.begin(), columns.end(), pixels.begin(), [row](double column) {
-      return Point{column, row};
-    });
-    const PointList worldA = mapped(a, options.a, pixels, options.aligned);
-    const PointList worldB = mapped(b, options.b, pixels, options.aligned);
-    for (std::size_t i = 0; i < pixels.size(); ++i) {
-      difference.include(pixels[i], worldA[i], worldB[i]);
+  PointList pixels;
+  for (std::int64_t row = 0; row < rows.count(); ++row) {
+    for (std::int64_t column = 0; column < columns.count();) {
+      pixels.clear();
+      const std::int64_t end = std::min(column + kBlock, columns.count());
+      for (; column < end; ++column) pixels.push_back({columns.at(column), rows.at(row)});
+      const PointList worldA = mapped(a, options.a, pixels, options.aligned);
+      const PointList worldB = mapped(b, options.b, pixels, options.aligned);
+      for (std::size_t i = 0; i < pixels.size(); ++i) {
+        difference.include(pixels[i], worldA[i], worldB[i]);
+      }
+      progress.advance(static_cast<std::int64_t>(pixels.size()));
     }
-    progress.advance(static_cast<std::int64_t>(pixels.size()));
   }
   return difference;
 }

@@ -33,6 +33,7 @@ using Point2 = cmnalg::Vec<2, double>;
 using Point3 = cmnalg::Vec<3, double>;
 
 constexpr std::size_t kBlock = 65536;     // points mapped at a time
+constexpr std::size_t kTextPiece = 1 << 20;
 constexpr int kMostSupersampling = 1000;  // of a box that gives six million points
 
 struct MapOptions {
@@ -129,7 +130,12 @@ std::vector<io::TextPoint> boundsOf(const std::vector<io::TextPoint>& points) {
 
 void writePoints(io::TextOutput& output, const std::vector<io::TextPoint>& points, int dimensions) {
   std::string text;
-  for (const io::TextPoint& point : points) io::appendPoint(text, point, dimensions);
+  for (const io::TextPoint& point : points) {
+    io::appendPoint(text, point, dimensions);
+    if (text.size() < kTextPiece) continue;
+    output.write(text);
+    text.clear();
+  }
   output.write(text);
 }
 

@@ -321,13 +321,14 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   applyThreads(context);
   const CalibrationModel model = io::loadModel(options.model);
   const auto range = io::ImageReader::open(options.range);
-  const scan::RowBlocks rows = resolveRows(options.rows, range->shape());
   const SensorRegion region =
       scan::resolveSensor(options.sensor, options.range, model, options.model);
   const scan::RangeScan source(model, options.model, *range, region);
   const std::int64_t width = range->shape().width;
   const scan::Rectification rectification =
       rectificationOf(options, model, region, range->shape().width);
+  const scan::RowBlocks rows =
+      resolveRows(options.rows, range->shape(), rectification.grid.width);
   scan::IntensityImages intensities;
   for (const std::string& path : options.intensities) {
     intensities.push_back(std::make_unique<scan::IntensityImage>(path, *range));
