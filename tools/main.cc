@@ -2,12 +2,15 @@
 #include <planex/io/failure.h>
 #include <planex/io/library_warnings.h>
 #include <planex/io/output_file.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "tools/commands/commands.h"
 
@@ -15,6 +18,15 @@ namespace {
 
 constexpr int kInputError = 1;
 constexpr int kUsageError = 2;
+
+bool runs = true;
+
+/// The OpenMP runtime calls exit() where it can make no threads.
+extern "C" void tellOfEarlyExit() {
+  if (!runs) return;
+  std::fputs("planex: ended by the OpenMP runtime; use one thread with OMP_NUM_THREADS=1\n", stderr);
+  _exit(kInputError);  // other threads may still use what exit() goes on to destroy
+}
 
 int complain(const std::string& text, int status) {
   std::fprintf(stderr, "planex: %s\n", planex::io::inOneLine(text).c_str());
@@ -53,19 +65,38 @@ int run(int argc, char** argv) {
   return finish();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  planex::io::removeUnfinishedFilesOnSignals();
-  planex::io::collectLibraryWarnings();
+int runAndTell(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const planex::io::Failure& failure) {
     return complain(failure.what(), kInputError);
   } catch (const std::bad_alloc&) {
-    return complain("the memory is used up; process fewer rows at a time with --block",
-                    kInputError);
+    throw;
   } catch (const std::exception& error) {
     return complain(error.what(), kInputError);
   }
+}
+
+bool hasBlocks(int argc, char** argv) {
+  const std::string_view command = argc > 1 ? argv[1] : "";
+  return command == "calibrate" || command == "rectify";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::atexit(tellOfEarlyExit);  // runs behind the removal of unfinished files
+  planex::io::removeUnfinishedFilesOnSignals();
+  int status = kInputError;
+  try {
+    planex::io::collectLibraryWarnings();
+    status = runAndTell(argc, argv);
+  } catch (const std::bad_alloc&) {  // even telling may have found no memory
+    std::fputs(hasBlocks(argc, argv)
+                   ? "planex: the memory is used up; process fewer rows at a time with --block\n"
+                   : "planex: the memory is used up; allow the command more\n",
+               stderr);
+  }
+  runs = false;
+  return status;
 }

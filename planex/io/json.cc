@@ -11,6 +11,21 @@
 namespace planex::io {
 namespace {
 
+/// What was made, or added: where that failed there is no memory.
+template <typename T>
+T made(T value) {
+  if (!value) throw std::bad_alloc();
+  return value;
+}
+
+/// Gives a value to an object, or to a list where it has no name.
+cJSON* give(cJSON* owner, const char* name, cJSON* value) {
+  JsonValue item(made(value));
+  made(name != nullptr ? cJSON_AddItemToObject(owner, name, value)
+                       : cJSON_AddItemToArray(owner, value));
+  return item.release();
+}
+
 /// As text, because cJSON leaves out the last digit where it finds it small enough.
 cJSON* numberOf(double value) {
   if (!std::isfinite(value)) return cJSON_CreateNull();
@@ -18,49 +33,46 @@ cJSON* numberOf(double value) {
 }
 
 cJSON* listOf(const double* values, std::size_t count) {
-  cJSON* list = cJSON_CreateArray();
-  for (std::size_t i = 0; i < count; ++i) cJSON_AddItemToArray(list, numberOf(values[i]));
-  return list;
+  JsonValue list(made(cJSON_CreateArray()));
+  for (std::size_t i = 0; i < count; ++i) give(list.get(), nullptr, numberOf(values[i]));
+  return list.release();
 }
 
 }  // namespace
 
 void JsonObject::add(const char* name, double value) const {
-  cJSON_AddItemToObject(object_, name, numberOf(value));
+  give(object_, name, numberOf(value));
 }
 
 void JsonObject::add(const char* name, const std::string& value) const {
-  cJSON_AddStringToObject(object_, name, asUtf8(value).c_str());
+  give(object_, name, cJSON_CreateString(asUtf8(value).c_str()));
 }
 
 void JsonObject::add(const char* name, const char* value) const { add(name, std::string(value)); }
 
-void JsonObject::addNull(const char* name) const { cJSON_AddNullToObject(object_, name); }
+void JsonObject::addNull(const char* name) const { give(object_, name, cJSON_CreateNull()); }
 
 void JsonObject::addList(const char* name, const double* values, std::size_t count) const {
-  cJSON_AddItemToObject(object_, name, listOf(values, count));
+  give(object_, name, listOf(values, count));
 }
 
 void JsonObject::addRows(const char* name, const cmnalg::Matrix<double>& matrix) const {
-  cJSON* rows = cJSON_AddArrayToObject(object_, name);
+  cJSON* rows = give(object_, name, cJSON_CreateArray());
   for (int row = 0; row < matrix.Height(); ++row) {
-    cJSON_AddItemToArray(rows, listOf(matrix[row], static_cast<std::size_t>(matrix.Width())));
+    give(rows, nullptr, listOf(matrix[row], static_cast<std::size_t>(matrix.Width())));
   }
 }
 
 JsonObject JsonObject::addObject(const char* name) const {
-  return JsonObject(cJSON_AddObjectToObject(object_, name));
+  return JsonObject(give(object_, name, cJSON_CreateObject()));
 }
 
 JsonObject JsonObject::appendTo(const char* list) const {
-  cJSON* object = cJSON_CreateObject();
-  cJSON_AddItemToArray(cJSON_GetObjectItemCaseSensitive(object_, list), object);
-  return JsonObject(object);
+  cJSON* const owner = cJSON_GetObjectItemCaseSensitive(object_, list);
+  return JsonObject(give(owner, nullptr, cJSON_CreateObject()));
 }
 
-JsonText::JsonText() : JsonObject(cJSON_CreateObject()) {
-  if (object_ == nullptr) throw std::bad_alloc();
-}
+JsonText::JsonText() : JsonObject(made(cJSON_CreateObject())) {}
 
 JsonText::~JsonText() { cJSON_Delete(object_); }
 

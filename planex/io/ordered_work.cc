@@ -8,8 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <mutex>
-#include <system_error>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -54,8 +55,9 @@ WorkerPool::WorkerPool(int threads) : state_(std::make_unique<State>()) {
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &before);  // signals go to the threads of the caller
   try {
+    state_->threads.reserve(static_cast<std::size_t>(threads));
     for (int i = 0; i < threads; ++i) state_->threads.emplace_back(&State::run, state_.get());
-  } catch (const std::system_error&) {  // the machine has no more: those that there are do it
+  } catch (const std::exception&) {  // the machine has no more: those that there are do it
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   if (state_->threads.empty()) {
@@ -143,7 +145,11 @@ void OrderedWork::submit() {
   if (state.pool == nullptr) {
     state.run(index);
   } else {
-    state.pool->submit([&state, index] { state.run(index); });
+    try {
+      state.pool->submit([&state, index] { state.run(index); });
+    } catch (const std::bad_alloc&) {  // no place in the queue: this thread does it
+      state.run(index);
+    }
   }
 }
 

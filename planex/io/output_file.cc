@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 #include "planex/io/failure.h"
@@ -41,10 +42,14 @@ int rememberUnfinished(const std::string& name) {
   return -1;
 }
 
-extern "C" void removeUnfinishedFiles(int signal) {
+extern "C" void removeUnfinishedFiles() {
   for (const UnfinishedFile& file : unfinishedFiles) {
     if (file.used) unlink(file.name.data());
   }
+}
+
+extern "C" void removeUnfinishedFilesOn(int signal) {
+  removeUnfinishedFiles();
   std::signal(signal, SIG_DFL);
   raise(signal);
 }
@@ -53,6 +58,11 @@ namespace fs = std::filesystem;
 
 fs::path folderOf(const fs::path& file) {
   return file.has_parent_path() ? file.parent_path() : ".";
+}
+
+[[noreturn]] void refuseToCreate(const std::string& path, int error) {
+  throw Failure(path, std::string("cannot be created (") + std::strerror(error) +
+                          "); check the folder and its permissions");
 }
 
 /// Whether `path` may become the name of a file: it is free, or force replaces what has it.
@@ -112,15 +122,18 @@ OutputFile::OutputFile(const std::string& path, bool force)
   const int error = errno;
   if (descriptor >= 0) slot_ = rememberUnfinished(temporary_);
   sigprocmask(SIG_SETMASK, &before, nullptr);
-  if (descriptor < 0) {
-    throw Failure(path_, std::string("cannot be created (") + std::strerror(error) +
-                             "); check the folder and its permissions");
-  }
+  if (descriptor < 0) refuseToCreate(path_, error);
   givePermissions(descriptor, path_);
   stream_ = fdopen(descriptor, "w+b");
+  if (stream_ != nullptr) return;
+  ::close(descriptor);
+  discard();
+  throw std::bad_alloc();
 }
 
-OutputFile::~OutputFile() {
+OutputFile::~OutputFile() { discard(); }
+
+void OutputFile::discard() {
   if (stream_ != nullptr) std::fclose(stream_);
   if (!temporary_.empty()) unlink(temporary_.c_str());
   if (slot_ >= 0) unfinishedFiles[static_cast<std::size_t>(slot_)].used = false;
@@ -157,12 +170,13 @@ void OutputFile::commit() {
 }
 
 void removeUnfinishedFilesOnSignals() {
+  std::atexit(removeUnfinishedFiles);
   std::signal(SIGXFSZ, SIG_IGN);
   for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE}) {
     struct sigaction action = {};
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
     action = {};
-    action.sa_handler = removeUnfinishedFiles;
+    action.sa_handler = removeUnfinishedFilesOn;
     sigaction(signal, &action, nullptr);
   }
 }

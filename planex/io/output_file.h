@@ -47,6 +47,7 @@ class PLANEX_EXPORT OutputFile {
 
  private:
   void close();
+  void discard();
 
   std::string path_;
   std::string temporary_;
@@ -55,8 +56,8 @@ class PLANEX_EXPORT OutputFile {
   bool force_;
 };
 
-/// Has SIGINT, SIGQUIT, SIGTERM, SIGHUP and SIGPIPE remove the unfinished files before they end the
-/// process, and files that pass a limit fail as on a full disk. Called once, before the first
+/// Has SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE and exit() remove the unfinished files before they
+/// end the process, and files that pass a limit fail as on a full disk. Called once, before the first
 /// OutputFile.
 PLANEX_EXPORT void removeUnfinishedFilesOnSignals();
 
