@@ -26,16 +26,18 @@ namespace {
 struct UnfinishedFile {
   std::atomic<bool> used{false};
   std::array<char, PATH_MAX> name{};
+  std::string target;  // the name that it is to have
 };
 std::array<UnfinishedFile, 16> unfinishedFiles;
 
 static_assert(std::atomic<bool>::is_always_lock_free, "read in signal handlers");
 
-int rememberUnfinished(const std::string& name) {
+int rememberUnfinished(const std::string& name, std::string& target) {
   for (std::size_t i = 0; i < unfinishedFiles.size(); ++i) {
     UnfinishedFile& file = unfinishedFiles[i];
     if (file.used || name.size() >= file.name.size()) continue;
     std::memcpy(file.name.data(), name.c_str(), name.size() + 1);
+    file.target.swap(target);
     file.used = true;
     return static_cast<int>(i);
   }
@@ -68,7 +70,10 @@ fs::path folderOf(const fs::path& file) {
 /// Whether `path` may become the name of a file: it is free, or force replaces what has it.
 void requireReplaceable(const std::string& path, bool force) {
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0) return;
+  if (lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT) return;
+    refuseToCreate(path, errno);
+  }
   if (!force) {
     throw Failure(path, S_ISLNK(status.st_mode)
                             ? "is a symbolic link; choose another name or replace it, not the file "
@@ -83,10 +88,18 @@ void requireReplaceable(const std::string& path, bool force) {
 bool isBeingWritten(const std::string& target) {
   return std::any_of(unfinishedFiles.begin(), unfinishedFiles.end(), [&](const auto& file) {
     std::error_code error;
-    const fs::path temporary = file.used ? file.name.data() : "";
-    return temporary.stem() == fs::path(target).filename() &&
-           fs::equivalent(folderOf(temporary), folderOf(target), error);
+    return file.used && fs::path(file.target).filename() == fs::path(target).filename() &&
+           fs::equivalent(folderOf(file.target), folderOf(target), error);
   });
+}
+
+/// A hidden name beside `path` that says whose it is, for mkstemp; a long one is cut between letters.
+std::string temporaryNameOf(const std::string& path) {
+  static constexpr char kEnding[] = ".planex-XXXXXX";
+  const std::size_t begin = path.rfind('/') + 1;
+  std::size_t size = std::min(path.size() - begin, NAME_MAX - sizeof kEnding);
+  while (size > 0 && begin + size < path.size() && (path[begin + size] & 0xC0) == 0x80) --size;
+  return path.substr(0, begin) + "." + path.substr(begin, size) + kEnding;
 }
 
 /// mkstemp makes files that only their owner may read. The permissions of a file that is replaced
@@ -110,17 +123,18 @@ std::string reason() { return std::strerror(errno); }
 }  // namespace
 
 OutputFile::OutputFile(const std::string& path, bool force)
-    : path_(path), temporary_(path + ".XXXXXX"), force_(force) {
+    : path_(path), temporary_(temporaryNameOf(path)), force_(force) {
   requireReplaceable(path_, force);
   if (isBeingWritten(path_)) {
     throw Failure(path_, "is the name of two outputs; give each its own");
   }
+  std::string target = path_;
   sigset_t all, before;
   sigfillset(&all);
   sigprocmask(SIG_BLOCK, &all, &before);  // between the making of the file and its remembering
   const int descriptor = mkstemp(temporary_.data());
   const int error = errno;
-  if (descriptor >= 0) slot_ = rememberUnfinished(temporary_);
+  if (descriptor >= 0) slot_ = rememberUnfinished(temporary_, target);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   if (descriptor < 0) refuseToCreate(path_, error);
   givePermissions(descriptor, path_);

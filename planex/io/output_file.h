@@ -15,7 +15,7 @@ namespace planex::io {
 ///     file.write(bytes, size);          // or writers that take stream() or temporaryPath()
 ///     file.commit();
 ///
-/// The bytes go to a temporary name in the same folder. commit() gives them their name in one
+/// The bytes go to a hidden name in the same folder, .height.png.planex-XXXXXX. commit() gives them their name in one
 /// step; without it the destructor and the signals that end a program remove them. Every failure is
 /// a Failure with the name of the file. Files are made and destroyed on one thread.
 class PLANEX_EXPORT OutputFile {
