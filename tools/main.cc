@@ -1,4 +1,5 @@
 // planex: camera models, range images and height maps on the command line.
+#include <fcntl.h>
 #include <planex/io/failure.h>
 #include <planex/io/library_warnings.h>
 #include <planex/io/output_file.h>
@@ -40,13 +41,13 @@ int finish() {
 }
 
 /// What is wrong with the command line, and whose help tells more.
-std::string usageText(const CLI::App& app, const CLI::ParseError& error, const std::string& first) {
+std::string usageText(const CLI::App& app, const CLI::ParseError& error) {
   const auto commands = app.get_subcommands();
   if (!commands.empty()) {
     return std::string(error.what()) + "; see planex " + commands.front()->get_name() + " --help";
   }
-  if (first.empty()) return "no command is given; see planex --help";
-  return "'" + first + "' is no command; see planex --help";
+  return app.remaining().empty() ? "no command is given; see planex --help"
+                                 : std::string(error.what()) + "; see planex --help";
 }
 
 int run(int argc, char** argv) {
@@ -55,12 +56,16 @@ int run(int argc, char** argv) {
   CLI::App app;
   addCommands(app, context);
 
+  const auto hasName = [&](const CLI::App* command) { return command->get_name() == argv[1]; };
+  if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(hasName).empty()) {
+    return complain("'" + std::string(argv[1]) + "' is no command; see planex --help", kUsageError);
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& shown) {  // help or version
     app.exit(shown);
   } catch (const CLI::ParseError& error) {
-    return complain(usageText(app, error, argc > 1 ? argv[1] : ""), kUsageError);
+    return complain(usageText(app, error), kUsageError);
   }
   return finish();
 }
@@ -77,6 +82,14 @@ int runAndTell(int argc, char** argv) {
   }
 }
 
+/// A file would get the number of a standard stream that is closed, and be taken for it: reading and
+/// writing that fail stand in for it.
+void occupyStandardStreams() {
+  for (const int stream : {0, 1, 2}) {
+    if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == 0 ? O_WRONLY : O_RDONLY);
+  }
+}
+
 bool hasBlocks(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
   return command == "calibrate" || command == "rectify";
@@ -85,6 +98,7 @@ bool hasBlocks(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupyStandardStreams();
   std::atexit(tellOfEarlyExit);  // runs behind the removal of unfinished files
   planex::io::removeUnfinishedFilesOnSignals();
   int status = kInputError;

@@ -1,10 +1,9 @@
 #include "tools/cli/options.h"
 
 #include <omp.h>
+#include <planex/io/failure.h>
 #include <planex/io/number_text.h>
-#include <planex/io/utf8.h>
 
-#include <algorithm>
 #include <cstddef>
 
 namespace planex::tools {
@@ -32,9 +31,8 @@ void addThreadsOption(CLI::App& command, Context& context) {
 
 void addUnitOption(CLI::App& command, Context& context) {
   const auto isName = [](const std::string& unit) {
-    const auto printable = [](char c) { return static_cast<unsigned char>(c) >= ' ' && c != 0x7F; };
-    const bool good = !unit.empty() && unit.size() <= kLongestUnit &&
-                      std::all_of(unit.begin(), unit.end(), printable) && io::asUtf8(unit) == unit;
+    const bool good =
+        !unit.empty() && unit.size() <= kLongestUnit && io::inOneLine(unit) == unit;
     return std::string(good ? "" : "is no short printable name");
   };
   command.add_option("--unit", context.unit, "Length unit of the model, written into every output")

@@ -136,7 +136,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
 
   warnOfValuesOutside(outside, options.range);
   if (context.quiet) return;
-  std::fputs(fmt::format("{}: {} rows of {} points, {} measured, in {}\n", options.output,
+  std::fputs(fmt::format("{}: {} rows of {} points, {} measured, in {}\n", io::inOneLine(options.output),
                          points.rows, points.columns, measured, points.unit)
                  .c_str(),
              stdout);

@@ -247,7 +247,7 @@ class HeightMapWriter {
     std::fputs(
         fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, height steps of {:.6g} {}, "
                     "{:.1f} % filled\n",
-                    options_.output, rows_.count(), grid_.width, grid_.x.scale, context_.unit,
+                    io::inOneLine(options_.output), rows_.count(), grid_.width, grid_.x.scale, context_.unit,
                     grid_.levels.scale, context_.unit, 100 * static_cast<double>(filled_) / cells)
             .c_str(),
         stdout);
