@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -59,6 +60,10 @@ int run(int argc, char** argv) {
   const auto hasName = [&](const CLI::App* command) { return command->get_name() == argv[1]; };
   if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(hasName).empty()) {
     return complain("'" + std::string(argv[1]) + "' is no command; see planex --help", kUsageError);
+  }
+  // No name is empty; left to the options it would count as not given.
+  if (std::any_of(argv + std::min(argc, 1), argv + argc, [](const char* argument) { return *argument == 0; })) {
+    return complain("an argument is empty; give a name or a value, or omit it", kUsageError);
   }
   try {
     app.parse(argc, argv);

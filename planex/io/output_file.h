@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "planex/infra/export.h"
 
@@ -55,6 +56,10 @@ class PLANEX_EXPORT OutputFile {
   int slot_ = -1;  // in the list of files that a signal removes
   bool force_;
 };
+
+/// A Failure where the name of an output leads, also through links, to one of the inputs; "-" is
+/// standard input, and inputs that do not exist are no matter.
+PLANEX_EXPORT void requireNoInput(const std::string& output, const std::vector<std::string>& inputs);
 
 /// Has SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE and exit() remove the unfinished files before they
 /// end the process, and files that pass a limit fail as on a full disk. Called once, before the first

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <planex/io/image_reader.h>
 #include <planex/io/json.h>
 #include <planex/io/model_file.h>
 #include <planex/processing/height_grid.h>
@@ -88,6 +89,7 @@ std::string plainText(const WorldBounds& bounds, const HeightGrid& grid, const s
 
 void runBounds(const BoundsOptions& options, const Context& context) {
   const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
+  if (!options.image.empty()) io::ImageReader::open(options.image);  // refuses what is none
   const SensorRegion region =
       scan::resolveSensor(options.sensor, options.image, model, options.model);
   const int columns = options.columns > 0 ? options.columns : columnsOf(region);

@@ -108,6 +108,10 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
       scan::resolveSensor(options.sensor, options.range, model, options.model));
   const scan::YPositions y = resolveY(options.y, range->shape().height);
 
+  for (const std::string& output : {options.output, options.output + ".json"}) {
+    io::requireNoInput(output, {options.model, options.range, options.range + ".json",
+                                options.sensor.sidecar, options.intensity, options.y.file});
+  }
   io::WorkerPool pool(workerCount(context));
   io::OutputFile file(options.output, context.force);
   io::OutputFile sidecar(options.output + ".json", context.force);

@@ -2,6 +2,7 @@
 #include <planex/infra/out_stream.h>
 #include <planex/io/failure.h>
 #include <planex/io/model_file.h>
+#include <planex/io/output_file.h>
 #include <planex/io/text_output.h>
 
 #include <CLI/CLI.hpp>
@@ -45,6 +46,7 @@ void runConvert(const ConvertOptions& options, const Context& context) {
                                          writer.GetErrorDescription() + "); see: planex check " +
                                          options.model);
   }
+  io::requireNoInput(options.output, {options.model});
   io::TextOutput output(options.output, context.force);
   output.write(stream.GetText());
   if (!options.compact) output.write("\r\n");

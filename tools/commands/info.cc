@@ -224,6 +224,7 @@ void runInfo(const InfoOptions& options, const Context& context) {
       throw io::Failure(options.model,
                         "has no finite field of view to plot; see: planex check " + options.model);
     }
+    io::requireNoInput(options.plot, {options.model});
     io::OutputFile file(options.plot, context.force);
     file.write(drawModel(report::figureOf(model, *facts.view, facts.region, context.unit),
                          *ColorMap::find(options.colors), pictureFormat("--plot", options.plot)));

@@ -7,6 +7,7 @@
 #include <planex/io/library_warnings.h>
 #include <planex/io/model_file.h>
 #include <planex/io/number_text.h>
+#include <planex/io/output_file.h>
 #include <planex/io/point_text.h>
 #include <planex/io/text_output.h>
 #include <planex/model/coordinate_system.h>
@@ -180,6 +181,7 @@ void runMap(const MapOptions& options, const Context& context) {
   }
   const CalibrationModel model = io::loadModel(options.model);
   const Mapper mapper(options, model);
+  io::requireNoInput(options.output, {options.model, options.input});
   io::TextOutput output(options.output, context.force);
   if (shape) {
     mapShape(options, mapper, output);

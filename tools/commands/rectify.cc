@@ -178,6 +178,17 @@ class HeightRows final : public scan::RectifiedRows {
   std::int64_t filled_ = 0;
 };
 
+void requireNoInputs(const RectifyOptions& options) {
+  std::vector<std::string> inputs = options.intensities;
+  inputs.insert(inputs.end(), {options.model, options.range, options.range + ".json",
+                               options.sensor.sidecar});
+  std::vector<std::string> outputs = {options.output, options.output + ".json", options.preview};
+  for (std::size_t i = 0; i < options.intensities.size(); ++i) {
+    outputs.push_back(intensityPath(options, i));
+  }
+  for (const std::string& output : outputs) io::requireNoInput(output, inputs);
+}
+
 /// One output raster.
 struct Layer {
   Layer(io::RasterFormat format, const std::string& path, const Context& context,
@@ -334,6 +345,7 @@ void runRectify(const RectifyOptions& options, const Context& context) {
     intensities.push_back(std::make_unique<scan::IntensityImage>(path, *range));
   }
 
+  requireNoInputs(options);
   io::WorkerPool pool(workerCount(context));
   HeightMapWriter writer(options, context, rectification.grid, options.y.line(), rows, pool);
   for (const auto& intensity : intensities) {
