@@ -56,7 +56,7 @@ class Planex:
     LOWEST, MEAN = 2, 0
 
     def __init__(self, build):
-        self.lib = ctypes.CDLL(str(build / "planex" / "libplanex.so"))
+        self.lib = ctypes.CDLL(str(next(build.glob("lib*/**/libplanex.so"))))
         self.points = ctypes.CDLL(str(build / "bench" / "libplanex_peer_points.so"))
         for lib, names in ((self.lib, ("createModelFromJson", "createCalibrationFilter",
                                        "applyCalibration", "createRectificationFilter", "rectify")),

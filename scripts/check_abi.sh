@@ -17,7 +17,7 @@ cmake --install "$build" --prefix "$build/prefix" >/dev/null
 abidw --suppressions tests/abi/abi_scope.ini --exported-interfaces-only \
   --headers-dir "$build/prefix/include" --drop-private-types --no-show-locs --no-corpus-path \
   --no-comp-dir-path --no-parameter-names --no-write-default-sizes --no-elf-needed \
-  --type-id-style hash --out-file "$build/planex.abi" "$build/planex/libplanex.so"
+  --type-id-style hash --out-file "$build/planex.abi" "$build"/lib*/libplanex.so
 
 if [ "${1:-}" = --update ]; then
   gzip --best --no-name --stdout "$build/planex.abi" >"$description"
