@@ -19,7 +19,6 @@ step_install() {
     <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|' | sort)
 }
 
-<<<<<<< HEAD
 step_headers() { # each compiles alone
   local strict=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fsyntax-only)
   cd "$prefix/include"
@@ -65,6 +64,11 @@ step_command() {
   # It finds its library beside itself.
   [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
   "$prefix/bin/planex" check "$model"
+  # Nor does what was built look into the current folder, for which an empty entry stands.
+  if readelf -d "$build_dir/tools/planex" "$build_dir/$libdir/libplanex-io.so" |
+    grep -E 'R(UN)?PATH.*(\[:|::|:\])'; then
+    exit 1
+  fi
   [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]
   # shellcheck disable=SC1091
   source "$prefix/share/bash-completion/completions/planex"
@@ -76,67 +80,6 @@ step_command() {
     _planex planex "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
     [ "${COMPREPLY[*]}" = "$wanted" ] || exit 1
   done <<<"calibrate cal
-=======
-case "$step" in
-  install)
-    rm -rf "$scratch"
-    "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
-    # Exported targets come in one file more per configuration, named after it.
-    diff <(cd "$here" && sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$@" | sort) \
-      <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|' | sort)
-    ;;
-  headers)
-    cd "$prefix/include"
-    mapfile -t headers < <(find planex -name '*.h' | sort)
-    [ ${#headers[@]} -gt 20 ]
-    for header in "${headers[@]}"; do
-      compile_alone "$header"
-    done
-    ;;
-  cmake)
-    # The prefix was moved since it was configured: nothing in it may name another place.
-    ! grep -rIl -e "$source_dir" -e "$build_dir" "$prefix"
-    "$cmake" -S "$here/consumer" -B "$scratch/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
-      -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
-    "$cmake" --build "$scratch/cmake"
-    for program in "$scratch"/cmake/*_consumer; do
-      "$program" "$model"
-    done
-    ;;
-  pkgconfig)
-    export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
-    # shellcheck disable=SC2162 # a blank in a path comes with a backslash before it
-    read -a flags < <(pkg-config --cflags --libs "planex = $version")
-    flags+=("-Wl,-rpath,$prefix/$libdir")
-    "$cc" -std=c99 "$source_dir/examples/minimal.c" -o "$scratch/c_consumer" "${flags[@]}"
-    "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc" -o "$scratch/cxx_consumer" "${flags[@]}"
-    "$scratch/c_consumer" "$model"
-    "$scratch/cxx_consumer"
-    pkg-config --exists planex-io || exit 0
-    read -ra flags < <(pkg-config --cflags --libs "planex-io = $version")
-    "$cxx" -std=c++17 "$here/consumer/io_consumer.cc" -o "$scratch/io_consumer" "${flags[@]}" \
-      "-Wl,-rpath,$prefix/$libdir"
-    "$scratch/io_consumer" "$model"
-    ;;
-  command)
-    # It finds its library beside itself.
-    [ "$(env -u LD_LIBRARY_PATH "$prefix/bin/planex" --version)" = "planex $version" ]
-    "$prefix/bin/planex" check "$model"
-    # Nor does what was built look into the current folder, for which an empty entry stands.
-    ! readelf -d "$build_dir/tools/planex" "$build_dir/$libdir/libplanex-io.so" |
-      grep -E 'R(UN)?PATH.*(\[:|::|:\])'
-    [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]
-    # shellcheck disable=SC1091
-    source "$prefix/share/bash-completion/completions/planex"
-    cd "$source_dir/examples/models"
-    set +e # as in a shell of people
-    while read -r wanted line; do
-      read -ra COMP_WORDS <<<"planex $line"
-      COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-      _planex planex "${COMP_WORDS[-1]}" "${COMP_WORDS[-2]}"
-      [ "${COMPREPLY[*]}" = "$wanted" ] || exit 1
-    done <<<"calibrate cal
->>>>>>> 3ab276f (build: Look for libraries beside what was built, not in the current folder)
 --pixel-size rectify m.json --pi
 darkest rectify m.json r.png --mode d
 2 convert --file-version 2

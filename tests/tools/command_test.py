@@ -77,14 +77,8 @@ class Command(unittest.TestCase):
         points = ["map", MODEL, "--from", "pixel", "--to", "aligned"]  # waits for them
         for number, arguments in ((signal.SIGINT, ["rectify", MODEL, scan]),
                                   (signal.SIGTERM, points)):
-<<<<<<< HEAD
             child = subprocess.Popen([PLANEX, *arguments, "-o", output], stdin=subprocess.PIPE)
-            while not list(self.folder.glob("out.tif.*")):
-=======
-            child = subprocess.Popen([PLANEX, *arguments, "-o", self.out.with_suffix(".tif")],
-                                     stdin=subprocess.PIPE)
             while not list(self.folder.glob(".out.tif.planex-*")):
->>>>>>> c06a9b5 (io: Give unfinished outputs hidden names that say what they are)
                 self.assertIsNone(child.poll())
             child.send_signal(number)
             self.assertEqual(child.wait(), -number)
