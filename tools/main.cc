@@ -26,7 +26,8 @@ bool runs = true;
 /// The OpenMP runtime calls exit() where it can make no threads.
 extern "C" void tellOfEarlyExit() {
   if (!runs) return;
-  std::fputs("planex: ended by the OpenMP runtime; use one thread with OMP_NUM_THREADS=1\n", stderr);
+  std::fputs("planex: ended by the OpenMP runtime; use one thread with OMP_NUM_THREADS=1\n",
+             stderr);
   _exit(kInputError);  // other threads may still use what exit() goes on to destroy
 }
 
@@ -62,7 +63,8 @@ int run(int argc, char** argv) {
     return complain("'" + std::string(argv[1]) + "' is no command; see planex --help", kUsageError);
   }
   // No name is empty; left to the options it would count as not given.
-  if (std::any_of(argv + std::min(argc, 1), argv + argc, [](const char* argument) { return *argument == 0; })) {
+  if (std::any_of(argv + std::min(argc, 1), argv + argc,
+                  [](const char* argument) { return *argument == 0; })) {
     return complain("an argument is empty; give a name or a value, or omit it", kUsageError);
   }
   try {
@@ -87,8 +89,8 @@ int runAndTell(int argc, char** argv) {
   }
 }
 
-/// A file would get the number of a standard stream that is closed, and be taken for it: reading and
-/// writing that fail stand in for it.
+/// A file would get the number of a standard stream that is closed, and be taken for it: reading
+/// and writing that fail stand in for it.
 void occupyStandardStreams() {
   for (const int stream : {0, 1, 2}) {
     if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == 0 ? O_WRONLY : O_RDONLY);

@@ -40,9 +40,7 @@ cJSON* listOf(const double* values, std::size_t count) {
 
 }  // namespace
 
-void JsonObject::add(const char* name, double value) const {
-  give(object_, name, numberOf(value));
-}
+void JsonObject::add(const char* name, double value) const { give(object_, name, numberOf(value)); }
 
 void JsonObject::add(const char* name, const std::string& value) const {
   give(object_, name, cJSON_CreateString(asUtf8(value).c_str()));

@@ -93,7 +93,8 @@ bool isBeingWritten(const std::string& target) {
   });
 }
 
-/// A hidden name beside `path` that says whose it is, for mkstemp; a long one is cut between letters.
+/// A hidden name beside `path` that says whose it is, for mkstemp; a long one is cut between
+/// letters.
 std::string temporaryNameOf(const std::string& path) {
   static constexpr char kEnding[] = ".planex-XXXXXX";
   const std::size_t begin = path.rfind('/') + 1;

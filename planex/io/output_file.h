@@ -16,9 +16,10 @@ namespace planex::io {
 ///     file.write(bytes, size);          // or writers that take stream() or temporaryPath()
 ///     file.commit();
 ///
-/// The bytes go to a hidden name in the same folder, .height.png.planex-XXXXXX. commit() gives them their name in one
-/// step; without it the destructor and the signals that end a program remove them. Every failure is
-/// a Failure with the name of the file. Files are made and destroyed on one thread.
+/// The bytes go to a hidden name in the same folder, .height.png.planex-XXXXXX. commit() gives them
+/// their name in one step; without it the destructor and the signals that end a program remove
+/// them. Every failure is a Failure with the name of the file. Files are made and destroyed on one
+/// thread.
 class PLANEX_EXPORT OutputFile {
  public:
   /// @param path  a name that no file has, unless `force` is set, which replaces a regular file, or
@@ -59,11 +60,12 @@ class PLANEX_EXPORT OutputFile {
 
 /// A Failure where the name of an output leads, also through links, to one of the inputs; "-" is
 /// standard input, and inputs that do not exist are no matter.
-PLANEX_EXPORT void requireNoInput(const std::string& output, const std::vector<std::string>& inputs);
+PLANEX_EXPORT void requireNoInput(const std::string& output,
+                                  const std::vector<std::string>& inputs);
 
 /// Has SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE and exit() remove the unfinished files before they
-/// end the process, and files that pass a limit fail as on a full disk. Called once, before the first
-/// OutputFile.
+/// end the process, and files that pass a limit fail as on a full disk. Called once, before the
+/// first OutputFile.
 PLANEX_EXPORT void removeUnfinishedFilesOnSignals();
 
 }  // namespace planex::io

@@ -64,9 +64,10 @@ class TiffReader final : public ImageReader {
     const std::uint16_t compression = tag(TIFFTAG_COMPRESSION);
     if (std::find(std::begin(kLossless), std::end(kLossless), compression) == std::end(kLossless)) {
       const TIFFCodec* const codec = TIFFFindCODEC(compression);
-      refuse("is compressed by " +
-             (codec != nullptr ? codec->name : "method " + std::to_string(compression)) +
-             ", which is not supported; save it uncompressed, or by LZW, deflate, ZSTD or PackBits");
+      refuse(
+          "is compressed by " +
+          (codec != nullptr ? codec->name : "method " + std::to_string(compression)) +
+          ", which is not supported; save it uncompressed, or by LZW, deflate, ZSTD or PackBits");
     }
   }
 

@@ -31,8 +31,7 @@ void addThreadsOption(CLI::App& command, Context& context) {
 
 void addUnitOption(CLI::App& command, Context& context) {
   const auto isName = [](const std::string& unit) {
-    const bool good =
-        !unit.empty() && unit.size() <= kLongestUnit && io::inOneLine(unit) == unit;
+    const bool good = !unit.empty() && unit.size() <= kLongestUnit && io::inOneLine(unit) == unit;
     return std::string(good ? "" : "is no short printable name");
   };
   command.add_option("--unit", context.unit, "Length unit of the model, written into every output")

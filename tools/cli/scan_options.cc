@@ -100,7 +100,8 @@ scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& ima
   }
   const int widest = std::max(image.width, columns);
   const int most = std::max(1, kMostBlockPixels / widest);
-  blocks.block = blocks.block == 0 ? std::max(1, kBlockPixels / widest) : std::min(blocks.block, most);
+  blocks.block =
+      blocks.block == 0 ? std::max(1, kBlockPixels / widest) : std::min(blocks.block, most);
   return blocks;
 }
 

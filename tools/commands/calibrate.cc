@@ -140,10 +140,11 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
 
   warnOfValuesOutside(outside, options.range);
   if (context.quiet) return;
-  std::fputs(fmt::format("{}: {} rows of {} points, {} measured, in {}\n", io::inOneLine(options.output),
-                         points.rows, points.columns, measured, points.unit)
-                 .c_str(),
-             stdout);
+  std::fputs(
+      fmt::format("{}: {} rows of {} points, {} measured, in {}\n", io::inOneLine(options.output),
+                  points.rows, points.columns, measured, points.unit)
+          .c_str(),
+      stdout);
 }
 
 }  // namespace

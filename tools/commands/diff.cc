@@ -89,7 +89,8 @@ int stepFor(const DiffOptions& options, const cmnalg::Vec<2, std::int32_t>& sens
   if (options.step > 0) return options.step;
   const double pixels = static_cast<double>(sensor.x) * sensor.y;
   const double longest = std::max(sensor.x, sensor.y);  // of sensors that are but a line
-  return static_cast<int>(std::ceil(std::max(std::sqrt(pixels / kMostPoints), longest / kMostPoints)));
+  return static_cast<int>(
+      std::ceil(std::max(std::sqrt(pixels / kMostPoints), longest / kMostPoints)));
 }
 
 Difference compare(const CalibrationModel& a, const CalibrationModel& b, int step,

@@ -33,7 +33,7 @@ using datafusion::planex::CoordinateSystem;
 using Point2 = cmnalg::Vec<2, double>;
 using Point3 = cmnalg::Vec<3, double>;
 
-constexpr std::size_t kBlock = 65536;     // points mapped at a time
+constexpr std::size_t kBlock = 65536;  // points mapped at a time
 constexpr std::size_t kTextPiece = 1 << 20;
 constexpr int kMostSupersampling = 1000;  // of a box that gives six million points
 

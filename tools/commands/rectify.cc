@@ -180,8 +180,8 @@ class HeightRows final : public scan::RectifiedRows {
 
 void requireNoInputs(const RectifyOptions& options) {
   std::vector<std::string> inputs = options.intensities;
-  inputs.insert(inputs.end(), {options.model, options.range, options.range + ".json",
-                               options.sensor.sidecar});
+  inputs.insert(inputs.end(),
+                {options.model, options.range, options.range + ".json", options.sensor.sidecar});
   std::vector<std::string> outputs = {options.output, options.output + ".json", options.preview};
   for (std::size_t i = 0; i < options.intensities.size(); ++i) {
     outputs.push_back(intensityPath(options, i));
@@ -255,13 +255,13 @@ class HeightMapWriter {
 
   void printSummary() const {
     const double cells = static_cast<double>(grid_.width) * rows_.count();
-    std::fputs(
-        fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, height steps of {:.6g} {}, "
-                    "{:.1f} % filled\n",
-                    io::inOneLine(options_.output), rows_.count(), grid_.width, grid_.x.scale, context_.unit,
-                    grid_.levels.scale, context_.unit, 100 * static_cast<double>(filled_) / cells)
-            .c_str(),
-        stdout);
+    std::fputs(fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, height steps of {:.6g} {}, "
+                           "{:.1f} % filled\n",
+                           io::inOneLine(options_.output), rows_.count(), grid_.width,
+                           grid_.x.scale, context_.unit, grid_.levels.scale, context_.unit,
+                           100 * static_cast<double>(filled_) / cells)
+                   .c_str(),
+               stdout);
   }
 
  private:
@@ -338,8 +338,7 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   const std::int64_t width = range->shape().width;
   const scan::Rectification rectification =
       rectificationOf(options, model, region, range->shape().width);
-  const scan::RowBlocks rows =
-      resolveRows(options.rows, range->shape(), rectification.grid.width);
+  const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), rectification.grid.width);
   scan::IntensityImages intensities;
   for (const std::string& path : options.intensities) {
     intensities.push_back(std::make_unique<scan::IntensityImage>(path, *range));
