@@ -7,15 +7,19 @@
 
 #include <dlfcn.h>
 #include <omp.h>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cfenv>
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -83,6 +87,16 @@ struct Chain {
     return add(add(add(14695981039346656037U, x), z), heights);
   }
 
+  void rewriteModel() {
+    std::vector<char> text(100000);
+    require(CALL(createJsonFromModel)(model, text.data(), text.size()), "to JSON");
+    const std::string path = "/tmp/host_probe." + std::to_string(getpid()) + ".json";
+    std::ofstream(path) << text.data();
+    require(CALL(createModelFromFilePath)(path.c_str(), &model), "from a file");
+    std::remove(path.c_str());
+    CALL(rangeTraitsToTransform)(WorldRangeTraits{});
+  }
+
   void destroy() {
     require(CALL(destroyRectificationFilter)(&rectification) &&
                 CALL(destroyCalibrationFilter)(&filter) && CALL(destroyModel)(&model),
@@ -115,11 +129,35 @@ void inChild(Body body) {
   require(waitpid(child, &status, 0) == child && status == 0, "the child");
 }
 
+/// On little stack, for a host that traps whatever is rounded.
+std::uint64_t checksumOfModestHost() {
+  std::uint64_t sum = 0;
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 65536);
+  require(pthread_setattr_default_np(&attributes) == 0, "stack size");
+  std::thread thread([&] {
+    feenableexcept(FE_ALL_EXCEPT);
+    Chain chain;
+    sum = chain.checksum();
+    chain.rewriteModel();
+    require(fedisableexcept(FE_ALL_EXCEPT) == FE_ALL_EXCEPT, "the traps of the host");
+  });
+  thread.join();
+  return sum;
+}
+
 void printChecksum(const char* path) {
   load(path);
   const std::vector<int> before = settings();
+  inChild([&] {
+#pragma omp parallel num_threads(2)
+    usleep(1);  // a team of the host
+    inChild([] { Chain().checksum(); });
+  });
+  const std::uint64_t sum = checksumOfModestHost();
   Chain chain;
-  const std::uint64_t sum = chain.checksum();
+  require(chain.checksum() == sum, "other results without traps");
   require(settings() == before, "the settings of the host have changed");
   inChild([&] { require(chain.checksum() == sum, "other results in a child"); });
   require(chain.checksum() == sum, "other results after a fork");
@@ -142,6 +180,12 @@ void reload(const char* path) {
     chain.destroy();
     require(dlclose(library) == 0, "dlclose");
   };
+  inChild([&] {
+    use();  // forked before there are threads: it can make a team
+    struct stat tasks = {};
+    require(stat("/proc/self/task", &tasks) == 0, "tasks");
+    require(tasks.st_nlink > 3 || omp_get_max_threads() == 1, "a child without a team");
+  });
   for (int i = 0; i < 20; ++i) use();
   const long before = residentKilobytes();
   for (int i = 0; i < 1000; ++i) use();
