@@ -20,8 +20,8 @@ constexpr std::int64_t kDefaultMinimumPixelsPerThread = 32768;
 /// Returns when all blocks are done.
 ///
 /// Inside another parallel region, and in a process forked from one with several threads, the
-/// calling thread does all rows alone. An exception from a body is rethrown here after the team has joined: the first
-/// one caught.
+/// calling thread does all rows alone. An exception from a body is rethrown here after the team has
+/// joined: the first one caught.
 void runRowBlocks(int rowBegin, int rowEnd, std::int64_t pixelsPerRow,
                   void (*body)(void* context, int first, int last), void* context);
 

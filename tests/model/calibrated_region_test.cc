@@ -49,8 +49,8 @@ TEST(CalibratedRegion, FillsCellsFromPointsAndResiduals) {
   // Cells of 4 x 3 from (-5, 1) on. X = -1 is the border of two columns and goes right.
   const PointList points = {{-5, 1}, {7, 7},         {kNaN, 5}, {-2, 3.9},
                             {-1, 1}, {5, kInfinity}, {6.9, 6.9}};
-  const PointList residuals = {{1, -3}, {-1.5, 0.75}, {9, 9},      {-3, 1},
-                               {2, -2}, {9, 9},      {0.5, 0.25}};
+  const PointList residuals = {{1, -3}, {-1.5, 0.75}, {9, 9},     {-3, 1},
+                               {2, -2}, {9, 9},       {0.5, 0.25}};
   for (int round = 0; round < 2; ++round) {  // starts from 0 each time
     ASSERT_TRUE(region.Update(points, residuals));
     EXPECT_THAT(contents(region),
