@@ -40,7 +40,6 @@ TEST(Image, IsCreatedOrInvalidatedWithOneWarning) {
     const char* warning;  ///< null: nothing happens
   } kCases[] = {
       {kNone, IMAGE_TYPE_INVALID, -1, 3, 0, false, false, type},
-      {kNone, kNoType, 5, 3, 0, false, false, type},
       {kNone, kU8, -1, 3, -2, false, false, negative},
       {kNone, kU8, 5, 3, 4, false, false, narrow},
       {kNone, kU8, 65536, 32768, 0, false, false, memory},
@@ -49,11 +48,9 @@ TEST(Image, IsCreatedOrInvalidatedWithOneWarning) {
       {kCallers, kU8, 2, -1, 1, true, true, negative},
       {kOwn, kU8, 2, 2, 3, true, true, flags},
       {kOwn, kNoType, 2, 2, 2, false, false, other},
-      {kOwn, kU8, 2, 1, 3, true, false, other},
       {kOwn, kNoType, 2, 2, 3, false, true, nullptr},
       {kInside, kNoType, 2, 1, 3, false, false, type},
       {kInside, kU8, 2, 1, 3, false, false, other},
-      {kCallers, kU8, 65536, 32768, 0, false, false, memory},
       {kCallers, IMAGE_TYPE_RGB24, 2, 2, 3, true, false, memory},
   };
   CountingAllocator none;
@@ -105,7 +102,6 @@ TEST(Image, StoresDoublesInEveryType) {
       {IMAGE_TYPE_RGB24, 4294967301.0, 255},  // clamped to 32 bits before it is cut to 8
       {IMAGE_TYPE_INT16, 70000, 4464},
       {IMAGE_TYPE_INT32, 2147483648.0, 2147483647.0},
-      {IMAGE_TYPE_INT32, -1e10, -2147483648.0},
       {IMAGE_TYPE_UINT64, 1e30, 18446744073709551616.0},
       {IMAGE_TYPE_INT64, NAN, 0},
       {IMAGE_TYPE_FLOAT32, 0.1, double{0.1F}},
@@ -158,11 +154,9 @@ TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
     std::string error;
   } kCases[] = {
       {"\"Origin\"", "\"Urigin\"", field("Origin")},
-      {"\"uint16\",\"W", "\"uint9\",\"W", field("ImageType")},
       {"\"uint16\",\"W", "\"invalid\",\"W", field("ImageType")},
       {"\"uint16\",\"W", "\"float32\",\"W", field("ImageType")},  // not what the image holds
       {"\"Width\":3", "\"Width\":-3", field("Width")},
-      {"\"Height\":2", "\"Height\":-2", field("Height")},
       {"\"Height\":2", "\"Height\":4294967298", field("Height")},
       {"3,\"Height\":2", "65536,\"Height\":65537", field("Height")},
       {"\"Height\":2", "\"Height\":3", size},

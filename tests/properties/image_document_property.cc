@@ -1,16 +1,13 @@
-// Any bytes as a document for the visiting reader: as an object of the class it names, and into
-// images that exist. What was read is written and read again.
+// Any bytes as a document for the visiting reader: as an object of the class it names. What was
+// read is written and read again.
 
 #include <memory>
 #include <string>
 
-#include "planex/foundation/image_of.h"
 #include "tests/support/documents.h"
 #include "tests/support/property.h"
 
 namespace {
-
-using cmnalg::Image;
 
 void checkObject(const etl::Buffer& bytes, bool exactNames) {
   const test::MemoryPeak peak;
@@ -18,12 +15,6 @@ void checkObject(const etl::Buffer& bytes, bool exactNames) {
   const std::unique_ptr<etl::IVisitable> object = reader.DeserializeObject();
   CHECK_HOLDS(peak.Bytes() <= 128 * bytes.size() + 65536);
   CHECK_HOLDS((object != nullptr) == !reader.HasError());
-
-  // The same bytes as a text that ends at the first NUL.
-  const std::string text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  base::JsonVisitingDeSerializer textReader(text.c_str(), exactNames);
-  CHECK_HOLDS((textReader.DeserializeObject() != nullptr) == (object != nullptr));
-  CHECK_HOLDS(textReader.GetErrorDescription() == reader.GetErrorDescription());
   if (object == nullptr) return;
 
   const std::string first = test::toJson(*object);
@@ -34,18 +25,6 @@ void checkObject(const etl::Buffer& bytes, bool exactNames) {
   CHECK_HOLDS(test::toJson(*object->CloneVisitable()) == first);
 }
 
-template <typename T>
-void checkExisting(const std::string& text) {
-  cmnalg::ImageOf<T> image(3, 2, Image::s_defaultImageAllocator);
-  image.SetAll(T{});
-  const std::string before = test::toJson(image);
-  if (test::readJson(text, image).empty()) {
-    CHECK_HOLDS(image.GetPitch() == image.GetWidth());
-  } else {
-    CHECK_HOLDS(test::toJson(image) == before);
-  }
-}
-
 }  // namespace
 
 PLANEX_PROPERTY(image_document) {
@@ -53,6 +32,4 @@ PLANEX_PROPERTY(image_document) {
   const etl::Buffer bytes(input.begin(), input.end());
   checkObject(bytes, false);
   checkObject(bytes, true);
-  checkExisting<std::uint8_t>(input);
-  checkExisting<float>(input);
 }

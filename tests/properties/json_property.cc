@@ -137,24 +137,6 @@ void visitArray(IVisitor& v, const char* name) {
   v.EndVisitingArray(type);
 }
 
-void visitBigData(IVisitor& v, const char* name) {
-  test::ByteSource& source = walk->source;
-  constexpr std::size_t kSizes[] = {1, 2, 8};
-  const std::size_t elemSize = source.OneOf(kSizes);
-  const auto rows = static_cast<std::size_t>(source.Between(0, 3));
-  const auto rowElems = static_cast<std::size_t>(source.Between(0, 5));
-  const std::size_t pitch = rowElems * elemSize + static_cast<std::size_t>(source.Between(0, 2));
-  Buffer memory(rows * pitch), packed, back;
-  for (std::size_t i = 0; i < memory.size(); ++i) {
-    memory[i] = source.Raw<std::uint8_t>();
-    if (i % pitch < rowElems * elemSize) packed.push_back(memory[i]);
-  }
-  packed.push_back(7);  // nothing is written past the end
-  const auto allocate = [&] { return back.assign(packed.size(), 7), back.data(); };
-  v.VisitBigDataArray({"?", elemSize, rowElems, rows, memory.data(), pitch, allocate}, name);
-  CHECK_HOLDS(!compares(v) || back == packed);
-}
-
 void visitMembers(IVisitor& v);
 
 /// Its members are what comes next.
@@ -192,7 +174,6 @@ void visitMembers(IVisitor& v) {
                                 visitText,
                                 visitBytes<true>,
                                 visitBytes<false>,
-                                visitBigData,
                                 visitArray,
                                 visitObject,
                                 visitPart};
