@@ -108,9 +108,10 @@ class ImagePlay {
 
   void Run() {
     constexpr void (ImagePlay::*kOperations[])(Image&) = {
-        &ImagePlay::Create,   &ImagePlay::Create,      &ImagePlay::Create, &ImagePlay::FromImage,
-        &ImagePlay::FromRows, &ImagePlay::Assign,      &ImagePlay::Move,   &ImagePlay::Clear,
-        &ImagePlay::SetPixel, &ImagePlay::CopyByClass, &ImagePlay::Create};
+        &ImagePlay::Create,      &ImagePlay::Create,      &ImagePlay::Create,
+        &ImagePlay::FromImage,   &ImagePlay::FromRows,    &ImagePlay::Assign,
+        &ImagePlay::Move,        &ImagePlay::Clear,       &ImagePlay::SetPixel,
+        &ImagePlay::CopyByClass, &ImagePlay::CopyByClass, &ImagePlay::Create};
     for (int i = 0; i < 64 && !source_.IsEmpty(); ++i) {
       Image& image = Choose();
       image.PixelSize = {static_cast<double>(source_.Raw<std::uint8_t>()), 1, 2};
