@@ -35,12 +35,10 @@ step_valgrind() { # the C interface
     --errors-for-leak-kinds=definite build/dev/tests/planex_api_test \
     --gtest_filter='-*TakesLinearTime'
 }
-step_tools() { # what the command writes, in Open3D; scans larger than memory
+step_tools() { # what the command writes, in Open3D
   build release
   /usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
     build/release/tests/tools/whole_scan
-  /usr/bin/python3 tests/tools/large_scan_test.py build/release/tools/planex \
-    build/release/examples/scan
 }
 step_clone() { # the commands of the README, in a clone whose path is no plain word
   clone=$(mktemp -d)

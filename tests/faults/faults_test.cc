@@ -154,17 +154,5 @@ TEST(Faults, LoseTheTextOfARefusalOnly) {
   EXPECT_TRUE(runWithFault(refuse, 1, kForever));
 }
 
-TEST(Faults, LetTheRootStandInForALogger) {
-  long number = 1;
-  for (bool hasStruck = true; hasStruck; ++number) {
-    const std::string name = "Test.ALoggerWithoutMemoryFor." + std::to_string(number);
-    const base::Logger* logger = nullptr;
-    hasStruck = runWithFault([&] { logger = &base::Logger::Get(name); }, number, number);
-    EXPECT_EQ(logger == &base::Logger::GetRoot(), hasStruck) << "allocation " << number;
-    EXPECT_EQ(base::Logger::Get(name).GetName(), name) << "once there is memory";
-  }
-  EXPECT_GT(number, 2);
-}
-
 }  // namespace
 }  // namespace test

@@ -1,7 +1,6 @@
 // Any text as a model document through the C interface. A model that comes of it is written and
-// read again, and calibrates a small range image.
+// read again.
 
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -9,8 +8,6 @@
 #include "tests/support/property.h"
 
 namespace {
-
-constexpr uint32_t kMono16 = PLANEX_PIXEL_FORMAT_MONO16;
 
 /// What a text may cost: the parser's node of 64 bytes for every two characters, and as much again
 /// for what is made of them; then the model itself.
@@ -44,23 +41,6 @@ void checkRereading(uint32_t model, test::CheckedLog& log) {
   CHECK_HOLDS(destroyModel(&again) && again == 0);
 }
 
-void checkCalibration(uint32_t model, test::CheckedLog& log) {
-  uint32_t filter = 0;
-  const bool created =
-      createCalibrationFilter(model, {0.125, 0, 1.0 / 64, 0, 1, 1}, {8, 4}, kMono16, &filter);
-  log.CheckCall(created);
-  if (!created) return;
-  uint16_t range[32];
-  for (std::size_t i = 0; i < 32; ++i) range[i] = static_cast<uint16_t>(i * i * 63);
-  std::vector<float> x(32, 4711.0F);
-  std::vector<float> z = x;
-  const bool done = applyCalibration(filter, range, x.data(), z.data());
-  log.CheckCall(done);
-  CHECK_HOLDS(done == std::isnan(x[0]) && done == std::isnan(z[0]));
-  CHECK_ALWAYS(done || (x == std::vector<float>(32, 4711.0F) && x == z));
-  CHECK_HOLDS(destroyCalibrationFilter(&filter));
-}
-
 }  // namespace
 
 PLANEX_PROPERTY(model_text) {
@@ -70,7 +50,6 @@ PLANEX_PROPERTY(model_text) {
   text.push_back('\0');
   test::CheckedLog log;
   destroyAllModels();
-  destroyAllCalibrationFilters();
   uint32_t model = 77;
   const test::MemoryPeak peak;
   const bool created = test::succeeds([&] { return createModelFromJson(text.data(), &model); });
@@ -79,6 +58,5 @@ PLANEX_PROPERTY(model_text) {
   CHECK_ALWAYS(created == (model != 0));
   if (!created) return;
   checkRereading(model, log);
-  checkCalibration(model, log);
   CHECK_HOLDS(destroyModel(&model));
 }

@@ -2,7 +2,9 @@
 not depend on blocks, threads and how the image is stored; what signals leave behind; progress."""
 import json
 import os
+import pathlib
 import pty
+import re
 import select
 import signal
 import subprocess
@@ -75,11 +77,16 @@ class Command(unittest.TestCase):
             file.truncate(file.tell() + 2 * 2560 * 400000)
         before = set(self.folder.iterdir())
         points = ["map", MODEL, "--from", "pixel", "--to", "aligned"]  # waits for them
-        for number, arguments in ((signal.SIGINT, ["rectify", MODEL, scan]),
-                                  (signal.SIGTERM, points)):
+        for number, size, arguments in ((signal.SIGINT, 4e8, ["calibrate", MODEL, scan]),
+                                        (signal.SIGTERM, 0, points)):
             child = subprocess.Popen([PLANEX, *arguments, "-o", output], stdin=subprocess.PIPE)
-            while not list(self.folder.glob(".out.tif.planex-*")):
+            while not (files := list(self.folder.glob(".out.tif.planex-*"))) or (
+                    files[0].stat().st_size < size):
                 self.assertIsNone(child.poll())
+            if size:  # of 8 GB, in bounded memory
+                self.assertEqual(files[0].open("rb").read(4), b"II+\0", "not a BigTIFF")
+                status = pathlib.Path(f"/proc/{child.pid}/status").read_text()
+                self.assertLess(int(re.search(r"VmHWM:\s*(\d+)", status)[1]), 300000)
             child.send_signal(number)
             self.assertEqual(child.wait(), -number)
             child.stdin.close()

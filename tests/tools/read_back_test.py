@@ -1,5 +1,5 @@
 """Usage: read_back_test.py READER PLANEX WHOLE_SCAN. Reads what the command writes with programs of
-others: tifffile, gdal, cv2, PIL, numpy or open3d. Status 77: the reader is not installed."""
+others: tifffile, gdal, PIL, numpy or open3d. Status 77: the reader is not installed."""
 import sys
 import tempfile
 
@@ -54,8 +54,6 @@ PLAIN = [name for name in TIFFS if not name.startswith(("small", "nodata", "zstd
 READERS = {
     "tifffile": (PLAIN, lambda path: reader.imread(path)),
     "gdal": (TIFFS + ["map.png"], lambda path: gdal.Open(path).ReadAsArray()),
-    "cv2": (["map.png", "map_intensity.png", "mean.tif", "small.tif"],
-            lambda path: reader.imread(path, reader.IMREAD_UNCHANGED)),
     "PIL": (["map.png", "map_intensity.png", "small_intensity.tif"],
             lambda path: np.asarray(Image.open(path))),
     "numpy": (["points.npy", "part.npy", "aligned.npy", "aligned.ply"],
