@@ -89,12 +89,6 @@ class Caller {
     return done;
   }
 
-  /// One argument in sixteen is left out.
-  template <typename T>
-  T* OrNull(T* pointer) {
-    return source_.Between(0, 15) == 0 ? nullptr : pointer;
-  }
-
   static Object Known(const Handles& handles, std::uint32_t handle) {
     const auto found = handles.live.find(handle);
     return found == handles.live.end() ? Object() : found->second;
@@ -110,13 +104,12 @@ class Caller {
   template <typename Call>
   void Create(Handles& handles, const Object& object, Call call) {
     uint32_t handle = 77;
-    uint32_t* const out = OrNull(&handle);
-    if (Do([&] { return call(out); })) {
+    if (Do([&] { return call(&handle); })) {
       CHECK_ALWAYS(handles.last == 0 || handle == handles.last + 1);
       handles.last = handle;
       handles.live[handle] = object;
     } else {
-      CHECK_ALWAYS(handle == 77 || (handle == 0 && out != nullptr));
+      CHECK_ALWAYS(handle == 77 || handle == 0);
     }
   }
 
@@ -124,15 +117,13 @@ class Caller {
   void Destroy() {
     const uint32_t handle = Choose(this->*kHandles);
     uint32_t variable = handle;
-    uint32_t* const out = OrNull(&variable);
-    const bool done = Do([&]() noexcept { return kDestroy(out); });
-    const bool erased = out != nullptr && (this->*kHandles).live.erase(handle) == 1;
-    CHECK_ALWAYS(done == (erased || out == nullptr));
-    CHECK_ALWAYS(variable == (erased ? 0 : handle));
+    const bool done = Do([&]() noexcept { return kDestroy(&variable); });
+    CHECK_ALWAYS(done == ((this->*kHandles).live.erase(handle) == 1));
+    CHECK_ALWAYS(variable == (done ? 0 : handle));
   }
 
   void CreateModel() {
-    const char* const text = OrNull(source_.OneOf(kDocuments).c_str());
+    const char* const text = source_.OneOf(kDocuments).c_str();
     Create(models_, {}, [&](uint32_t* out) { return createModelFromJson(text, out); });
   }
 
@@ -180,10 +171,8 @@ class Caller {
     Bytes x = pixelBuffer(pixels, 4);
     Bytes z = x;
     const Bytes before = x;
-    const void* const in = OrNull(static_cast<void*>(range.data()));
-    float* const outX = OrNull(floats(x));
-    float* const outZ = source_.Between(0, 15) == 0 ? outX : OrNull(floats(z));
-    const bool done = Do([&] { return applyCalibration(filter, in, outX, outZ); });
+    float* const outZ = floats(source_.Between(0, 15) == 0 ? x : z);
+    const bool done = Do([&] { return applyCalibration(filter, range.data(), floats(x), outZ); });
     CHECK_ALWAYS(done ? calibrations_.live.count(filter) == 1 && pixels <= kMaxPixels
                       : x == before && z == before);
   }
@@ -198,10 +187,8 @@ class Caller {
     SplatSettings splat = {1, 2, 3};
     const std::string before = test::bytesOf(box) + test::bytesOf(splat);
     const ImageSize size = Size();
-    WorldRangeTraits* const outBox = OrNull(&box);
-    SplatSettings* const outSplat = OrNull(&splat);
     const bool done =
-        Do([&] { return calculateCalibrationBounds(model, traits, size, outBox, outSplat); });
+        Do([&] { return calculateCalibrationBounds(model, traits, size, &box, &splat); });
     CHECK_ALWAYS(done ? models_.live.count(model) == 1
                       : test::bytesOf(box) + test::bytesOf(splat) == before);
   }
@@ -211,7 +198,7 @@ class Caller {
     const WorldRangeTraits grid = {0, 8, 9, 0, 1, size.height, source_.Real(), 8, 65536};
     const Object filter = {pixelsOf(size), std::uint64_t{grid.xCount} * grid.yCount,
                            source_.Between(0, 5), source_.Between(0, 3)};
-    const std::uint32_t* const formats = OrNull(&kFormats[filter.firstFormat]);
+    const std::uint32_t* const formats = &kFormats[filter.firstFormat];
     const SplatSettings splat = {source_.Real(), source_.Real(), source_.Real()};
     const auto mode = static_cast<uint32_t>(source_.Between(0, 5));
     Create(rectifications_, filter, [&](uint32_t* out) {
@@ -231,16 +218,14 @@ class Caller {
     for (int i = 0; i < filter.images; ++i) {
       images[i] = Filled(filter.pixels, kFormats[filter.firstFormat + i] == kMono16 ? 2 : 1);
       outputs[i] = pixelBuffer(filter.cells, 1);
-      inputs[i] = OrNull(images[i].data());
+      inputs[i] = images[i].data();
       targets[i] = outputs[i].data();
     }
-    const float* const inX = OrNull(floats(x));
-    const float* const inZ = source_.Between(0, 15) == 0 ? inX : OrNull(floats(z));
     Bytes range = pixelBuffer(filter.cells, 4);
-    float* const outRange = OrNull(floats(range));
     const Bytes before = range;
-    const bool done =
-        Do([&]() noexcept { return rectify(handle, inX, inZ, inputs, outRange, targets); });
+    const bool done = Do([&]() noexcept {
+      return rectify(handle, floats(x), floats(z), inputs, floats(range), targets);
+    });
     CHECK_ALWAYS(done ? rectifications_.live.count(handle) == 1 && filter.cells <= kMaxPixels
                       : range == before);
   }

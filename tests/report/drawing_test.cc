@@ -33,27 +33,6 @@ TEST(Ticks, AreRoundAndToldApart) {
   }
 }
 
-/// CIE L*, from the luminance of sRGB.
-double lightness(Color c) {
-  const auto linear = [](double x) { return std::pow((x / 255 + 0.055) / 1.055, 2.4); };
-  const double y = 0.2126 * linear(c.r) + 0.7152 * linear(c.g) + 0.0722 * linear(c.b);
-  return 116 * std::cbrt(y) - 16;
-}
-
-TEST(ColorMap, GetsLighterInEqualSteps) {
-  for (const std::string& name : ColorMap::names()) {
-    const ColorMap& map = *ColorMap::find(name);
-    const double end = map.isDiverging() ? 0.5 : 1;
-    const double step = (lightness(map.at(end)) - lightness(map.at(0))) / 16;
-    EXPECT_GT(step, 3) << name;
-    for (int i = 0; i < 16; ++i) {
-      const double at = end * i / 16, from = lightness(map.at(at));
-      EXPECT_NEAR(lightness(map.at(at + end / 16)) - from, step, 0.4 * step) << name << i;
-      EXPECT_NEAR(lightness(map.at(map.isDiverging() ? 1 - at : at)), from, 4) << name << i;
-    }
-  }
-}
-
 std::vector<Color> decoded(const std::string& bytes, int& width) {
   png_image image{};
   image.version = PNG_IMAGE_VERSION;

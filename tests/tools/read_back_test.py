@@ -1,5 +1,5 @@
 """Usage: read_back_test.py READER PLANEX WHOLE_SCAN. Reads what the command writes with programs of
-others: tifffile, gdal, PIL, numpy or open3d. Status 77: the reader is not installed."""
+others: gdal, PIL, numpy or open3d. Status 77: the reader is not installed."""
 import sys
 import tempfile
 
@@ -16,8 +16,6 @@ try:
         from PIL import Image
     elif READER == "open3d":
         import open3d
-    else:
-        reader = __import__(READER)
 except ImportError as error:
     print(f"skipped: {READER} cannot be imported: {error}")
     sys.exit(77)
@@ -50,9 +48,7 @@ for mode in MODES:
                                   f"{mode}_heights.f32")
 # The files that a reader takes, and how.
 TIFFS = [name for name in FILES if name.endswith(".tif")]
-PLAIN = [name for name in TIFFS if not name.startswith(("small", "nodata", "zstd"))]
 READERS = {
-    "tifffile": (PLAIN, lambda path: reader.imread(path)),
     "gdal": (TIFFS + ["map.png"], lambda path: gdal.Open(path).ReadAsArray()),
     "PIL": (["map.png", "map_intensity.png", "small_intensity.tif"],
             lambda path: np.asarray(Image.open(path))),
