@@ -115,8 +115,6 @@ TEST(Faults, ChangeAModelAltogetherOrNotAtAll) {
         return model.mirror(true, {1, 2});
       },
       [](auto& model) { return model.setPose({}); },
-      [](auto& model) { return model.setHomography({}); },
-      [](auto& model) { return model.setSheetCurve(1, 2, 3, 4, 5, 6); },
       [](auto& model) { return model.CalibratedRegion.Resize(5, 4); },
   };
   for (const auto& change : changes) {
