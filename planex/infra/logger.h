@@ -86,7 +86,7 @@ class PLANEX_EXPORT Logger {
  private:
   using HandlerList = std::vector<std::shared_ptr<LogHandler>>;
 
-  struct ForkHandlers;
+  struct PLANEX_HIDDEN ForkHandlers;
 
   Logger(std::string name, Logger* parent, std::int32_t level);
 

@@ -119,7 +119,7 @@ const test::Check<Arguments> kWorldChecks[] = {
     {[](auto& a) { a.world.Deallocate(); }, kGrid},
     {[](auto& a) { a.world.Create(5, 2, kAllocator); }, kGrid},
     {[](auto& a) { a.grid.width = 0; }, kGrid},
-    {[](auto& a) { place(a.targetIntensity, a.world, 3); }, kReuse},
+    {[](auto& a) { place(a.world, a.targetIntensity, 0); }, kReuse},
     {[](auto& a) { a.world.Create(a.x, false), a.grid.width = 4; }, nullptr},
 };
 
