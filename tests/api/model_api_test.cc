@@ -56,7 +56,7 @@ TEST_F(ModelFile, RefusesWhatIsNoRegularFile) {
 }
 
 TEST_F(ApiTest, DeepNestingIsRefused) {
-  for (const std::size_t levels : {98, 99, 5000000}) {  // below two of the document
+  for (const std::size_t levels : {98U, 99U, 5000000U}) {  // below two of the document
     const std::string array = std::string(levels, '[') + std::string(levels, ']');
     const std::string member = "\"{\\\"[[\": " + array + ", \"FileVersion\"";
     uint32_t model = 77;

@@ -213,7 +213,10 @@ std::string entry(const CLI::Option& option, const std::string& page, Prose& pro
   text += "\n";
   if (!option.get_lnames().empty()) {
     const std::string name = "--" + option.get_lnames()[0];
-    for (const std::string& heading : {page + " " + name, name}) text += prose.find(heading);
+    std::string onThisPage = page;
+    onThisPage.append(" ").append(name);
+    text += prose.find(onThisPage);
+    text += prose.find(name);
   }
   std::string term = joined(names, ", ");
   if (!value.name.empty()) term += (term.empty() ? "" : " ") + italic(value.name);
