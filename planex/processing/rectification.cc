@@ -29,7 +29,7 @@ bool sameSize(const Image& a, const Image& b) {
   return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
 }
 
-void clear(Image& image) { std::memset(image.GetData(), 0, image.GetRawBufferSize()); }
+void clear(Image& image) { std::memset(image.GetData(), 0, cmnalg::extentOf(image).size); }
 
 HeightGrid gridOf(const Image& target) {
   return {target.GetWidth(),

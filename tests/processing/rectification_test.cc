@@ -60,6 +60,13 @@ void place(ImageOf<Pixel>& image, Image& in, int byte) {
                false, kAllocator, false);
 }
 
+/// Two rows of four intensities, of which the last is byte 11; rows of eight bytes would end
+/// with 15.
+void inPaddedRows(Arguments& a) {
+  a.intensity.Create(a.world.GetData(), cmnalg::IMAGE_TYPE_UINT8, 4, 2, 8, false, kAllocator,
+                     false);
+}
+
 using Mode = RectificationMode;
 const char* const kInvalid = "One or more input images are invalid. Please check your input.";
 const char* const kTargets = "Target images must be valid.";
@@ -95,6 +102,8 @@ const test::Check<Arguments> kChecks[] = {
     {[](auto& a) { place(a.targetIntensity, a.z, 8); }, nullptr, kReuse},
     {[](auto& a) { place(a.targetIntensity, a.intensity, 2); }, nullptr, kReuse},
     {[](auto& a) { place(a.targetIntensity, a.target, 3); }, nullptr, kReuse},
+    {[](auto& a) { place(a.targetIntensity, a.world, 11); inPaddedRows(a); }, nullptr, kReuse},
+    {[](auto& a) { place(a.targetIntensity, a.world, 12); inPaddedRows(a); }, nullptr, nullptr},
     {[](auto& a) { a.targetIntensity.Create(5, 2, kAllocator); }, nullptr,
      "The intensity target must be at least as wide as the target image."},
     {[](auto& a) { a.mode = Mode::DARKEST; }, kMode, nullptr},

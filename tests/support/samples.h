@@ -76,8 +76,7 @@ template <typename Pixel>
 struct Drawn {
   Drawn(ByteSource& source, int width, int height, int mostPadding = 2) {
     const int pitch = width + source.Between(0, mostPadding);
-    pixels.resize(std::max(std::size_t{1},
-                           static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height)));
+    pixels.resize(static_cast<std::size_t>(std::max(1, (height - 1) * pitch + width)));
     Samples samples(source);
     for (Pixel& pixel : pixels) pixel = samples.Next<Pixel>();
     image.Create(pixels.data(), width, height, pitch, false, cmnalg::Image::s_defaultImageAllocator,
