@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <random>
 #include <system_error>
 
 #include "planex/io/failure.h"
@@ -21,22 +22,23 @@
 namespace planex::io {
 namespace {
 
-/// Names that a signal handler may read at any time: `used` is set after and cleared before a
+/// Names that a signal handler may read at any time: `named` is set after and cleared before a
 /// change of `name`.
 struct UnfinishedFile {
-  std::atomic<bool> used{false};
+  std::atomic<bool> named{false};
   std::array<char, PATH_MAX> name{};
+  bool used = false;
   std::string target;  // the name that it is to have
 };
 std::array<UnfinishedFile, 16> unfinishedFiles;
 
 static_assert(std::atomic<bool>::is_always_lock_free, "read in signal handlers");
 
-int rememberUnfinished(const std::string& name, std::string& target) {
+/// @return a free place in the list, or -1
+int placeFor(std::string target) {
   for (std::size_t i = 0; i < unfinishedFiles.size(); ++i) {
     UnfinishedFile& file = unfinishedFiles[i];
-    if (file.used || name.size() >= file.name.size()) continue;
-    std::memcpy(file.name.data(), name.c_str(), name.size() + 1);
+    if (file.used) continue;
     file.target.swap(target);
     file.used = true;
     return static_cast<int>(i);
@@ -44,9 +46,37 @@ int rememberUnfinished(const std::string& name, std::string& target) {
   return -1;
 }
 
+/// While it lives no signal comes between the naming of a file and its remembering.
+class BlockedSignals {
+ public:
+  BlockedSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before_);
+  }
+  ~BlockedSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  BlockedSignals(const BlockedSignals&) = delete;
+  BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+void rememberName(int place, const std::string& name) {
+  if (place < 0) return;
+  UnfinishedFile& file = unfinishedFiles[static_cast<std::size_t>(place)];
+  if (name.size() >= file.name.size()) return;
+  std::memcpy(file.name.data(), name.c_str(), name.size() + 1);
+  file.named = true;
+}
+
+void forgetName(int place) {
+  if (place >= 0) unfinishedFiles[static_cast<std::size_t>(place)].named = false;
+}
+
 extern "C" void removeUnfinishedFiles() {
   for (const UnfinishedFile& file : unfinishedFiles) {
-    if (file.used) unlink(file.name.data());
+    if (file.named) unlink(file.name.data());
   }
 }
 
@@ -103,8 +133,32 @@ std::string temporaryNameOf(const std::string& path) {
   return path.substr(0, begin) + "." + path.substr(begin, size) + kEnding;
 }
 
-/// mkstemp makes files that only their owner may read. The permissions of a file that is replaced
-/// go on only where they mean the same people; bits beyond permissions, as set-user-ID, never do.
+constexpr int kNameAttempts = 100;
+
+/// Other letters for the X of a temporary name.
+void drawEnding(std::string& name) {
+  static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+  static std::random_device random;
+  for (std::size_t i = name.size() - 6; i < name.size(); ++i) {
+    name[i] = kLetters[random() % (sizeof kLetters - 1)];
+  }
+}
+
+std::string pathOf(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+/// A file without a name, which nothing leaves behind; -1 where the file system has none, or there
+/// is no /proc to name it by.
+int openUnnamed(const std::string& path) {
+  const int descriptor =
+      ::open(folderOf(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (descriptor < 0 || access(pathOf(descriptor).c_str(), F_OK) == 0) return descriptor;
+  ::close(descriptor);
+  return -1;
+}
+
+/// Both kinds are made as files that only their owner may read. The permissions of a file that is
+/// replaced go on only where they mean the same people; bits beyond permissions, as set-user-ID,
+/// never do.
 void givePermissions(int descriptor, const std::string& target) {
   struct stat own, old;
   mode_t mode = 0;
@@ -123,35 +177,53 @@ std::string reason() { return std::strerror(errno); }
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, bool force)
-    : path_(path), temporary_(temporaryNameOf(path)), force_(force) {
+OutputFile::OutputFile(const std::string& path, bool force) : path_(path), force_(force) {
   requireReplaceable(path_, force);
   if (isBeingWritten(path_)) {
     throw Failure(path_, "is the name of two outputs; give each its own");
   }
-  std::string target = path_;
-  sigset_t all, before;
-  sigfillset(&all);
-  sigprocmask(SIG_BLOCK, &all, &before);  // between the making of the file and its remembering
-  const int descriptor = mkstemp(temporary_.data());
-  const int error = errno;
-  if (descriptor >= 0) slot_ = rememberUnfinished(temporary_, target);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
-  if (descriptor < 0) refuseToCreate(path_, error);
+  place_ = placeFor(path_);
+  try {
+    open();
+  } catch (...) {
+    discard();
+    throw;
+  }
+}
+
+void OutputFile::open() {
+  int descriptor = openUnnamed(path_);
+  if (descriptor >= 0) {
+    writingPath_ = pathOf(descriptor);
+  } else {
+    descriptor = makeNamed();
+    writingPath_ = temporary_;
+  }
   givePermissions(descriptor, path_);
   stream_ = fdopen(descriptor, "w+b");
   if (stream_ != nullptr) return;
   ::close(descriptor);
-  discard();
   throw std::bad_alloc();
+}
+
+int OutputFile::makeNamed() {
+  std::string name = temporaryNameOf(path_);
+  const BlockedSignals blocked;
+  const int descriptor = mkstemp(name.data());
+  if (descriptor < 0) refuseToCreate(path_, errno);
+  temporary_.swap(name);
+  rememberName(place_, temporary_);
+  return descriptor;
 }
 
 OutputFile::~OutputFile() { discard(); }
 
 void OutputFile::discard() {
   if (stream_ != nullptr) std::fclose(stream_);
+  if (descriptor_ >= 0) ::close(descriptor_);
   if (!temporary_.empty()) unlink(temporary_.c_str());
-  if (slot_ >= 0) unfinishedFiles[static_cast<std::size_t>(slot_)].used = false;
+  forgetName(place_);
+  if (place_ >= 0) unfinishedFiles[static_cast<std::size_t>(place_)].used = false;
 }
 
 void OutputFile::write(const void* data, std::size_t size) {
@@ -161,27 +233,60 @@ void OutputFile::write(const void* data, std::size_t size) {
 }
 
 void OutputFile::close() {
+  // A file without a name lives as long as a descriptor of it.
+  if (temporary_.empty()) descriptor_ = fcntl(fileno(stream_), F_DUPFD_CLOEXEC, 0);
+  const bool kept = !temporary_.empty() || descriptor_ >= 0;
   std::FILE* stream = stream_;
   stream_ = nullptr;
-  const bool good = std::ferror(stream) == 0;
+  const bool good = kept && std::ferror(stream) == 0;
+  const std::string failed = reason();
   if (std::fclose(stream) != 0 || !good) {
-    throw Failure(path_, "cannot be written (" + reason() + "); check the space on the disk");
+    throw Failure(path_, "cannot be written (" + (good ? reason() : failed) +
+                             "); check the space on the disk");
   }
+}
+
+/// Gives a file without a name its own, or where that is taken and may be replaced, a hidden one.
+bool OutputFile::link() {
+  const std::string from = pathOf(descriptor_);
+  const auto linkTo = [&](const std::string& name) {
+    return linkat(AT_FDCWD, from.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+  };
+  if (linkTo(path_)) return true;
+  if (errno != EEXIST || !force_) return false;
+  std::string name = temporaryNameOf(path_);
+  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+    drawEnding(name);
+    const BlockedSignals blocked;
+    if (linkTo(name)) {
+      temporary_.swap(name);
+      rememberName(place_, temporary_);
+      return true;
+    }
+    if (errno != EEXIST) return false;
+  }
+  return false;
+}
+
+/// Without force the name must still be free; file systems that cannot promise it are asked first.
+bool OutputFile::rename() {
+  if (renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(),
+                force_ ? 0U : static_cast<unsigned>(RENAME_NOREPLACE)) != 0) {
+    if (errno != EINVAL || access(path_.c_str(), F_OK) == 0) return false;
+    if (std::rename(temporary_.c_str(), path_.c_str()) != 0) return false;
+  }
+  forgetName(place_);
+  temporary_.clear();
+  return true;
 }
 
 void OutputFile::commit() {
   close();
-  // Without force the name must still be free; file systems that cannot promise it are asked first.
-  int result = renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(),
-                         force_ ? 0U : static_cast<unsigned>(RENAME_NOREPLACE));
-  if (result != 0 && errno == EINVAL && access(path_.c_str(), F_OK) != 0) {
-    result = std::rename(temporary_.c_str(), path_.c_str());
-  }
-  if (result != 0) {
+  const bool named = (descriptor_ < 0 || link()) && (temporary_.empty() || rename());
+  if (!named) {
     throw Failure(path_, "cannot be given its name (" + reason() +
                              "); choose another name or overwrite it with --force");
   }
-  temporary_.clear();
 }
 
 void requireNoInput(const std::string& output, const std::vector<std::string>& inputs) {

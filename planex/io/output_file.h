@@ -16,10 +16,11 @@ namespace planex::io {
 ///     file.write(bytes, size);          // or writers that take stream() or temporaryPath()
 ///     file.commit();
 ///
-/// The bytes go to a hidden name in the same folder, .height.png.planex-XXXXXX. commit() gives them
-/// their name in one step; without it the destructor and the signals that end a program remove
-/// them. Every failure is a Failure with the name of the file. Files are made and destroyed on one
-/// thread.
+/// The bytes go to a file without a name, so that nothing is left of it however the program ends.
+/// commit() gives it its name in one step. To replace a file it needs a hidden name in the same
+/// folder first, .height.png.planex-XXXXXX, for a moment; on file systems without such files it has
+/// that name from the start, and the destructor and the signals that end a program remove it. Every
+/// failure is a Failure with the name of the file. Files are made and destroyed on one thread.
 class PLANEX_EXPORT OutputFile {
  public:
   /// @param path  a name that no file has, unless `force` is set, which replaces a regular file, or
@@ -33,8 +34,8 @@ class PLANEX_EXPORT OutputFile {
 
   /// The name that the file is to have, as it was given.
   const std::string& path() const { return path_; }
-  /// The name that it has until commit().
-  const std::string& temporaryPath() const { return temporary_; }
+  /// A path by which this process may open it until commit().
+  const std::string& temporaryPath() const { return writingPath_; }
   /// Where to write, binary, positioned at the start; readable too. Closed by commit().
   std::FILE* stream() const { return stream_; }
 
@@ -44,17 +45,23 @@ class PLANEX_EXPORT OutputFile {
   void write(std::string_view text) { write(text.data(), text.size()); }
   /// @}
 
-  /// Flushes, closes and renames. Refuses a name that was taken meanwhile, unless forced.
+  /// Flushes, closes and names. Refuses a name that was taken meanwhile, unless forced.
   void commit();
 
  private:
+  void open();
+  int makeNamed();
   void close();
+  bool link();
+  bool rename();
   void discard();
 
   std::string path_;
-  std::string temporary_;
+  std::string temporary_;  // hidden; empty while the file has no name
+  std::string writingPath_;
   std::FILE* stream_ = nullptr;
-  int slot_ = -1;  // in the list of files that a signal removes
+  int descriptor_ = -1;  // of a file without a name, once the stream is closed
+  int place_ = -1;       // in the list of files that a signal removes
   bool force_;
 };
 
