@@ -46,8 +46,8 @@ step_cmake() {
 
 # consume <package> <compiler> <argument>...
 consume() {
-  # shellcheck disable=SC2162 # a blank in a path comes with a backslash before it
-  read -a flags < <(pkg-config --cflags --libs "$1 = $version")
+  # A blank in a path comes with a backslash before it, and so does each byte of other letters.
+  mapfile -t flags < <(pkg-config --cflags --libs "$1 = $version" | xargs printf '%s\n')
   "${@:2}" -o "$scratch/consumer" "${flags[@]}" "-Wl,-rpath,$prefix/$libdir"
   "$scratch/consumer" "$model"
 }

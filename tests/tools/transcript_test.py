@@ -12,6 +12,7 @@ import difflib
 import json
 import os
 import pathlib
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -42,8 +43,8 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         files = scans.write_scan(folder)
         for name, module in (("edit", documents), ("image", scans)):
-            script = f'#!/bin/sh\nexec {sys.executable} -B {module.__file__} "$@"\n'
-            (files / name).write_text(script)
+            command = shlex.join([sys.executable, "-B", module.__file__])
+            (files / name).write_bytes(os.fsencode(f'#!/bin/sh\nexec {command} "$@"\n'))
             (files / name).chmod(0o755)
         for name, document in (("model", documents.example()), ("damaged", damaged),
                                ("region", documents.with_region())):
