@@ -19,7 +19,8 @@ struct Resolution {
   double height;   ///< distance of this row and the next one in the middle column
 };
 
-/// What the whole sensor sees of the laser plane, in the length unit of the model.
+/// What the whole sensor sees of the laser plane, in the length unit of the model. The extremes are
+/// exact but for rounding, for a model in which checkModel() finds no fold and no horizon.
 struct FieldOfView {
   double xMin;      ///< the least X
   double xMax;      ///< the greatest X

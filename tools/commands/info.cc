@@ -75,7 +75,7 @@ std::string resolutionText(const char* title, const scan::Resolution& resolution
 std::string viewText(const Facts& facts) {
   if (!facts.view) return fmt::format("{:<19}none: {}\n", "field of view", facts.noView);
   const scan::FieldOfView& view = *facts.view;
-  return fmt::format("{:<19}X {:.6g} to {:.6g} {}, Z {:.6g} to {:.6g} {}\n", "field of view",
+  return fmt::format("{:<19}X {:.8g} to {:.8g} {}, Z {:.8g} to {:.8g} {}\n", "field of view",
                      view.xMin, view.xMax, facts.unit, view.zMin, view.zMax, facts.unit) +
          resolutionText("near end", view.near, facts.unit) +
          resolutionText("far end", view.far, facts.unit);
