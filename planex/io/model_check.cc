@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
-#include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -14,7 +15,9 @@
 #include "planex/foundation/transform.h"
 #include "planex/foundation/vec.h"
 #include "planex/infra/containers.h"
+#include "planex/io/bounds.h"
 #include "planex/io/library_warnings.h"
+#include "planex/io/positive_search.h"
 #include "planex/model/coordinate_system.h"
 #include "planex/model/homography.h"
 #include "planex/model/lens_polynomial.h"
@@ -32,7 +35,7 @@ using Matrix = cmnalg::Matrix<double>;
 using Point = cmnalg::Vec<2, double>;
 using PointList = etl::Vector<Point>;
 
-constexpr int kGrid = 64;              // intervals of the grid along each side of the sensor
+constexpr int kGrid = 64;              // intervals of the grid of places that are to come back
 constexpr double kMostReturn = 1.0;    // pixels that a place may be off when it comes back
 constexpr double kLeastSkewY = 1e-13;  // what setSkew accepts
 
@@ -55,73 +58,125 @@ PointList sensorGrid(const CalibrationModel& model) {
   return grid;
 }
 
-/// The undistorted place of a pixel, in focal lengths.
-Point undistorted(const CalibrationModel& model, double u, double v) {
-  double x = u, y = v;
-  datafusion::planex::basic::normalise(model.FocalLength, model.LensCenter.x, model.LensCenter.y, x,
-                                       y);
-  datafusion::planex::basic::undistort(model.LensCoefficients.data(), x, y);
-  return {x, y};
+/// The formulas of a model for numbers, bounds and derivatives.
+template <typename T>
+class Formulas {
+ public:
+  explicit Formulas(const CalibrationModel& model) : model_(model) {}
+
+  /// From a pixel to its undistorted place, in focal lengths.
+  void undistort(T& x, T& y) const {
+    const T f = model_.FocalLength, cx = model_.LensCenter.x, cy = model_.LensCenter.y;
+    datafusion::planex::basic::normalise(f, cx, cy, x, y);
+    const std::array<T, 7> c = listOf<7>(model_.LensCoefficients.data());
+    datafusion::planex::basic::undistort(c.data(), x, y);
+  }
+
+  /// From an undistorted place to X and Z of the laser plane.
+  void project(T& x, T& y) const {
+    const std::array<T, 9> h = listOf<9>(model_.Homography.Data());
+    datafusion::planex::basic::applyHomography(h.data(), x, y);
+  }
+
+ private:
+  template <std::size_t N, std::size_t... I>
+  static std::array<T, N> listOf(const double* numbers, std::index_sequence<I...> /*all*/) {
+    return {T(numbers[I])...};
+  }
+  template <std::size_t N>
+  static std::array<T, N> listOf(const double* numbers) {
+    return listOf<N>(numbers, std::make_index_sequence<N>());
+  }
+
+  const CalibrationModel& model_;
+};
+
+/// The diagonal and the determinant of the derivative of the undistorted place: where all are
+/// positive on a rectangle, no two pixels of it have one place.
+///
+/// Source: Gale and Nikaido, The Jacobian matrix and global univalence of mappings, Mathematische
+/// Annalen 159, 1965.
+struct LensOrder {
+  const CalibrationModel& model;
+
+  template <typename T>
+  std::array<T, 3> operator()(const T& u, const T& v) const {
+    Dual<T> x(u, 1.0, 0.0), y(v, 0.0, 1.0);
+    Formulas<Dual<T>>(model).undistort(x, y);
+    return {x.u, y.v, x.u * y.v - x.v * y.u};
+  }
+};
+
+/// The denominator of the homography, positive in the first pixel.
+struct Horizon {
+  const CalibrationModel& model;
+  double sign = 1;
+
+  template <typename T>
+  std::array<T, 1> operator()(const T& u, const T& v) const {
+    const double* w = model.Homography[2];
+    T x = u, y = v;
+    Formulas<T>(model).undistort(x, y);
+    return {sign * (w[0] * x + w[1] * y + w[2])};
+  }
+};
+
+/// The derivative of the corrected Z by Z.
+struct SheetCurveSlope {
+  const CalibrationModel& model;
+
+  template <typename T>
+  std::array<T, 1> operator()(const T& u, const T& v) const {
+    const double* s = model.SheetCurve.data();
+    T x = u, z = v;
+    Formulas<T>(model).undistort(x, z);
+    Formulas<T>(model).project(x, z);
+    const T a = x - s[0];
+    const T d = a * (1 + s[1] * z);
+    return {1 + (s[3] + 2 * s[4] * d + 3 * s[5] * (d * d)) * (a * s[1])};
+  }
+};
+
+/// Adds a fault where a function is not positive. @param is, may  what it means, with {} for where
+template <typename Functions>
+void requirePositive(const CalibrationModel& model, const Functions& functions, const char* path,
+                     const char* is, const char* may, std::vector<Fault>& faults) {
+  const Point last{std::max(model.SensorSize.x - 1.0, 0.0),
+                   std::max(model.SensorSize.y - 1.0, 0.0)};
+  const std::optional<NotPositive> found = PositiveSearch<Functions>(last, functions).run();
+  if (!found) return;
+  add(faults, path, fmt::format(fmt::runtime(found->decided ? is : may), placeText(found->place)));
 }
 
-/// Where the polynomial folds the sensor: the pixel's four sides no longer turn as they should.
-bool keepsOrder(const CalibrationModel& model, const Point& pixel) {
-  const Point left = undistorted(model, pixel.x - 0.5, pixel.y);
-  const Point right = undistorted(model, pixel.x + 0.5, pixel.y);
-  const Point above = undistorted(model, pixel.x, pixel.y - 0.5);
-  const Point below = undistorted(model, pixel.x, pixel.y + 0.5);
-  const double xu = right.x - left.x, yu = right.y - left.y;
-  const double xv = below.x - above.x, yv = below.y - above.y;
-  return xu > 0 && yv > 0 && xu * yv - xv * yu > 0;
-}
-
-void checkLens(const CalibrationModel& model, const PointList& grid, std::vector<Fault>& faults) {
+void checkLens(const CalibrationModel& model, std::vector<Fault>& faults) {
   if (isCalibrated(model.CurrentState) &&
       (!(model.LensCenter.x > 0) || !(model.LensCenter.y > 0))) {
     add(faults, "data.LensCenter",
         fmt::format("is ({}, {}); a calibrated model has one above 0", model.LensCenter.x,
                     model.LensCenter.y));
   }
-  for (const Point& pixel : grid) {
-    if (keepsOrder(model, pixel)) continue;
-    add(faults, "data.LensCoefficients",
-        "the polynomial turns back at " + placeText(pixel) + "; it must be monotonic");
-    return;
-  }
+  requirePositive(model, LensOrder{model}, "data.LensCoefficients",
+                  "the polynomial turns back at {}; it must be monotonic",
+                  "whether the polynomial turns back cannot be decided at {}", faults);
 }
 
-void checkHomography(const CalibrationModel& model, const PointList& grid,
-                     std::vector<Fault>& faults) {
+void checkHomography(const CalibrationModel& model, std::vector<Fault>& faults) {
   Matrix inverse;
   if (!cmnalg::math::Inverse(inverse, model.Homography)) {
     add(faults, "data.Homography", "cannot be inverted");
     return;
   }
-  const double* w = model.Homography[2];
-  double sign = 0;
-  for (const Point& pixel : grid) {
-    const Point p = undistorted(model, pixel.x, pixel.y);
-    const double here = w[0] * p.x + w[1] * p.y + w[2];
-    if (sign == 0) sign = here;
-    if (here * sign > 0) continue;
-    add(faults, "data.Homography", "its horizon crosses the sensor at " + placeText(pixel));
-    return;
-  }
+  Horizon horizon{model};
+  if (horizon(0.0, 0.0)[0] < 0) horizon.sign = -1;
+  requirePositive(model, horizon, "data.Homography", "its horizon crosses the sensor at {}",
+                  "whether its horizon crosses the sensor cannot be decided at {}", faults);
 }
 
-void checkSheetCurve(const CalibrationModel& model, const PointList& grid,
-                     std::vector<Fault>& faults) {
+void checkSheetCurve(const CalibrationModel& model, std::vector<Fault>& faults) {
   if (model.SheetCurve.empty()) return;
-  const double* s = model.SheetCurve.data();
-  for (const Point& pixel : grid) {
-    Point p = undistorted(model, pixel.x, pixel.y);
-    datafusion::planex::basic::applyHomography(model.Homography.Data(), p.x, p.y);
-    const double d = (p.x - s[0]) * (1 + s[1] * p.y);
-    const double slope = 1 + (s[3] + 2 * s[4] * d + 3 * s[5] * (d * d)) * ((p.x - s[0]) * s[1]);
-    if (slope > 0) continue;
-    add(faults, "data.SheetCurve", "turns back at " + placeText(pixel) + "; it must be monotonic");
-    return;
-  }
+  requirePositive(model, SheetCurveSlope{model}, "data.SheetCurve",
+                  "turns back at {}; it must be monotonic",
+                  "whether it turns back cannot be decided at {}", faults);
 }
 
 /// Where the way to the laser plane and back ends elsewhere.
@@ -242,9 +297,9 @@ std::vector<Fault> checkModel(const CalibrationModel& model) {
   std::vector<Fault> faults;
   if (model.CurrentState != ModelState::UNCALIBRATED) {
     const PointList grid = sensorGrid(model);
-    checkLens(model, grid, faults);
-    checkHomography(model, grid, faults);
-    if (faults.empty()) checkSheetCurve(model, grid, faults);
+    checkLens(model, faults);
+    checkHomography(model, faults);
+    if (faults.empty()) checkSheetCurve(model, faults);
     if (faults.empty()) checkReturn(model, grid, faults);
   }
   checkPose(model, faults);
