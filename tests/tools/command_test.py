@@ -1,5 +1,6 @@
-"""Usage: command_test.py PLANEX. What a transcript cannot show of the command: that its files do
-not depend on blocks, threads and how the image is stored; what signals leave behind; progress."""
+"""Usage: command_test.py PLANEX [CLASS]. What a transcript cannot show of the command: that its
+files do not depend on blocks, threads and how the image is stored; what signals leave behind;
+progress."""
 import contextlib
 import json
 import os
@@ -27,12 +28,14 @@ FORMATS = [("png", {}), ("tif", {}), ("tif", {"rowsperstrip": 8}), ("tif", {"byt
            ("tif", {"compression": "zlib", "byteorder": ">", "rowsperstrip": 8})]
 
 
-class Command(unittest.TestCase):
+class InFolder(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = scans.write_scan(folder.name)
 
+
+class Command(InFolder):
     def run_command(self, command, output, *arguments, image="range.pgm"):
         scans.run(PLANEX, command, MODEL, self.folder / image, "-o", self.folder / output, "-f",
                   "-q", *SENSOR, *Y, *arguments)
@@ -102,6 +105,8 @@ class Command(unittest.TestCase):
             left = [path.name for path in set(self.folder.iterdir()) - before]
             self.assertLessEqual(len(left), number == signal.SIGKILL, left)
 
+
+class Terminal(InFolder):
     def shown(self, seconds, *options, terminal=True):
         """What stands on standard error when a bar was drawn, or after that time. Nobody waits for
         the four thousand million points."""
@@ -131,4 +136,5 @@ class Command(unittest.TestCase):
         self.assertEqual(self.shown(2, terminal=False), "")
 
 
-unittest.main()
+outcome = unittest.main(exit=False).result
+sys.exit(77 if outcome.skipped else not outcome.wasSuccessful())
