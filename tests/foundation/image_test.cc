@@ -1,6 +1,5 @@
 #include "planex/foundation/image.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,12 +8,11 @@
 #include "planex/foundation/image_of.h"
 #include "tests/support/counting_allocator.h"
 #include "tests/support/documents.h"
-#include "tests/support/warning_capture.h"
+#include "tests/support/model_documents.h"
+#include "tests/support/refusals.h"
 
 namespace cmnalg {
 namespace {
-
-using testing::ElementsAre;
 
 constexpr ImageType kU8 = IMAGE_TYPE_UINT8;
 constexpr auto kNoType = static_cast<ImageType>(12);
@@ -61,16 +59,14 @@ TEST(Image, IsCreatedOrInvalidatedWithOneWarning) {
     ASSERT_TRUE(image.Create(kU8, 2, 2, 3, Image::s_defaultImageAllocator));
     auto* const own = static_cast<unsigned char*>(image.GetData());
     void* const pixels[] = {nullptr, nullptr, callers, own, own + 3};
-    const WarningCapture log;
+    test::LogCapture log;
     const bool done = c.pixels == kNone ? image.Create(c.type, c.width, c.height, c.pitch, none)
                                         : image.Create(pixels[c.pixels], c.type, c.width, c.height,
                                                        c.pitch, c.clone, none, c.transfer);
     EXPECT_EQ(done, c.warning == nullptr);
     EXPECT_EQ(image.GetData() == own && image.GetType() == kU8, done);
     EXPECT_EQ(image.GetImageData().IsValid(), done);
-    if (done) continue;
-    EXPECT_THAT(log.Messages(), ElementsAre(c.warning));
-    EXPECT_THAT(log.Loggers(), ElementsAre("Image"));
+    EXPECT_EQ(log.TakeOne("Image"), test::warning(c.warning));
   }
 }
 
@@ -109,8 +105,8 @@ TEST(Image, StoresDoublesInEveryType) {
     image.SetPixel(0, 0, c.value);
     EXPECT_EQ(image.GetPixel(0, 0), c.stored) << impro::GetType(image) << " " << c.value;
   }
-  PixelRGB pixel{10, 20, 31};
-  const ImageOf<PixelRGB> mean(&pixel, 1, 1, 0, false, Image::s_defaultImageAllocator, false);
+  ImageOf<PixelRGB> mean(1, 1, Image::s_defaultImageAllocator);
+  mean.SetAll({10, 20, 31});
   EXPECT_DOUBLE_EQ(mean.GetPixel(0, 0), 61 / 3.0);
 }
 
@@ -161,12 +157,12 @@ TEST(ImageDocument, IsReadOrRefusedAsAWhole) {
       {"MissingData", "missingdata", ""},  // an unknown word
   };
   for (const auto& c : kCases) {
-    const std::string text = test::replaced(kDocument, c.piece, c.replacement);
+    const std::string text = test::with(kDocument, c.piece, c.replacement);
     ImageOf<std::uint16_t> image(1, 1, Image::s_defaultImageAllocator);
     image.SetAll(7);
     const std::string before = test::toJson(image);
     EXPECT_EQ(test::readJson(text, image), c.error) << text;
-    const std::string read = test::replaced(kDocument, "MissingData", "Unknown");
+    const std::string read = test::with(kDocument, "MissingData", "Unknown");
     EXPECT_EQ(test::toJson(image), c.error.empty() ? read : before) << text;
   }
 }

@@ -7,7 +7,7 @@
 #include <limits>
 #include <vector>
 
-#include "tests/support/warning_capture.h"
+#include "tests/support/log_capture.h"
 
 namespace datafusion::planex {
 namespace {
@@ -101,7 +101,7 @@ TEST(CalibratedRegion, RefusesWithoutChange) {
     for (const std::size_t length : row.points) points.emplace_back(length);
     for (const std::size_t length : row.residuals) residuals.emplace_back(length);
     CalibratedRegion region = regionOf(row.width, row.height);
-    const WarningCapture log;
+    const test::LogCapture log;
     EXPECT_FALSE(region.Update(points, residuals));
     EXPECT_THAT(log.Messages(), ElementsAre(row.text));
     EXPECT_THAT(log.Loggers(), ElementsAre("Image.Planex.Model"));
@@ -109,7 +109,7 @@ TEST(CalibratedRegion, RefusesWithoutChange) {
   CalibratedRegion region = regionOf(2, 2);
   const etl::Vector<PointList> lists = {{{0, 0}}, {}, {{10, 10}, {1, 1}}};
   ASSERT_TRUE(region.Update(lists, lists));
-  const WarningCapture log;
+  const test::LogCapture log;
   EXPECT_FALSE(region.Update(PointList(3), PointList(2)));
   EXPECT_FALSE(region.Update({{3, 0}, {3, kNaN}}, PointList(2)));
   EXPECT_FALSE(region.Resize(-1, 2));

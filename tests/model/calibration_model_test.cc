@@ -10,8 +10,8 @@
 
 #include "planex/model/camera_matrix.h"
 #include "planex/model/skewed_pose.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/model_builders.h"
-#include "tests/support/warning_capture.h"
 
 namespace datafusion::planex {
 namespace {
@@ -64,7 +64,7 @@ const struct {
 TEST(CalibrationModel, ChangesAreAcceptedOrRefused) {
   for (const auto& row : kChanges) {
     SCOPED_TRACE(&row - kChanges);
-    const WarningCapture log;
+    const test::LogCapture log;
     CalibrationModel model;
     const std::string before = test::toJson(model);
     EXPECT_EQ(row.change(model), row.refusal == nullptr);
@@ -82,7 +82,7 @@ TEST(CalibrationModel, MirroringComesAfterTheHomography) {
   ASSERT_TRUE(model.mirror(false, {10, 4}));  // (x, z) -> (x, 8 - z)
   EXPECT_EQ(Numbers(model.Homography.Data(), model.Homography.Data() + 9),
             (Numbers{-1, 0, 19, 0, -1, 6, 0, 0, 1}));
-  const WarningCapture log;
+  const test::LogCapture log;
   model.Homography = matrix(2, 3, {1, 0, 1, 0, 1, 0});
   EXPECT_FALSE(model.mirror(true, {10, 0}));
   EXPECT_THAT(log.Messages(), ElementsAre("Invalid perspective matrix."));
@@ -170,7 +170,7 @@ TEST(CameraMatrix, TestsCentreBeforeFocalLength) {
               {-1, 1, 2, {"Invalid focal length."}},
               {3, 0, 2, {}}};
   for (const auto& row : rows) {
-    const WarningCapture log;
+    const test::LogCapture log;
     CalibrationModel model;
     model.FocalLength = row.focal;
     model.LensCenter = {row.cx, row.cy};

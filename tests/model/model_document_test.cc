@@ -6,9 +6,9 @@
 
 #include "planex/infra/class_repository.h"
 #include "planex/model/calibration_model.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/model_builders.h"
 #include "tests/support/model_documents.h"
-#include "tests/support/warning_capture.h"
 
 namespace datafusion::planex {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/log_capture.h"
 #include "tests/support/model_builders.h"
-#include "tests/support/warning_capture.h"
 
 namespace datafusion::planex {
 namespace {
@@ -99,7 +99,7 @@ const struct {
 
 template <typename Point, typename... Profile>
 void expectOutcome(const Model& model, int from, int to, const char* text, Profile... profile) {
-  const WarningCapture log;
+  const test::LogCapture log;
   etl::Vector<Point> points = {{7, 7}};
   EXPECT_EQ(mapPoints<float>(model, points, points, static_cast<System>(from),
                              static_cast<System>(to), profile...),

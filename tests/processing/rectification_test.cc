@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "planex/processing/intensity_reduction.h"
 #include "tests/support/refusals.h"
 
 namespace datafusion::planex {
@@ -155,9 +156,16 @@ TEST(Rectification, WorldTargetsMayBePadded) {
 TEST(Rectification, RefusesSignedSourcesSilently) {
   Arguments a;
   const Image z(cmnalg::IMAGE_TYPE_INT16, 4, 2, kAllocator);
-  const WarningCapture log;
+  const test::LogCapture log;
   EXPECT_FALSE(toRectified(a.x, z, {0, 0}, 1, RectificationMode::LOWEST, a.target, true));
   EXPECT_TRUE(log.Messages().empty());
+}
+
+TEST(IntensityReduction, TakesTheNearestLimits) {
+  const std::uint16_t values[] = {5, 15, 30};
+  std::uint8_t reduced[3];
+  reduceIntensities(values, 3, {10, 20}, reduced);
+  EXPECT_TRUE(reduced[0] == 0 && reduced[1] == 128 && reduced[2] == 255);
 }
 
 }  // namespace

@@ -23,10 +23,4 @@ inline std::string readJson(const std::string& text, etl::IVisitable& object) {
   return document.GetErrorDescription();
 }
 
-/// `text` with its first `what` replaced; without one it comes back empty, which no test accepts.
-inline std::string replaced(std::string text, const std::string& what, const std::string& with) {
-  const std::size_t at = text.find(what);
-  return at == std::string::npos ? std::string() : text.replace(at, what.size(), with);
-}
-
 }  // namespace test

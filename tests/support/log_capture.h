@@ -30,30 +30,26 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
 
   /// The texts since the last call, with their level: "SEVERE: Handle is NULL". When there is not
-  /// exactly one, all of them joined by " | ".
-  std::string TakeOne() {
+  /// exactly one, all of them joined by " | ". What does not come of `logger` has its logger's name
+  /// before it, unless any may log.
+  std::string TakeOne(const std::string& logger = "") {
     std::string joined;
-    for (std::size_t i = 0; i < messages_.size(); ++i) {
-      joined += (i == 0 ? "" : " | ") + levels_[i] + messages_[i];
+    for (const base::LogRecord& record : records_) {
+      if (!joined.empty()) joined += " | ";
+      if (!logger.empty() && record.loggerName != logger) joined += record.loggerName + ": ";
+      joined += std::string(base::GetLogLevelName(record.level)) + ": " + record.message;
     }
     Clear();
     return joined;
   }
 
   /// @{
-  /// Since the last call of Clear or TakeOne: the texts without their level, the names of their
-  /// loggers, and how many of them have a level.
-  const std::vector<std::string>& Messages() const { return messages_; }
-  const std::vector<std::string>& Loggers() const { return loggers_; }
-  int Warnings() const { return Count("WARNING: "); }
-  int Severe() const { return Count("SEVERE: "); }
+  /// How many there are of a level since the last call of Clear or TakeOne.
+  int Warnings() const { return Count(base::WARNING); }
+  int Severe() const { return Count(base::SEVERE); }
   /// @}
 
-  void Clear() {
-    messages_.clear();
-    levels_.clear();
-    loggers_.clear();
-  }
+  void Clear() { records_.clear(); }
 
  private:
   /// Has the name of the C interface's own handler, which it takes the place of.
@@ -63,20 +59,19 @@ class LogCapture {
         : LogHandler("CalibrationLibLogHandler", true), capture_(capture) {}
     void Publish(const base::LogRecord& record) override {
       const MayFail no(false);
-      capture_->messages_.push_back(record.message);
-      capture_->levels_.push_back(GetLogLevelPrefix(record));
-      capture_->loggers_.push_back(record.loggerName);
+      capture_->records_.push_back(record);
     }
 
    private:
     LogCapture* capture_;
   };
 
-  int Count(const char* level) const {
-    return static_cast<int>(std::count(levels_.begin(), levels_.end(), level));
+  int Count(std::int32_t level) const {
+    const auto has = [level](const base::LogRecord& record) { return record.level == level; };
+    return static_cast<int>(std::count_if(records_.begin(), records_.end(), has));
   }
 
-  std::vector<std::string> messages_, levels_, loggers_;
+  std::vector<base::LogRecord> records_;
 };
 
 }  // namespace test

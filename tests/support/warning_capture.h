@@ -1,5 +1,0 @@
-#pragma once
-
-#include "tests/support/log_capture.h"
-
-using WarningCapture = test::LogCapture;
