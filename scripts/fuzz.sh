@@ -18,10 +18,7 @@ cmake --build --preset fuzz
 
 for target in "$@"; do
   options=(-timeout=20 -max_len=1024)
-  case $target in
-    model_text | image_document) options=(-timeout=20 -max_len=4096 -dict=fuzz/model.dict) ;;
-    recovery) options=(-timeout=20 -max_len=512 -dict=fuzz/model.dict) ;;
-  esac
+  [ "$target" != document ] || options=(-timeout=20 -max_len=4096 -dict=fuzz/model.dict)
   found=build/fuzz/corpus/$target
   mkdir -p "$found" build/fuzz/findings
   if [ "$seconds" = merge ]; then

@@ -12,8 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "planex/infra/allocator.h"
 #include "planex/infra/base64.h"
 #include "planex/infra/class_repository.h"
+#include "planex/infra/count_members_visitor.h"
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
@@ -137,14 +139,12 @@ std::string fieldError(const std::string& name, const std::string& what = "found
 template <typename T>
 void expectRefused(void (IVisitor::*visit)(T&, const char*),
                    std::initializer_list<const char*> texts) {
-  for (const char* text : texts) {
-    auto value = static_cast<T>(42);
-    const auto members = [&](IVisitor& v) { (v.*visit)(value, "n"); };
+  for (const std::string text : texts) {
+    T value = 42;
     const bool isNumber = text[0] != 't' && text[0] != '"';
-    EXPECT_EQ(readData("{\"n\":" + std::string(text) + "}", members),
-              fieldError("n", isNumber ? "found or out or range" : "not a number"))
-        << text;
-    EXPECT_EQ(value, static_cast<T>(42)) << text;
+    EXPECT_EQ(readData("{\"n\":" + text + "}", [&](IVisitor& v) { (v.*visit)(value, "n"); }),
+              fieldError("n", isNumber ? "found or out or range" : "not a number"));
+    EXPECT_EQ(value, T{42}) << text;
   }
 }
 
@@ -239,6 +239,7 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"Sxs", R"({"x":1,"s":{}})", fieldError("x")},
 
       {"o", R"({"o":1})", noObject},
+      {"o", R"({"o":{"data":{}}})", noClass + "'o'"},
       {"o", R"({"o":{"class":"None","data":{}}})", unknown},
       {"o", R"({"o":{"class":"Probe","data":{}}})", fieldError("x")},
       {"Bxb", R"({"baseClass":[1]})", fieldError("baseClass")},
@@ -318,7 +319,7 @@ TEST(Json, WritesOneTextForEveryKind) {
             R"(","k":"AAA=",)"
             R"("baseClass":{"class":"Base","data":{"o":null}},"s":{"x":1},)"
             R"("p":{"numOfElems":0,"elemSz":1,"endian":"neutral","elemTypes":"t","data":""}}})");
-  Probe part([](IVisitor& v) { play(v, "<[p]>Sxsg"); });
+  Probe part([](IVisitor& v) { play(v, "<[p]>g"); });
   etl::MemoryOutStream lines;
   base::JsonVisitingSerializer pretty(lines, true);
   pretty.SetNumOfSignificants(0, 65535);
@@ -327,8 +328,8 @@ TEST(Json, WritesOneTextForEveryKind) {
   EXPECT_EQ(lines.GetText(),
             "{\r\n  \"class\": \"Probe\",\r\n  \"data\": {\r\n    \"a\": [\r\n      [\r\n"
             "        0.1000000000000000055511151231257827021182\r\n      ]\r\n    ],\r\n"
-            "    \"s\": {\r\n      \"x\": 1\r\n    },\r\n    \"p\": {\r\n"
-            "      \"numOfElems\": 2,\r\n      \"elemSz\": 2,\r\n      \"endian\": \"little\",\r\n"
+            "    \"p\": {\r\n      \"numOfElems\": 2,\r\n      \"elemSz\": 2,\r\n      \"endian\": "
+            "\"little\",\r\n"
             "      \"elemTypes\": \"t\",\r\n      \"data\": \"\"\r\n    }\r\n  }\r\n}");
 }
 
@@ -353,18 +354,16 @@ TEST(Base64, TakesTheAlphabetAloneAtEveryPlace) {
 
 // ---- Size ----
 
-/// Takes what comes in pieces, or nothing at all.
+/// Takes so many pieces, none of them large.
 class Pieces final : public etl::OutStream {
  public:
+  explicit Pieces(int most) : left(most) {}
   using OutStream::Write;
   bool Write(const void*, std::size_t size) override {
-    ++count;
-    largest = std::max(largest, size);
-    return !isFull;
+    EXPECT_LT(size, 100000U);
+    return --left >= 0;
   }
-  bool isFull = false;
-  int count = 0;
-  std::size_t largest = 0;
+  int left;
 };
 
 TEST(Json, WritesInPiecesAndReadsLongArraysInOneWalk) {
@@ -375,15 +374,13 @@ TEST(Json, WritesInPiecesAndReadsLongArraysInOneWalk) {
     v.VisitPodArray(values.data());
     v.EndVisitingArray(ArrayType::Primitives);
   });
-  Pieces pieces;
+  Pieces pieces(1000);
   EXPECT_TRUE(base::JsonVisitingSerializer(pieces, false).Serialize(probe));
-  EXPECT_LT(pieces.largest, 100000U);
-  Pieces full;
-  full.isFull = true;
+  Pieces full(0);
   base::JsonVisitingSerializer refused(full, false);
   EXPECT_FALSE(refused.Serialize(probe));
   EXPECT_EQ(refused.GetErrorDescription(), "Could not write to the output stream");
-  EXPECT_EQ(full.count, 1);
+  EXPECT_EQ(full.left, -1) << "asked once";
 
   etl::MemoryOutStream stream;
   EXPECT_TRUE(base::JsonVisitingSerializer(stream, false).Serialize(probe));
@@ -391,6 +388,54 @@ TEST(Json, WritesInPiecesAndReadsLongArraysInOneWalk) {
   JsonVisitingDeSerializer document(stream.GetBuffer(), true);
   EXPECT_TRUE(document.DeserializeIntoExistingObject(probe));
   EXPECT_EQ(values, std::vector<double>(values.size(), 0.5));
+}
+
+// ---- Parts ----
+
+/// A writer that must know the number of members.
+class Asking final : public base::JsonVisitingSerializer {
+ public:
+  using JsonVisitingSerializer::JsonVisitingSerializer;
+  bool NeedsToKnowNumOfMembers() const override { return true; }
+  void BeginVisitingSubObjectKnowingNumOfMembers(const char* name, const char* className,
+                                                 std::size_t count) override {
+    EXPECT_EQ(count, 2U);
+    JsonVisitingSerializer::BeginVisitingSubObjectKnowingNumOfMembers(name, className, count);
+  }
+};
+
+TEST(CountMembersVisitor, CountsTheOutermostAndKeepsTheFirstError) {
+  Probe whole([](IVisitor& v) {
+    etl::visitPlainSubObject(v, "sub", "", [](IVisitor& inner) { play(inner, "xx"); });
+  });
+  etl::MemoryOutStream stream;
+  EXPECT_TRUE(Asking(stream, false).Serialize(whole));
+  EXPECT_EQ(stream.GetText(), R"({"class":"Probe","data":{"sub":{"x":1,"x":1}}})");
+  etl::CountMembersVisitor counter;
+  counter.BeginVisiting("Probe");
+  whole.Visit(counter);
+  play(counter, "g");
+  EXPECT_EQ(counter.GetCount(), 2U);
+  play(counter, "!m");
+  EXPECT_EQ(counter.GetErrorDescription(), "first");
+}
+
+TEST(Classes, KeepsTheFirstFactoryOfAName) {
+  EXPECT_EQ(etl::Classes::New("Whole"), nullptr);
+  EXPECT_TRUE(etl::Classes::Register("Probe", [] { return std::unique_ptr<etl::IVisitable>(); }));
+  EXPECT_STREQ(etl::Classes::New("Probe")->GetClassName(), "Probe");
+}
+
+TEST(StandardMemAllocator, AlignsAndRefusesWhatCannotBe) {
+  const auto& memory = etl::StandardMemAllocator::Default();
+  for (const std::size_t size : {0U, 1U, 64U, 65U}) {
+    void* const bytes = memory.Allocate(size);
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bytes) % 64, 0U) << size;
+    memory.Deallocate(bytes);
+  }
+  EXPECT_EQ(memory.Allocate(SIZE_MAX), nullptr);
+  memory.Deallocate(nullptr);
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/log_capture.h"
 #include "tests/support/model_builders.h"
+#include "tests/support/refusals.h"
 
 namespace datafusion::planex {
 namespace {
@@ -99,14 +99,12 @@ const struct {
 
 template <typename Point, typename... Profile>
 void expectOutcome(const Model& model, int from, int to, const char* text, Profile... profile) {
-  const test::LogCapture log;
+  test::LogCapture log;
   etl::Vector<Point> points = {{7, 7}};
   EXPECT_EQ(mapPoints<float>(model, points, points, static_cast<System>(from),
                              static_cast<System>(to), profile...),
             text == nullptr);
-  using Texts = std::vector<std::string>;
-  EXPECT_EQ(log.Messages(), text == nullptr ? Texts{} : Texts{text});
-  EXPECT_EQ(log.Loggers(), text == nullptr ? Texts{} : Texts{"Image.Calibration.Planex"});
+  EXPECT_EQ(log.TakeOne("Image.Calibration.Planex"), test::warning(text));
 }
 
 TEST(PointMapping, RefusesModelsThatTheDirectionCannotUse) {

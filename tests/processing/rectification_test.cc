@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -40,11 +41,11 @@ TEST(Rectification, KeepsTheOrderOfTiesInRowsBeyond65536Points) {
 struct Arguments {
   Arguments() {
     x.SetAll(1);
-    z.SetAll(1);
+    std::fill_n(static_cast<float*>(z.GetData()), 8, 1.0F);
     target.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
   }
   ImageOf<float> x{4, 2, kAllocator};
-  ImageOf<float> z{4, 2, kAllocator};
+  Image z{cmnalg::IMAGE_TYPE_FLOAT32, 4, 2, kAllocator};
   Image intensity{cmnalg::IMAGE_TYPE_UINT8, 4, 2, kAllocator};
   ImageOf<std::uint16_t> target{6, 2, kAllocator};
   ImageOf<std::uint8_t> targetIntensity{6, 2, kAllocator};
@@ -107,6 +108,7 @@ const test::Check<Arguments> kChecks[] = {
     {[](auto& a) { place(a.targetIntensity, a.world, 12); inPaddedRows(a); }, nullptr, nullptr},
     {[](auto& a) { a.targetIntensity.Create(5, 2, kAllocator); }, nullptr,
      "The intensity target must be at least as wide as the target image."},
+    {[](auto& a) { a.z.Create(cmnalg::IMAGE_TYPE_INT16, 4, 2, 0, kAllocator); }, "", ""},
     {[](auto& a) { a.mode = Mode::DARKEST; }, kMode, nullptr},
     {[](auto& a) { a.mode = Mode::BRIGHTEST; }, kMode, nullptr},
     {[](auto& a) { a.mode = static_cast<Mode>(5); }, kMode, "Unsupported rectification mode."},
@@ -145,20 +147,12 @@ TEST(Rectification, RefusesWorldTargetsInOrder) {
 
 TEST(Rectification, WorldTargetsMayBePadded) {
   Arguments a;
-  a.z.Pix(1, 0) = 3;
+  a.z.SetPixel(1, 0, 3);
   std::vector<float> heights(16, 77);
   a.world.Create(heights.data(), 6, 2, 8, false, kAllocator, false);
   EXPECT_TRUE(toRectifiedWorld(a.x, a.z, {{0, 0}, 1}, Mode::HIGHEST, a.grid, -1, a.world));
   EXPECT_EQ(heights, (std::vector<float>{-1, 3, -1, -1, -1, -1, 77, 77,  //
                                          -1, 1, -1, -1, -1, -1, 77, 77}));
-}
-
-TEST(Rectification, RefusesSignedSourcesSilently) {
-  Arguments a;
-  const Image z(cmnalg::IMAGE_TYPE_INT16, 4, 2, kAllocator);
-  const test::LogCapture log;
-  EXPECT_FALSE(toRectified(a.x, z, {0, 0}, 1, RectificationMode::LOWEST, a.target, true));
-  EXPECT_TRUE(log.Messages().empty());
 }
 
 TEST(IntensityReduction, TakesTheNearestLimits) {

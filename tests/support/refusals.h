@@ -9,13 +9,14 @@
 
 namespace test {
 
-/// What a capture of the log has taken of a warning, or of no record for a null text.
+/// What a capture of the log has taken of a warning, or of no record without a text.
 inline std::string warning(const char* text) {
-  return text == nullptr ? "" : std::string("WARNING: ") + text;
+  return text == nullptr || *text == '\0' ? "" : std::string("WARNING: ") + text;
 }
 
-/// One of the checks of a function: what makes it fail, and the warning that says so; without a
-/// text the arguments are accepted. `other` is the text of a second form of the function.
+/// One of the checks of a function: what makes it fail, and the warning that says so, "" where
+/// nothing does; without a text the arguments are accepted. `other` is the text of a second form of
+/// the function.
 template <typename Arguments>
 struct Check {
   void (*spoil)(Arguments&);
