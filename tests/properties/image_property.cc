@@ -29,10 +29,8 @@ constexpr std::int64_t kLargestImage = 2147483647;
 struct Shape {
   int width, height, pitch;
 
-  explicit Shape(test::ByteSource& source) {
-    width = Length(source);
-    height = Length(source);
-    pitch = source.Flip() ? 0 : Length(source);
+  explicit Shape(test::ByteSource& source)
+      : width(Length(source)), height(Length(source)), pitch(source.Flip() ? 0 : Length(source)) {
     if (source.Flip()) pitch = static_cast<int>(std::int64_t{width} % 4096 + 3);
     Shrink();
   }
@@ -59,12 +57,8 @@ struct State {
   const void* data = nullptr;
   bool owns = false, valid = false;
 
-  friend bool operator==(const State& a, const State& b) {
-    const auto all = [](const State& s) {
-      return std::tie(s.type, s.width, s.height, s.pitch, s.data, s.owns, s.valid);
-    };
-    return all(a) == all(b);
-  }
+  auto All() const { return std::tie(type, width, height, pitch, data, owns, valid); }
+  friend bool operator==(const State& a, const State& b) { return a.All() == b.All(); }
   std::size_t PixelBytes() const { return cmnalg::bytesPerPixel(type); }
   std::size_t Bytes() const {
     return static_cast<std::size_t>(height) * static_cast<std::size_t>(pitch) * PixelBytes();
@@ -95,9 +89,10 @@ bool sameMetadata(const Image& a, const Image& b) {
 }
 
 struct GiveBack {
-  const etl::Allocator& allocator;
-  void operator()(void* memory) const { allocator.Deallocate(memory); }
+  const etl::Allocator* allocator;
+  void operator()(void* memory) const { allocator->Deallocate(memory); }
 };
+using Memory = std::unique_ptr<void, GiveBack>;
 
 template <typename T>
 class ImagePlay {
@@ -156,7 +151,7 @@ class ImagePlay {
     const bool possible = Accepts(image, type) && shape.IsPossible();
     State after{type, shape.width, shape.height, shape.RealPitch(), nullptr, false, true};
     const std::size_t bytes = std::max<std::size_t>(possible ? after.Bytes() : 0, 1);
-    std::unique_ptr<void, GiveBack> given(allocator_.Allocate(bytes), {allocator_});
+    Memory given(allocator_.Allocate(bytes), GiveBack{&allocator_});
     if (given == nullptr) return;
     std::memset(given.get(), source_.Raw<std::uint8_t>(), bytes);
     std::memset(given.get(), source_.Raw<std::uint8_t>(), bytes / 2);
@@ -303,7 +298,7 @@ class ImagePlay {
   test::ByteSource& source_;
   CountingAllocator& allocator_;
   test::CheckedLog log_;
-  std::vector<std::unique_ptr<void, GiveBack>> shown_;  // what images may still show
+  std::vector<Memory> shown_;  // what images may still show
   Image images_[3];
   ImageOf<T> typed_;
 };

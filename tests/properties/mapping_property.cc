@@ -126,18 +126,10 @@ class MappingPlay {
   }
 
   void Run() {
-    switch (source_.Between(0, 4)) {
-      case 0:
-        return MapPoints<double>();
-      case 1:
-        return MapPoints<float>();
-      case 2:
-        return MapShapes();
-      case 3:
-        return WorldBounds();
-      default:
-        return SensorBounds();
-    }
+    constexpr void (MappingPlay::*kPlays[])() = {
+        &MappingPlay::MapPoints<double>, &MappingPlay::MapPoints<float>, &MappingPlay::MapShapes,
+        &MappingPlay::WorldBounds, &MappingPlay::SensorBounds};
+    (this->*source_.OneOf(kPlays))();
   }
 
  private:
@@ -200,39 +192,42 @@ class MappingPlay {
     }
   }
 
-  /// Shapes are the points along them.
+  /// A shape is the points along it.
+  template <typename Point, typename Map, typename Sample, typename... Profile>
+  void CheckShape(Map map, Sample sample, Profile... profile) {
+    etl::Vector<Point> points(1);
+    etl::Vector<Point> want = points;
+    const bool mapped = test::tries([&] { return map(points); });
+    log_.CheckRefusal(mapped);
+    CHECK_HOLDS(!mapped || sample(want));
+    CHECK_HOLDS(!mapped || planex::mapPoints<double>(model_, want, want, from_, to_, profile...));
+    CHECK_ALWAYS(same(points, want));
+  }
+
   void MapShapes() {
     const int n = source_.Between(-1, 6);
     const double y[] = {source_.Real(), test::drawScale(source_)};
     const auto real = [this] { return source_.Real(); };
     const auto box = Box::FromCorners({real(), real(), real()}, {real(), real(), real()});
-    Points<3, double> points(1);
-    Points<3, double> want = points;
-    const bool mapped =
-        test::tries([&] { return planex::mapBox(model_, box, points, from_, to_, y[0], y[1], n); });
-    log_.CheckRefusal(mapped);
-    if (mapped) {
-      CHECK_HOLDS(planex::sampleBox(box, n, want));
-      CHECK_HOLDS(planex::mapPoints<double>(model_, want, want, from_, to_, y[0], y[1]));
-    }
-    CHECK_ALWAYS(same(points, want));
-
-    const cmnalg::shape::Rectangle rectangle{{real(), real()}, real(), real(), real()};
-    cmnalg::shape::Polyline outline, line;
-    const bool outlined = test::tries(
-        [&] { return planex::mapRectangle(model_, rectangle, outline, from_, to_, n); });
-    log_.CheckRefusal(outlined);
-    if (outlined) {
-      CHECK_HOLDS(planex::sampleRectangle(rectangle, n, line.Points));
-      CHECK_HOLDS(planex::mapPoints<double>(model_, line.Points, line.Points, from_, to_));
-    }
-    CHECK_ALWAYS(same(outline.Points, line.Points));
+    CheckShape<Vec<3, double>>(
+        [&](auto& points) {
+          return planex::mapBox(model_, box, points, from_, to_, y[0], y[1], n);
+        },
+        [&](auto& points) { return planex::sampleBox(box, n, points); }, y[0], y[1]);
+    const cmnalg::shape::Rectangle area{{real(), real()}, real(), real(), real()};
+    cmnalg::shape::Polyline line;
+    CheckShape<Vec<2, double>>(
+        [&](auto& points) {
+          line.Points = points;
+          const bool mapped = planex::mapRectangle(model_, area, line, from_, to_, n);
+          points.swap(line.Points);
+          return mapped;
+        },
+        [&](auto& points) { return planex::sampleRectangle(area, n, points); });
   }
 
   /// The bounds of pixels that are mapped one by one, and the line of distances over Z.
   struct Outline {
-    Outline(const CalibrationModel& mappedBy, System mappedTo, double largest)
-        : model(mappedBy), to(mappedTo), low{largest, largest}, high{-largest, -largest} {}
     Vec<2, double> Map(double x, double y) {
       Points<2, double> point{{x, y}};
       mapped = mapped && planex::mapPoints<double>(model, point, point, System::Pixel, to);
@@ -256,9 +251,10 @@ class MappingPlay {
     }
     const CalibrationModel& model;
     System to;
-    Vec<2, double> low, high;
+    double largest;
+    Vec<2, double> low{largest, largest}, high{-largest, -largest};
     bool mapped = true;
-    std::vector<double> z, distances;
+    std::vector<double> z{}, distances{};
   };
 
   /// Of what range images can show.
@@ -276,7 +272,7 @@ class MappingPlay {
     const bool valid = std::isfinite(largest) && std::trunc(largest) <= 16777216;
     if (valid && largest > 1e5) return;  // takes long
 
-    Outline outline(model_, System::Calibrated, INFINITY);
+    Outline outline{model_, System::Calibrated, INFINITY};
     const double last = columns - 1.0;
     const auto at = [&](double column) { return t.scaleX * column + t.originX; };
     outline.Map(NAN, NAN);  // a model is refused without any sample, too
@@ -313,8 +309,8 @@ class MappingPlay {
     if (!whole) first = {source_.Real(), source_.Real()};
     if (!whole) last = {source_.Real(), source_.Real()};
     const bool aligned = source_.Flip();
-    Outline outline(model_, aligned ? System::Aligned : System::Calibrated,
-                    std::numeric_limits<double>::max());
+    Outline outline{model_, aligned ? System::Aligned : System::Calibrated,
+                    std::numeric_limits<double>::max()};
     const auto at = [](double from, double to, int i) {
       return i == 19 ? to : from + i * ((to - from) / 19);
     };
