@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "tests/api/api_test.h"
-#include "tests/support/property.h"
 
 namespace test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsNan;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
@@ -41,29 +41,24 @@ TEST_F(ApiTest, SensorRegionMustLieWithinTheSensor) {
   }
 }
 
-template <typename Pixel>
-void expectCalibration(uint32_t format) {
-  // X = u - 1 and Z = v - 1, with u = 1.5 c + 100 and v = r / 16 + 50; nothing where r is 0.
-  constexpr int kWidth = 33;
-  uint32_t filter = 0;
-  ASSERT_TRUE(createCalibrationFilter(makeModel(plainModelDocument()),
-                                      {1.5, 100, 1.0 / 16, 50, 400, 300}, {kWidth, 7}, format,
-                                      &filter));
-  std::vector<Pixel> range(kWidth * 7);
-  for (std::size_t i = 0; i < range.size(); ++i) range[i] = static_cast<Pixel>(i % 5 * 257);
-  std::vector<float> x(range.size(), NAN), z = x;
-  ASSERT_TRUE(applyCalibration(filter, range.data(), x.data(), z.data()));
-  for (std::size_t i = 0; i < range.size(); ++i) {
-    const float missing = range[i] == 0 ? NAN : 0;
-    EXPECT_TRUE(sameBits(x[i], 1.5F * static_cast<float>(i % kWidth) + 99 + missing)) << i;
-    EXPECT_TRUE(sameBits(z[i], static_cast<float>(range[i]) / 16 + 49 + missing)) << i;
-  }
-}
-
 TEST_F(ApiTest, CalibratesByHand) {
-  expectCalibration<uint8_t>(PLANEX_PIXEL_FORMAT_MONO8);
-  expectCalibration<uint16_t>(PLANEX_PIXEL_FORMAT_MONO16);
-  expectCalibration<uint16_t>(PLANEX_PIXEL_FORMAT_COORD3D_C16);
+  // X = u - 1 and Z = v - 1, with u = 1.5 c + 100 and v = r / 16 + 50; nothing where r is 0.
+  const uint8_t narrow[] = {0, 16, 32, 255};
+  const uint16_t wide[] = {0, 16, 4096, 65535};
+  const SensorTraits traits = {1.5, 100, 1.0 / 16, 50, 400, 300};
+  const uint32_t model = makeModel(plainModelDocument());
+  for (const uint32_t format :
+       {PLANEX_PIXEL_FORMAT_MONO8, PLANEX_PIXEL_FORMAT_MONO16, PLANEX_PIXEL_FORMAT_COORD3D_C16}) {
+    const bool isNarrow = format == PLANEX_PIXEL_FORMAT_MONO8;
+    uint32_t filter = 0;
+    ASSERT_TRUE(createCalibrationFilter(model, traits, {2, 2}, format, &filter));
+    float x[4], z[4];
+    const void* const range = isNarrow ? static_cast<const void*>(narrow) : wide;
+    ASSERT_TRUE(applyCalibration(filter, range, x, z));
+    EXPECT_THAT(x, ElementsAre(IsNan(), 100.5F, 99, 100.5F));
+    EXPECT_THAT(z, isNarrow ? ElementsAre(IsNan(), 50, 51, 64.9375F)
+                            : ElementsAre(IsNan(), 50, 305, 4144.9375F));
+  }
 }
 
 TEST_F(ApiTest, BoundsByHand) {

@@ -112,7 +112,7 @@ TEST(Faults, ChangeAModelAltogetherOrNotAtAll) {
       [&](auto& model) { return model = source, true; },
       [](auto& model) { return model.reset(), true; },
       [](auto& model) {
-        return model.mirror(true, {1, 2});
+        return model.mirror(true, {1.0, 2.0});
       },
       [](auto& model) { return model.setPose({}); },
       [](auto& model) { return model.CalibratedRegion.Resize(5, 4); },

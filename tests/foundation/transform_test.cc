@@ -116,15 +116,6 @@ TEST(ApplyTransform, DividesForStoredHomographyOnly) {
 
 // ---- Shapes ----
 
-TEST(Rectangle, CornersRunCounterClockwiseFromTheLowest) {
-  const auto corners = shape::Rectangle{{10, 20}, 4, 2, std::acos(0.0)}.GetCorners();
-  const Vec<2, double> want[] = {{11, 18}, {11, 22}, {9, 22}, {9, 18}};
-  for (std::size_t i = 0; i < 4; ++i) {
-    EXPECT_NEAR(corners[i].x, want[i].x, 1e-14);  // rounding of sine and cosine
-    EXPECT_NEAR(corners[i].y, want[i].y, 1e-14);
-  }
-}
-
 TEST(Rectangle, IsValidAsksEveryField) {
   EXPECT_TRUE((shape::Rectangle{{-1, -2}, 0, 0, -7}.IsValid()));
   EXPECT_TRUE(shape::Rectangle{}.IsValid());

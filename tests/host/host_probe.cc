@@ -31,13 +31,10 @@ namespace {
 constexpr ImageSize kSize = {640, 400};  // enough for several threads
 constexpr std::size_t kPixels = std::size_t{640} * 400;
 
-[[noreturn]] void fail(const char* what) {
+void require(bool condition, const char* what) {
+  if (condition) return;
   std::fprintf(stderr, "host_probe: %s\n", what);
   std::_Exit(1);
-}
-
-void require(bool condition, const char* what) {
-  if (!condition) fail(what);
 }
 
 void* library = nullptr;
@@ -212,7 +209,7 @@ void exitWhileWorking(const char* path) {
 
 int main(int argc, char** argv) {
   std::setlocale(LC_ALL, "");
-  if (argc != 3) fail("usage: host_probe checksum|reload|exit LIBRARY");
+  require(argc == 3, "usage: host_probe checksum|reload|exit LIBRARY");
   if (std::strcmp(argv[1], "checksum") == 0) printChecksum(argv[2]);
   if (std::strcmp(argv[1], "reload") == 0) reload(argv[2]);
   if (std::strcmp(argv[1], "exit") == 0) exitWhileWorking(argv[2]);

@@ -75,12 +75,16 @@ TEST(ImageBounds, AreThoseOfTheFirstAndTheLastPixel) {
 
 TEST(MapRectangle, OutlineByHand) {
   Polyline outline;
-  ASSERT_TRUE(
-      mapRectangle(test::plainModel(), {{10, 20}, 4, 8, 0}, outline, kPixel, kCalibrated, 1));
-  const etl::Vector<Vec<2, double>> kWant = {{8, 16},  {10, 16}, {12, 16}, {12, 20},
-                                             {12, 24}, {10, 24}, {8, 24},  {8, 20}};
-  EXPECT_EQ(outline.Points, kWant);
-  Rectangle area{{10, 20}, 4, 8, 0};
+  Rectangle area{{10, 20}, 4, 8, std::acos(0.0)};
+  ASSERT_TRUE(mapRectangle(test::plainModel(), area, outline, kPixel, kCalibrated, 1));
+  const Vec<2, double> kWant[] = {{14, 18}, {14, 20}, {14, 22}, {10, 22},
+                                  {6, 22},  {6, 20},  {6, 18},  {10, 18}};
+  ASSERT_EQ(outline.Points.size(), 8U);
+  for (std::size_t i = 0; i < 8; ++i) {
+    EXPECT_NEAR(outline.Points[i].x, kWant[i].x, 1e-14);  // rounding of sine and cosine
+    EXPECT_NEAR(outline.Points[i].y, kWant[i].y, 1e-14);
+  }
+  area.Rotation = 0;
   ASSERT_TRUE(mapRectangle(test::plainModel(), area, area, kPixel, kCalibrated, 1));
   EXPECT_EQ(area.Center, (Vec<2, double>{10, 20}));
   EXPECT_TRUE(area.Width == 4 && area.Height == 8);

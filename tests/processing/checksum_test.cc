@@ -89,15 +89,10 @@ struct Scene {
   etl::Vector<cmnalg::Vec<3, double>> points;
 };
 
-const Scene& theScene() {
-  static const Scene scene;
-  return scene;
-}
-
 /// Calibration in double and in single precision, alignment, rectification in five modes, points; a
 /// document, a box and bounds.
 std::vector<std::uint64_t> checksums() {
-  const Scene& scene = theScene();
+  static const Scene scene;
   std::vector<std::uint64_t> sums;
   ImageOf<float> x, z, aligned[3];
   for (const RunMode mode : {RunMode::DoublePrecision, RunMode::SinglePrecision}) {
@@ -187,7 +182,7 @@ TEST(Checksums, InEveryFloatingPointEnvironment) {
                        int(sse)};
   };
   const SmallTeams teams;
-  theScene();
+  checksums();  // makes the scene
   for (const auto& enter : kEnvironments) {
     for (const int threads : {4, 1}) {
       omp_set_num_threads(threads);

@@ -18,25 +18,6 @@ using cmnalg::ImageOf;
 
 const auto& kAllocator = Image::s_defaultImageAllocator;
 
-TEST(Rectification, KeepsTheOrderOfTiesInRowsBeyond65536Points) {
-  constexpr int kPoints = 70000;
-  ImageOf<float> x(kPoints, 1, kAllocator);
-  ImageOf<float> z(kPoints, 1, kAllocator);
-  ImageOf<std::uint8_t> intensity(kPoints, 1, kAllocator);
-  x.SetAll(2);
-  z.SetAll(NAN);
-  z.Pix(65537, 0) = z.Pix(69001, 0) = 4;
-  z.Pix(69000, 0) = 5;
-  intensity.Pix(65537, 0) = 8;
-  ImageOf<std::uint16_t> target(5, 1, kAllocator);
-  target.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
-  ImageOf<std::uint8_t> targetIntensity(5, 1, kAllocator);
-  ASSERT_TRUE(toRectified(x, z, intensity, {0, 0}, 1, RectificationMode::LOWEST, target,
-                          targetIntensity, true));
-  EXPECT_EQ(target.Pix(2, 0), 4);
-  EXPECT_EQ(targetIntensity.Pix(2, 0), 8);
-}
-
 /// The images of one call.
 struct Arguments {
   Arguments() {
