@@ -1,5 +1,6 @@
 // What the fuzzer calls: the one property that is linked in.
 
+#include "tests/support/instruction_sets.h"
 #include "tests/support/property.h"
 
 extern "C" {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "planex/api/planex.h"
+#include "tests/support/handles.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/model_documents.h"
 
@@ -22,12 +22,6 @@ class ApiTest : public ::testing::Test {
  protected:
   ApiTest() { destroyAll(); }
   ~ApiTest() override { destroyAll(); }
-
-  static void destroyAll() {
-    destroyAllModels();
-    destroyAllCalibrationFilters();
-    destroyAllRectificationFilters();
-  }
 
   LogCapture log;
 };

@@ -13,6 +13,8 @@
 #include "planex/api/planex.h"
 #include "planex/infra/logger.h"
 #include "planex/model/calibration_model.h"
+#include "tests/support/handles.h"
+#include "tests/support/instruction_sets.h"
 #include "tests/support/model_builders.h"
 #include "tests/support/stored_inputs.h"
 
@@ -38,13 +40,6 @@ bool runWithFault(const std::function<void()>& body, long first, long last) {
   return MemoryFaults::struck.exchange(false);
 }
 
-/// The handles of a case that has ended early are nobody's.
-void destroyAllHandles() {
-  destroyAllModels();
-  destroyAllCalibrationFilters();
-  destroyAllRectificationFilters();
-}
-
 /// Runs the body with every allocation failing in turn; no block must be left behind.
 void runWithEveryFault(const std::function<void()>& body) {
   // What is made once and stays would count as left behind.
@@ -56,10 +51,10 @@ void runWithEveryFault(const std::function<void()>& body) {
   const long count = MemoryFaults::requests;
   for (const bool goesOn : {false, true}) {
     for (long number = 1; number <= count; number += 1 + count / kMostFaults) {
-      destroyAllHandles();
+      destroyAll();
       const long before = MemoryFaults::liveBlocks;
       runWithFault(body, number, goesOn ? kForever : number);
-      destroyAllHandles();
+      destroyAll();  // of a case that has ended early
       ASSERT_EQ(MemoryFaults::liveBlocks, before) << "allocation " << number << " of " << count;
     }
   }

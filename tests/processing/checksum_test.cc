@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cfenv>
 #include <cstdint>
@@ -150,14 +149,12 @@ const std::vector<std::uint64_t> kChecksums = {13374197384605276703U, 5945653673
                                                7374550179008809995U,  13876469391997981618U};
 
 TEST(Checksums, OfEveryInstructionSetAndNumberOfThreads) {
-  const SmallTeams teams;
-  forEachInstructionSet([](cmnalg::InstructionSet set) {
+  test::forEachInstructionSet([](cmnalg::InstructionSet set) {
     for (const int threads : {1, 2, 3, 7, 16}) {
-      omp_set_num_threads(threads);
+      test::useThreads(threads);
       EXPECT_EQ(checksums(), kChecksums) << static_cast<int>(set) << ", " << threads;
     }
   });
-  omp_set_num_threads(omp_get_num_procs());
 }
 
 // A thread of a team, too: it starts with the environment of the thread that makes it.
@@ -181,11 +178,10 @@ TEST(Checksums, InEveryFloatingPointEnvironment) {
     return std::vector{fegetexcept(), std::fegetround(), std::fetestexcept(FE_ALL_EXCEPT),
                        int(sse)};
   };
-  const SmallTeams teams;
   checksums();  // makes the scene
   for (const auto& enter : kEnvironments) {
     for (const int threads : {4, 1}) {
-      omp_set_num_threads(threads);
+      test::useThreads(threads);
       enter();
       const auto before = environmentNow();
       const auto found = checksums();
@@ -195,7 +191,6 @@ TEST(Checksums, InEveryFloatingPointEnvironment) {
       EXPECT_EQ(after, before) << &enter - kEnvironments;
     }
   }
-  omp_set_num_threads(omp_get_num_procs());
 }
 
 }  // namespace

@@ -56,14 +56,10 @@ bool createBySize(const Arguments& a, Image& target, cmnalg::ImageType type) {
 
 TEST(RectificationTarget, RefusesInOrder) {
   Image target;
-  for (const auto text : {&test::Check<Arguments>::text, &test::Check<Arguments>::other}) {
-    const bool byCount = text == &test::Check<Arguments>::text;
-    const auto call = [&](Arguments& a) {
-      return byCount ? create(a, target, cmnalg::IMAGE_TYPE_UINT16, 1)
-                     : createBySize(a, target, cmnalg::IMAGE_TYPE_UINT16);
-    };
-    expectChecksInOrder(kChecks, call, text);
-  }
+  constexpr auto kType = cmnalg::IMAGE_TYPE_UINT16;
+  expectChecksInOrder(kChecks, [&](Arguments& a) { return create(a, target, kType, 1); });
+  const auto bySize = [&](Arguments& a) { return createBySize(a, target, kType); };
+  expectChecksInOrder(kChecks, bySize, &test::Check<Arguments>::other);
 }
 
 TEST(RectificationTarget, DescribesTheGrid) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <mutex>
@@ -24,49 +22,30 @@ std::vector<std::pair<int, int>> blocksOf(int begin, int end, int threads) {
     const std::lock_guard<std::mutex> lock(mutex);
     blocks.emplace_back(first, last);
   });
-  omp_set_num_threads(omp_get_num_procs());
   std::sort(blocks.begin(), blocks.end());
   return blocks;
 }
 
 TEST(RowParallel, GivesTheFirstThreadsOneRowMore) {
   using Blocks = std::vector<std::pair<int, int>>;
+  setMinimumPixelsPerThread(kDefaultMinimumPixelsPerThread);
   EXPECT_EQ(blocksOf(0, 100, 4), (Blocks{{0, 100}})) << "small work stays on the calling thread";
-  const SmallTeams teams;
+  test::useThreads(3);
+  EXPECT_EQ(getThreadCount(), 3);
   EXPECT_EQ(blocksOf(5, 15, 4), (Blocks{{5, 8}, {8, 11}, {11, 13}, {13, 15}}));
   EXPECT_EQ(blocksOf(0, 2, 7), (Blocks{{0, 1}, {1, 2}}));
   EXPECT_EQ(blocksOf(0, 9, 1), (Blocks{{0, 9}}));
   EXPECT_EQ(blocksOf(3, 3, 4), Blocks{});
-  omp_set_num_threads(3);
-  EXPECT_EQ(getThreadCount(), 3);
 }
 
 TEST(RowParallel, CarriesAnExceptionOutOfTheTeam) {
-  const SmallTeams teams;
   for (const int threads : {1, 4}) {
-    omp_set_num_threads(threads);
+    test::useThreads(threads);
     const auto fail = [](int first, int) {
       if (first == 0) throw std::length_error("row");
     };
     EXPECT_THROW(forEachRowBlock(0, 8, 10, fail), std::length_error);
   }
-  omp_set_num_threads(omp_get_num_procs());
-}
-
-TEST(RowParallel, WorksInAForkedChild) {
-  const SmallTeams teams;
-  ASSERT_EQ(blocksOf(0, 8, 2).size(), 2u);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    alarm(10);  // a child that waits for lost threads is ended by the signal
-    int rows = 0;
-    forEachRowBlock(0, 8, 10, [&](int first, int last) { rows += last - first; });
-    _exit(rows == 8 && getThreadCount() == 1 ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "planex/api/planex.h"
 #include "planex/processing/rectification.h"
+#include "tests/support/handles.h"
 #include "tests/support/model_documents.h"
 #include "tests/support/property.h"
 #include "tests/support/samples.h"
@@ -139,11 +139,7 @@ struct Rectified {
 /// One input's worth of calls. Handles count on from one input to the next, objects do not survive.
 class Caller {
  public:
-  explicit Caller(test::ByteSource source) : source_(source) {
-    destroyAllModels();
-    destroyAllCalibrationFilters();
-    destroyAllRectificationFilters();
-  }
+  explicit Caller(test::ByteSource source) : source_(source) { test::destroyAll(); }
 
   void Run() {
     constexpr void (Caller::*kCalls[])() = {

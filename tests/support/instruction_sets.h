@@ -1,9 +1,13 @@
 #pragma once
 
+#include <omp.h>
+
 #include <cstdint>
 
 #include "planex/foundation/multiversion.h"
 #include "planex/processing/row_parallel.h"
+
+namespace test {
 
 /// Runs `body` once for every instruction set that this processor has.
 template <typename Body>
@@ -16,14 +20,10 @@ void forEachInstructionSet(Body&& body) {
   cmnalg::limitInstructionSet(cmnalg::InstructionSet::Avx512);
 }
 
-/// Lets regions open a team however small the image is, while the object lives.
-class SmallTeams {
- public:
-  SmallTeams() { datafusion::threading_helpers::setMinimumPixelsPerThread(1); }
-  ~SmallTeams() {
-    datafusion::threading_helpers::setMinimumPixelsPerThread(
-        datafusion::threading_helpers::kDefaultMinimumPixelsPerThread);
-  }
-  SmallTeams(const SmallTeams&) = delete;
-  SmallTeams& operator=(const SmallTeams&) = delete;
-};
+/// How many threads the regions of the library take from now on, from one pixel a thread on.
+inline void useThreads(int count) {
+  omp_set_num_threads(count);
+  datafusion::threading_helpers::setMinimumPixelsPerThread(1);
+}
+
+}  // namespace test

@@ -1,11 +1,7 @@
 #include "tests/support/property.h"
 
-#include <omp.h>
-
 #include <cstdio>
 #include <cstdlib>
-
-#include "planex/processing/row_parallel.h"
 
 namespace test {
 
@@ -38,11 +34,6 @@ void CheckedLog::CheckRefusal(bool succeeded) {
   const int wanted = succeeded ? Warnings() : 1;
   CHECK_ALWAYS(Warnings() == wanted || MemoryFaults::struck);
   Clear();
-}
-
-void useThreads(int count) {
-  omp_set_num_threads(count);
-  datafusion::threading_helpers::setMinimumPixelsPerThread(1);
 }
 
 }  // namespace test

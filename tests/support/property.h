@@ -85,9 +85,6 @@ class CheckedLog : public LogCapture {
   void CheckRefusal(bool succeeded);
 };
 
-/// How many threads the regions of the library take from now on, from one pixel a thread on.
-void useThreads(int count);
-
 /// The bytes of a value, to compare outputs before and after a refusal.
 template <typename T>
 std::string bytesOf(const T& value) {
