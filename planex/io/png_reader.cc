@@ -63,7 +63,13 @@ class PngPass {
   std::uint64_t width() const { return png_get_image_width(png_, info_); }
   std::uint64_t height() const { return png_get_image_height(png_, info_); }
   int bits() const { return png_get_bit_depth(png_, info_); }
-  bool grey() const { return png_get_color_type(png_, info_) == PNG_COLOR_TYPE_GRAY; }
+  int colorType() const { return png_get_color_type(png_, info_); }
+  /// Whether a value that is not 0 is marked as no value.
+  bool marksValue() const {
+    png_color_16p marked = nullptr;
+    return png_get_tRNS(png_, info_, nullptr, nullptr, &marked) != 0 && marked != nullptr &&
+           marked->gray != 0;
+  }
   bool interlaced() const { return png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE; }
   const char* error() const { return error_.data(); }
 
@@ -120,9 +126,7 @@ class PngReader final : public ImageReader {
   explicit PngReader(const std::string& path) : ImageReader(path), file_(path) {
     beginPass();
     const int bits = pass_->bits();
-    if (!pass_->grey() || (bits != 8 && bits != 16)) {
-      refuse("is no greyscale image of 8 or 16 bits; convert it to one");
-    }
+    checkValues(bits);
     if (pass_->interlaced()) refuse("is interlaced; save it without interlacing");
     announce(pass_->width(), pass_->height(),
              bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16);
@@ -136,6 +140,23 @@ class PngReader final : public ImageReader {
   }
 
  private:
+  /// The values in the file must be the numbers that are meant.
+  void checkValues(int bits) const {
+    static constexpr char kGreyscale[] = "; convert it to greyscale of 8 or 16 bits";
+    const int type = pass_->colorType();
+    if (type == PNG_COLOR_TYPE_PALETTE) {
+      refuse(std::string("holds indices of a palette") + kGreyscale);
+    }
+    if ((type & PNG_COLOR_MASK_COLOR) != 0) refuse(std::string("has colours (RGB)") + kGreyscale);
+    if (type != PNG_COLOR_TYPE_GRAY) {
+      refuse(std::string("has transparency beside its values") + kGreyscale);
+    }
+    if (bits < 8) refuse("has " + std::to_string(bits) + " bits a value" + kGreyscale);
+    if (pass_->marksValue()) {
+      refuse("marks a value other than 0 as transparent (tRNS); save missing values as 0");
+    }
+  }
+
   void beginPass() {
     pass_.reset();
     pass_ = std::make_unique<PngPass>(file_);

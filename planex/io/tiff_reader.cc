@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -18,6 +19,39 @@ constexpr std::uint64_t kMaximumStrip = std::uint64_t{128} << 20;
 constexpr std::uint16_t kLossless[] = {COMPRESSION_NONE,          COMPRESSION_LZW,
                                        COMPRESSION_ADOBE_DEFLATE, COMPRESSION_DEFLATE,
                                        COMPRESSION_ZSTD,          COMPRESSION_PACKBITS};
+
+/// What a value of a tag means.
+struct Meaning {
+  std::uint16_t value;
+  const char* text;
+};
+
+constexpr Meaning kCompressions[] = {
+    {COMPRESSION_OJPEG, "JPEG"}, {34712, "JPEG 2000"}, {COMPRESSION_WEBP, "WebP"}};
+constexpr Meaning kPhotometrics[] = {
+    {PHOTOMETRIC_MINISWHITE, "is white at 0 (min-is-white); convert it"},
+    {PHOTOMETRIC_RGB, "has colours (RGB); convert it"},
+    {PHOTOMETRIC_PALETTE, "holds indices of a palette; convert it"},
+    {PHOTOMETRIC_MASK, "is a transparency mask; give the image"},
+    {PHOTOMETRIC_SEPARATED, "has colours (CMYK); convert it"},
+    {PHOTOMETRIC_YCBCR, "has colours (YCbCr); convert it"},
+    {PHOTOMETRIC_CIELAB, "has colours (CIELab); convert it"},
+};
+constexpr Meaning kSampleFormats[] = {
+    {SAMPLEFORMAT_INT, "has values with a sign"},
+    {SAMPLEFORMAT_IEEEFP, "has floating-point values"},
+    {SAMPLEFORMAT_VOID, "does not say what its values are"},
+    {SAMPLEFORMAT_COMPLEXINT, "has complex values"},
+    {SAMPLEFORMAT_COMPLEXIEEEFP, "has complex values"},
+};
+
+/// The text on a value; null where the table has none.
+template <std::size_t kSize>
+const char* meaningOf(const Meaning (&table)[kSize], std::uint16_t value) {
+  const auto* const found = std::find_if(std::begin(table), std::end(table),
+                                         [&](const Meaning& row) { return row.value == value; });
+  return found != std::end(table) ? found->text : nullptr;
+}
 
 /// Strips of one sample per pixel. Uncompressed rows are read where they stand in the file, so that
 /// a file of one large strip needs no more memory than others.
@@ -52,22 +86,60 @@ class TiffReader final : public ImageReader {
   }
 
   void checkLayout() const {
-    const std::uint16_t bits = tag(TIFFTAG_BITSPERSAMPLE);
-    if (tag(TIFFTAG_SAMPLESPERPIXEL) != 1 || (bits != 8 && bits != 16) ||
-        tag(TIFFTAG_SAMPLEFORMAT) != SAMPLEFORMAT_UINT ||
-        tag(TIFFTAG_PHOTOMETRIC) != PHOTOMETRIC_MINISBLACK ||
-        tag(TIFFTAG_FILLORDER) != FILLORDER_MSB2LSB) {
-      refuse("is no greyscale image of 8 or 16 bits without sign, black at 0; convert it to one");
-    }
+    checkCompression();
+    checkValues();
     if (TIFFIsTiled(tiff_.get()) != 0) refuse("is stored in tiles; save it in strips");
     if (TIFFLastDirectory(tiff_.get()) == 0) refuse("holds several images; extract one of them");
+    const std::uint16_t orientation = tag(TIFFTAG_ORIENTATION);
+    if (orientation != ORIENTATION_TOPLEFT) {
+      refuse("is stored mirrored or rotated (orientation " + std::to_string(orientation) +
+             "); save it upright");
+    }
+  }
+
+  void checkCompression() const {
     const std::uint16_t compression = tag(TIFFTAG_COMPRESSION);
-    if (std::find(std::begin(kLossless), std::end(kLossless), compression) == std::end(kLossless)) {
-      const TIFFCodec* const codec = TIFFFindCODEC(compression);
-      refuse(
-          "is compressed by " +
-          (codec != nullptr ? codec->name : "method " + std::to_string(compression)) +
-          ", which is not supported; save it uncompressed, or by LZW, deflate, ZSTD or PackBits");
+    if (std::find(std::begin(kLossless), std::end(kLossless), compression) != std::end(kLossless)) {
+      return;
+    }
+    const TIFFCodec* const codec = TIFFFindCODEC(compression);
+    const char* name = meaningOf(kCompressions, compression);
+    if (name == nullptr && codec != nullptr) name = codec->name;
+    refuse("is compressed by " +
+           (name != nullptr ? name : "method " + std::to_string(compression)) +
+           ", which is not supported; save it uncompressed, or by LZW, deflate, ZSTD or PackBits");
+  }
+
+  /// The values in the file must be the numbers that are meant.
+  void checkValues() const {
+    static constexpr char kGreyscale[] = " to greyscale of 8 or 16 bits without sign, black at 0";
+    std::uint16_t photometric = 0;
+    if (TIFFGetField(tiff_.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 1) {
+      refuse("does not say whether 0 is black (no photometric); convert it" +
+             std::string(kGreyscale));
+    }
+    if (photometric != PHOTOMETRIC_MINISBLACK) {
+      const char* const meaning = meaningOf(kPhotometrics, photometric);
+      refuse((meaning != nullptr ? meaning
+                                 : "has values of unknown meaning (photometric " +
+                                       std::to_string(photometric) + "); convert it") +
+             kGreyscale);
+    }
+    const std::uint16_t format = tag(TIFFTAG_SAMPLEFORMAT), bits = tag(TIFFTAG_BITSPERSAMPLE);
+    if (format != SAMPLEFORMAT_UINT) {
+      const char* const meaning = meaningOf(kSampleFormats, format);
+      refuse(std::string(meaning != nullptr ? meaning : "has values of unknown format") +
+             "; convert it" + kGreyscale);
+    }
+    if (bits != 8 && bits != 16) {
+      refuse("has " + std::to_string(bits) + " bits a value; convert it" + kGreyscale);
+    }
+    const std::uint16_t samples = tag(TIFFTAG_SAMPLESPERPIXEL);
+    if (samples != 1) {
+      refuse("has " + std::to_string(samples) + " values a pixel; convert it" + kGreyscale);
+    }
+    if (tag(TIFFTAG_FILLORDER) != FILLORDER_MSB2LSB) {
+      refuse("has its bits in reverse order (fill order 2); convert it" + std::string(kGreyscale));
     }
   }
 

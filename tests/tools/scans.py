@@ -38,14 +38,14 @@ def intensity_values():
     return values.astype("u2").reshape(HEIGHT, WIDTH)
 
 
-def save(path, values, header=(), tags=(), **options):
+def save(path, values, header=(), tags=(), mode=None, **options):
     """A PGM; a PNG, in whose header bytes are replaced; or a TIFF, in which tags are."""
     path = pathlib.Path(path)
     if path.suffix == ".pgm":
         maximum, pixels = np.iinfo(values.dtype).max, values.astype(values.dtype.newbyteorder(">"))
         path.write_bytes(b"P5\n%d %d\n%d\n" % (*values.shape[::-1], maximum) + pixels.tobytes())
     elif path.suffix == ".png":
-        Image.fromarray(values).save(path)
+        Image.fromarray(values).convert(mode).save(path, **options)
         data = bytearray(path.read_bytes())
         for position, byte in header:
             data[position] = byte
