@@ -16,17 +16,6 @@ namespace {
 using cmnalg::Image;
 using datafusion::planex::CalibrationModel;
 
-/// The columns of the image must lie on the sensor, or the region is that of another image.
-void checkColumns(const CalibrationModel& model, const io::ImageReader& range,
-                  const datafusion::planex::SensorRegion& region) {
-  const double last = region.originX + region.scaleX * (range.shape().width - 1);
-  if (last > -1 && last < model.SensorSize.x) return;
-  throw io::Failure(range.path(), "its " + std::to_string(range.shape().width) +
-                                      " columns reach beyond the " +
-                                      std::to_string(model.SensorSize.x) +
-                                      " columns of the sensor; correct --scale-x and --origin-x");
-}
-
 }  // namespace
 
 RangeScan::RangeScan(const CalibrationModel& model_, const std::string& modelName_,
@@ -35,14 +24,33 @@ RangeScan::RangeScan(const CalibrationModel& model_, const std::string& modelNam
   if (!isCalibrated(model.CurrentState)) {
     throw io::Failure(modelName, "the model is not calibrated; use one that is");
   }
-  checkSensorRegion(model, region, modelName);
-  checkColumns(model, range, region);
+  partOnSensor(model, region, modelName);
+  findColumns();
   for (int value = 1; value <= std::numeric_limits<std::uint16_t>::max(); ++value) {
     const double row = region.originZ + region.scaleZ * value;
     if (row < 0 || row > model.SensorSize.y) continue;
     if (mostInside == 0) leastInside = value;
     mostInside = value;
   }
+}
+
+void RangeScan::findColumns() {
+  const int width = range.shape().width;
+  for (int column = 0; column < width; ++column) {
+    const double position = region.originX + region.scaleX * column;
+    if (!(position > -1 && position < model.SensorSize.x)) continue;
+    if (columnsInside++ == 0) firstColumn = column;
+  }
+  if (columnsInside > 0) return;
+  throw io::Failure(range.path(),
+                    "none of its " + std::to_string(width) + " columns lies on the sensor of " +
+                        std::to_string(model.SensorSize.x) + "; correct --scale-x and --origin-x");
+}
+
+datafusion::planex::WorldBounds RangeScan::bounds() const {
+  datafusion::planex::SensorRegion seen = region;
+  seen.originX += seen.scaleX * firstColumn;
+  return worldBounds(model, partOnSensor(model, seen, modelName), columnsInside, modelName);
 }
 
 void CalibratedRows::read() {

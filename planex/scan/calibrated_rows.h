@@ -9,22 +9,31 @@
 #include "planex/io/image_reader.h"
 #include "planex/model/calibration_model.h"
 #include "planex/model/sensor_region.h"
+#include "planex/model/world_bounds.h"
 #include "planex/scan/row_stream.h"
 
 namespace planex::scan {
 
 /// A range image with the model that tells what it measures.
 struct PLANEX_EXPORT RangeScan {
-  /// A Failure for a model without calibration, and for an image that reaches beyond the sensor.
+  /// A Failure for a model without calibration, and for an image off the sensor.
   RangeScan(const datafusion::planex::CalibrationModel& model, const std::string& modelName,
             io::ImageReader& range, const datafusion::planex::SensorRegion& region);
+
+  /// What the part of the region and of the columns can show that lies on the sensor.
+  datafusion::planex::WorldBounds bounds() const;
 
   const datafusion::planex::CalibrationModel& model;  ///< outlives the object, as the image does
   const std::string modelName;                        ///< by which a Failure calls it
   io::ImageReader& range;                             ///< the image
   const datafusion::planex::SensorRegion region;      ///< where it lies on the sensor
+  int firstColumn = 0;                                ///< of the image that lies on the sensor
+  int columnsInside = 0;                              ///< how many do from there on, at least 1
   int leastInside = 1;                                ///< the least value that lies on the sensor
   int mostInside = 0;  ///< the greatest; below the least where none does
+
+ private:
+  void findColumns();
 };
 
 /// The calibrated points of some rows of a range image: what one call over the whole image gives,

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "planex/io/failure.h"
@@ -40,6 +41,8 @@ class Sidecar {
     if (value == 0) throw Failure(path_, std::string("sensor.") + name + " is 0; correct it");
     return value;
   }
+
+  bool has(const char* name) const { return cJSON_HasObjectItem(sensor_, name) != 0; }
 
   /// The file where it gives the number, else the model.
   const std::string& sourceOf(const char* name, const std::string& model) const {
@@ -85,16 +88,39 @@ int regionSize(const Sidecar& sidecar, const std::optional<double>& setting,
                            (name == "width" ? "x" : "z") + " or give --sensor-" + name);
 }
 
+SensorExtent extentOf(double first, int count, int sensorSize) {
+  const double last = first + count - 1;
+  const double before = std::max(0.0, std::ceil(-first));
+  const double behind = std::max(0.0, std::ceil(last - (sensorSize - 1)));
+  return {first, last, std::min<double>(before + behind, count)};
+}
+
+/// Moves the origin by whole steps onto the sensor, and the end to its edge.
+/// @return whether anything is left
+bool cut(double scale, int sensorSize, double& origin, int& size) {
+  const double direction = scale < 0 ? -1 : 1;
+  const double end = origin + direction * size;
+  const double edge = scale < 0 ? sensorSize : 0;
+  const double steps = std::max(0.0, std::ceil((edge - origin) / scale));
+  origin += steps * scale;
+  const double left = std::min(direction * (end - origin), remaining(scale, origin, sensorSize));
+  size = left >= 1 && left <= size ? static_cast<int>(left) : 0;
+  return size > 0;
+}
+
 }  // namespace
 
-SensorRegion resolveSensor(const SensorSettings& settings, const std::string& image,
-                           const CalibrationModel& model, const std::string& modelName) {
+ResolvedSensor resolveSensor(const SensorSettings& settings, const std::string& image,
+                             const CalibrationModel& model, const std::string& modelName,
+                             cmnalg::ImageType type) {
   const Sidecar sidecar(settings, image);
-  SensorRegion region;
+  const double usualScaleZ = type == cmnalg::IMAGE_TYPE_UINT8 ? 1 : 1.0 / 16;
+  ResolvedSensor region;
   region.scaleX = sidecar.scale(settings.scaleX, "scaleX", 1);
   region.originX = sidecar.number(settings.originX, "originX", 0);
-  region.scaleZ = sidecar.scale(settings.scaleZ, "scaleZ", 1.0 / 16);
+  region.scaleZ = sidecar.scale(settings.scaleZ, "scaleZ", usualScaleZ);
   region.originZ = sidecar.number(settings.originZ, "originZ", 0);
+  region.scaleZStated = settings.scaleZ.has_value() || sidecar.has("scaleZ");
   const double columns = remaining(region.scaleX, region.originX, model.SensorSize.x);
   const double rows = remaining(region.scaleZ, region.originZ, model.SensorSize.y);
   region.width = regionSize(sidecar, settings.width, "width", columns, modelName);
@@ -102,13 +128,31 @@ SensorRegion resolveSensor(const SensorSettings& settings, const std::string& im
   return region;
 }
 
-void checkSensorRegion(const CalibrationModel& model, const SensorRegion& region,
-                       const std::string& modelName) {
-  if (isOnSensor(model, region)) return;
+SensorExtent columnsOf(const CalibrationModel& model, const SensorRegion& region) {
+  // Mirrored columns count from the last one.
+  const double first = region.scaleX < 0 ? region.originX - region.width + 1 : region.originX;
+  return extentOf(first, region.width, model.SensorSize.x);
+}
+
+SensorExtent rowsOf(const CalibrationModel& model, const SensorRegion& region) {
+  // Rows in reverse count from the first one behind the region.
+  const double first = region.scaleZ < 0 ? region.originZ - region.height : region.originZ;
+  return extentOf(first, region.height, model.SensorSize.y);
+}
+
+SensorRegion partOnSensor(const CalibrationModel& model, const SensorRegion& region,
+                          const std::string& modelName) {
+  if (isOnSensor(model, region)) return region;
+  SensorRegion part = region;
+  if (cut(region.scaleX, model.SensorSize.x, part.originX, part.width) &&
+      cut(region.scaleZ, model.SensorSize.y, part.originZ, part.height) &&
+      isOnSensor(model, part)) {
+    return part;
+  }
   throw Failure(modelName,
                 "its sensor of " + std::to_string(model.SensorSize.x) + " x " +
                     std::to_string(model.SensorSize.y) +
-                    " pixels does not hold the sensor region; correct --origin-x, --origin-z, "
+                    " pixels holds nothing of the sensor region; correct --origin-x, --origin-z, "
                     "--sensor-width and --sensor-height");
 }
 
@@ -117,8 +161,8 @@ WorldBounds worldBounds(const CalibrationModel& model, const SensorRegion& regio
   WorldBounds bounds;
   switch (calculateWorldBounds(model, region, columns, bounds)) {
     case WorldBoundsResult::OutsideSensor:
-      checkSensorRegion(model, region, modelName);
-      break;
+      partOnSensor(model, region, modelName);
+      throw Failure(modelName, "its sensor does not hold the sensor region");
     case WorldBoundsResult::InvalidRangeValues:
       throw Failure(modelName, "its sensor region has too many range values; correct --scale-z");
     case WorldBoundsResult::NotMappable:

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "planex/foundation/pixel_type.h"
 #include "planex/infra/export.h"
 #include "planex/model/calibration_model.h"
 #include "planex/model/sensor_region.h"
@@ -21,28 +22,52 @@ struct SensorSettings {
   std::string sidecar;            ///< a JSON file; empty: IMAGE.json where that exists
 };
 
+/// The sensor region of a range image, and what of it rests on no statement.
+struct ResolvedSensor : datafusion::planex::SensorRegion {
+  bool scaleZStated = false;  ///< by a setting or the sidecar
+};
+
 /// The sensor region of a range image.
 ///
 /// Settings come first, then the members of the object "sensor" (scaleX, originX, scaleZ, originZ,
 /// width, height) of the sidecar, a JSON file, then the full sensor of the model in sixteenths of a
 /// pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge of the sensor.
-/// Members may be missing.
+/// Values of 8 bits would not reach beyond 16 rows then: they are whole rows, scaleZ 1. Members may
+/// be missing.
 ///
 /// @param image      the range image, whose sidecar is its name with ".json" behind it; empty: none
 /// @param modelName  the file of the model, for what a Failure says of it
+/// @param type       of the range values
 /// A Failure for a sidecar that was named and cannot be read or has no such object, for one that is
 /// not JSON, for members that are spelt otherwise, no finite numbers or out of range, and for a
 /// sensor that ends before the origin.
-PLANEX_EXPORT datafusion::planex::SensorRegion resolveSensor(
-    const SensorSettings& settings, const std::string& image,
-    const datafusion::planex::CalibrationModel& model, const std::string& modelName);
+PLANEX_EXPORT ResolvedSensor resolveSensor(const SensorSettings& settings, const std::string& image,
+                                           const datafusion::planex::CalibrationModel& model,
+                                           const std::string& modelName,
+                                           cmnalg::ImageType type = cmnalg::IMAGE_TYPE_UINT16);
 
-/// A Failure unless the region lies on the sensor of the model.
-PLANEX_EXPORT void checkSensorRegion(const datafusion::planex::CalibrationModel& model,
-                                     const datafusion::planex::SensorRegion& region,
-                                     const std::string& modelName);
+/// The columns or the rows of a region, and how many of them the sensor does not have.
+struct SensorExtent {
+  double first;   ///< the smallest
+  double last;    ///< the largest
+  double beyond;  ///< how many lie outside, a whole number
+};
 
-/// What calculateWorldBounds() gives; a Failure where it gives none.
+/// @{
+/// Of a region on the sensor of a model.
+PLANEX_EXPORT SensorExtent columnsOf(const datafusion::planex::CalibrationModel& model,
+                                     const datafusion::planex::SensorRegion& region);
+PLANEX_EXPORT SensorExtent rowsOf(const datafusion::planex::CalibrationModel& model,
+                                  const datafusion::planex::SensorRegion& region);
+/// @}
+
+/// The part of a region for which isOnSensor() holds: the region itself, or one that begins whole
+/// steps of the scales later and ends at the edge of the sensor. A Failure where nothing is left.
+PLANEX_EXPORT datafusion::planex::SensorRegion partOnSensor(
+    const datafusion::planex::CalibrationModel& model,
+    const datafusion::planex::SensorRegion& region, const std::string& modelName);
+
+/// What calculateWorldBounds() gives for a region on the sensor; a Failure where it gives none.
 /// @param columns of range images of the region
 PLANEX_EXPORT datafusion::planex::WorldBounds worldBounds(
     const datafusion::planex::CalibrationModel& model,

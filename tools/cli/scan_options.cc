@@ -1,11 +1,8 @@
 #include "tools/cli/scan_options.h"
 
-#include <planex/io/failure.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <map>
 #include <system_error>
 
@@ -46,7 +43,8 @@ void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
   };
   number("--scale-x", settings.scaleX, "Sensor columns per image column [1]", scale);
   number("--origin-x", settings.originX, "Sensor column of image column 0 [0]", {});
-  number("--scale-z", settings.scaleZ, "Sensor rows per step of the range values [1/16]", scale);
+  number("--scale-z", settings.scaleZ,
+         "Sensor rows per step of the range values [1/16, of 8-bit values 1]", scale);
   number("--origin-z", settings.originZ, "Sensor row of range value 0 [0]", {});
   number("--sensor-width", settings.width,
          "Columns of the sensor region [up to the edge of the sensor]", size);
@@ -120,13 +118,6 @@ void addYOptions(CLI::App& command, YOptions& options, bool withFile) {
 scan::YPositions resolveY(const YOptions& options, int rows) {
   return options.file.empty() ? scan::YPositions(options.line())
                               : scan::YPositions(options.file, rows);
-}
-
-void warnOfValuesOutside(std::int64_t count, const std::string& range) {
-  if (count == 0) return;
-  std::fprintf(stderr,
-               "planex: %s: %lld values lie outside the sensor; check --scale-z and --origin-z\n",
-               io::inOneLine(range).c_str(), static_cast<long long>(count));
 }
 
 }  // namespace planex::tools

@@ -7,7 +7,6 @@
 #include <planex/scan/y_positions.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -46,8 +45,5 @@ void addYOptions(CLI::App& command, YOptions& options, bool withFile);
 
 /// The positions of an image with that many rows.
 scan::YPositions resolveY(const YOptions& options, int rows);
-
-/// Tells on standard error of `count` values outside the sensor, if there are any.
-void warnOfValuesOutside(std::int64_t count, const std::string& range);
 
 }  // namespace planex::tools

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "tools/cli/scan_options.h"
+#include "tools/cli/scan_warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {
@@ -89,15 +90,20 @@ std::string plainText(const WorldBounds& bounds, const HeightGrid& grid, const s
 
 void runBounds(const BoundsOptions& options, const Context& context) {
   const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
-  if (!options.image.empty()) io::ImageReader::open(options.image);  // refuses what is none
-  const SensorRegion region =
-      scan::resolveSensor(options.sensor, options.image, model, options.model);
+  std::unique_ptr<io::ImageReader> image;
+  if (!options.image.empty()) image = io::ImageReader::open(options.image);
+  const scan::ResolvedSensor stated =
+      scan::resolveSensor(options.sensor, options.image, model, options.model,
+                          image != nullptr ? image->shape().type : cmnalg::IMAGE_TYPE_UINT16);
+  const SensorRegion region = scan::partOnSensor(model, stated, options.model);
   const int columns = options.columns > 0 ? options.columns : columnsOf(region);
   const WorldBounds bounds = scan::worldBounds(model, region, columns, options.model);
   const HeightGrid grid = gridOf(bounds, columns);
   const std::string text = options.json ? jsonText(bounds, grid, region, context.unit)
                                         : plainText(bounds, grid, context.unit);
   std::fputs(text.c_str(), stdout);
+  if (image != nullptr) warnOfScale(stated, *image);
+  warnOfRegion(model, options.model, stated);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
+#include "tools/cli/scan_warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {
@@ -103,9 +104,9 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
   const scan::IntensityImage* const withIntensity = intensity ? &*intensity : nullptr;
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), 0);
-  const scan::RangeScan source(
-      model, options.model, *range,
-      scan::resolveSensor(options.sensor, options.range, model, options.model));
+  const scan::ResolvedSensor region =
+      scan::resolveSensor(options.sensor, options.range, model, options.model, range->shape().type);
+  const scan::RangeScan source(model, options.model, *range, region);
   const scan::YPositions y = resolveY(options.y, range->shape().height);
 
   for (const std::string& output : {options.output, options.output + ".json"}) {
@@ -138,6 +139,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   file.commit();
   sidecar.commit();
 
+  warnOfSensor(source, region);
   warnOfValuesOutside(outside, options.range);
   if (context.quiet) return;
   std::fputs(
@@ -173,7 +175,8 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
   addForceOption(*command, context);
   addQuietOption(*command, context);
   command->footer(
-      "Without options the image shows the full sensor, in sixteenths of a pixel.\n\n"
+      "Without options the image shows the full sensor, in sixteenths of a pixel; an image of 8 "
+      "bits in whole rows.\n\n"
       "Examples:\n"
       "  planex calibrate model.json range.png -o points.ply --intensity intensity.png\n"
       "  planex calibrate model.json range.tif -o points.pcd --aligned --y-scale 0.1\n"

@@ -24,6 +24,7 @@
 #include "tools/cli/picture_options.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
+#include "tools/cli/scan_warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {
@@ -32,7 +33,6 @@ namespace {
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::HeightGrid;
 using datafusion::planex::RectificationMode;
-using datafusion::planex::SensorRegion;
 using report::ColorMap;
 using report::HeightPicture;
 
@@ -104,9 +104,9 @@ void narrow(const char* name, const std::string& text, double& min, double& max)
   max = *b;
 }
 
-scan::Rectification rectificationOf(const RectifyOptions& options, const CalibrationModel& model,
-                                    const SensorRegion& region, int imageColumns) {
-  auto [x, z, spacing] = scan::worldBounds(model, region, imageColumns, options.model);
+scan::Rectification rectificationOf(const RectifyOptions& options, const scan::RangeScan& source) {
+  const int imageColumns = source.range.shape().width;
+  auto [x, z, spacing] = source.bounds();
   narrow("--x-range", options.xRange, x.min, x.max);
   narrow("--z-range", options.zRange, z.min, z.max);
   const double width = x.max - x.min;
@@ -332,12 +332,11 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   applyThreads(context);
   const CalibrationModel model = io::loadModel(options.model);
   const auto range = io::ImageReader::open(options.range);
-  const SensorRegion region =
-      scan::resolveSensor(options.sensor, options.range, model, options.model);
+  const scan::ResolvedSensor region =
+      scan::resolveSensor(options.sensor, options.range, model, options.model, range->shape().type);
   const scan::RangeScan source(model, options.model, *range, region);
   const std::int64_t width = range->shape().width;
-  const scan::Rectification rectification =
-      rectificationOf(options, model, region, range->shape().width);
+  const scan::Rectification rectification = rectificationOf(options, source);
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), rectification.grid.width);
   scan::IntensityImages intensities;
   for (const std::string& path : options.intensities) {
@@ -362,6 +361,7 @@ void runRectify(const RectifyOptions& options, const Context& context) {
         progress.advance(block.count() * width);
       });
   writer.finish();
+  warnOfSensor(source, region);
   warnOfValuesOutside(outside, options.range);
   if (!context.quiet) writer.printSummary();
 }
@@ -420,7 +420,8 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   addForceOption(*command, context);
   addQuietOption(*command, context);
   command->footer(
-      "Without options the image shows the full sensor, in sixteenths of a pixel.\n\n"
+      "Without options the image shows the full sensor, in sixteenths of a pixel; an image of 8 "
+      "bits in whole rows.\n\n"
       "Examples:\n"
       "  planex rectify model.json range.png -o height.png --preview preview.png\n"
       "  planex rectify model.json range.tif --intensity grey.tif --mode brightest -o height.tif\n"

@@ -1,0 +1,72 @@
+#include "tools/cli/scan_warnings.h"
+
+#include <fmt/format.h>
+#include <planex/io/failure.h>
+
+#include <cstdio>
+
+namespace planex::tools {
+namespace {
+
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::SensorRegion;
+
+void warn(const std::string& file, const std::string& text) {
+  std::fputs(
+      fmt::format("planex: {}: {}\n", io::inOneLine(io::Failure::nameOf(file)), text).c_str(),
+      stderr);
+}
+
+void warnOfExtent(const std::string& modelName, const scan::SensorExtent& extent, int sensorSize,
+                  const char* what, const char* options) {
+  if (extent.beyond == 0) return;
+  warn(modelName,
+       fmt::format("the sensor region has {0} {1} to {2}, {3} of them beyond the {4} {0} "
+                   "of the sensor; check {5}",
+                   what, extent.first, extent.last, extent.beyond, sensorSize, options));
+}
+
+void warnOfColumns(const scan::RangeScan& source) {
+  const int width = source.range.shape().width;
+  const int behind = source.firstColumn + source.columnsInside;
+  if (source.columnsInside == width) return;
+  std::string which;
+  if (source.firstColumn > 0) which = fmt::format("0 to {}", source.firstColumn - 1);
+  if (behind < width) {
+    which += fmt::format("{}{} to {}", which.empty() ? "" : " and ", behind, width - 1);
+  }
+  warn(source.range.path(),
+       fmt::format("{} of its {} columns, {}, lie beyond the {} columns of the sensor; check "
+                   "--scale-x and --origin-x",
+                   width - source.columnsInside, width, which, source.model.SensorSize.x));
+}
+
+}  // namespace
+
+void warnOfRegion(const CalibrationModel& model, const std::string& modelName,
+                  const SensorRegion& region) {
+  warnOfExtent(modelName, scan::columnsOf(model, region), model.SensorSize.x, "columns",
+               "--origin-x and --sensor-width");
+  warnOfExtent(modelName, scan::rowsOf(model, region), model.SensorSize.y, "rows",
+               "--origin-z and --sensor-height");
+}
+
+void warnOfSensor(const scan::RangeScan& source, const scan::ResolvedSensor& region) {
+  warnOfScale(region, source.range);
+  warnOfRegion(source.model, source.modelName, region);
+  warnOfColumns(source);
+}
+
+void warnOfScale(const scan::ResolvedSensor& region, const io::ImageReader& range) {
+  if (region.scaleZStated || range.shape().type != cmnalg::IMAGE_TYPE_UINT8) return;
+  warn(range.path(),
+       "has 8 bits and no scale: values are taken as whole rows of the sensor; give --scale-z");
+}
+
+void warnOfValuesOutside(std::int64_t count, const std::string& range) {
+  if (count == 0) return;
+  warn(range,
+       fmt::format("{} values lie outside the sensor; check --scale-z and --origin-z", count));
+}
+
+}  // namespace planex::tools

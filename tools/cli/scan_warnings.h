@@ -1,0 +1,28 @@
+#pragma once
+
+#include <planex/scan/calibrated_rows.h>
+#include <planex/scan/sensor.h>
+
+#include <cstdint>
+#include <string>
+
+namespace planex::tools {
+
+// What a result rests on that may not be meant: a line with the figure on standard error, and no
+// failure. It is told behind the results, with --quiet, too.
+
+/// Tells of the columns and rows of a region that the sensor does not have, if there are any.
+void warnOfRegion(const datafusion::planex::CalibrationModel& model, const std::string& modelName,
+                  const datafusion::planex::SensorRegion& region);
+
+/// Tells of a scale that was taken for want of a statement, of a region and of columns of the image
+/// that lie beside the sensor.
+void warnOfSensor(const scan::RangeScan& source, const scan::ResolvedSensor& region);
+
+/// Tells of a scale of 8-bit values that was taken for want of a statement.
+void warnOfScale(const scan::ResolvedSensor& region, const io::ImageReader& range);
+
+/// Tells of `count` values outside the sensor, if there are any.
+void warnOfValuesOutside(std::int64_t count, const std::string& range);
+
+}  // namespace planex::tools
