@@ -1,5 +1,6 @@
 #include "planex/scan/rectified_rows.h"
 
+#include <algorithm>
 #include <new>
 
 #include "planex/io/library_warnings.h"
@@ -33,6 +34,39 @@ void RectifiedRows::process() {
     rectified = toRectified(x(), z(), splat.lateralSpacing, splat.size, mode, heights_, true);
   }
   if (!rectified) io::failWithLibraryWarnings("rectify", "is refused", "see planex rectify --help");
+  countPoints();
+}
+
+void RectifiedRows::countPoints() {
+  const auto& [scaleX, originX] = rectification_.grid.x;
+  const auto& [scaleZ, originZ] = rectification_.grid.levels;
+  // Columns are rounded. Levels are truncated, in means behind the sum.
+  const auto xMin = static_cast<float>(originX - 0.5 * scaleX);
+  const auto xMax = static_cast<float>(originX + (rectification_.grid.width - 0.5) * scaleX);
+  const bool mean = rectification_.mode == datafusion::planex::RectificationMode::MEAN;
+  const auto zMin = static_cast<float>(originZ + (mean ? 0 : scaleZ));
+  const auto zMax = static_cast<float>(originZ + (mean ? 65535 : 65536) * scaleZ);
+  const std::size_t count =
+      static_cast<std::size_t>(x().GetWidth()) * static_cast<std::size_t>(x().GetHeight());
+  const float* const x = this->x().GetRowPtr(0);
+  const float* const z = this->z().GetRowPtr(0);
+  share_ = {};
+  for (std::size_t i = 0; i < count;) {
+    // Counts of few points fit the type in which the loop is vectorised.
+    const std::size_t end = std::min(count, i + 4096);
+    int points = 0, inColumns = 0, outside = 0;
+#pragma omp simd reduction(+ : points, inColumns, outside)
+    for (std::size_t k = i; k < end; ++k) {
+      const bool inside = (x[k] >= xMin) & (x[k] < xMax);
+      points += (x[k] == x[k]) & (z[k] == z[k]);
+      inColumns += inside & (z[k] == z[k]);
+      outside += inside & ((z[k] < zMin) | (z[k] > zMax));
+    }
+    i = end;
+    share_.points += points;
+    share_.inColumns += inColumns;
+    share_.outsideLevels += outside;
+  }
 }
 
 bool RectifiedRows::rectify(std::size_t i) {

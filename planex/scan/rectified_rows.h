@@ -19,6 +19,20 @@ struct Rectification {
   datafusion::planex::RectificationMode mode;  ///< what a cell that several points hit gets
 };
 
+/// How many points of some rows lie where in a map.
+struct MapShare {
+  std::int64_t points = 0;         ///< all that are numbers
+  std::int64_t inColumns = 0;      ///< those whose X has a column
+  std::int64_t outsideLevels = 0;  ///< those of them whose Z has no level, and that are dropped
+
+  /// Takes those of other rows to these.
+  void include(const MapShare& other) {
+    points += other.points;
+    inColumns += other.inColumns;
+    outsideLevels += other.outsideLevels;
+  }
+};
+
 /// Intensity images that are rectified with a range image.
 using IntensityImages = std::vector<std::unique_ptr<IntensityImage>>;
 
@@ -42,6 +56,8 @@ class PLANEX_EXPORT RectifiedRows : public CalibratedRows {
   /// @}
   /// Cells of the rows.
   std::size_t cellCount() const;
+  /// Where their points lie, to the rounding of float.
+  const MapShare& share() const { return share_; }
 
  protected:
   /// @cond
@@ -50,11 +66,13 @@ class PLANEX_EXPORT RectifiedRows : public CalibratedRows {
 
  private:
   bool rectify(std::size_t i);
+  void countPoints();
 
   const Rectification& rectification_;
   std::vector<IntensityRows> intensities_;
   cmnalg::ImageOf<std::uint16_t> heights_;
   std::vector<cmnalg::ImageOf<std::uint8_t>> rectified_;
+  MapShare share_;
 };
 
 }  // namespace planex::scan

@@ -63,10 +63,33 @@ void warnOfScale(const scan::ResolvedSensor& region, const io::ImageReader& rang
        "has 8 bits and no scale: values are taken as whole rows of the sensor; give --scale-z");
 }
 
-void warnOfValuesOutside(std::int64_t count, const std::string& range) {
-  if (count == 0) return;
+void warnOfValues(std::int64_t measured, std::int64_t outside, const std::string& range) {
+  if (measured == 0) warn(range, "nothing was measured in these rows: all values are 0");
+  if (outside == 0) return;
   warn(range,
-       fmt::format("{} values lie outside the sensor; check --scale-z and --origin-z", count));
+       fmt::format("{} values lie outside the sensor; check --scale-z and --origin-z", outside));
+}
+
+void warnOfMap(const std::string& map, const datafusion::planex::HeightGrid& grid,
+               const scan::MapShare& share, std::int64_t filled) {
+  if (share.points == 0) return;  // nothing was measured
+  const std::string x = fmt::format("X {:.6g} to {:.6g}", grid.x.origin,
+                                    grid.x.origin + (grid.width - 1) * grid.x.scale);
+  const std::string z = fmt::format("Z {:.6g} to {:.6g}", grid.levels.origin + grid.levels.scale,
+                                    grid.levels.origin + 65535 * grid.levels.scale);
+  if (filled == 0) {
+    const bool missed = share.inColumns == share.outsideLevels;
+    warn(map, missed ? fmt::format("no cell is filled: none of {} points lies in {} and {}; check "
+                                   "--x-range, --z-range and the sensor region",
+                                   share.points, x, z)
+                     : "no cell is filled: the intensity of all points is 0");
+    return;
+  }
+  if (share.outsideLevels * 1000 <= share.inColumns) return;
+  warn(map, fmt::format("{:.1f} % of the points in {} lie outside {} and are not in the map",
+                        100.0 * static_cast<double>(share.outsideLevels) /
+                            static_cast<double>(share.inColumns),
+                        x, z));
 }
 
 }  // namespace planex::tools

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <planex/scan/calibrated_rows.h>
+#include <planex/scan/rectified_rows.h>
 #include <planex/scan/sensor.h>
 
 #include <cstdint>
@@ -22,7 +22,12 @@ void warnOfSensor(const scan::RangeScan& source, const scan::ResolvedSensor& reg
 /// Tells of a scale of 8-bit values that was taken for want of a statement.
 void warnOfScale(const scan::ResolvedSensor& region, const io::ImageReader& range);
 
-/// Tells of `count` values outside the sensor, if there are any.
-void warnOfValuesOutside(std::int64_t count, const std::string& range);
+/// Tells of `count` values outside the sensor, if there are any, and of an image without any value.
+void warnOfValues(std::int64_t measured, std::int64_t outside, const std::string& range);
+
+/// Tells of a map without a filled cell, and of one that leaves out more than a thousandth of the
+/// points in its columns.
+void warnOfMap(const std::string& map, const datafusion::planex::HeightGrid& grid,
+               const scan::MapShare& share, std::int64_t filled);
 
 }  // namespace planex::tools

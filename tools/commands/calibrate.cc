@@ -140,7 +140,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   sidecar.commit();
 
   warnOfSensor(source, region);
-  warnOfValuesOutside(outside, options.range);
+  warnOfValues(measured, outside, options.range);
   if (context.quiet) return;
   std::fputs(
       fmt::format("{}: {} rows of {} points, {} measured, in {}\n", io::inOneLine(options.output),

@@ -239,6 +239,7 @@ class HeightMapWriter {
     }
     if (preview_ != nullptr) preview_->addRows(rows.count(), rows.heights());
     filled_ += rows.filled();
+    share_.include(rows.share());
   }
 
   void finish() {
@@ -252,6 +253,8 @@ class HeightMapWriter {
     sidecar_->commit();
     if (previewFile_ != nullptr) previewFile_->commit();
   }
+
+  void warn() const { warnOfMap(options_.output, grid_, share_, filled_); }
 
   void printSummary() const {
     const double cells = static_cast<double>(grid_.width) * rows_.count();
@@ -324,6 +327,7 @@ class HeightMapWriter {
   std::unique_ptr<io::OutputFile> sidecar_, previewFile_;
   std::unique_ptr<HeightPicture> preview_;
   std::int64_t filled_ = 0;
+  scan::MapShare share_;
 };
 
 void runRectify(const RectifyOptions& options, const Context& context) {
@@ -351,18 +355,20 @@ void runRectify(const RectifyOptions& options, const Context& context) {
     intensity->findLimits(rows.block, [&](std::int64_t pixels) { progress.advance(pixels); });
   }
   Progress progress(context, "rectifying", rows.count() * width, "points");
-  std::int64_t outside = 0;
+  std::int64_t measured = 0, outside = 0;
   scan::streamRows<HeightRows>(
       pool, rows,
       [&] { return std::make_unique<HeightRows>(source, intensities, rectification, options); },
       [&](const HeightRows& block) {
         writer.write(block);
+        measured += block.measured();
         outside += block.outside();
         progress.advance(block.count() * width);
       });
   writer.finish();
   warnOfSensor(source, region);
-  warnOfValuesOutside(outside, options.range);
+  warnOfValues(measured, outside, options.range);
+  writer.warn();
   if (!context.quiet) writer.printSummary();
 }
 
