@@ -10,51 +10,74 @@
 #include <iterator>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "planex/io/failure.h"
 
 namespace planex::io {
 namespace {
 
-constexpr std::string_view kSeparators = ",; \t\r\n";
 constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kLongestLine = 65536;
 
-/// Takes a number and the separator behind it off the text: one of , ; or any blanks.
-bool takeNumber(std::string_view& text, double& value) {
+constexpr std::size_t kMostOthers = 1 << 22;  // bytes of other columns that are held
+constexpr int kOther = -1;                    // in a layout: no coordinate
+
+std::string_view trimmed(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(kBlanks);
-  if (begin == std::string_view::npos) return false;
-  text.remove_prefix(begin);
-  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (result.ec != std::errc()) return false;
-  text.remove_prefix(static_cast<std::size_t>(result.ptr - text.data()));
-  if (text.empty()) return true;
-  if (kSeparators.find(text.front()) == std::string_view::npos) return false;
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  if (!text.empty() && (text.front() == ',' || text.front() == ';')) {
-    text.remove_prefix(1);
-    return text.find_first_not_of(kBlanks) != std::string_view::npos;  // a number must follow
-  }
-  return true;
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-/// Whether a line names its columns: it is text that does not start with a number, not even one too
-/// large.
-bool isHeading(const std::string& line) {
-  if (line.find('\0') != std::string::npos) return false;
+/// Reads a number that is all of the text.
+std::errc parseField(std::string_view text, double& value) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+  return result.ptr == text.data() + text.size() ? result.ec : std::errc::invalid_argument;
+}
+
+/// Also one that is too large.
+bool isNumber(std::string_view text) {
   double value = 0;
-  const std::size_t begin = std::min(line.find_first_not_of(" \t+"), line.size());
-  const auto result = std::from_chars(line.data() + begin, line.data() + line.size(), value);
-  return result.ec == std::errc::invalid_argument;
+  return parseField(text, value) != std::errc::invalid_argument;
+}
+
+bool isSameName(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+std::string shown(std::string_view text) {
+  return fmt::format("'{:.40}'", inOneLine(std::string(text)));
+}
+
+/// The names of a coordinate, "'row' or 'v'".
+std::string shownNames(const CoordinateNames& names, std::size_t coordinate) {
+  std::string text = shown(names.names[coordinate]);
+  if (names.others[coordinate] != names.names[coordinate]) {
+    text += " or " + shown(names.others[coordinate]);
+  }
+  return text;
+}
+
+/// Which of the three a coordinate of a point is.
+std::size_t indexOf(int coordinate, int dimensions) {
+  return static_cast<std::size_t>(dimensions == 2 ? 2 * coordinate : coordinate);
+}
+
+void appendNumber(std::string& text, double value) {
+  if (std::isnan(value)) {
+    text += "nan";
+  } else {
+    fmt::format_to(std::back_inserter(text), "{}", value);
+  }
 }
 
 }  // namespace
 
-PointReader::PointReader(const std::string& path)
-    : path_(path), file_(path == "-" ? stdin : std::fopen(path.c_str(), "rb")) {
+PointReader::PointReader(const std::string& path, const CoordinateNames& names)
+    : path_(path), names_(names), file_(path == "-" ? stdin : std::fopen(path.c_str(), "rb")) {
   if (file_ == nullptr) {
     throw Failure(path_, std::string("cannot be opened (") + std::strerror(errno) +
                              "); check its name and permissions");
@@ -87,50 +110,156 @@ bool PointReader::nextLine(std::string& line) {
   return true;
 }
 
-std::optional<TextPoint> PointReader::parse(const std::string& line) {
-  if (line.find(',') != std::string::npos && line.find(';') != std::string::npos) {
-    return std::nullopt;
+void PointReader::refuseLine(const std::string& problem) const {
+  throw Failure(path_, fmt::format("line {}{}", line_, problem));
+}
+
+void PointReader::refuseColumn(std::size_t column, const std::string& problem) const {
+  const bool named = column < heading_.size();
+  refuseLine(fmt::format(", column {}{}: {} {}", column + 1,
+                         named ? " (" + inOneLine(heading_[column]) + ")" : std::string(),
+                         shown(fields_[column]), problem));
+}
+
+void PointReader::split(std::string_view line) {
+  fields_.clear();
+  const bool commas = line.find(',') != std::string_view::npos;
+  const bool semicolons = line.find(';') != std::string_view::npos;
+  if (commas && semicolons) {
+    refuseLine(", " + shown(trimmed(line)) +
+               ", has commas and semicolons; separate by one of them and write decimal points");
   }
-  std::string_view rest = line;
+  if (commas || semicolons) {
+    const char separator = commas ? ',' : ';';
+    for (std::size_t end = 0; end != std::string_view::npos; line.remove_prefix(end + 1)) {
+      end = line.find(separator);
+      fields_.push_back(trimmed(line.substr(0, end)));
+      if (end == std::string_view::npos) return;
+    }
+  }
+  for (line = trimmed(line); !line.empty();) {
+    const std::size_t end = std::min(line.find_first_of(kBlanks), line.size());
+    fields_.push_back(line.substr(0, end));
+    line.remove_prefix(std::min(line.find_first_not_of(kBlanks, end), line.size()));
+  }
+}
+
+void PointReader::begin() {
+  if (std::any_of(fields_.begin(), fields_.end(), isNumber)) {
+    if (fields_.size() < 2)
+      refuseLine(", " + shown(fields_[0]) + ", is no point of 2 or 3 numbers; correct it");
+    dimensions_ = fields_.size() == 2 ? 2 : 3;
+    layout_.assign(fields_.size(), kOther);
+    for (int i = 0; i < dimensions_; ++i) layout_[static_cast<std::size_t>(i)] = i;
+    return;
+  }
+  if (fields_[0].substr(0, 1) == "#") {
+    fields_[0] = trimmed(fields_[0].substr(1));
+    if (fields_[0].empty()) fields_.erase(fields_.begin());
+  }
+  findNames();
+}
+
+void PointReader::findNames() {
+  std::array<std::size_t, 3> columns;
+  columns.fill(fields_.size());
+  for (std::size_t column = 0; column < fields_.size(); ++column) {
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      if (!isSameName(fields_[column], names_.names[i]) &&
+          !isSameName(fields_[column], names_.others[i])) {
+        continue;
+      }
+      if (columns[i] < fields_.size()) {
+        refuseColumn(column,
+                     fmt::format("names what column {} does; keep one of them", columns[i] + 1));
+      }
+      columns[i] = column;
+    }
+  }
+  dimensions_ = columns[1] < fields_.size() ? 3 : 2;
+  layout_.assign(fields_.size(), kOther);
+  for (int i = 0; i < dimensions_; ++i) {
+    const std::size_t coordinate = indexOf(i, dimensions_);
+    if (columns[coordinate] == fields_.size()) {
+      refuseLine(" names no column " + shownNames(names_, coordinate) +
+                 "; name it, or leave out the line for the order of columns");
+    }
+    layout_[columns[coordinate]] = i;
+  }
+  heading_.assign(fields_.begin(), fields_.end());
+}
+
+void PointReader::takePoint(std::vector<TextPoint>& points) {
+  if (fields_.size() != layout_.size()) {
+    refuseLine(fmt::format(" has {} column{}, not {} as the first; correct it", fields_.size(),
+                           fields_.size() == 1 ? "" : "s", layout_.size()));
+  }
+  const bool withOthers = columns() > dimensions_;
+  if (withOthers) othersOfPoint_.push_back(others_.size());
   TextPoint point{};
-  int count = 0;
-  while (rest.find_first_not_of(kBlanks) != std::string_view::npos) {
-    double value = 0;
-    if (count == 3 || !takeNumber(rest, value)) return std::nullopt;
-    point[static_cast<std::size_t>(count++)] = value;
+  for (std::size_t column = 0; column < fields_.size(); ++column) {
+    if (layout_[column] == kOther) {
+      others_.append(fields_[column]);
+      others_ += ',';
+    } else if (parseField(fields_[column], point[static_cast<std::size_t>(layout_[column])]) !=
+               std::errc()) {
+      refuseColumn(column, "is no number; correct it");
+    }
   }
-  if (dimensions_ == 0 && (count == 2 || count == 3)) dimensions_ = count;
-  return count == dimensions_ && count > 0 ? std::optional(point) : std::nullopt;
+  points.push_back(point);
 }
 
 bool PointReader::read(std::size_t count, std::vector<TextPoint>& points) {
   points.clear();
+  others_.clear();
+  othersOfPoint_.clear();
   std::string line;
-  while (points.size() < count && nextLine(line)) {
-    if (line.find_first_not_of(kBlanks) == std::string::npos) continue;
-    const bool first = !std::exchange(begun_, true);
-    if (const std::optional<TextPoint> point = parse(line)) {
-      points.push_back(*point);
-    } else if (first && isHeading(line)) {
-      hasHeading_ = true;
-    } else {
-      line.erase(line.find_last_not_of(kBlanks) + 1);
-      throw Failure(path_, fmt::format("line {}, '{:.40}', is no point of {} numbers; correct it",
-                                       line_, inOneLine(line),
-                                       dimensions_ == 0 ? "2 or 3" : fmt::to_string(dimensions_)));
+  while (points.size() < count && others_.size() < kMostOthers && nextLine(line)) {
+    split(line);
+    if (fields_.empty()) continue;
+    const auto quoted = std::find_if(fields_.begin(), fields_.end(), [](std::string_view field) {
+      return field.find('"') != std::string_view::npos;
+    });
+    if (quoted != fields_.end()) {
+      refuseColumn(static_cast<std::size_t>(quoted - fields_.begin()),
+                   "is quoted; write it without quotes");
     }
+    if (dimensions_ == 0) {
+      begin();
+      if (hasHeading()) continue;
+    }
+    takePoint(points);
   }
   return !points.empty();
 }
 
+std::string PointReader::heading(const CoordinateNames& names) const {
+  std::string text;
+  for (std::size_t column = 0; column < layout_.size(); ++column) {
+    text += layout_[column] == kOther ? std::string_view(heading_[column])
+                                      : names.names[indexOf(layout_[column], dimensions_)];
+    text += column + 1 < layout_.size() ? ',' : '\n';
+  }
+  return text;
+}
+
+void PointReader::append(std::string& text, std::size_t i, const TextPoint& point) const {
+  std::size_t other = othersOfPoint_.empty() ? 0 : othersOfPoint_[i];
+  for (std::size_t column = 0; column < layout_.size(); ++column) {
+    if (layout_[column] == kOther) {
+      const std::size_t end = others_.find(',', other);
+      text.append(others_, other, end - other);
+      other = end + 1;
+    } else {
+      appendNumber(text, point[static_cast<std::size_t>(layout_[column])]);
+    }
+    text += column + 1 < layout_.size() ? ',' : '\n';
+  }
+}
+
 void appendPoint(std::string& text, const TextPoint& point, int dimensions) {
   for (int i = 0; i < dimensions; ++i) {
-    const double value = point[static_cast<std::size_t>(i)];
-    if (std::isnan(value)) {
-      text += "nan";
-    } else {
-      fmt::format_to(std::back_inserter(text), "{}", value);
-    }
+    appendNumber(text, point[static_cast<std::size_t>(i)]);
     text += i + 1 < dimensions ? ',' : '\n';
   }
 }

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "planex/infra/export.h"
@@ -15,39 +15,71 @@ namespace planex::io {
 /// A point of two or three coordinates; of two the third is 0.
 using TextPoint = std::array<double, 3>;
 
-/// Reads points from text: one a line, its numbers separated by commas, semicolons, blanks or tabs.
+/// How a heading calls the three coordinates, whatever the case of its letters; in the plane there
+/// are the first and the last.
+struct CoordinateNames {
+  std::array<std::string_view, 3> names;   ///< as headings are written
+  std::array<std::string_view, 3> others;  ///< what else is read
+};
+
+inline constexpr CoordinateNames kPixelNames = {{"column", "profile", "row"}, {"u", "p", "v"}};
+inline constexpr CoordinateNames kWorldNames = {{"X", "Y", "Z"}, {"X", "Y", "Z"}};
+
+/// Reads points from text: one a line, in columns that commas or semicolons separate, or blanks and
+/// tabs where a line has neither.
 ///
-/// The first line may be a heading, which does not start with a number; empty lines and the byte
-/// order mark of UTF-8 are left out. The first point says how many coordinates all have. Numbers
-/// are written as in C, with a point whatever the locale, and may be nan or inf. A line with commas
-/// and semicolons is refused: the commas may be meant as decimal ones. Memory holds one line.
+/// The first line may be a heading, a line without any number: then coordinates stand in the
+/// columns that it names. Otherwise they are the first columns, two where there are two, else
+/// three. Columns beside them may hold anything, also nothing, but quotes; every line has as many
+/// as the first. Empty lines, the byte order mark of UTF-8 and a # before the heading are left out.
+/// Numbers are written as in C, with a point whatever the locale, and may be nan or inf. A line
+/// with commas and semicolons is refused: the commas may be meant as decimal ones. Memory holds one
+/// line, and what belongs to the points read last.
 class PLANEX_EXPORT PointReader {
  public:
   /// @param path "-": standard input. A Failure when the file cannot be opened
-  explicit PointReader(const std::string& path);
+  PointReader(const std::string& path, const CoordinateNames& names);
   ~PointReader();
   PointReader(const PointReader&) = delete;
   PointReader& operator=(const PointReader&) = delete;
 
-  /// Reads up to `count` more points into the list, which is emptied first.
-  /// @return false when there are none left. A Failure names the line that is no point
+  /// Reads up to `count` more points into the list, which is emptied first; fewer where the other
+  /// columns take much memory.
+  /// @return false when there are none left. A Failure names the line that is no point, and the
+  ///         column where one is to blame
   bool read(std::size_t count, std::vector<TextPoint>& points);
 
-  /// 2 or 3; 0 before the first point was read.
+  /// 2 or 3; 0 before the first line was read.
   int dimensions() const { return dimensions_; }
+  /// Columns of every line, at least as many.
+  int columns() const { return static_cast<int>(layout_.size()); }
   /// Whether the first line was a heading.
-  bool hasHeading() const { return hasHeading_; }
+  bool hasHeading() const { return !heading_.empty(); }
+
+  /// The heading with these names for the coordinates, "id,X,Z\n".
+  std::string heading(const CoordinateNames& names) const;
+  /// Appends "7,1.5,2\n": point `i` of those read last, with other coordinates in place of its own.
+  void append(std::string& text, std::size_t i, const TextPoint& point) const;
 
  private:
-  std::optional<TextPoint> parse(const std::string& line);
   bool nextLine(std::string& line);
+  void split(std::string_view line);
+  void begin();
+  void findNames();
+  void takePoint(std::vector<TextPoint>& points);
+  [[noreturn]] void refuseLine(const std::string& problem) const;
+  [[noreturn]] void refuseColumn(std::size_t column, const std::string& problem) const;
 
   std::string path_;
+  const CoordinateNames names_;
   std::FILE* file_;
   std::int64_t line_ = 0;
-  bool begun_ = false;  // a line that is not empty was read
   int dimensions_ = 0;
-  bool hasHeading_ = false;
+  std::vector<int> layout_;               // of each column: which coordinate it is, or kOther
+  std::vector<std::string> heading_;      // names of the columns
+  std::vector<std::string_view> fields_;  // of the current line
+  std::string others_;  // other columns of the points read last, each with a comma
+  std::vector<std::size_t> othersOfPoint_;  // where they begin
 };
 
 /// Appends "1.5,2,nan\n". Numbers have as many digits as reading back needs.

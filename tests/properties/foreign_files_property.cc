@@ -68,14 +68,18 @@ void readImage(const std::string& path, test::ByteSource& choices) {
       std::equal(part.begin(), part.end(), whole.end() - static_cast<std::ptrdiff_t>(part.size())));
 }
 
-/// All points as bits, `step` at a time.
+/// All points as bits and as lines, `step` at a time.
 std::string pointsOf(const std::string& path, std::size_t step) {
   std::string all;
   std::vector<io::TextPoint> some;
-  io::PointReader reader(path);
+  io::PointReader reader(path, io::kPixelNames);
   while (reader.read(step, some)) {
-    for (const io::TextPoint& point : some) all += test::bytesOf(point);
+    for (std::size_t i = 0; i < some.size(); ++i) {
+      all += test::bytesOf(some[i]);
+      reader.append(all, i, some[i]);
+    }
   }
+  if (reader.hasHeading()) all += reader.heading(io::kWorldNames);
   return all + std::to_string(reader.dimensions());
 }
 

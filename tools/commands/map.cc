@@ -4,6 +4,7 @@
 #include <planex/foundation/rectangle.h>
 #include <planex/foundation/vec.h>
 #include <planex/infra/containers.h>
+#include <planex/io/failure.h>
 #include <planex/io/library_warnings.h>
 #include <planex/io/model_file.h>
 #include <planex/io/number_text.h>
@@ -16,6 +17,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <cstdio>
 #include <limits>
 #include <map>
 #include <memory>
@@ -51,10 +53,8 @@ const std::map<std::string, CoordinateSystem> kSystems = {
     {"calibrated", CoordinateSystem::Calibrated},
     {"aligned", CoordinateSystem::Aligned}};
 
-std::string headingOf(CoordinateSystem system, int dimensions) {
-  if (system == CoordinateSystem::Pixel)
-    return dimensions == 2 ? "column,row" : "column,profile,row";
-  return dimensions == 2 ? "X,Z" : "X,Y,Z";
+const io::CoordinateNames& namesOf(CoordinateSystem system) {
+  return system == CoordinateSystem::Pixel ? io::kPixelNames : io::kWorldNames;
 }
 
 class Mapper {
@@ -129,10 +129,12 @@ std::vector<io::TextPoint> boundsOf(const std::vector<io::TextPoint>& points) {
   return {min, max};
 }
 
-void writePoints(io::TextOutput& output, const std::vector<io::TextPoint>& points, int dimensions) {
+/// Writes what append(text, i) appends for each of `count` points.
+template <typename Append>
+void writePoints(io::TextOutput& output, std::size_t count, const Append& append) {
   std::string text;
-  for (const io::TextPoint& point : points) {
-    io::appendPoint(text, point, dimensions);
+  for (std::size_t i = 0; i < count; ++i) {
+    append(text, i);
     if (text.size() < kTextPiece) continue;
     output.write(text);
     text.clear();
@@ -142,26 +144,42 @@ void writePoints(io::TextOutput& output, const std::vector<io::TextPoint>& point
 
 void mapShape(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
   const int dimensions = options.box.empty() ? 2 : 3;
-  const std::vector<io::TextPoint> points = dimensions == 2 ? mapper.rectangle() : mapper.box();
-  output.write(headingOf(options.to, dimensions) + "\n");
-  writePoints(output, options.points ? points : boundsOf(points), dimensions);
+  const auto [x, y, z] = namesOf(options.to).names;
+  output.write(dimensions == 2 ? fmt::format("{},{}\n", x, z) : fmt::format("{},{},{}\n", x, y, z));
+  std::vector<io::TextPoint> points = dimensions == 2 ? mapper.rectangle() : mapper.box();
+  if (!options.points) points = boundsOf(points);
+  writePoints(output, points.size(), [&](std::string& text, std::size_t i) {
+    io::appendPoint(text, points[i], dimensions);
+  });
+}
+
+/// Tells of columns that were taken for want of names.
+void warnOfColumns(const MapOptions& options, const io::PointReader& reader) {
+  if (reader.hasHeading() || reader.columns() == reader.dimensions()) return;
+  const auto [x, y, z] = namesOf(options.from).names;
+  std::fputs(
+      fmt::format("planex: {}: has {} columns without names: the first are taken as {}, {} "
+                  "and {}; name those that are meant in the first line\n",
+                  io::inOneLine(io::Failure::nameOf(options.input)), reader.columns(), x, y, z)
+          .c_str(),
+      stderr);
 }
 
 void mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
-  io::PointReader reader(options.input);
+  io::PointReader reader(options.input, namesOf(options.from));
   std::vector<io::TextPoint> points;
   bool first = true;
   while (reader.read(kBlock, points)) {
-    if (first && reader.hasHeading()) {
-      output.write(headingOf(options.to, reader.dimensions()) + "\n");
-    }
+    if (first) warnOfColumns(options, reader);
+    if (first && reader.hasHeading()) output.write(reader.heading(namesOf(options.to)));
     first = false;
     if (reader.dimensions() == 2) {
       mapper.map2(points);
     } else {
       mapper.map3(points);
     }
-    writePoints(output, points, reader.dimensions());
+    writePoints(output, points.size(),
+                [&](std::string& text, std::size_t i) { reader.append(text, i, points[i]); });
   }
 }
 
@@ -222,9 +240,10 @@ void addMapCommand(CLI::App& app, Context& context) {
   CLI::App* command =
       app.add_subcommand("map", "Map points, rectangles and boxes between coordinate systems");
   command->add_option("MODEL", options->model, "Model document")->required();
-  command->add_option(
-      "POINTS", options->input,
-      "Text with a point of 2 or 3 numbers in each line; by default standard input");
+  command->add_option("POINTS", options->input,
+                      "Text with a point in each line, its columns named in the first or in their "
+                      "order; by default "
+                      "standard input");
   addSystemOption(*command, "--from", options->from, "System of the points");
   addSystemOption(*command, "--to", options->to, "System to map them to");
   command->add_option("-o,--output", options->output, "CSV file; by default standard output")
@@ -248,8 +267,15 @@ void addMapCommand(CLI::App& app, Context& context) {
   addForceOption(*command, context);
   command->footer(
       "A point is column,row or X,Z in 2D; column,profile,row or X,Y,Z in 3D, where\n"
-      "Y = profile * y-scale + y-offset. Commas, semicolons, blanks and tabs separate numbers; a\n"
-      "heading is answered with a heading.\n\n"
+      "Y = profile * y-scale + y-offset. Commas or semicolons separate columns, or blanks and "
+      "tabs\n"
+      "where a line has neither. A heading, a first line without numbers, says which column is "
+      "which:\n"
+      "column or u, profile or p, row or v; X, Y, Z; in any order and case. Without one two "
+      "columns\n"
+      "are a point in 2D, and the first three of more one in 3D. Other columns stay as they are, "
+      "in\n"
+      "their place.\n\n"
       "Examples:\n"
       "  echo 1280,512 | planex map model.json --from pixel --to calibrated\n"
       "  planex map model.json points.csv --from aligned --to pixel --y-scale 0.1 -o pixels.csv\n"
