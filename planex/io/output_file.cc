@@ -291,11 +291,14 @@ void OutputFile::commit() {
 
 void requireNoInput(const std::string& output, const std::vector<std::string>& inputs) {
   struct stat out, in;
-  if (stat(output.c_str(), &out) != 0 || !S_ISREG(out.st_mode)) return;
+  const bool printed = output == "-";
+  const int none = printed ? fstat(STDOUT_FILENO, &out) : stat(output.c_str(), &out);
+  if (none != 0 || !S_ISREG(out.st_mode)) return;
   for (const std::string& input : inputs) {
     const int failed = input == "-" ? fstat(STDIN_FILENO, &in) : stat(input.c_str(), &in);
     if (failed == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
-      throw Failure(output, "is " + Failure::nameOf(input) + ", an input; choose another name");
+      throw Failure((printed ? "standard output" : output) + ": is " + Failure::nameOf(input) +
+                    ", an input; choose another name");
     }
   }
 }

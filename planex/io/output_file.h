@@ -65,8 +65,8 @@ class PLANEX_EXPORT OutputFile {
   bool force_;
 };
 
-/// A Failure where the name of an output leads, also through links, to one of the inputs; "-" is
-/// standard input, and inputs that do not exist are no matter.
+/// A Failure where the name of an output leads, also through links, to one of the inputs. "-" is
+/// standard output or input; inputs that do not exist are no matter.
 PLANEX_EXPORT void requireNoInput(const std::string& output,
                                   const std::vector<std::string>& inputs);
 

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "tools/cli/scan_options.h"
-#include "tools/cli/scan_warnings.h"
+#include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {

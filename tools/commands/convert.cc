@@ -46,7 +46,7 @@ void runConvert(const ConvertOptions& options, const Context& context) {
                                          writer.GetErrorDescription() + "); see: planex check " +
                                          options.model);
   }
-  io::requireNoInput(options.output, {options.model});
+  io::requireNoInput(options.output.empty() ? "-" : options.output, {options.model});
   io::TextOutput output(options.output, context.force);
   output.write(stream.GetText());
   if (!options.compact) output.write("\r\n");

@@ -4,7 +4,6 @@
 #include <planex/foundation/rectangle.h>
 #include <planex/foundation/vec.h>
 #include <planex/infra/containers.h>
-#include <planex/io/failure.h>
 #include <planex/io/library_warnings.h>
 #include <planex/io/model_file.h>
 #include <planex/io/number_text.h>
@@ -17,7 +16,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
-#include <cstdio>
 #include <limits>
 #include <map>
 #include <memory>
@@ -25,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {
@@ -157,12 +156,9 @@ void mapShape(const MapOptions& options, const Mapper& mapper, io::TextOutput& o
 void warnOfColumns(const MapOptions& options, const io::PointReader& reader) {
   if (reader.hasHeading() || reader.columns() == reader.dimensions()) return;
   const auto [x, y, z] = namesOf(options.from).names;
-  std::fputs(
-      fmt::format("planex: {}: has {} columns without names: the first are taken as {}, {} "
-                  "and {}; name those that are meant in the first line\n",
-                  io::inOneLine(io::Failure::nameOf(options.input)), reader.columns(), x, y, z)
-          .c_str(),
-      stderr);
+  warn(options.input, fmt::format("has {} columns without names: the first are taken as {}, {} and "
+                                  "{}; name those that are meant in the first line",
+                                  reader.columns(), x, y, z));
 }
 
 void mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
@@ -181,6 +177,9 @@ void mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& ou
     writePoints(output, points.size(),
                 [&](std::string& text, std::size_t i) { reader.append(text, i, points[i]); });
   }
+  if (!first) return;
+  if (reader.hasHeading()) output.write(reader.heading(namesOf(options.to)));
+  warn(options.input, "holds no points");
 }
 
 void runMap(const MapOptions& options, const Context& context) {
@@ -199,7 +198,7 @@ void runMap(const MapOptions& options, const Context& context) {
   }
   const CalibrationModel model = io::loadModel(options.model);
   const Mapper mapper(options, model);
-  io::requireNoInput(options.output, {options.model, options.input});
+  io::requireNoInput(options.output.empty() ? "-" : options.output, {options.model, options.input});
   io::TextOutput output(options.output, context.force);
   if (shape) {
     mapShape(options, mapper, output);

@@ -24,7 +24,7 @@
 #include "tools/cli/picture_options.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
-#include "tools/cli/scan_warnings.h"
+#include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {

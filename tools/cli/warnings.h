@@ -11,6 +11,9 @@ namespace planex::tools {
 // What a result rests on that may not be meant: a line with the figure on standard error, and no
 // failure. It is told behind the results, with --quiet, too.
 
+/// Tells something of a file.
+void warn(const std::string& file, const std::string& text);
+
 /// Tells of the columns and rows of a region that the sensor does not have, if there are any.
 void warnOfRegion(const datafusion::planex::CalibrationModel& model, const std::string& modelName,
                   const datafusion::planex::SensorRegion& region);

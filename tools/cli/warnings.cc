@@ -1,4 +1,4 @@
-#include "tools/cli/scan_warnings.h"
+#include "tools/cli/warnings.h"
 
 #include <fmt/format.h>
 #include <planex/io/failure.h>
@@ -10,12 +10,6 @@ namespace {
 
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::SensorRegion;
-
-void warn(const std::string& file, const std::string& text) {
-  std::fputs(
-      fmt::format("planex: {}: {}\n", io::inOneLine(io::Failure::nameOf(file)), text).c_str(),
-      stderr);
-}
 
 void warnOfExtent(const std::string& modelName, const scan::SensorExtent& extent, int sensorSize,
                   const char* what, const char* options) {
@@ -42,6 +36,12 @@ void warnOfColumns(const scan::RangeScan& source) {
 }
 
 }  // namespace
+
+void warn(const std::string& file, const std::string& text) {
+  std::fputs(
+      fmt::format("planex: {}: {}\n", io::inOneLine(io::Failure::nameOf(file)), text).c_str(),
+      stderr);
+}
 
 void warnOfRegion(const CalibrationModel& model, const std::string& modelName,
                   const SensorRegion& region) {
