@@ -131,11 +131,13 @@ void PointReader::split(std::string_view line) {
   }
   if (commas || semicolons) {
     const char separator = commas ? ',' : ';';
-    for (std::size_t end = 0; end != std::string_view::npos; line.remove_prefix(end + 1)) {
-      end = line.find(separator);
+    std::size_t end = 0;
+    while ((end = line.find(separator)) != std::string_view::npos) {
       fields_.push_back(trimmed(line.substr(0, end)));
-      if (end == std::string_view::npos) return;
+      line.remove_prefix(end + 1);
     }
+    fields_.push_back(trimmed(line));
+    return;
   }
   for (line = trimmed(line); !line.empty();) {
     const std::size_t end = std::min(line.find_first_of(kBlanks), line.size());
@@ -146,8 +148,9 @@ void PointReader::split(std::string_view line) {
 
 void PointReader::begin() {
   if (std::any_of(fields_.begin(), fields_.end(), isNumber)) {
-    if (fields_.size() < 2)
+    if (fields_.size() < 2) {
       refuseLine(", " + shown(fields_[0]) + ", is no point of 2 or 3 numbers; correct it");
+    }
     dimensions_ = fields_.size() == 2 ? 2 : 3;
     layout_.assign(fields_.size(), kOther);
     for (int i = 0; i < dimensions_; ++i) layout_[static_cast<std::size_t>(i)] = i;
