@@ -79,10 +79,13 @@ void warnOfMap(const std::string& map, const datafusion::planex::HeightGrid& gri
                                     grid.levels.origin + 65535 * grid.levels.scale);
   if (filled == 0) {
     const bool missed = share.inColumns == share.outsideLevels;
-    warn(map, missed ? fmt::format("no cell is filled: none of {} points lies in {} and {}; check "
-                                   "--x-range, --z-range and the sensor region",
-                                   share.points, x, z)
-                     : "no cell is filled: the intensity of all points is 0");
+    warn(map, missed
+                  ? fmt::format("no cell is filled: none of {} points lies in {} and {}; check "
+                                "--x-range, --z-range and the sensor region",
+                                share.points, x, z)
+                  : fmt::format("no cell is filled, though points lie in {} and {}; check --mode "
+                                "and --intensity",
+                                x, z));
     return;
   }
   if (share.outsideLevels * 1000 <= share.inColumns) return;
