@@ -11,7 +11,7 @@ namespace planex::io {
 /// @{
 /// Open a file whose first bytes say that it is of that kind.
 std::unique_ptr<ImageReader> openPng(const std::string& path);
-std::unique_ptr<ImageReader> openTiff(const std::string& path);
+std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples);
 std::unique_ptr<ImageReader> openPgm(const std::string& path);
 /// @}
 

@@ -12,7 +12,13 @@
 namespace planex::io {
 namespace {
 
-using Opener = std::unique_ptr<ImageReader> (*)(const std::string& path);
+using Opener = std::unique_ptr<ImageReader> (*)(const std::string& path, Samples samples);
+
+/// A kind of file that holds integers only.
+template <std::unique_ptr<ImageReader> (*kOpen)(const std::string& path)>
+std::unique_ptr<ImageReader> integersOf(const std::string& path, Samples /*samples*/) {
+  return kOpen(path);
+}
 
 struct Signature {
   std::array<unsigned char, 8> bytes;
@@ -21,23 +27,23 @@ struct Signature {
 };
 
 constexpr Signature kSignatures[] = {
-    {{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'}, 8, openPng},
+    {{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'}, 8, integersOf<openPng>},
     {{'I', 'I', 42, 0}, 4, openTiff},  // little endian, and big
     {{'M', 'M', 0, 42}, 4, openTiff},
     {{'I', 'I', 43, 0}, 4, openTiff},  // 64-bit offsets
     {{'M', 'M', 0, 43}, 4, openTiff},
-    {{'P', '5'}, 2, openPgm},
+    {{'P', '5'}, 2, integersOf<openPgm>},
 };
 
 }  // namespace
 
-std::unique_ptr<ImageReader> ImageReader::open(const std::string& path) {
+std::unique_ptr<ImageReader> ImageReader::open(const std::string& path, Samples samples) {
   std::array<unsigned char, 8> bytes{};
   const std::size_t count = InputFile(path).readAt(0, bytes.data(), bytes.size());
   for (const Signature& signature : kSignatures) {
     if (count >= signature.count &&
         std::equal(bytes.begin(), bytes.begin() + signature.count, signature.bytes.begin())) {
-      return signature.open(path);
+      return signature.open(path, samples);
     }
   }
   throw Failure(path + ": is not a PNG, TIFF or binary PGM image; convert it to one of these");

@@ -11,11 +11,17 @@
 
 namespace planex::io {
 
+/// Which samples a reader of images takes.
+enum class Samples {
+  kIntegers,           ///< 8 or 16 bits without sign: range images and intensities
+  kIntegersAndFloats,  ///< float32 of a TIFF, too: height maps
+};
+
 /// What the header of a greyscale image file announces.
 struct ImageShape {
   int width = 0;                                        ///< columns
   int height = 0;                                       ///< rows
-  cmnalg::ImageType type = cmnalg::IMAGE_TYPE_INVALID;  ///< UINT8 or UINT16
+  cmnalg::ImageType type = cmnalg::IMAGE_TYPE_INVALID;  ///< UINT8, UINT16 or FLOAT32
 
   /// Bytes of one row without padding.
   std::size_t rowBytes() const {
@@ -23,8 +29,8 @@ struct ImageShape {
   }
 };
 
-/// Reads a greyscale image of 8 or 16 bits row by row: PNG, TIFF or PGM, told apart by the first
-/// bytes of the file.
+/// Reads a greyscale image of 8 or 16 bits, or of floats where that is asked for, row by row: PNG,
+/// TIFF or PGM, told apart by the first bytes of the file.
 ///
 /// Nothing in the file is trusted. Opening refuses, with a Failure that names the file, what is no
 /// regular file, no image of these kinds, or announces more pixels than a file of its size can
@@ -36,7 +42,8 @@ class PLANEX_EXPORT ImageReader {
   static constexpr int kMaximumColumns = 1 << 20;
 
   /// Opens a file, and reads what it announces.
-  static std::unique_ptr<ImageReader> open(const std::string& path);
+  static std::unique_ptr<ImageReader> open(const std::string& path,
+                                           Samples samples = Samples::kIntegers);
 
   virtual ~ImageReader() = default;
   ImageReader(const ImageReader&) = delete;

@@ -57,8 +57,11 @@ const char* meaningOf(const Meaning (&table)[kSize], std::uint16_t value) {
 /// a file of one large strip needs no more memory than others.
 class TiffReader final : public ImageReader {
  public:
-  explicit TiffReader(const std::string& path)
-      : ImageReader(path), file_(path), tiff_(path, "rm") {  // m: not mapped into memory
+  TiffReader(const std::string& path, Samples samples)
+      : ImageReader(path),
+        samples_(samples),
+        file_(path),
+        tiff_(path, "rm") {  // m: not mapped into memory
     if (tiff_.get() == nullptr) refuseDamaged(tiff_.error());
     checkLayout();
     std::uint32_t width = 0, height = 0;
@@ -66,7 +69,10 @@ class TiffReader final : public ImageReader {
     TIFFGetField(tiff_.get(), TIFFTAG_IMAGEWIDTH, &width);
     TIFFGetField(tiff_.get(), TIFFTAG_IMAGELENGTH, &height);
     TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_BITSPERSAMPLE, &bits);
-    announce(width, height, bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16);
+    announce(width, height,
+             bits == 8    ? cmnalg::IMAGE_TYPE_UINT8
+             : bits == 16 ? cmnalg::IMAGE_TYPE_UINT16
+                          : cmnalg::IMAGE_TYPE_FLOAT32);
     checkStrips();
     // Decodes row by row: the other decoder takes a strip of one row as a whole, and leaves the row
     // as it was where the strip holds more.
@@ -83,6 +89,11 @@ class TiffReader final : public ImageReader {
     std::uint16_t value = 0;
     TIFFGetFieldDefaulted(tiff_.get(), name, &value);
     return value;
+  }
+
+  bool isFloat() const {
+    return samples_ == Samples::kIntegersAndFloats && tag(TIFFTAG_BITSPERSAMPLE) == 32 &&
+           tag(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_IEEEFP;
   }
 
   void checkLayout() const {
@@ -126,12 +137,12 @@ class TiffReader final : public ImageReader {
              kGreyscale);
     }
     const std::uint16_t format = tag(TIFFTAG_SAMPLEFORMAT), bits = tag(TIFFTAG_BITSPERSAMPLE);
-    if (format != SAMPLEFORMAT_UINT) {
+    if (format != SAMPLEFORMAT_UINT && !isFloat()) {
       const char* const meaning = meaningOf(kSampleFormats, format);
       refuse(std::string(meaning != nullptr ? meaning : "has values of unknown format") +
              "; convert it" + kGreyscale);
     }
-    if (bits != 8 && bits != 16) {
+    if (bits != 8 && bits != 16 && !isFloat()) {
       refuse("has " + std::to_string(bits) + " bits a value; convert it" + kGreyscale);
     }
     const std::uint16_t samples = tag(TIFFTAG_SAMPLESPERPIXEL);
@@ -198,8 +209,11 @@ class TiffReader final : public ImageReader {
         TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(row_ / rowsPerStrip_));
     const std::uint64_t offset = strip + static_cast<std::uint64_t>(row_ % rowsPerStrip_) * bytes;
     if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
-    if (shape().type == cmnalg::IMAGE_TYPE_UINT16 && TIFFIsByteSwapped(tiff_.get()) != 0) {
+    if (TIFFIsByteSwapped(tiff_.get()) == 0) return;
+    if (shape().type == cmnalg::IMAGE_TYPE_UINT16) {
       TIFFSwabArrayOfShort(static_cast<std::uint16_t*>(row), shape().width);
+    } else if (shape().type == cmnalg::IMAGE_TYPE_FLOAT32) {
+      TIFFSwabArrayOfLong(static_cast<std::uint32_t*>(row), shape().width);
     }
   }
 
@@ -213,6 +227,7 @@ class TiffReader final : public ImageReader {
     }
   }
 
+  const Samples samples_;
   InputFile file_;
   TiffFile tiff_;
   bool plain_ = false;
@@ -222,8 +237,8 @@ class TiffReader final : public ImageReader {
 
 }  // namespace
 
-std::unique_ptr<ImageReader> openTiff(const std::string& path) {
-  return std::make_unique<TiffReader>(path);
+std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples) {
+  return std::make_unique<TiffReader>(path, samples);
 }
 
 }  // namespace planex::io
