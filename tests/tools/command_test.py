@@ -15,6 +15,8 @@ import tempfile
 import time
 import unittest
 
+import numpy as np
+
 import documents
 import scans
 from scans import MODEL, SENSOR, Y
@@ -73,6 +75,40 @@ class Command(InFolder):
                     scans.save(self.folder / f"image.{name}", values, **options)
                     self.assertEqual(points(name, "--block", 7), whole)
                     self.assertEqual(points(name, "--rows", "11:30"), part)
+
+    def test_statistics_are_those_of_numpy(self):
+        row, column = np.indices((700, 1600))  # some blocks, far from the origin
+        noise = np.random.default_rng(1).exponential(200, row.shape)
+        x, y = -3e5 + 0.1 * column, 4e6 - 0.05 * row
+        part = (x >= -299990) & (x <= -299950) & (y >= 3999970) & (y <= 3999990)
+        for name, kind, gap, scale in (("map.png", "u2", 0, 0.001), ("map.tif", ">f4", -9999, 1)):
+            values = np.where((column * 7 + row) % 11 == 0, gap, 20000 + 3 * column - 7 * row + noise)
+            scans.save(self.folder / name, values.astype(kind))
+            (self.folder / f"{name}.json").write_text(json.dumps({
+                "content": "height map", "unit": "mm", "columns": 1600, "rows": 700, "missing": gap,
+                "transform": {"scaleX": 0.1, "originX": -3e5, "scaleY": -0.05, "originY": 4e6,
+                              "scaleZ": scale, "originZ": 7000}}))
+            for where, options in ((values != gap, []), ((values != gap) & part, [
+                    "--rect", "-299950,3999970,-299990,3999990"])):
+                found = [subprocess.check_output(
+                    [PLANEX, "stats", self.folder / name, "--json", "--threads", threads, *options])
+                    for threads in "17"]
+                self.assertEqual(*found)
+                found, z = json.loads(found[0]), scale * values.astype(kind)[where].astype("f8") + 7000
+                at = np.stack([x[where], y[where]]) - [[x[where].mean()], [y[where].mean()]]
+                b, c = np.linalg.solve(at @ at.T, at @ (z - z.mean()))
+                e = z - z.mean() - b * at[0] - c * at[1]
+                sq = np.sqrt(np.mean(e ** 2))
+                wanted = [z.size, z.min(), z.max(), z.mean(), np.median(z),
+                          *np.percentile(z, [1, 5, 25, 75, 95, 99]), b, c,
+                          z.mean() - b * x[where].mean() - c * y[where].mean(),
+                          np.degrees(np.arctan(c)), sq, np.mean(abs(e)), np.ptp(e), e.max(), -e.min(),
+                          np.mean(e ** 3) / sq ** 3, np.mean(e ** 4) / sq ** 4]
+                plane = found["plane"]
+                np.testing.assert_allclose(
+                    [found[key] for key in ("filled", "minimum", "maximum", "mean", "median")]
+                    + [*found["percentiles"].values(), plane["b"], plane["c"], plane["a"],
+                       plane["tiltY"], *found["roughness"].values()], wanted, rtol=1e-9)
 
     def unfinished(self, child):
         """What it writes: a file without a name, or where there are none, with a hidden one."""

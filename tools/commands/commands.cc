@@ -13,8 +13,8 @@ void addCommands(CLI::App& app, Context& context) {
   app.require_subcommand(1);
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
   for (const auto addCommand :
-       {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addMapCommand,
-        addBoundsCommand, addConvertCommand, addDiffCommand}) {
+       {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addProfileCommand,
+        addStatsCommand, addMapCommand, addBoundsCommand, addConvertCommand, addDiffCommand}) {
     addCommand(app, context);
   }
 }

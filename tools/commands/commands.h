@@ -20,7 +20,9 @@ void addConvertCommand(CLI::App& app, Context& context);
 void addDiffCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 void addMapCommand(CLI::App& app, Context& context);
+void addProfileCommand(CLI::App& app, Context& context);
 void addRectifyCommand(CLI::App& app, Context& context);
+void addStatsCommand(CLI::App& app, Context& context);
 /// @}
 
 }  // namespace planex::tools

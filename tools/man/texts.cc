@@ -312,6 +312,7 @@ const std::map<std::string, std::string> kCompletions = {
     {"OUT", "*.npy *.pcd *.ply *.tif *.tiff"},
     {"PICTURE", "*.png *.svg"},
     {"POINTS", "*"},
+    {"PROFILE", "*.csv *.png *.svg"},
     {"RANGE", "*.pgm *.png *.tif *.tiff"},
     {"UNIT", "mm um cm m in"},
 };

@@ -1,0 +1,152 @@
+#include "planex/scan/height_map.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "planex/io/failure.h"
+#include "planex/io/json_value.h"
+#include "planex/io/model_file.h"
+
+namespace planex::scan {
+namespace {
+
+using io::Failure;
+
+/// The JSON file beside a map.
+class Description {
+ public:
+  explicit Description(const std::string& map) : path_(map + ".json") {
+    if (access(path_.c_str(), F_OK) != 0) {
+      throw Failure(map, "has no " + io::inOneLine(path_) +
+                             " beside it, which says what its numbers mean; copy it, too");
+    }
+    json_.reset(cJSON_Parse(io::readTextFile(path_).c_str()));
+    if (json_ == nullptr) refuse("is not JSON; write the map again");
+    if (text(json_.get(), "content") != "height map") {
+      refuse("describes no height map; give one that planex rectify wrote");
+    }
+  }
+
+  /// What stands in the object "transform" for one of the axes X, Y and Z.
+  io::Axis axis(char name) const {
+    const cJSON* const transform = cJSON_GetObjectItemCaseSensitive(json_.get(), "transform");
+    return {number(transform, std::string("scale") + name),
+            number(transform, std::string("origin") + name)};
+  }
+
+  std::string unit() const { return text(json_.get(), "unit"); }
+
+  void requireSize(const io::ImageShape& shape) const {
+    if (number(json_.get(), "columns") == shape.width &&
+        number(json_.get(), "rows") == shape.height) {
+      return;
+    }
+    refuse("describes a map of another size; write the map again");
+  }
+
+  /// The stored value of cells without height.
+  double missing() const {
+    const cJSON* const item = cJSON_GetObjectItemCaseSensitive(json_.get(), "missing");
+    if (cJSON_IsString(item) != 0 && text(json_.get(), "missing") == "NaN") return std::nan("");
+    return number(json_.get(), "missing");
+  }
+
+  [[noreturn]] void refuse(const std::string& problem) const { throw Failure(path_, problem); }
+
+ private:
+  double number(const cJSON* object, const std::string& name) const {
+    const cJSON* const item = cJSON_GetObjectItemCaseSensitive(object, name.c_str());
+    if (cJSON_IsNumber(item) == 0 || !std::isfinite(item->valuedouble)) {
+      refuse("its member " + name + " is no number; write the map again");
+    }
+    return item->valuedouble;
+  }
+
+  std::string text(const cJSON* object, const char* name) const {
+    const char* const value = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, name));
+    if (value == nullptr)
+      refuse(std::string("its member ") + name + " is no text; write the map again");
+    return io::inOneLine(value);
+  }
+
+  std::string path_;
+  io::JsonValue json_;
+};
+
+template <typename Sample>
+void convert(const char* samples, std::size_t count, float missing, float* values) {
+  const auto* const from = reinterpret_cast<const Sample*>(samples);
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto value = static_cast<float>(from[i]);
+    values[i] =
+        value == missing || !std::isfinite(value) ? std::numeric_limits<float>::quiet_NaN() : value;
+  }
+}
+
+/// The indices [first, end) of 0 ... count - 1 whose places on the axis are in [least, most].
+std::pair<int, int> indicesIn(const io::Axis& axis, int count, double least, double most) {
+  const auto place = [&](int i) { return axis.scale * i + axis.origin; };
+  const auto isIn = [&](int i) { return place(i) >= least && place(i) <= most; };
+  // Near one of the ends, where rounding decides, the formula of the places does.
+  const double a = (least - axis.origin) / axis.scale, b = (most - axis.origin) / axis.scale;
+  const auto near = [count](double index) {
+    return static_cast<int>(std::clamp(index, 0.0, static_cast<double>(count)));
+  };
+  int first = near(std::floor(std::min(a, b)) - 1), end = near(std::ceil(std::max(a, b)) + 2);
+  while (first < end && !isIn(first)) ++first;
+  while (end > first && !isIn(end - 1)) --end;
+  return {first, end};
+}
+
+}  // namespace
+
+HeightMap::HeightMap(const std::string& path)
+    : image_(io::ImageReader::open(path, io::Samples::kIntegersAndFloats)) {
+  const Description description(path);
+  description.requireSize(image_->shape());
+  x_ = description.axis('X');
+  y_ = description.axis('Y');
+  z_ = description.axis('Z');
+  if (x_.scale == 0 || y_.scale == 0 || !(z_.scale > 0)) {
+    description.refuse("has a scale of X or Y that is 0, or of Z that is not above 0; correct it");
+  }
+  missing_ = static_cast<float>(description.missing());
+  unit_ = description.unit();
+}
+
+std::optional<CellRange> HeightMap::cellsIn(const WorldRectangle& rectangle) const {
+  const auto [firstColumn, endColumn] = indicesIn(x_, columns(), rectangle.xMin, rectangle.xMax);
+  const auto [firstRow, endRow] = indicesIn(y_, rows(), rectangle.yMin, rectangle.yMax);
+  if (firstColumn == endColumn || firstRow == endRow) return std::nullopt;
+  return CellRange{firstColumn, endColumn, firstRow, endRow};
+}
+
+WorldRectangle HeightMap::centresOf(const CellRange& range) const {
+  const auto ends = [](const io::Axis& axis, int first, int end) {
+    return std::minmax({axis.scale * first + axis.origin, axis.scale * (end - 1) + axis.origin});
+  };
+  const auto [xMin, xMax] = ends(x_, range.firstColumn, range.endColumn);
+  const auto [yMin, yMax] = ends(y_, range.firstRow, range.endRow);
+  return {xMin, yMin, xMax, yMax};
+}
+
+void HeightMap::readRows(int first, int count, float* values) {
+  const std::size_t cells = static_cast<std::size_t>(count) * static_cast<std::size_t>(columns());
+  samples_.resize(static_cast<std::size_t>(count) * image_->shape().rowBytes());
+  image_->readRows(first, count, samples_.data());
+  switch (image_->shape().type) {
+    case cmnalg::IMAGE_TYPE_UINT8:
+      return convert<std::uint8_t>(samples_.data(), cells, missing_, values);
+    case cmnalg::IMAGE_TYPE_UINT16:
+      return convert<std::uint16_t>(samples_.data(), cells, missing_, values);
+    default:
+      return convert<float>(samples_.data(), cells, missing_, values);
+  }
+}
+
+}  // namespace planex::scan

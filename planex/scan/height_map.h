@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "planex/infra/export.h"
+#include "planex/io/image_reader.h"
+#include "planex/io/raster.h"
+
+namespace planex::scan {
+
+/// A rectangle in the world.
+struct WorldRectangle {
+  double xMin, yMin, xMax, yMax;
+};
+
+/// Columns firstColumn ... endColumn - 1 of rows firstRow ... endRow - 1 of a map.
+struct CellRange {
+  int firstColumn, endColumn, firstRow, endRow;
+
+  int columns() const { return endColumn - firstColumn; }
+  int rows() const { return endRow - firstRow; }
+};
+
+/// A height map in a file: levels of 16 bits in a PNG or TIFF, or float32 in a TIFF. What its
+/// numbers mean says the JSON file beside it, MAP.json:
+///
+///     X = scaleX column + originX,   Y = scaleY row + originY,   Z = scaleZ value + originZ
+///
+/// A Failure for an image that cannot be read; for a file beside it that is missing, no description
+/// of a height map or of one of another size; and for members that are missing, of another type, no
+/// finite numbers, 0 where they are scales of X and Y, or not above 0 as the scale of Z.
+class PLANEX_EXPORT HeightMap {
+ public:
+  explicit HeightMap(const std::string& path);
+
+  /// The name of the file, as it was given.
+  const std::string& path() const { return image_->path(); }
+  int columns() const { return image_->shape().width; }
+  int rows() const { return image_->shape().height; }
+  /// @{
+  /// Where the centres of the cells lie, and what stored values mean.
+  const io::Axis& x() const { return x_; }
+  const io::Axis& y() const { return y_; }
+  const io::Axis& z() const { return z_; }
+  /// @}
+  /// Of all lengths.
+  const std::string& unit() const { return unit_; }
+
+  /// All cells.
+  CellRange allCells() const { return {0, columns(), 0, rows()}; }
+  /// The cells whose centres lie in the rectangle, or on its border; nothing where there is none.
+  std::optional<CellRange> cellsIn(const WorldRectangle& rectangle) const;
+
+  /// From the centre of a cell in one corner of the range to that in the other.
+  WorldRectangle centresOf(const CellRange& range) const;
+
+  /// Reads stored values, row by row without padding; NaN where there is no height. A float has
+  /// place for every value of 16 bits.
+  /// @param values count * columns() numbers
+  void readRows(int first, int count, float* values);
+
+ private:
+  std::unique_ptr<io::ImageReader> image_;
+  io::Axis x_, y_, z_;
+  float missing_ = 0;
+  std::string unit_;
+  std::vector<char> samples_;
+};
+
+}  // namespace planex::scan

@@ -1,0 +1,176 @@
+#include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/model_file.h>
+#include <planex/io/output_file.h>
+#include <planex/io/raster.h>
+#include <planex/io/text_output.h>
+#include <planex/scan/height_map.h>
+#include <planex/scan/profile.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "planex/report/profile_plot.h"
+#include "tools/cli/picture_options.h"
+#include "tools/cli/scan_options.h"
+#include "tools/commands/commands.h"
+
+namespace planex::tools {
+namespace {
+
+struct ProfileOptions {
+  std::string model, range, output, intensity;
+  std::optional<int> row;
+  std::optional<double> at;
+  bool dropMissing = false;
+  scan::SensorSettings sensor;
+  YOptions y;
+};
+
+/// A profile with what is to be said of it.
+struct Found {
+  scan::Profile profile;
+  int row = 0;
+  double y = 0;
+  std::string unit;
+};
+
+bool isPicture(const ProfileOptions& options) {
+  return !options.output.empty() && options.output != "-" && io::endingOf(options.output) != ".csv";
+}
+
+void checkOptions(const ProfileOptions& options) {
+  if (!options.row && !options.at) throw CLI::RequiredError("--row or --at");
+  if (!isPicture(options)) return;
+  if (!report::pictureFormatOf(options.output)) {
+    throw CLI::ValidationError("--output",
+                               "'" + options.output + "' ends neither in .csv, .png nor .svg");
+  }
+  if (!options.intensity.empty() || options.dropMissing) {
+    throw CLI::ValidationError(options.dropMissing ? "--drop-missing" : "--intensity",
+                               "needs an output .csv");
+  }
+}
+
+/// The row that is asked for.
+int rowOf(const ProfileOptions& options, const scan::YPositions& y, int rows) {
+  if (options.row) {
+    if (*options.row < rows) return *options.row;
+    throw CLI::ValidationError(
+        "--row", fmt::format("{} is none of the rows 0 to {}", *options.row, rows - 1));
+  }
+  const int row = nearestRow(y, rows, *options.at);
+  if (row >= 0) return row;
+  throw CLI::ValidationError("--at",
+                             fmt::format("no row is near {:.6g}; the first one has Y {:.6g}, "
+                                         "the last one {:.6g}",
+                                         *options.at, y.at(0), y.at(rows - 1)));
+}
+
+Found profileOfMap(const ProfileOptions& options) {
+  scan::HeightMap map(options.model);
+  const scan::YPositions y(map.y());
+  const int row = rowOf(options, y, map.rows());
+  return {readProfile(map, row), row, y.at(row), map.unit()};
+}
+
+Found profileOfScan(const ProfileOptions& options, const Context& context) {
+  const auto model = io::loadModel(options.model);
+  const auto range = io::ImageReader::open(options.range);
+  std::optional<scan::IntensityImage> intensity;
+  if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
+  const scan::RangeScan source(
+      model, options.model, *range,
+      scan::resolveSensor(options.sensor, options.range, model, options.model));
+  const scan::YPositions y = resolveY(options.y, range->shape().height);
+  const int row = rowOf(options, y, range->shape().height);
+  return {readProfile(source, intensity ? &*intensity : nullptr, row), row, y.at(row),
+          context.unit};
+}
+
+void write(const ProfileOptions& options, const Context& context, const Found& found) {
+  const std::string& source = options.range.empty() ? options.model : options.range;
+  if (!options.output.empty() && options.output != "-") {
+    io::requireNoInput(options.output, {options.model, options.range, source + ".json",
+                                        options.sensor.sidecar, options.intensity, options.y.file});
+  }
+  if (!isPicture(options)) {
+    io::TextOutput out(options.output, context.force);
+    out.write(found.profile.toCsv(options.dropMissing));
+    return out.commit();
+  }
+  if (found.profile.measured == 0) {
+    throw io::Failure(source,
+                      fmt::format("nothing was measured in row {}; choose another row", found.row));
+  }
+  io::OutputFile file(options.output, context.force);
+  file.write(drawProfile(
+      found.profile,
+      fmt::format("Row {} of {}, Y = {:.6g} {}", found.row, source, found.y, found.unit),
+      found.unit, pictureFormat("--output", options.output)));
+  file.commit();
+}
+
+void runProfile(const ProfileOptions& options, const Context& context) {
+  checkOptions(options);
+  const Found found =
+      options.range.empty() ? profileOfMap(options) : profileOfScan(options, context);
+  write(options, context, found);
+  warnOfValuesOutside(found.profile.outside, options.range);
+  if (!options.at || context.quiet) return;
+  std::fputs(fmt::format("planex: row {}, Y {:.6g} {}, is the nearest to {:.6g}\n", found.row,
+                         found.y, found.unit, *options.at)
+                 .c_str(),
+             stderr);
+}
+
+}  // namespace
+
+void addProfileCommand(CLI::App& app, Context& context) {
+  const auto options = std::make_shared<ProfileOptions>();
+  CLI::App* command =
+      app.add_subcommand("profile", "Write or draw one row of a scan, calibrated, or of a map");
+  command
+      ->add_option("MODEL", options->model,
+                   "Model document; without RANGE a height map, with HEIGHT.json beside it")
+      ->required();
+  CLI::Option* range =
+      command->add_option("RANGE", options->range, "Range image: PNG, TIFF or PGM of 8 or 16 bits");
+  CLI::Option* row = command->add_option("--row", options->row, "Row, counted from 0")
+                         ->check(CLI::Range(0, std::numeric_limits<int>::max()))
+                         ->type_name("N");
+  addNumberOption(*command, "--at", options->at, "The row whose Y is the nearest to this")
+      ->excludes(row);
+  command
+      ->add_option("-o,--output", options->output,
+                   "File: .csv, or the profile drawn as .png or .svg [CSV on standard output]")
+      ->type_name("PROFILE");
+  command->add_option("--intensity", options->intensity, "Image with the intensity of every point")
+      ->type_name("IMAGE")
+      ->needs(range);
+  command->add_flag("--drop-missing", options->dropMissing,
+                    "Leave out what was not measured; else its fields are empty");
+  addYOptions(*command, options->y, true);
+  addSensorOptions(*command, options->sensor);
+  addUnitOption(*command, context);
+  for (CLI::Option* option : command->get_options()) {  // a map says all that itself
+    const std::string& name = option->get_name();
+    if (option->get_group() == "Sensor" || name.rfind("--y-", 0) == 0 || name == "--unit") {
+      option->needs(range);
+    }
+  }
+  addForceOption(*command, context);
+  addQuietOption(*command, context);
+  command->footer(
+      "Examples:\n"
+      "  planex profile model.json range.png --row 120 > profile.csv\n"
+      "  planex profile model.json range.png --at 12.5 --y-scale 0.1 -o profile.png\n"
+      "  planex profile height.tif --at 12.5 -o profile.svg");
+  command->callback([options, &context] { runProfile(*options, context); });
+}
+
+}  // namespace planex::tools

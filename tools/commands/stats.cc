@@ -1,0 +1,203 @@
+#include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+#include <planex/io/number_text.h>
+#include <planex/scan/height_map.h>
+#include <planex/scan/map_statistics.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/cli/progress.h"
+#include "tools/commands/commands.h"
+
+namespace planex::tools {
+namespace {
+
+using scan::HeightMap;
+using scan::MapStatistics;
+
+struct StatsOptions {
+  std::string map, rectangle;
+  bool json = false;
+};
+
+scan::CellRange rangeOf(const StatsOptions& options, const HeightMap& map) {
+  if (options.rectangle.empty()) return map.allCells();
+  const auto numbers = io::parseNumberList(options.rectangle);
+  if (!numbers || numbers->size() != 4) {
+    throw CLI::ValidationError("--rect", "'" + options.rectangle + "' is no list of 4 numbers");
+  }
+  const auto [xMin, xMax] = std::minmax((*numbers)[0], (*numbers)[2]);
+  const auto [yMin, yMax] = std::minmax((*numbers)[1], (*numbers)[3]);
+  if (const auto range = map.cellsIn({xMin, yMin, xMax, yMax})) return *range;
+  const scan::WorldRectangle all = map.centresOf(map.allCells());
+  throw CLI::ValidationError(
+      "--rect", fmt::format("'{}' holds no centre of a cell; the map has X {:.6g} to {:.6g} {}, "
+                            "Y {:.6g} to {:.6g} {}",
+                            options.rectangle, all.xMin, all.xMax, map.unit(), all.yMin, all.yMax,
+                            map.unit()));
+}
+
+double coverage(const MapStatistics& s) {
+  return 100 * static_cast<double>(s.filled) / static_cast<double>(s.cells);
+}
+
+std::string plainText(const HeightMap& map, const scan::CellRange& range, const MapStatistics& s) {
+  const std::string& unit = map.unit();
+  const scan::WorldRectangle area = map.centresOf(range);
+  std::string text;
+  const auto line = [&text](const std::string& title, const std::string& value) {
+    text += fmt::format("{:<19}{}\n", title, value);
+  };
+  const auto length = [&](const std::string& title, double value) {
+    line(title, fmt::format("{:.6g} {}", value, unit));
+  };
+  line("size", fmt::format("{} columns of {:.6g} {}, {} rows of {:.6g} {}", range.columns(),
+                           map.x().scale, unit, range.rows(), map.y().scale, unit));
+  line("area", fmt::format("X {:.6g} to {:.6g} {}, Y {:.6g} to {:.6g} {}", area.xMin, area.xMax,
+                           unit, area.yMin, area.yMax, unit));
+  line("coverage", fmt::format("{:.1f} %, {} filled of {} cells", coverage(s), s.filled, s.cells));
+  length("minimum", s.minimum);
+  length("maximum", s.maximum);
+  length("mean", s.mean);
+  for (std::size_t i = 0; i < s.percentiles.size(); ++i) {
+    length(scan::kPercents[i] == 50 ? "median" : fmt::format("percentile {}", scan::kPercents[i]),
+           s.percentiles[i]);
+  }
+  if (!s.plane) {
+    line("plane", "none: it takes three filled cells that are not on one line");
+    return text;
+  }
+  line("plane", fmt::format("Z = a + b X + c Y, a {:.6g} {}, b {:.6g}, c {:.6g}", s.plane->a, unit,
+                            s.plane->b, s.plane->c));
+  line("tilt", fmt::format("{:.6g} degrees, {:.6g} along X, {:.6g} along Y", s.plane->tilt(),
+                           s.plane->tiltX(), s.plane->tiltY()));
+  length("Sq", s.roughness->sq);
+  length("Sa", s.roughness->sa);
+  length("Sz", s.roughness->sz);
+  length("Sp", s.roughness->sp);
+  length("Sv", s.roughness->sv);
+  const auto share = [](const std::optional<double>& value) {
+    return value ? fmt::format("{:.6g}", *value) : std::string("none: the plane has no residuals");
+  };
+  line("Ssk", share(s.roughness->ssk));
+  line("Sku", share(s.roughness->sku));
+  return text;
+}
+
+void add(const io::JsonObject& object, const char* name, const std::optional<double>& value) {
+  if (value) {
+    object.add(name, *value);
+  } else {
+    object.addNull(name);
+  }
+}
+
+void addPlane(const io::JsonObject& root, const MapStatistics& s) {
+  if (!s.plane) {
+    root.addNull("plane");
+    root.addNull("roughness");
+    return;
+  }
+  const io::JsonObject plane = root.addObject("plane");
+  plane.add("a", s.plane->a);
+  plane.add("b", s.plane->b);
+  plane.add("c", s.plane->c);
+  plane.add("tilt", s.plane->tilt());
+  plane.add("tiltX", s.plane->tiltX());
+  plane.add("tiltY", s.plane->tiltY());
+  const io::JsonObject roughness = root.addObject("roughness");
+  roughness.add("Sq", s.roughness->sq);
+  roughness.add("Sa", s.roughness->sa);
+  roughness.add("Sz", s.roughness->sz);
+  roughness.add("Sp", s.roughness->sp);
+  roughness.add("Sv", s.roughness->sv);
+  add(roughness, "Ssk", s.roughness->ssk);
+  add(roughness, "Sku", s.roughness->sku);
+}
+
+std::string jsonText(const HeightMap& map, const scan::CellRange& range, const MapStatistics& s) {
+  io::JsonText root;
+  root.add("unit", map.unit());
+  const io::JsonObject size = root.addObject("size");
+  size.add("columns", range.columns());
+  size.add("rows", range.rows());
+  size.add("scaleX", map.x().scale);
+  size.add("scaleY", map.y().scale);
+  const scan::WorldRectangle centres = map.centresOf(range);
+  const io::JsonObject area = root.addObject("area");
+  area.add("xMin", centres.xMin);
+  area.add("xMax", centres.xMax);
+  area.add("yMin", centres.yMin);
+  area.add("yMax", centres.yMax);
+  root.add("cells", static_cast<double>(s.cells));
+  root.add("filled", static_cast<double>(s.filled));
+  root.add("coverage", coverage(s));
+  root.add("minimum", s.minimum);
+  root.add("maximum", s.maximum);
+  root.add("mean", s.mean);
+  root.add("median", s.median());
+  const io::JsonObject percentiles = root.addObject("percentiles");
+  for (std::size_t i = 0; i < s.percentiles.size(); ++i) {
+    if (scan::kPercents[i] == 50) continue;
+    percentiles.add(std::to_string(scan::kPercents[i]).c_str(), s.percentiles[i]);
+  }
+  addPlane(root, s);
+  return root.print();
+}
+
+void runStats(const StatsOptions& options, const Context& context) {
+  HeightMap map(options.map);
+  const scan::CellRange range = rangeOf(options, map);
+  io::WorkerPool pool(workerCount(context));
+  MapStatistics statistics;
+  {
+    Progress progress(context, "measuring", 2 * std::int64_t{range.columns()} * range.rows(),
+                      "cells");
+    statistics =
+        calculateStatistics(map, range, pool, [&](std::int64_t cells) { progress.advance(cells); });
+  }
+  if (statistics.filled == 0) {
+    throw io::Failure(options.map, options.rectangle.empty()
+                                       ? "has no cell with a height; see why with planex calibrate"
+                                       : "has no cell with a height in --rect; choose another");
+  }
+  const std::string text =
+      options.json ? jsonText(map, range, statistics) : plainText(map, range, statistics);
+  std::fputs(text.c_str(), stdout);
+}
+
+}  // namespace
+
+void addStatsCommand(CLI::App& app, Context& context) {
+  const auto options = std::make_shared<StatsOptions>();
+  CLI::App* command =
+      app.add_subcommand("stats", "Tell heights, plane and roughness of a height map");
+  command
+      ->add_option("HEIGHT", options->map,
+                   "Height map that planex rectify wrote; HEIGHT.json is beside it")
+      ->required();
+  command
+      ->add_option("--rect", options->rectangle,
+                   "Only the cells whose centres lie in this rectangle of the world")
+      ->type_name("X0,Y0,X1,Y1");
+  command->add_flag("--json", options->json, "Print JSON");
+  addThreadsOption(*command, context);
+  addQuietOption(*command, context);
+  command->footer(
+      "Sq, Sa, Sz, Sp, Sv, Ssk and Sku are those of ISO 25178-2, of the measured cells without "
+      "the\n"
+      "least-squares plane and without a filter.\n\n"
+      "Examples:\n"
+      "  planex stats height.tif\n"
+      "  planex stats height.png --rect -10,0,10,25 --json");
+  command->callback([options, &context] { runStats(*options, context); });
+}
+
+}  // namespace planex::tools
