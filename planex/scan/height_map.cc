@@ -40,6 +40,10 @@ class Description {
   }
 
   std::string unit() const { return text(json_.get(), "unit"); }
+  std::string yUnit() const {
+    const cJSON* const transform = cJSON_GetObjectItemCaseSensitive(json_.get(), "transform");
+    return cJSON_HasObjectItem(transform, "unitY") != 0 ? text(transform, "unitY") : unit();
+  }
 
   void requireSize(const io::ImageShape& shape) const {
     if (number(json_.get(), "columns") == shape.width &&
@@ -117,6 +121,7 @@ HeightMap::HeightMap(const std::string& path)
   }
   missing_ = static_cast<float>(description.missing());
   unit_ = description.unit();
+  yUnit_ = description.yUnit();
 }
 
 std::optional<CellRange> HeightMap::cellsIn(const WorldRectangle& rectangle) const {

@@ -29,6 +29,8 @@ struct CellRange {
 ///
 ///     X = scaleX column + originX,   Y = scaleY row + originY,   Z = scaleZ value + originZ
 ///
+/// Its "unit" is that of X and Z, and of Y but for a map whose "transform" has another "unitY".
+///
 /// A Failure for an image that cannot be read; for a file beside it that is missing, no description
 /// of a height map or of one of another size; and for members that are missing, of another type, no
 /// finite numbers, 0 where they are scales of X and Y, or not above 0 as the scale of Z.
@@ -46,8 +48,11 @@ class PLANEX_EXPORT HeightMap {
   const io::Axis& y() const { return y_; }
   const io::Axis& z() const { return z_; }
   /// @}
-  /// Of all lengths.
+  /// Of X and Z, and of Y where it is a length.
   const std::string& unit() const { return unit_; }
+  /// Of Y; another one, such as "rows", where nobody said how far rows are apart.
+  const std::string& yUnit() const { return yUnit_; }
+  bool isYLength() const { return yUnit_ == unit_; }
 
   /// All cells.
   CellRange allCells() const { return {0, columns(), 0, rows()}; }
@@ -66,7 +71,7 @@ class PLANEX_EXPORT HeightMap {
   std::unique_ptr<io::ImageReader> image_;
   io::Axis x_, y_, z_;
   float missing_ = 0;
-  std::string unit_;
+  std::string unit_, yUnit_;
   std::vector<char> samples_;
 };
 

@@ -36,7 +36,7 @@ struct Found {
   scan::Profile profile;
   int row = 0;
   double y = 0;
-  std::string unit;
+  std::string unit, yUnit;
 };
 
 bool isPicture(const ProfileOptions& options) {
@@ -75,7 +75,7 @@ Found profileOfMap(const ProfileOptions& options) {
   scan::HeightMap map(options.model);
   const scan::YPositions y(map.y());
   const int row = rowOf(options, y, map.rows());
-  return {readProfile(map, row), row, y.at(row), map.unit()};
+  return {readProfile(map, row), row, y.at(row), map.unit(), map.yUnit()};
 }
 
 Found profileOfScan(const ProfileOptions& options, const Context& context) {
@@ -88,7 +88,7 @@ Found profileOfScan(const ProfileOptions& options, const Context& context) {
       scan::resolveSensor(options.sensor, options.range, model, options.model));
   const scan::YPositions y = resolveY(options.y, range->shape().height);
   const int row = rowOf(options, y, range->shape().height);
-  return {readProfile(source, intensity ? &*intensity : nullptr, row), row, y.at(row),
+  return {readProfile(source, intensity ? &*intensity : nullptr, row), row, y.at(row), context.unit,
           context.unit};
 }
 
@@ -110,7 +110,7 @@ void write(const ProfileOptions& options, const Context& context, const Found& f
   io::OutputFile file(options.output, context.force);
   file.write(drawProfile(
       found.profile,
-      fmt::format("Row {} of {}, Y = {:.6g} {}", found.row, source, found.y, found.unit),
+      fmt::format("Row {} of {}, Y = {:.6g} {}", found.row, source, found.y, found.yUnit),
       found.unit, pictureFormat("--output", options.output)));
   file.commit();
 }
@@ -123,7 +123,7 @@ void runProfile(const ProfileOptions& options, const Context& context) {
   warnOfValuesOutside(found.profile.outside, options.range);
   if (!options.at || context.quiet) return;
   std::fputs(fmt::format("planex: row {}, Y {:.6g} {}, is the nearest to {:.6g}\n", found.row,
-                         found.y, found.unit, *options.at)
+                         found.y, found.yUnit, *options.at)
                  .c_str(),
              stderr);
 }

@@ -41,7 +41,7 @@ scan::CellRange rangeOf(const StatsOptions& options, const HeightMap& map) {
       "--rect", fmt::format("'{}' holds no centre of a cell; the map has X {:.6g} to {:.6g} {}, "
                             "Y {:.6g} to {:.6g} {}",
                             options.rectangle, all.xMin, all.xMax, map.unit(), all.yMin, all.yMax,
-                            map.unit()));
+                            map.yUnit()));
 }
 
 double coverage(const MapStatistics& s) {
@@ -58,10 +58,10 @@ std::string plainText(const HeightMap& map, const scan::CellRange& range, const 
   const auto length = [&](const std::string& title, double value) {
     line(title, fmt::format("{:.6g} {}", value, unit));
   };
-  line("size", fmt::format("{} columns of {:.6g} {}, {} rows of {:.6g} {}", range.columns(),
-                           map.x().scale, unit, range.rows(), map.y().scale, unit));
+  line("size", fmt::format("{} columns {:.6g} {} apart, {} rows {:.6g} {} apart", range.columns(),
+                           map.x().scale, unit, range.rows(), map.y().scale, map.yUnit()));
   line("area", fmt::format("X {:.6g} to {:.6g} {}, Y {:.6g} to {:.6g} {}", area.xMin, area.xMax,
-                           unit, area.yMin, area.yMax, unit));
+                           unit, area.yMin, area.yMax, map.yUnit()));
   line("coverage", fmt::format("{:.1f} %, {} filled of {} cells", coverage(s), s.filled, s.cells));
   length("minimum", s.minimum);
   length("maximum", s.maximum);
@@ -76,8 +76,13 @@ std::string plainText(const HeightMap& map, const scan::CellRange& range, const 
   }
   line("plane", fmt::format("Z = a + b X + c Y, a {:.6g} {}, b {:.6g}, c {:.6g}", s.plane->a, unit,
                             s.plane->b, s.plane->c));
-  line("tilt", fmt::format("{:.6g} degrees, {:.6g} along X, {:.6g} along Y", s.plane->tilt(),
-                           s.plane->tiltX(), s.plane->tiltY()));
+  if (map.isYLength()) {
+    line("tilt", fmt::format("{:.6g} degrees, {:.6g} along X, {:.6g} along Y", s.plane->tilt(),
+                             s.plane->tiltX(), s.plane->tiltY()));
+  } else {
+    line("tilt", fmt::format("{:.6g} degrees along X; none along Y, which counts {}",
+                             s.plane->tiltX(), map.yUnit()));
+  }
   length("Sq", s.roughness->sq);
   length("Sa", s.roughness->sa);
   length("Sz", s.roughness->sz);
@@ -99,7 +104,7 @@ void add(const io::JsonObject& object, const char* name, const std::optional<dou
   }
 }
 
-void addPlane(const io::JsonObject& root, const MapStatistics& s) {
+void addPlane(const io::JsonObject& root, const HeightMap& map, const MapStatistics& s) {
   if (!s.plane) {
     root.addNull("plane");
     root.addNull("roughness");
@@ -109,9 +114,12 @@ void addPlane(const io::JsonObject& root, const MapStatistics& s) {
   plane.add("a", s.plane->a);
   plane.add("b", s.plane->b);
   plane.add("c", s.plane->c);
-  plane.add("tilt", s.plane->tilt());
+  const auto ofLength = [&](double angle) {
+    return map.isYLength() ? std::optional<double>(angle) : std::nullopt;
+  };
+  add(plane, "tilt", ofLength(s.plane->tilt()));
   plane.add("tiltX", s.plane->tiltX());
-  plane.add("tiltY", s.plane->tiltY());
+  add(plane, "tiltY", ofLength(s.plane->tiltY()));
   const io::JsonObject roughness = root.addObject("roughness");
   roughness.add("Sq", s.roughness->sq);
   roughness.add("Sa", s.roughness->sa);
@@ -125,6 +133,7 @@ void addPlane(const io::JsonObject& root, const MapStatistics& s) {
 std::string jsonText(const HeightMap& map, const scan::CellRange& range, const MapStatistics& s) {
   io::JsonText root;
   root.add("unit", map.unit());
+  root.add("unitY", map.yUnit());
   const io::JsonObject size = root.addObject("size");
   size.add("columns", range.columns());
   size.add("rows", range.rows());
@@ -148,7 +157,7 @@ std::string jsonText(const HeightMap& map, const scan::CellRange& range, const M
     if (scan::kPercents[i] == 50) continue;
     percentiles.add(std::to_string(scan::kPercents[i]).c_str(), s.percentiles[i]);
   }
-  addPlane(root, s);
+  addPlane(root, map, s);
   return root.print();
 }
 
