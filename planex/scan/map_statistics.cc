@@ -144,7 +144,7 @@ struct StoredPlane {
 /// Sums of powers of the distances from a plane.
 struct Residuals {
   double absolute = 0, square = 0, cube = 0, fourth = 0;
-  double least = std::numeric_limits<double>::infinity(), most = -least;
+  double least = 0, most = 0;  // the mean is 0 but for rounding
 
   void include(double e) {
     const double square_ = e * e;
@@ -248,7 +248,7 @@ Roughness toRoughness(const Residuals& sums, double count, double scale, double 
                    sums.absolute / count * scale,
                    (sums.most - sums.least) * scale,
                    sums.most * scale,
-                   -sums.least * scale,
+                   0 - sums.least * scale,  // not -0
                    {},
                    {}};
   if (!(rootMeanSquare > std::ldexp(largest, -46))) return result;

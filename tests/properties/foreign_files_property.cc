@@ -54,7 +54,7 @@ std::vector<char> rowsOf(io::ImageReader& image, int first, int end, int step, c
 }
 
 void readImage(const std::string& path, test::ByteSource& choices) {
-  const auto image = io::ImageReader::open(path);
+  const auto image = io::ImageReader::open(path, io::Samples::kIntegersAndFloats);
   const io::ImageShape& shape = image->shape();
   CHECK_HOLDS(shape.width > 0 && shape.width <= io::ImageReader::kMaximumColumns);
   CHECK_HOLDS(shape.height > 0);

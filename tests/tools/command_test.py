@@ -81,14 +81,16 @@ class Command(InFolder):
         noise = np.random.default_rng(1).exponential(200, row.shape)
         x, y = -3e5 + 0.1 * column, 4e6 - 0.05 * row
         part = (x >= -299990) & (x <= -299950) & (y >= 3999970) & (y <= 3999990)
-        for name, kind, gap, scale in (("map.png", "u2", 0, 0.001), ("map.tif", ">f4", -9999, 1)):
-            values = np.where((column * 7 + row) % 11 == 0, gap, 20000 + 3 * column - 7 * row + noise)
+        empty = (column * 7 + row) % 11 == 0
+        for name, kind, gap, level, scale in (("map.png", "u2", [0], 20000, 0.001),
+                                              ("map.tif", ">f4", [-9999, np.inf], 0, 1)):
+            values = np.where(empty, np.resize(gap, empty.shape), level + 3 * column - 7 * row + noise)
             scans.save(self.folder / name, values.astype(kind))
             (self.folder / f"{name}.json").write_text(json.dumps({
-                "content": "height map", "unit": "mm", "columns": 1600, "rows": 700, "missing": gap,
+                "content": "height map", "unit": "mm", "columns": 1600, "rows": 700, "missing": gap[0],
                 "transform": {"scaleX": 0.1, "originX": -3e5, "scaleY": -0.05, "originY": 4e6,
                               "scaleZ": scale, "originZ": 7000}}))
-            for where, options in ((values != gap, []), ((values != gap) & part, [
+            for where, options in ((~empty, []), (~empty & part, [
                     "--rect", "-299950,3999970,-299990,3999990"])):
                 found = [subprocess.check_output(
                     [PLANEX, "stats", self.folder / name, "--json", "--threads", threads, *options])
