@@ -17,6 +17,7 @@
 #include "planex/report/profile_plot.h"
 #include "tools/cli/picture_options.h"
 #include "tools/cli/scan_options.h"
+#include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 
 namespace planex::tools {
@@ -120,7 +121,7 @@ void runProfile(const ProfileOptions& options, const Context& context) {
   const Found found =
       options.range.empty() ? profileOfMap(options) : profileOfScan(options, context);
   write(options, context, found);
-  warnOfValuesOutside(found.profile.outside, options.range);
+  warnOfValues(found.profile.measured, found.profile.outside, options.range);
   if (!options.at || context.quiet) return;
   std::fputs(fmt::format("planex: row {}, Y {:.6g} {}, is the nearest to {:.6g}\n", found.row,
                          found.y, found.yUnit, *options.at)
