@@ -24,7 +24,7 @@ shown() {
 }
 shown info "$scan/model.json" --plot "$scan/view.png"
 shown rectify "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
-  --y-scale 0.1 -o "$scan/map.tif" --preview "$scan/preview.png" --shade
+  -o "$scan/map.tif" --preview "$scan/preview.png" --shade
 shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
-  --aligned --y-scale 0.1 -o "$scan/points.ply"
+  --aligned -o "$scan/points.ply"
 echo "look at: $PWD/$scan/preview.png and view.png; $PWD/$scan/points.ply opens in any viewer of point clouds"

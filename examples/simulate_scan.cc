@@ -4,8 +4,8 @@
 //
 // writes model.json (the camera), scan.txt (how the scan was taken), range.pgm (16 bit: the row of
 // the laser line in sixteenths of a pixel, 0 where it was not found) with range.pgm.json (what part
-// of the sensor it shows), intensity.pgm (8 bit) and truth.txt (what the object really measures).
-// The same numbers come out on every machine.
+// of the sensor it shows, and how far its rows are apart), intensity.pgm (8 bit) and truth.txt
+// (what the object really measures). The same numbers come out on every machine.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -179,8 +179,8 @@ bool writeSidecar(const std::string& path, const SimulatedCamera& camera) {
   if (file == nullptr) return false;
   std::fprintf(file,
                "{\"sensor\": {\"scaleX\": 1, \"originX\": 0, \"scaleZ\": %.17g, \"originZ\": %d, "
-               "\"width\": %d, \"height\": %d}}\n",
-               1 / kStepsPerRow, kFirstRow, camera.sensorWidth, kRegionRows);
+               "\"width\": %d, \"height\": %d},\n \"rows\": {\"scaleY\": %.17g, \"originY\": 0}}\n",
+               1 / kStepsPerRow, kFirstRow, camera.sensorWidth, kRegionRows, kProfileSpacing);
   return std::fclose(file) == 0;
 }
 

@@ -5,7 +5,7 @@ set -euo pipefail
 
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev
-    libtiff-dev zlib1g-dev libzstd-dev libcli11-dev libfmt-dev libcairo2-dev
+    libtiff-dev zlib1g-dev libzstd-dev nettle-dev libcli11-dev libfmt-dev libcairo2-dev
     fonts-dejavu-core"
   [test]="libgtest-dev libgmock-dev libbenchmark-dev groff-base python3 python3-numpy
     python3-tifffile python3-pil"

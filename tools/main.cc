@@ -55,6 +55,7 @@ std::string usageText(const CLI::App& app, const CLI::ParseError& error) {
 int run(int argc, char** argv) {
   using namespace planex::tools;
   Context context;
+  context.commandLine.assign(argv, argv + argc);
   CLI::App app;
   addCommands(app, context);
 

@@ -65,6 +65,13 @@ JsonObject JsonObject::addObject(const char* name) const {
   return JsonObject(give(object_, name, cJSON_CreateObject()));
 }
 
+void JsonObject::addTexts(const char* name, const std::vector<std::string>& texts) const {
+  cJSON* list = give(object_, name, cJSON_CreateArray());
+  for (const std::string& text : texts) {
+    give(list, nullptr, cJSON_CreateString(escapedUtf8(text).c_str()));
+  }
+}
+
 JsonObject JsonObject::appendTo(const char* list) const {
   cJSON* const owner = cJSON_GetObjectItemCaseSensitive(object_, list);
   return JsonObject(give(owner, nullptr, cJSON_CreateObject()));

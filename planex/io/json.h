@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "planex/foundation/matrix.h"
 #include "planex/infra/export.h"
@@ -38,6 +39,9 @@ class PLANEX_EXPORT JsonObject {
 
   /// Adds an empty object, and returns it.
   JsonObject addObject(const char* name) const;
+  /// Adds a list of texts, in which bytes that are no UTF-8 are escaped; see escapedUtf8().
+  void addTexts(const char* name, const std::vector<std::string>& texts) const;
+
   /// Appends an empty object to a list that addList made, and returns it.
   JsonObject appendTo(const char* list) const;
 

@@ -1,7 +1,11 @@
 #include "planex/io/model_file.h"
 
+#include <fmt/format.h>
+#include <nettle/sha2.h>
+
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -19,6 +23,15 @@ struct CloseFile {
     if (file != stdin) std::fclose(file);
   }
 };
+
+std::string sha256Of(const std::string& text) {
+  sha256_ctx context;
+  sha256_init(&context);
+  sha256_update(&context, text.size(), reinterpret_cast<const std::uint8_t*>(text.data()));
+  std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest;
+  sha256_digest(&context, digest.size(), digest.data());
+  return fmt::format("{:02x}", fmt::join(digest, ""));
+}
 
 }  // namespace
 
@@ -44,8 +57,9 @@ std::string readTextFile(const std::string& path) {
   return text;
 }
 
-datafusion::planex::CalibrationModel loadModel(const std::string& path) {
+datafusion::planex::CalibrationModel loadModel(const std::string& path, std::string& sha256) {
   const std::string text = readTextFile(path);
+  sha256 = sha256Of(text);
   base::JsonVisitingDeSerializer reader(text.c_str(), false);
   datafusion::planex::CalibrationModel model;
   if (!reader.DeserializeIntoExistingObject(model)) {
@@ -56,6 +70,11 @@ datafusion::planex::CalibrationModel loadModel(const std::string& path) {
     throw Failure(path, "has a negative focal length or error figure; see: planex check " + path);
   }
   return model;
+}
+
+datafusion::planex::CalibrationModel loadModel(const std::string& path) {
+  std::string sha256;
+  return loadModel(path, sha256);
 }
 
 }  // namespace planex::io

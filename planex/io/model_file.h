@@ -16,4 +16,8 @@ PLANEX_EXPORT std::string readTextFile(const std::string& path);
 /// that is for the command `check` to say.
 PLANEX_EXPORT datafusion::planex::CalibrationModel loadModel(const std::string& path);
 
+/// The same, and the SHA-256 of the document in hexadecimal digits, by which it is known again.
+PLANEX_EXPORT datafusion::planex::CalibrationModel loadModel(const std::string& path,
+                                                             std::string& sha256);
+
 }  // namespace planex::io

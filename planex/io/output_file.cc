@@ -232,6 +232,12 @@ void OutputFile::write(const void* data, std::size_t size) {
   }
 }
 
+std::int64_t OutputFile::size() const {
+  struct stat status;
+  if (std::fflush(stream_) == 0 && fstat(fileno(stream_), &status) == 0) return status.st_size;
+  throw Failure(path_, "cannot be written (" + reason() + "); check the space on the disk");
+}
+
 void OutputFile::close() {
   // A file without a name lives as long as a descriptor of it.
   if (temporary_.empty()) descriptor_ = fcntl(fileno(stream_), F_DUPFD_CLOEXEC, 0);

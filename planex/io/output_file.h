@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -44,6 +45,9 @@ class PLANEX_EXPORT OutputFile {
   void write(const void* data, std::size_t size);
   void write(std::string_view text) { write(text.data(), text.size()); }
   /// @}
+
+  /// How many bytes were written. Not after commit().
+  std::int64_t size() const;
 
   /// Flushes, closes and names. Refuses a name that was taken meanwhile, unless forced.
   void commit();

@@ -27,12 +27,18 @@ SampleType plyIntensity(const PointDescription& points) {
   return points.intensity == SampleType::kUint8 ? SampleType::kUint8 : SampleType::kFloat32;
 }
 
+std::string unitText(const PointDescription& points) {
+  if (points.rowUnit.empty()) return points.unit;
+  return points.aligned ? fmt::format("{0}, with {1} taken as 1 {0}", points.unit, points.rowUnit)
+                        : fmt::format("{}, of Y {}", points.unit, points.rowUnit);
+}
+
 std::string plyHeader(const PointDescription& points) {
   std::string header = fmt::format(
       "ply\nformat binary_little_endian 1.0\ncomment {}\ncomment {} points, NaN where nothing was "
       "measured\ncomment unit {}\nobj_info num_cols {}\nobj_info num_rows {}\nelement vertex {}\n"
       "property float x\nproperty float y\nproperty float z\n",
-      kGenerator, points.aligned ? "aligned" : "calibrated", points.unit, points.columns,
+      kGenerator, points.aligned ? "aligned" : "calibrated", unitText(points), points.columns,
       points.rows, pointCount(points));
   if (points.intensity) {
     header += fmt::format("property {} intensity\n",
@@ -47,9 +53,9 @@ std::string pcdHeader(const PointDescription& points) {
       "# .PCD v0.7 - Point Cloud Data file format\n# {}, {} points, unit {}\nVERSION 0.7\n"
       "FIELDS x y z{}\nSIZE 4 4 4{}\nTYPE F F F{}\nCOUNT 1 1 1{}\nWIDTH {}\nHEIGHT {}\n"
       "VIEWPOINT 0 0 0 1 0 0 0\nPOINTS {}\nDATA binary\n",
-      kGenerator, points.aligned ? "aligned" : "calibrated", points.unit, more ? " intensity" : "",
-      more ? " 4" : "", more ? " F" : "", more ? " 1" : "", points.columns, points.rows,
-      pointCount(points));
+      kGenerator, points.aligned ? "aligned" : "calibrated", unitText(points),
+      more ? " intensity" : "", more ? " 4" : "", more ? " F" : "", more ? " 1" : "",
+      points.columns, points.rows, pointCount(points));
 }
 
 /// The format's description, a Python dictionary, ends on a multiple of 64 bytes.
@@ -202,6 +208,7 @@ class LayerWriter final : public PointWriter {
     raster.values = Axis{};
     raster.missing = std::numeric_limits<double>::quiet_NaN();
     raster.unit = points.unit;
+    raster.rowUnit = points.aligned ? points.rowUnit : "";
     return raster;
   }
 

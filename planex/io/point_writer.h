@@ -26,6 +26,7 @@ struct PointDescription {
   bool aligned = false;                 ///< X, Y and Z are aligned; otherwise calibrated
   std::optional<SampleType> intensity;  ///< its type (8 or 16 bits) where points have one
   std::string unit;                     ///< of all coordinates
+  std::string rowUnit;                  ///< of Y, before it is aligned, where it is no length
 };
 
 /// Rows of points, each array row by row without padding; missing points are NaN in all three.

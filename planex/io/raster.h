@@ -33,6 +33,7 @@ struct RasterDescription {
   std::optional<Axis> values;     ///< what stored values mean, where that is a length
   std::optional<double> missing;  ///< the stored value of cells without measurement; may be NaN
   std::string unit;               ///< of all lengths
+  std::string rowUnit;            ///< of Y where it is no length: "rows"
 
   /// Bytes of one row of one layer.
   std::size_t rowBytes() const { return static_cast<std::size_t>(width) * bytesOf(sample); }

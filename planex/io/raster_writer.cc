@@ -58,6 +58,7 @@ std::vector<std::pair<std::string, std::string>> describeInText(const RasterDesc
   texts.emplace_back("Software", "planex " PLANEX_VERSION_STRING);
   texts.emplace_back("Title", fmt::format("{}", fmt::join(raster.layers, ", ")));
   if (!raster.unit.empty()) texts.emplace_back("Unit", raster.unit);
+  if (!raster.rowUnit.empty()) texts.emplace_back("UnitY", raster.rowUnit);
   if (raster.columns) {
     add("ScaleX", raster.columns->scale);
     add("OriginX", raster.columns->origin);
@@ -78,6 +79,7 @@ std::string describeInGdalXml(const RasterDescription& raster) {
   std::string xml = "<GDALMetadata>\n";
   xml += item("SOFTWARE", "planex " PLANEX_VERSION_STRING);
   if (!raster.unit.empty()) xml += item("UNIT", raster.unit);
+  if (!raster.rowUnit.empty()) xml += item("UNIT_Y", raster.rowUnit);
   for (std::size_t layer = 0; layer < raster.layers.size(); ++layer) {
     xml += layerItem("DESCRIPTION", layer, "description", raster.layers[layer]);
     if (!raster.values) continue;

@@ -16,6 +16,8 @@ class PLANEX_EXPORT TextOutput {
   TextOutput(const std::string& path, bool force);
   /// Appends a text; a Failure where it does not arrive.
   void write(std::string_view text);
+  /// How many bytes were written to the file.
+  std::int64_t size() const { return file_ == nullptr ? 0 : file_->size(); }
   /// Gives the file its name.
   void commit();
 

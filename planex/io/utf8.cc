@@ -1,7 +1,11 @@
 #include "planex/io/utf8.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
+#include <system_error>
 
 namespace planex::io {
 namespace {
@@ -38,14 +42,49 @@ std::size_t sequenceLength(std::string_view text) {
   return 0;
 }
 
-}  // namespace
-
-std::string asUtf8(std::string_view text) {
+/// The text with another one for every byte that is not part of a well-formed sequence.
+template <typename Replace>
+std::string converted(std::string_view text, Replace&& replaced) {
   std::string result;
   while (!text.empty()) {
     const std::size_t length = sequenceLength(text);
-    result += length > 0 ? text.substr(0, length) : std::string_view("?");
+    if (length > 0) {
+      result += text.substr(0, length);
+    } else {
+      result += replaced(text[0]);
+    }
     text.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string asUtf8(std::string_view text) {
+  return converted(text, [](char) { return std::string("?"); });
+}
+
+std::string escapedUtf8(std::string_view text) {
+  std::string doubled;
+  for (const char c : text) doubled.append(c == '\\' ? 2 : 1, c);
+  return converted(doubled, [](char c) {
+    return fmt::format("\\x{:02X}", static_cast<unsigned>(static_cast<unsigned char>(c)));
+  });
+}
+
+std::string unescapedUtf8(std::string_view text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const std::string_view rest = text.substr(i);
+    unsigned char byte = 0;
+    if (rest.size() >= 4 && rest[0] == '\\' && rest[1] == 'x' &&
+        std::from_chars(rest.data() + 2, rest.data() + 4, byte, 16).ec == std::errc()) {
+      result += static_cast<char>(byte);
+      i += 3;
+    } else {
+      result += rest[0];
+      if (rest[0] == '\\') ++i;
+    }
   }
   return result;
 }

@@ -11,4 +11,10 @@ namespace planex::io {
 /// (Unicode, table 3-7). Names of files are any bytes; JSON and XML are UTF-8.
 PLANEX_EXPORT std::string asUtf8(std::string_view text);
 
+/// The same without loss: "\xE4" for such a byte, and "\\" for a backslash.
+PLANEX_EXPORT std::string escapedUtf8(std::string_view text);
+
+/// The bytes that escapedUtf8() was given. Other texts give bytes, too.
+PLANEX_EXPORT std::string unescapedUtf8(std::string_view text);
+
 }  // namespace planex::io

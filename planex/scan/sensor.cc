@@ -1,14 +1,10 @@
 #include "planex/scan/sensor.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 
 #include "planex/io/failure.h"
-#include "planex/io/json_value.h"
 #include "planex/io/library_warnings.h"
-#include "planex/io/model_file.h"
 
 namespace planex::scan {
 namespace {
@@ -19,70 +15,16 @@ using datafusion::planex::WorldBounds;
 using datafusion::planex::WorldBoundsResult;
 using io::Failure;
 
-/// The sidecar's object "sensor"; null when there is neither a file nor an object in it.
-class Sidecar {
- public:
-  Sidecar(const SensorSettings& settings, const std::string& image)
-      : path_(!settings.sidecar.empty() ? settings.sidecar
-              : image.empty()           ? image
-                                        : image + ".json") {
-    if (path_.empty() || (settings.sidecar.empty() && access(path_.c_str(), F_OK) != 0)) return;
-    json_.reset(cJSON_Parse(io::readTextFile(path_).c_str()));
-    if (json_ == nullptr) throw Failure(path_, "is not JSON; correct it or name another --sensor");
-    sensor_ = cJSON_GetObjectItemCaseSensitive(json_.get(), "sensor");
-    if (sensor_ == nullptr ? !settings.sidecar.empty() : !cJSON_IsObject(sensor_)) {
-      throw Failure(path_, "has no object \"sensor\"; add one or name another --sensor");
-    }
-  }
-
-  /// A number by which positions are multiplied; see number().
-  double scale(const std::optional<double>& setting, const char* name, double otherwise) const {
-    const double value = number(setting, name, otherwise);
-    if (value == 0) throw Failure(path_, std::string("sensor.") + name + " is 0; correct it");
-    return value;
-  }
-
-  bool has(const char* name) const { return cJSON_HasObjectItem(sensor_, name) != 0; }
-
-  /// The file where it gives the number, else the model.
-  const std::string& sourceOf(const char* name, const std::string& model) const {
-    return cJSON_HasObjectItem(sensor_, name) != 0 ? path_ : model;
-  }
-
-  /// The setting, else the member, else the default.
-  double number(const std::optional<double>& setting, const char* name, double otherwise) const {
-    if (setting) return *setting;
-    const cJSON* item = cJSON_GetObjectItemCaseSensitive(sensor_, name);
-    if (item == nullptr) {
-      if (cJSON_HasObjectItem(sensor_, name) == 0) return otherwise;
-      throw Failure(path_, std::string("sensor.") + name + " is not spelt so; correct it");
-    }
-    if (!cJSON_IsNumber(item) || !std::isfinite(item->valuedouble)) {
-      throw Failure(path_, std::string("sensor.") + name + " is not a number; correct it");
-    }
-    return item->valuedouble;
-  }
-
- private:
-  std::string path_;
-  io::JsonValue json_;
-  const cJSON* sensor_ = nullptr;
-};
-
 /// What is left of a sensor of that size from the origin on, in the direction of the scale.
 double remaining(double scale, double origin, int sensorSize) {
   return std::floor(scale < 0 ? origin : sensorSize - origin);
 }
 
 /// A size from the settings, from the sidecar, or what is left of the sensor.
-int regionSize(const Sidecar& sidecar, const std::optional<double>& setting,
+int regionSize(const std::optional<double>& setting, const std::optional<double>& member,
                const std::string& name, double left, const std::string& model) {
-  const double size = sidecar.number(setting, name.c_str(), left);
-  if (size >= 1 && size <= 65535 && std::floor(size) == size) {
-    return static_cast<int>(size);
-  }
-  const std::string& source = sidecar.sourceOf(name.c_str(), model);
-  if (source != model) throw Failure(source, "sensor." + name + " is not 1 to 65535; correct it");
+  const double size = setting ? *setting : member.value_or(left);
+  if (size >= 1 && size <= 65535 && std::floor(size) == size) return static_cast<int>(size);
   throw Failure(model, "its sensor has no " + std::string(name == "width" ? "columns" : "rows") +
                            " from the origin on; correct --origin-" +
                            (name == "width" ? "x" : "z") + " or give --sensor-" + name);
@@ -113,18 +55,27 @@ bool cut(double scale, int sensorSize, double& origin, int& size) {
 ResolvedSensor resolveSensor(const SensorSettings& settings, const std::string& image,
                              const CalibrationModel& model, const std::string& modelName,
                              cmnalg::ImageType type) {
-  const Sidecar sidecar(settings, image);
-  const double usualScaleZ = type == cmnalg::IMAGE_TYPE_UINT8 ? 1 : 1.0 / 16;
+  return resolveSensor(settings, readScanSidecar(settings.sidecar, image), model, modelName, type);
+}
+
+ResolvedSensor resolveSensor(const SensorSettings& settings, const ScanSidecar& sidecar,
+                             const CalibrationModel& model, const std::string& modelName,
+                             cmnalg::ImageType type) {
+  const auto either = [](const std::optional<double>& setting, const std::optional<double>& member,
+                         double otherwise) {
+    return setting ? *setting : member.value_or(otherwise);
+  };
   ResolvedSensor region;
-  region.scaleX = sidecar.scale(settings.scaleX, "scaleX", 1);
-  region.originX = sidecar.number(settings.originX, "originX", 0);
-  region.scaleZ = sidecar.scale(settings.scaleZ, "scaleZ", usualScaleZ);
-  region.originZ = sidecar.number(settings.originZ, "originZ", 0);
-  region.scaleZStated = settings.scaleZ.has_value() || sidecar.has("scaleZ");
+  region.scaleX = either(settings.scaleX, sidecar.scaleX, 1);
+  region.originX = either(settings.originX, sidecar.originX, 0);
+  region.scaleZ =
+      either(settings.scaleZ, sidecar.scaleZ, type == cmnalg::IMAGE_TYPE_UINT8 ? 1 : 1.0 / 16);
+  region.originZ = either(settings.originZ, sidecar.originZ, 0);
+  region.scaleZStated = settings.scaleZ || sidecar.scaleZ;
   const double columns = remaining(region.scaleX, region.originX, model.SensorSize.x);
   const double rows = remaining(region.scaleZ, region.originZ, model.SensorSize.y);
-  region.width = regionSize(sidecar, settings.width, "width", columns, modelName);
-  region.height = regionSize(sidecar, settings.height, "height", rows, modelName);
+  region.width = regionSize(settings.width, sidecar.width, "width", columns, modelName);
+  region.height = regionSize(settings.height, sidecar.height, "height", rows, modelName);
   return region;
 }
 

@@ -8,6 +8,7 @@
 #include "planex/model/calibration_model.h"
 #include "planex/model/sensor_region.h"
 #include "planex/model/world_bounds.h"
+#include "planex/scan/sidecar.h"
 
 namespace planex::scan {
 
@@ -29,18 +30,22 @@ struct ResolvedSensor : datafusion::planex::SensorRegion {
 
 /// The sensor region of a range image.
 ///
-/// Settings come first, then the members of the object "sensor" (scaleX, originX, scaleZ, originZ,
-/// width, height) of the sidecar, a JSON file, then the full sensor of the model in sixteenths of a
-/// pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge of the sensor.
-/// Values of 8 bits would not reach beyond 16 rows then: they are whole rows, scaleZ 1. Members may
-/// be missing.
+/// Settings come first, then what the sidecar says of the sensor, then the full sensor of the model
+/// in sixteenths of a pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge
+/// of the sensor. Values of 8 bits would not reach beyond 16 rows then: they are whole rows, scaleZ
+/// 1.
 ///
-/// @param image      the range image, whose sidecar is its name with ".json" behind it; empty: none
 /// @param modelName  the file of the model, for what a Failure says of it
 /// @param type       of the range values
-/// A Failure for a sidecar that was named and cannot be read or has no such object, for one that is
-/// not JSON, for members that are spelt otherwise, no finite numbers or out of range, and for a
-/// sensor that ends before the origin.
+/// A Failure for a sensor that ends before the origin.
+PLANEX_EXPORT ResolvedSensor resolveSensor(const SensorSettings& settings,
+                                           const ScanSidecar& sidecar,
+                                           const datafusion::planex::CalibrationModel& model,
+                                           const std::string& modelName,
+                                           cmnalg::ImageType type = cmnalg::IMAGE_TYPE_UINT16);
+
+/// The same with the sidecar that readScanSidecar() finds.
+/// @param image  the range image; empty: none
 PLANEX_EXPORT ResolvedSensor resolveSensor(const SensorSettings& settings, const std::string& image,
                                            const datafusion::planex::CalibrationModel& model,
                                            const std::string& modelName,

@@ -1,6 +1,8 @@
 #include "planex/scan/y_positions.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include "planex/io/failure.h"
 #include "planex/io/model_file.h"
@@ -21,7 +23,7 @@ std::string trimmed(const std::string& line) {
 
 }  // namespace
 
-YPositions::YPositions(const std::string& path, int rows) {
+YPositions::YPositions(const std::string& path, int rows) : file_(path) {
   const std::string text = io::readTextFile(path);
   std::size_t number = 0;
   for (std::size_t begin = 0; begin < text.size();) {
@@ -43,6 +45,28 @@ YPositions::YPositions(const std::string& path, int rows) {
 
 std::optional<io::Axis> YPositions::line() const {
   return positions_.empty() ? std::optional<io::Axis>(line_) : std::nullopt;
+}
+
+YPositions resolveY(const RowSettings& settings, const ScanSidecar& sidecar, int rows) {
+  const bool isLine = settings.positions.empty() && (settings.scale || sidecar.positions.empty());
+  if (!isLine && settings.positions.empty() && settings.origin) {
+    throw Failure(sidecar.path,
+                  "rows.positions have no origin; give --y-scale, too, or no --y-offset");
+  }
+  const std::string& file = settings.positions.empty() ? sidecar.positions : settings.positions;
+  const std::optional<double> scale = settings.scale ? settings.scale : sidecar.scaleY;
+  const double origin = settings.origin.value_or(sidecar.originY.value_or(0));
+  YPositions y =
+      isLine ? YPositions({scale.value_or(1), origin}, scale.has_value()) : YPositions(file, rows);
+  constexpr double kMost = std::numeric_limits<float>::max();
+  for (int row = 0; row < rows; row += isLine ? std::max(rows - 1, 1) : 1) {
+    if (std::abs(y.at(row)) <= kMost) continue;
+    const std::string fault = "puts row " + std::to_string(row) + " beyond all numbers; correct it";
+    if (isLine)
+      throw Failure(settings.scale || !sidecar.scaleY ? "--y-scale" : sidecar.path, fault);
+    throw Failure(file, fault);
+  }
+  return y;
 }
 
 }  // namespace planex::scan

@@ -13,6 +13,7 @@
 #include "planex/io/failure.h"
 #include "planex/io/image_reader.h"
 #include "planex/io/point_text.h"
+#include "planex/io/provenance.h"
 #include "planex/scan/sensor.h"
 #include "planex/scan/y_positions.h"
 #include "tests/support/property.h"
@@ -92,11 +93,14 @@ void readSidecar(const std::string& path) {
   datafusion::planex::CalibrationModel model;
   model.SensorSize = {2560, 1024};
   scan::SensorSettings settings;
-  settings.sidecar = path;
-  const auto region = scan::resolveSensor(settings, "", model, path);
+  const scan::ScanSidecar sidecar = scan::readScanSidecar(path, "");
+  const auto region = scan::resolveSensor(settings, sidecar, model, path);
   CHECK_HOLDS(region.scaleX != 0 && region.scaleZ != 0);
   CHECK_HOLDS(region.width >= 1 && region.width <= 65535);
   CHECK_HOLDS(region.height >= 1 && region.height <= 65535);
+  CHECK_HOLDS(!sidecar.positions.empty() || scan::resolveY({}, sidecar, 3).at(2) <= 1e39);
+  if (const auto told = io::readProvenance(path))
+    CHECK_HOLDS(told->json.size() > told->lines.size());
 }
 
 PLANEX_PROPERTY(foreign_files) {

@@ -16,6 +16,7 @@ import time
 import unittest
 
 import numpy as np
+from PIL import Image
 
 import documents
 import scans
@@ -55,7 +56,8 @@ class Command(InFolder):
             self.run_command("calibrate", "points.ply", "--aligned", *block)
             self.run_command("calibrate", "points.pcd", *intensity, *block)
             self.run_command("calibrate", "points.tif", "--aligned", "--compress", "zstd", *block)
-            return {path: path.read_bytes() for path in self.folder.iterdir()}
+            return {path: re.sub(rb'"command":.*', b"", path.read_bytes())
+                    for path in self.folder.iterdir()}
 
         before = run()
         self.assertIn(self.folder / "map_intensity2.png", before)
@@ -75,6 +77,23 @@ class Command(InFolder):
                     scans.save(self.folder / f"image.{name}", values, **options)
                     self.assertEqual(points(name, "--block", 7), whole)
                     self.assertEqual(points(name, "--rows", "11:30"), part)
+
+    def test_rows_of_a_map_are_the_nearest(self):
+        y = np.cumsum(np.r_[5, np.arange(scans.HEIGHT - 1) ** 2 % 37]) / 8  # some stand still
+        for name, positions in (("rise", y), ("fall", -y)):
+            np.savetxt(self.folder / "y.txt", positions)
+            for output, *options in (["whole.png"], [name + ".png", "--y-file",
+                                                     self.folder / "y.txt", "--block", 4]):
+                scans.run(PLANEX, "rectify", MODEL, self.folder / "range.pgm", "-fq", "-o",
+                          self.folder / output, *SENSOR, *options)
+            whole, found = (np.asarray(Image.open(self.folder / file))
+                            for file in ("whole.png", name + ".png"))
+            wanted = np.linspace(positions[0], positions[-1], scans.HEIGHT)
+            distance = np.abs(positions - wanted[:, None])
+            empty = distance.min(axis=1) >= abs(wanted[1] - wanted[0])
+            self.assertTrue(empty.any())
+            np.testing.assert_array_equal(
+                found, np.where(empty[:, None], 0, whole[distance.argmin(axis=1)]))
 
     def test_statistics_are_those_of_numpy(self):
         row, column = np.indices((700, 1600))  # some blocks, far from the origin

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace planex::tools {
 
@@ -12,6 +13,7 @@ struct Context {
   bool force = false;       ///< --force: outputs may replace files
   int threads = 0;          ///< --threads; 0: as many as the OpenMP runtime wants
   std::string unit = "mm";  ///< --unit: the length unit of models, which carry none themselves
+  std::vector<std::string> commandLine;  ///< all of it, as it was given
 };
 
 /// @{

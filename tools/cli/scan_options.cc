@@ -1,5 +1,8 @@
 #include "tools/cli/scan_options.h"
 
+#include <fmt/format.h>
+#include <planex/io/failure.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -53,7 +56,7 @@ void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
   command
       .add_option("--sensor", settings.sidecar,
                   "JSON file whose object \"sensor\" has scaleX, originX, scaleZ, originZ, width, "
-                  "height; by default IMAGE.json where that exists")
+                  "height, and \"rows\" scaleY, originY; by default IMAGE.json where that exists")
       ->type_name("FILE")
       ->group("Sensor");
 }
@@ -103,21 +106,56 @@ scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& ima
   return blocks;
 }
 
-void addYOptions(CLI::App& command, YOptions& options, bool withFile) {
-  CLI::Option* scale =
-      addNumberOption(command, "--y-scale", options.scale, "Distance of neighbouring rows [1]");
-  CLI::Option* offset = addNumberOption(command, "--y-offset", options.offset, "Y of row 0 [0]");
-  if (!withFile) return;
+void addYOptions(CLI::App& command, scan::RowSettings& settings) {
+  CLI::Option* scale = addNumberOption(
+      command, "--y-scale", settings.scale,
+      "Distance of neighbouring rows; below 0 where Y falls [what the sidecar says, else rows are "
+      "counted]",
+      {isScale, "must not be 0"});
+  CLI::Option* offset = addNumberOption(command, "--y-offset", settings.origin, "Y of row 0 [0]");
   command
-      .add_option("--y-file", options.file, "File with the Y of every row of the image, one a line")
+      .add_option("--y-file", settings.positions,
+                  "File with the Y of every row of the image, one a line")
       ->type_name("FILE")
       ->excludes(scale)
       ->excludes(offset);
 }
 
-scan::YPositions resolveY(const YOptions& options, int rows) {
-  return options.file.empty() ? scan::YPositions(options.line())
-                              : scan::YPositions(options.file, rows);
+void tellOfReplacedMembers(const scan::SensorSettings& sensor, const scan::RowSettings& rows,
+                           const scan::ScanSidecar& sidecar) {
+  std::string text;
+  const auto compare = [&](const char* name, const std::optional<double>& option,
+                           const std::optional<double>& member) {
+    if (!option || !member || *option == *member) return;
+    text += fmt::format("{}{} {} replaces {}", text.empty() ? "" : ", ", name, *option, *member);
+  };
+  compare("--scale-x", sensor.scaleX, sidecar.scaleX);
+  compare("--origin-x", sensor.originX, sidecar.originX);
+  compare("--scale-z", sensor.scaleZ, sidecar.scaleZ);
+  compare("--origin-z", sensor.originZ, sidecar.originZ);
+  compare("--sensor-width", sensor.width, sidecar.width);
+  compare("--sensor-height", sensor.height, sidecar.height);
+  compare("--y-scale", rows.scale, sidecar.scaleY);
+  compare("--y-offset", rows.origin, sidecar.originY);
+  const bool hasRows = sidecar.scaleY || !sidecar.positions.empty();
+  const bool otherKind = rows.positions.empty() ? rows.scale && !sidecar.positions.empty()
+                                                : hasRows && rows.positions != sidecar.positions;
+  if (otherKind) {
+    text += fmt::format("{}{} replaces its rows", text.empty() ? "" : ", ",
+                        rows.positions.empty() ? "--y-scale" : "--y-file");
+  }
+  if (text.empty()) return;
+  std::fprintf(stderr, "planex: %s: %s\n", io::inOneLine(sidecar.path).c_str(), text.c_str());
+}
+
+void warnOfCountedRows(const scan::YPositions& y, bool aligned, const std::string& range,
+                       const Context& context) {
+  if (y.isKnown()) return;
+  const std::string taken = aligned ? fmt::format(", taken as 1 {} apart", context.unit) : "";
+  std::fprintf(stderr,
+               "planex: %s: Y counts rows%s, because nothing tells their distance; give "
+               "--y-scale\n",
+               io::inOneLine(range).c_str(), taken.c_str());
 }
 
 }  // namespace planex::tools

@@ -10,6 +10,8 @@
 #include <optional>
 #include <string>
 
+#include "tools/cli/options.h"
+
 namespace planex::tools {
 
 /// Adds --scale-x, --origin-x, --scale-z, --origin-z, --sensor-width, --sensor-height and --sensor.
@@ -32,18 +34,16 @@ void addRowOptions(CLI::App& command, RowOptions& options);
 /// @param columns of the widest row that is made of one of the image
 scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& image, int columns);
 
-/// Where along the scan the rows of a range image lie: on a line, or at positions from a file.
-struct YOptions {
-  std::optional<double> scale, offset;
-  std::string file;
+/// Adds --y-scale, --y-offset and --y-file.
+void addYOptions(CLI::App& command, scan::RowSettings& settings);
 
-  io::Axis line() const { return {scale.value_or(1), offset.value_or(0)}; }
-};
+/// Tells on standard error which members of the sidecar options replace by other values.
+void tellOfReplacedMembers(const scan::SensorSettings& sensor, const scan::RowSettings& rows,
+                           const scan::ScanSidecar& sidecar);
 
-/// Adds --y-scale and --y-offset, and --y-file where `withFile` is set.
-void addYOptions(CLI::App& command, YOptions& options, bool withFile);
-
-/// The positions of an image with that many rows.
-scan::YPositions resolveY(const YOptions& options, int rows);
+/// Tells on standard error that Y counts rows, where it does.
+/// @param aligned whether the pose of the model takes the count for a length
+void warnOfCountedRows(const scan::YPositions& y, bool aligned, const std::string& range,
+                       const Context& context);
 
 }  // namespace planex::tools

@@ -92,8 +92,9 @@ void runBounds(const BoundsOptions& options, const Context& context) {
   const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
   std::unique_ptr<io::ImageReader> image;
   if (!options.image.empty()) image = io::ImageReader::open(options.image);
+  const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.image);
   const scan::ResolvedSensor stated =
-      scan::resolveSensor(options.sensor, options.image, model, options.model,
+      scan::resolveSensor(options.sensor, beside, model, options.model,
                           image != nullptr ? image->shape().type : cmnalg::IMAGE_TYPE_UINT16);
   const SensorRegion region = scan::partOnSensor(model, stated, options.model);
   const int columns = options.columns > 0 ? options.columns : columnsOf(region);
@@ -102,6 +103,7 @@ void runBounds(const BoundsOptions& options, const Context& context) {
   const std::string text = options.json ? jsonText(bounds, grid, region, context.unit)
                                         : plainText(bounds, grid, context.unit);
   std::fputs(text.c_str(), stdout);
+  tellOfReplacedMembers(options.sensor, {}, beside);
   if (image != nullptr) warnOfScale(stated, *image);
   warnOfRegion(model, options.model, stated);
 }

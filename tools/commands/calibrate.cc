@@ -7,13 +7,13 @@
 #include <planex/model/model_state.h>
 #include <planex/scan/point_rows.h>
 #include <planex/scan/row_stream.h>
-#include <planex/version.h>
 
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "tools/cli/made.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
@@ -29,7 +29,7 @@ struct CalibrateOptions {
   std::string model, range, output, intensity;
   bool aligned = false;
   scan::SensorSettings sensor;
-  YOptions y;
+  scan::RowSettings y;
   RowOptions rows;
   std::optional<io::Compression> compression;
 };
@@ -61,12 +61,13 @@ void checkAligned(const CalibrationModel& model, const CalibrateOptions& options
 
 io::PointDescription describe(const CalibrateOptions& options, const Context& context,
                               const io::ImageReader& range, const scan::IntensityImage* intensity,
-                              int rows) {
+                              int rows, bool knownY) {
   io::PointDescription points;
   points.columns = range.shape().width;
   points.rows = rows;
   points.aligned = options.aligned;
   points.unit = context.unit;
+  if (!knownY) points.rowUnit = "rows";
   if (intensity != nullptr) {
     points.intensity = intensity->isBytes() ? io::SampleType::kUint8 : io::SampleType::kUint16;
   }
@@ -74,50 +75,61 @@ io::PointDescription describe(const CalibrateOptions& options, const Context& co
 }
 
 /// What the points are, for programs and people; the file itself has place for little of it.
-std::string describeInJson(const CalibrateOptions& options, const io::PointDescription& points,
-                           const scan::RowBlocks& rows, const scan::YPositions& y) {
-  io::JsonText json;
-  json.add("generator", "planex " PLANEX_VERSION_STRING);
-  json.add("content", options.aligned ? "aligned points" : "calibrated points");
+std::string describeInJson(const CalibrateOptions& options, const Context& context,
+                           const ModelSource& model, const io::PointDescription& points,
+                           const scan::RowBlocks& rows, const scan::RangeScan& source,
+                           const scan::YPositions& y, std::int64_t bytes) {
+  const char* const content = options.aligned ? "aligned points" : "calibrated points";
+  OutputSidecar sidecar(options.output + ".json", content, context);
+  const io::JsonText& json = sidecar.root();
   json.add("unit", points.unit);
   json.add("missing", "NaN");
   json.add("columns", points.columns);
   json.add("rows", points.rows);
   json.add("firstRow", rows.first);
+  const io::JsonObject place = json.addObject("y");
   if (y.line()) {
-    const io::JsonObject line = json.addObject("y");
-    line.add("scale", y.line()->scale);
-    line.add("offset", y.line()->origin);
+    place.add("scale", y.line()->scale);
+    place.add("offset", y.line()->origin);
+  } else {
+    place.add("positions", y.file());
   }
+  place.add("unit", y.isKnown() ? points.unit : "rows");
   json.add("model", options.model);
   json.add("range", options.range);
-  return json.print();
+  const io::JsonObject& made = sidecar.addMade(model);
+  sidecar.addScan(source.region, y);
+  if (!options.intensity.empty()) made.add("intensity", options.intensity);
+  sidecar.addOutput(content, options.output, bytes);
+  return sidecar.print();
 }
 
 void runCalibrate(const CalibrateOptions& options, const Context& context) {
   const io::PointFormat format = checkedFormat(options);
   applyThreads(context);
-  const CalibrationModel model = io::loadModel(options.model);
+  ModelSource document{options.model, {}};
+  const CalibrationModel model = io::loadModel(options.model, document.sha256);
   checkAligned(model, options);
   const auto range = io::ImageReader::open(options.range);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
   const scan::IntensityImage* const withIntensity = intensity ? &*intensity : nullptr;
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), 0);
+  const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
   const scan::ResolvedSensor region =
-      scan::resolveSensor(options.sensor, options.range, model, options.model, range->shape().type);
+      scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
   const scan::RangeScan source(model, options.model, *range, region);
-  const scan::YPositions y = resolveY(options.y, range->shape().height);
+  const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);
 
   for (const std::string& output : {options.output, options.output + ".json"}) {
     io::requireNoInput(output, {options.model, options.range, options.range + ".json",
-                                options.sensor.sidecar, options.intensity, options.y.file});
+                                options.sensor.sidecar, options.intensity, y.file()});
   }
   io::WorkerPool pool(workerCount(context));
   io::OutputFile file(options.output, context.force);
   io::OutputFile sidecar(options.output + ".json", context.force);
   const io::PointDescription points =
-      describe(options, context, *range, withIntensity, rows.count());
+      describe(options, context, *range, withIntensity, rows.count(), y.isKnown());
   const auto writer = io::PointWriter::create(
       format, file, points, {options.compression.value_or(io::Compression::kNone), &pool});
   Progress progress(context, "calibrating", std::int64_t{rows.count()} * points.columns, "points");
@@ -135,10 +147,12 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
         progress.advance(std::int64_t{block.count()} * points.columns);
       });
   writer->finish();
-  sidecar.write(describeInJson(options, points, rows, y));
+  sidecar.write(describeInJson(options, context, document, points, rows, source, y, file.size()));
   file.commit();
   sidecar.commit();
 
+  tellOfReplacedMembers(options.sensor, options.y, beside);
+  warnOfCountedRows(y, options.aligned, options.range, context);
   warnOfSensor(source, region);
   warnOfValues(measured, outside, options.range);
   if (context.quiet) return;
@@ -166,7 +180,7 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
   command->add_option("--intensity", options->intensity, "Image with the intensity of every point")
       ->type_name("IMAGE");
   command->add_flag("--aligned", options->aligned, "Map through the pose of the model");
-  addYOptions(*command, options->y, true);
+  addYOptions(*command, options->y);
   addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);
   addSensorOptions(*command, options->sensor);

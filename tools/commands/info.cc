@@ -3,6 +3,7 @@
 #include <planex/io/json.h>
 #include <planex/io/model_file.h>
 #include <planex/io/output_file.h>
+#include <planex/io/provenance.h>
 #include <planex/scan/model_summary.h>
 
 #include <CLI/CLI.hpp>
@@ -209,8 +210,26 @@ bool hasArea(const scan::FieldOfView& view) {
   return width > 0 && height > 0 && std::isfinite(width) && std::isfinite(height);
 }
 
+/// What the sidecar of an output tells; a Failure behind it where it tells of another file.
+void printProvenance(const InfoOptions& options, const io::Provenance& provenance) {
+  if (!options.plot.empty()) throw CLI::ValidationError("--plot", "needs a model document");
+  std::string text;
+  for (const auto& [title, value] : provenance.lines) {
+    text += fmt::format("{:<18} {}\n", title, value);
+  }
+  std::fputs(options.json ? provenance.json.c_str() : text.c_str(), stdout);
+  if (provenance.fault.empty()) return;
+  std::fflush(stdout);
+  throw io::Failure(provenance.sidecar,
+                    provenance.fault + "; keep outputs and their sidecars together");
+}
+
 void runInfo(const InfoOptions& options, const Context& context) {
   if (!options.plot.empty()) pictureFormat("--plot", options.plot);
+  if (const auto provenance = io::readProvenance(options.model)) {
+    printProvenance(options, *provenance);
+    return;
+  }
   const CalibrationModel model = io::loadModel(options.model);
   Facts facts{model, context.unit, {}, {}, {}};
   facts.view = scan::fieldOfView(model, facts.noView);
@@ -237,8 +256,12 @@ void runInfo(const InfoOptions& options, const Context& context) {
 
 void addInfoCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<InfoOptions>();
-  CLI::App* command = app.add_subcommand("info", "Tell what a model is and what it sees");
-  command->add_option("MODEL", options->model, "Model document; - is standard input")->required();
+  CLI::App* command =
+      app.add_subcommand("info", "Tell what a model is and sees, or how an output was made");
+  command
+      ->add_option("MODEL", options->model,
+                   "Model document, - is standard input; or an output or its sidecar")
+      ->required();
   command->add_flag("--json", options->json, "Print JSON");
   command
       ->add_option("--plot", options->plot,
@@ -251,7 +274,8 @@ void addInfoCommand(CLI::App& app, Context& context) {
       "Examples:\n"
       "  planex info model.json\n"
       "  planex info model.json --plot view.png\n"
-      "  planex info model.json --json");
+      "  planex info model.json --json\n"
+      "  planex info height.tif");
   command->callback([options, &context] { runInfo(*options, context); });
 }
 

@@ -16,6 +16,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <map>
 #include <memory>
@@ -23,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/cli/made.h"
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 
@@ -141,7 +144,8 @@ void writePoints(io::TextOutput& output, std::size_t count, const Append& append
   output.write(text);
 }
 
-void mapShape(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
+/// @return the dimensions of the points
+int mapShape(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
   const int dimensions = options.box.empty() ? 2 : 3;
   const auto [x, y, z] = namesOf(options.to).names;
   output.write(dimensions == 2 ? fmt::format("{},{}\n", x, z) : fmt::format("{},{},{}\n", x, y, z));
@@ -150,6 +154,7 @@ void mapShape(const MapOptions& options, const Mapper& mapper, io::TextOutput& o
   writePoints(output, points.size(), [&](std::string& text, std::size_t i) {
     io::appendPoint(text, points[i], dimensions);
   });
+  return dimensions;
 }
 
 /// Tells of columns that were taken for want of names.
@@ -161,7 +166,8 @@ void warnOfColumns(const MapOptions& options, const io::PointReader& reader) {
                                   reader.columns(), x, y, z));
 }
 
-void mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
+/// @return the dimensions of the points
+int mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& output) {
   io::PointReader reader(options.input, namesOf(options.from));
   std::vector<io::TextPoint> points;
   bool first = true;
@@ -177,9 +183,32 @@ void mapText(const MapOptions& options, const Mapper& mapper, io::TextOutput& ou
     writePoints(output, points.size(),
                 [&](std::string& text, std::size_t i) { reader.append(text, i, points[i]); });
   }
-  if (!first) return;
-  if (reader.hasHeading()) output.write(reader.heading(namesOf(options.to)));
-  warn(options.input, "holds no points");
+  if (first) {
+    if (reader.hasHeading()) output.write(reader.heading(namesOf(options.to)));
+    warn(options.input, "holds no points");
+  }
+  return reader.dimensions();
+}
+
+std::string describeInJson(const MapOptions& options, const Context& context,
+                           const ModelSource& model, std::int64_t bytes) {
+  OutputSidecar sidecar(options.output + ".json", "mapped points", context);
+  sidecar.root().add("model", options.model);
+  sidecar.root().add("points", options.input);
+  sidecar.addMade(model);
+  sidecar.addRows(scan::YPositions({options.yScale.value_or(1), options.yOffset.value_or(0)},
+                                   options.yScale.has_value()));
+  sidecar.addOutput("mapped points", options.output, bytes);
+  return sidecar.print();
+}
+
+/// Tells on standard error that Y counts profiles, where it does.
+void warnOfCountedProfiles(const MapOptions& options, int dimensions) {
+  const bool usesPixels =
+      (options.from == CoordinateSystem::Pixel) != (options.to == CoordinateSystem::Pixel);
+  if (dimensions < 3 || !usesPixels || options.yScale) return;
+  std::fputs("planex: Y counts profiles, because nothing tells their distance; give --y-scale\n",
+             stderr);
 }
 
 void runMap(const MapOptions& options, const Context& context) {
@@ -196,16 +225,22 @@ void runMap(const MapOptions& options, const Context& context) {
   if (options.yScale && *options.yScale == 0) {
     throw CLI::ValidationError("--y-scale", "must not be 0");
   }
-  const CalibrationModel model = io::loadModel(options.model);
+  ModelSource document{options.model, {}};
+  const CalibrationModel model = io::loadModel(options.model, document.sha256);
   const Mapper mapper(options, model);
-  io::requireNoInput(options.output.empty() ? "-" : options.output, {options.model, options.input});
+  const bool toFile = !options.output.empty() && options.output != "-";
+  const std::string sidecarPath = options.output + ".json";
+  io::requireNoInput(toFile ? options.output : "-", {options.model, options.input});
+  if (toFile) io::requireNoInput(sidecarPath, {options.model, options.input});
   io::TextOutput output(options.output, context.force);
-  if (shape) {
-    mapShape(options, mapper, output);
-  } else {
-    mapText(options, mapper, output);
-  }
+  std::optional<io::OutputFile> sidecar;
+  if (toFile) sidecar.emplace(sidecarPath, context.force);
+  const int dimensions =
+      shape ? mapShape(options, mapper, output) : mapText(options, mapper, output);
+  warnOfCountedProfiles(options, dimensions);
+  if (sidecar) sidecar->write(describeInJson(options, context, document, output.size()));
   output.commit();
+  if (sidecar) sidecar->commit();
 }
 
 CLI::Option* addListOption(CLI::App& command, const char* name, std::vector<double>& values,

@@ -29,7 +29,7 @@ struct ProfileOptions {
   std::optional<double> at;
   bool dropMissing = false;
   scan::SensorSettings sensor;
-  YOptions y;
+  scan::RowSettings y;
 };
 
 /// A profile with what is to be said of it.
@@ -84,20 +84,24 @@ Found profileOfScan(const ProfileOptions& options, const Context& context) {
   const auto range = io::ImageReader::open(options.range);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
-  const scan::RangeScan source(
-      model, options.model, *range,
-      scan::resolveSensor(options.sensor, options.range, model, options.model));
-  const scan::YPositions y = resolveY(options.y, range->shape().height);
+  const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
+  const scan::ResolvedSensor region =
+      scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
+  const scan::RangeScan source(model, options.model, *range, region);
+  const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);
+  tellOfReplacedMembers(options.sensor, options.y, beside);
+  warnOfSensor(source, region);
   const int row = rowOf(options, y, range->shape().height);
   return {readProfile(source, intensity ? &*intensity : nullptr, row), row, y.at(row), context.unit,
-          context.unit};
+          y.isKnown() ? context.unit : "rows"};
 }
 
 void write(const ProfileOptions& options, const Context& context, const Found& found) {
   const std::string& source = options.range.empty() ? options.model : options.range;
   if (!options.output.empty() && options.output != "-") {
-    io::requireNoInput(options.output, {options.model, options.range, source + ".json",
-                                        options.sensor.sidecar, options.intensity, options.y.file});
+    io::requireNoInput(options.output,
+                       {options.model, options.range, source + ".json", options.sensor.sidecar,
+                        options.intensity, options.y.positions});
   }
   if (!isPicture(options)) {
     io::TextOutput out(options.output, context.force);
@@ -155,7 +159,7 @@ void addProfileCommand(CLI::App& app, Context& context) {
       ->needs(range);
   command->add_flag("--drop-missing", options->dropMissing,
                     "Leave out what was not measured; else its fields are empty");
-  addYOptions(*command, options->y, true);
+  addYOptions(*command, options->y);
   addSensorOptions(*command, options->sensor);
   addUnitOption(*command, context);
   for (CLI::Option* option : command->get_options()) {  // a map says all that itself

@@ -6,13 +6,15 @@
 #include <planex/io/raster_writer.h>
 #include <planex/processing/world_heights.h>
 #include <planex/scan/rectified_rows.h>
+#include <planex/scan/row_resampling.h>
 #include <planex/scan/row_stream.h>
 #include <planex/scan/sensor.h>
-#include <planex/version.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <map>
 #include <memory>
@@ -21,6 +23,7 @@
 #include <vector>
 
 #include "planex/report/height_picture.h"
+#include "tools/cli/made.h"
 #include "tools/cli/picture_options.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
@@ -53,7 +56,7 @@ struct RectifyOptions {
   std::optional<double> pixelSize, noData;
   bool floating = false, shade = false;
   scan::SensorSettings sensor;
-  YOptions y;
+  scan::RowSettings y;
   RowOptions rows;
   std::optional<io::Compression> compression;
 };
@@ -178,79 +181,122 @@ class HeightRows final : public scan::RectifiedRows {
   std::int64_t filled_ = 0;
 };
 
-void requireNoInputs(const RectifyOptions& options) {
+void requireNoInputs(const RectifyOptions& options, const scan::YPositions& y) {
   std::vector<std::string> inputs = options.intensities;
-  inputs.insert(inputs.end(),
-                {options.model, options.range, options.range + ".json", options.sensor.sidecar});
+  inputs.insert(inputs.end(), {options.model, options.range, options.range + ".json",
+                               options.sensor.sidecar, y.file()});
   std::vector<std::string> outputs = {options.output, options.output + ".json", options.preview};
   for (std::size_t i = 0; i < options.intensities.size(); ++i) {
-    outputs.push_back(intensityPath(options, i));
+    outputs.insert(outputs.end(), {intensityPath(options, i), intensityPath(options, i) + ".json"});
   }
   for (const std::string& output : outputs) io::requireNoInput(output, inputs);
 }
 
-/// One output raster.
+/// One output raster with its sidecar.
 struct Layer {
   Layer(io::RasterFormat format, const std::string& path, const Context& context,
-        const io::RasterDescription& description, const io::RasterEncoding& encoding)
-      : file(path, context.force),
-        writer(io::RasterWriter::create(format, file, description, encoding)) {}
-
-  void finish() {
-    writer->finish();
-    file.commit();
+        const io::RasterDescription& description_, const io::RasterEncoding& encoding)
+      : description(description_),
+        content(description.layers.front() == "height" ? "height map" : "rectified intensity"),
+        emptyRow(description.rowBytes()),
+        file(path, context.force),
+        sidecar(path + ".json", context.force),
+        writer(io::RasterWriter::create(format, file, description, encoding)) {
+    if (description.sample != io::SampleType::kFloat32) return;
+    const auto missing = static_cast<float>(*description.missing);
+    for (std::size_t i = 0; i < emptyRow.size(); i += sizeof missing) {
+      std::memcpy(emptyRow.data() + i, &missing, sizeof missing);
+    }
   }
 
-  io::OutputFile file;
+  /// Rows from `offset` on of what a block holds.
+  void write(int offset, int count, const void* samples) {
+    const std::size_t skipped = static_cast<std::size_t>(offset) * description.rowBytes();
+    writer->writeRows(count, {static_cast<const char*>(samples) + skipped});
+  }
+  void writeEmptyRow() { writer->writeRows(1, {emptyRow.data()}); }
+
+  void commit() {
+    file.commit();
+    sidecar.commit();
+  }
+
+  const io::RasterDescription description;
+  const char* const content;
+  std::vector<char> emptyRow;
+  io::OutputFile file, sidecar;
   std::unique_ptr<io::RasterWriter> writer;
+};
+
+/// What a rectification is made from.
+struct MapSource {
+  ModelSource model;
+  const scan::RangeScan& scan;
+  const scan::Rectification& rectification;
+  const scan::IntensityImages& intensities;
+  const scan::YPositions& y;
 };
 
 /// Everything that comes out of a rectification, row by row.
 class HeightMapWriter {
  public:
-  HeightMapWriter(const RectifyOptions& options, const Context& context, const HeightGrid& grid,
-                  const io::Axis& y, const scan::RowBlocks& rows, io::WorkerPool& pool)
-      : options_(options), context_(context), grid_(grid), rows_(rows) {
+  HeightMapWriter(const RectifyOptions& options, const Context& context, const MapSource& source,
+                  const scan::RowBlocks& rows, io::WorkerPool& pool)
+      : options_(options),
+        context_(context),
+        source_(source),
+        grid_(source.rectification.grid),
+        rows_(rows),
+        resampling_(source.y, rows) {
     const io::RasterFormat format = checkedFormat(options);
     const io::RasterEncoding encoding{options.compression.value_or(io::Compression::kNone), &pool};
-    raster_.width = grid.width;
+    raster_.width = grid_.width;
     raster_.height = rows.count();
-    raster_.columns = grid.x;
-    raster_.rows = io::Axis{y.scale, y.scale * rows.first + y.origin};
+    raster_.columns = grid_.x;
+    raster_.rows = resampling_.line();
     raster_.unit = context.unit;
-    heights_ =
-        std::make_unique<Layer>(format, options.output, context, heightDescription(), encoding);
+    if (!source.y.isKnown()) raster_.rowUnit = "rows";
+    layers_.push_back(
+        std::make_unique<Layer>(format, options.output, context, heightDescription(), encoding));
     for (std::size_t i = 0; i < options.intensities.size(); ++i) {
-      intensities_.push_back(std::make_unique<Layer>(format, intensityPath(options, i), context,
-                                                     intensityDescription(), encoding));
+      layers_.push_back(std::make_unique<Layer>(format, intensityPath(options, i), context,
+                                                intensityDescription(), encoding));
     }
-    sidecar_ = std::make_unique<io::OutputFile>(options.output + ".json", context.force);
     if (options.preview.empty()) return;
     previewFile_ = std::make_unique<io::OutputFile>(options.preview, context.force);
-    preview_ = std::make_unique<HeightPicture>(
-        report::MapGrid{grid.width, rows.count(), grid.x, *raster_.rows, grid.levels,
-                        options.y.scale.has_value(), context.unit});
+    preview_ = std::make_unique<HeightPicture>(report::MapGrid{grid_.width, rows.count(), grid_.x,
+                                                               *raster_.rows, grid_.levels,
+                                                               source.y.isKnown(), context.unit});
+    emptyLevels_.resize(static_cast<std::size_t>(grid_.width));
   }
 
+  /// Writes the rows of the map that show rows of the block, and empty ones before them.
   void write(const HeightRows& rows) {
-    heights_->writer->writeRows(rows.count(), {rows.samples()});
-    for (std::size_t i = 0; i < intensities_.size(); ++i) {
-      intensities_[i]->writer->writeRows(rows.count(), {rows.intensity(i)});
+    const int end = rows.first() + rows.count();
+    while (nextRow_ < rows_.count() && resampling_.sourceOf(nextRow_) < end) {
+      const int source = resampling_.sourceOf(nextRow_);
+      if (source < 0) {
+        writeEmptyRow();
+        continue;
+      }
+      int count = 1;  // of rows that follow each other in the map and in the block
+      while (source + count < end && nextRow_ + count < rows_.count() &&
+             resampling_.sourceOf(nextRow_ + count) == source + count) {
+        ++count;
+      }
+      writeRows(rows, source - rows.first(), count);
     }
-    if (preview_ != nullptr) preview_->addRows(rows.count(), rows.heights());
-    filled_ += rows.filled();
     share_.include(rows.share());
   }
 
   void finish() {
-    sidecar_->write(describeInJson());
+    for (const auto& layer : layers_) layer->writer->finish();
     if (preview_ != nullptr) {
       previewFile_->write(preview_->draw({ColorMap::find(options_.colors), options_.shade},
                                          pictureFormat("--preview", options_.preview)));
     }
-    heights_->finish();
-    for (const auto& intensity : intensities_) intensity->finish();
-    sidecar_->commit();
+    for (const auto& layer : layers_) layer->sidecar.write(describeInJson(*layer));
+    for (const auto& layer : layers_) layer->commit();
     if (previewFile_ != nullptr) previewFile_->commit();
   }
 
@@ -267,7 +313,37 @@ class HeightMapWriter {
                stdout);
   }
 
+  /// Tells on standard error of rows that the positions have left out and empty.
+  void warnOfUnevenRows() const {
+    if (resampling_.leftOut() == 0 && resampling_.emptyRows() == 0) return;
+    std::fprintf(stderr,
+                 "planex: %s: Y is uneven: %d rows of the image are not in the map, and %d rows of "
+                 "the map are empty\n",
+                 io::inOneLine(source_.y.file()).c_str(), resampling_.leftOut(),
+                 resampling_.emptyRows());
+  }
+
  private:
+  void writeEmptyRow() {
+    for (const auto& layer : layers_) layer->writeEmptyRow();
+    if (preview_ != nullptr) preview_->addRows(1, emptyLevels_.data());
+    ++nextRow_;
+  }
+
+  void writeRows(const HeightRows& rows, int offset, int count) {
+    layers_.front()->write(offset, count, rows.samples());
+    for (std::size_t i = 1; i < layers_.size(); ++i) {
+      layers_[i]->write(offset, count, rows.intensity(i - 1));
+    }
+    const std::uint16_t* levels =
+        rows.heights() + static_cast<std::ptrdiff_t>(offset) * grid_.width;
+    if (preview_ != nullptr) preview_->addRows(count, levels);
+    const std::ptrdiff_t cells = static_cast<std::ptrdiff_t>(count) * grid_.width;
+    filled_ +=
+        count == rows.count() ? rows.filled() : cells - std::count(levels, levels + cells, 0);
+    nextRow_ += count;
+  }
+
   io::RasterDescription heightDescription() const {
     io::RasterDescription raster = raster_;
     raster.layers = {"height"};
@@ -284,11 +360,10 @@ class HeightMapWriter {
     return raster;
   }
 
-  std::string describeInJson() const {
-    const io::RasterDescription heights = heightDescription();
-    io::JsonText json;
-    json.add("generator", "planex " PLANEX_VERSION_STRING);
-    json.add("content", "height map");
+  std::string describeInJson(const Layer& layer) const {
+    const io::RasterDescription& raster = layer.description;
+    OutputSidecar sidecar(layer.sidecar.path(), layer.content, context_);
+    const io::JsonText& json = sidecar.root();
     json.add("unit", context_.unit);
     json.add("columns", grid_.width);
     json.add("rows", rows_.count());
@@ -296,36 +371,67 @@ class HeightMapWriter {
     const io::JsonObject transform = json.addObject("transform");
     transform.add("scaleX", grid_.x.scale);
     transform.add("originX", grid_.x.origin);
-    transform.add("scaleY", heights.rows->scale);
-    transform.add("originY", heights.rows->origin);
-    transform.add("scaleZ", heights.values->scale);
-    transform.add("originZ", heights.values->origin);
-    if (std::isnan(*heights.missing)) {
+    transform.add("scaleY", raster.rows->scale);
+    transform.add("originY", raster.rows->origin);
+    transform.add("unitY", raster.rowUnit.empty() ? raster.unit : raster.rowUnit);
+    if (raster.values) {
+      transform.add("scaleZ", raster.values->scale);
+      transform.add("originZ", raster.values->origin);
+    }
+    if (raster.missing && std::isnan(*raster.missing)) {
       json.add("missing", "NaN");
-    } else {
-      json.add("missing", *heights.missing);
+    } else if (raster.missing) {
+      json.add("missing", *raster.missing);
     }
     json.add("mode", options_.mode);
     json.add("model", options_.model);
     json.add("range", options_.range);
     json.addList("intensities", nullptr, 0);
-    for (std::size_t i = 0; i < intensities_.size(); ++i) {
+    for (std::size_t i = 1; i < layers_.size(); ++i) {
       const io::JsonObject pair = json.appendTo("intensities");
-      pair.add("source", options_.intensities[i]);
-      pair.add("rectified", intensities_[i]->file.path());
+      pair.add("source", options_.intensities[i - 1]);
+      pair.add("rectified", layers_[i]->file.path());
     }
-    return json.print();
+    addMade(sidecar);
+    return sidecar.print();
+  }
+
+  void addMade(OutputSidecar& sidecar) const {
+    const io::JsonObject& made = sidecar.addMade(source_.model);
+    sidecar.addScan(source_.scan.region, source_.y);
+    const io::JsonObject splat = made.addObject("splat");
+    splat.add("splatA", source_.rectification.splat.lateralSpacing.x);
+    splat.add("splatB", source_.rectification.splat.lateralSpacing.y);
+    splat.add("splatC", source_.rectification.splat.size);
+    const io::JsonObject levels = made.addObject("levels");
+    levels.add("scaleZ", grid_.levels.scale);
+    levels.add("originZ", grid_.levels.origin);
+    made.addList("intensityLimits", nullptr, 0);
+    for (const auto& intensity : source_.intensities) {
+      const io::JsonObject limits = made.appendTo("intensityLimits");
+      limits.add("least", intensity->isBytes() ? 0 : intensity->limits().min);
+      limits.add("greatest", intensity->isBytes() ? 255 : intensity->limits().max);
+    }
+    for (const auto& layer : layers_) {
+      sidecar.addOutput(layer->content, layer->file.path(), layer->file.size());
+    }
+    if (previewFile_ != nullptr) {
+      sidecar.addOutput("picture of the height map", options_.preview, previewFile_->size());
+    }
   }
 
   const RectifyOptions& options_;
   const Context& context_;
+  const MapSource& source_;
   const HeightGrid grid_;
   const scan::RowBlocks rows_;
-  io::RasterDescription raster_;  // what all rasters have in common
-  std::unique_ptr<Layer> heights_;
-  std::vector<std::unique_ptr<Layer>> intensities_;
-  std::unique_ptr<io::OutputFile> sidecar_, previewFile_;
+  const scan::RowResampling resampling_;
+  io::RasterDescription raster_;                // what all rasters have in common
+  std::vector<std::unique_ptr<Layer>> layers_;  // heights, then intensities
+  std::unique_ptr<io::OutputFile> previewFile_;
   std::unique_ptr<HeightPicture> preview_;
+  std::vector<std::uint16_t> emptyLevels_;
+  int nextRow_ = 0;
   std::int64_t filled_ = 0;
   scan::MapShare share_;
 };
@@ -334,10 +440,13 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   checkedFormat(options);
   checkedMode(options);
   applyThreads(context);
-  const CalibrationModel model = io::loadModel(options.model);
+  ModelSource document{options.model, {}};
+  const CalibrationModel model = io::loadModel(options.model, document.sha256);
   const auto range = io::ImageReader::open(options.range);
+  const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
   const scan::ResolvedSensor region =
-      scan::resolveSensor(options.sensor, options.range, model, options.model, range->shape().type);
+      scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
+  const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);
   const scan::RangeScan source(model, options.model, *range, region);
   const std::int64_t width = range->shape().width;
   const scan::Rectification rectification = rectificationOf(options, source);
@@ -347,9 +456,10 @@ void runRectify(const RectifyOptions& options, const Context& context) {
     intensities.push_back(std::make_unique<scan::IntensityImage>(path, *range));
   }
 
-  requireNoInputs(options);
+  requireNoInputs(options, y);
   io::WorkerPool pool(workerCount(context));
-  HeightMapWriter writer(options, context, rectification.grid, options.y.line(), rows, pool);
+  const MapSource made{document, source, rectification, intensities, y};
+  HeightMapWriter writer(options, context, made, rows, pool);
   for (const auto& intensity : intensities) {
     Progress progress(context, "reading intensities", range->shape().height * width, "points");
     intensity->findLimits(rows.block, [&](std::int64_t pixels) { progress.advance(pixels); });
@@ -366,6 +476,9 @@ void runRectify(const RectifyOptions& options, const Context& context) {
         progress.advance(block.count() * width);
       });
   writer.finish();
+  tellOfReplacedMembers(options.sensor, options.y, beside);
+  warnOfCountedRows(y, false, options.range, context);
+  writer.warnOfUnevenRows();
   warnOfSensor(source, region);
   warnOfValues(measured, outside, options.range);
   writer.warn();
@@ -417,7 +530,7 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   addColorsOption(*command, options->colors)->needs(preview);
   command->add_flag("--shade", options->shade, "Shade the picture as if lit from the upper left")
       ->needs(preview);
-  addYOptions(*command, options->y, false);
+  addYOptions(*command, options->y);
   addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);
   addSensorOptions(*command, options->sensor);

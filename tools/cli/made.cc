@@ -1,0 +1,67 @@
+#include "tools/cli/made.h"
+
+#include <planex/io/utf8.h>
+#include <planex/version.h>
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace planex::tools {
+
+OutputSidecar::OutputSidecar(std::string path, const char* content, const Context& context)
+    : path_(std::move(path)), commandLine_(context.commandLine), made_(root_) {
+  root_.add("generator", "planex " PLANEX_VERSION_STRING);
+  root_.add("content", content);
+}
+
+const io::JsonObject& OutputSidecar::addMade(const ModelSource& model) {
+  made_ = root_.addObject("made");
+  made_.addTexts("command", commandLine_);
+  const io::JsonObject source = made_.addObject("model");
+  source.add("file", model.file);
+  source.add("sha256", model.sha256);
+  return made_;
+}
+
+void OutputSidecar::addScan(const datafusion::planex::SensorRegion& region,
+                            const scan::YPositions& y) {
+  const io::JsonObject sensor = made_.addObject("sensor");
+  sensor.add("scaleX", region.scaleX);
+  sensor.add("originX", region.originX);
+  sensor.add("scaleZ", region.scaleZ);
+  sensor.add("originZ", region.originZ);
+  sensor.add("width", region.width);
+  sensor.add("height", region.height);
+  addRows(y);
+}
+
+void OutputSidecar::addRows(const scan::YPositions& y) {
+  if (!y.isKnown()) return;
+  const io::JsonObject rows = made_.addObject("rows");
+  if (y.line()) {
+    rows.add("scaleY", y.line()->scale);
+    rows.add("originY", y.line()->origin);
+  } else {
+    rows.add("positions", fromHere(y.file()));
+  }
+}
+
+void OutputSidecar::addOutput(const char* content, const std::string& file, std::int64_t bytes) {
+  if (!hasOutputs_) made_.addList("outputs", nullptr, 0);
+  hasOutputs_ = true;
+  const io::JsonObject output = made_.appendTo("outputs");
+  output.add("file", io::escapedUtf8(fromHere(file)));
+  output.add("content", content);
+  output.add("bytes", static_cast<double>(bytes));
+}
+
+std::string OutputSidecar::fromHere(const std::string& file) const {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::path(path_).parent_path();
+  std::error_code error;
+  const fs::path seen = fs::proximate(file, folder.empty() ? "." : folder, error);
+  return error ? file : seen.string();
+}
+
+}  // namespace planex::tools
