@@ -11,11 +11,11 @@
 #include <planex/foundation/box.h>
 #include <planex/foundation/image_of.h>
 #include <planex/foundation/vec.h>
-#include <planex/infra/json_deserializer.h>
 #include <planex/infra/log_handler.h>
 #include <planex/infra/logger.h>
 #include <planex/model/calibration_model.h>
 #include <planex/model/coordinate_system.h>
+#include <planex/model/model_file.h>
 #include <planex/model/shape_mapping.h>
 #include <planex/processing/image_alignment.h>
 #include <planex/processing/image_calibration.h>
@@ -25,8 +25,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -59,16 +57,6 @@ struct ScanReader : Scan {
 
   const bool good;
 };
-
-bool readModel(const std::string& path, CalibrationModel& model) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
-  base::JsonVisitingDeSerializer reader(text.c_str(), false);
-  if (!file.fail() && reader.DeserializeIntoExistingObject(model)) return true;
-  std::fprintf(stderr, "%s: %s\n", path.c_str(),
-               file.fail() ? "cannot be read" : reader.GetErrorDescription().c_str());
-  return false;
-}
 
 /// The aligned points of a scan, one pixel a sample; NaN where nothing was measured.
 struct AlignedScan {

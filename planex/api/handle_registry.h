@@ -68,7 +68,7 @@ class HandleRegistry {
   std::uint32_t nextHandle_ = 1;
 };
 
-/// The body of the three destroy functions: destroys the object named by `*handle` and writes 0
+/// The body of the destroy functions: destroys the object named by `*handle` and writes 0
 /// there; null does nothing. Throws for an unknown handle, which then stays in the variable.
 template <typename T>
 bool destroyByHandle(HandleRegistry<T>& registry, std::uint32_t* handle) {

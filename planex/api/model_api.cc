@@ -1,10 +1,7 @@
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "planex/api/boundary.h"
 #include "planex/api/model_recovery.h"
@@ -13,6 +10,7 @@
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
+#include "planex/infra/text_file.h"
 
 namespace tavik::planex {
 namespace {
@@ -20,7 +18,7 @@ namespace {
 using datafusion::planex::CalibrationModel;
 
 /// Throws for a text that neither reads without error nor passes as a damaged document.
-CalibrationModel readModel(const char* json) {
+CalibrationModel modelFrom(const char* json) {
   CalibrationModel model;
   base::JsonVisitingDeSerializer reader(json, false);
   reader.DeserializeIntoExistingObject(model);
@@ -37,25 +35,6 @@ void writeModel(CalibrationModel& model, etl::MemoryOutStream& stream) {
   CalibrationException::throwUnless(!writer.HasError(), "Failed to create json from model");
 }
 
-/// A regular file, as far as its first NUL at least; nothing when it cannot be read. Reading in
-/// pieces keeps a huge file of zeros from asking for huge memory.
-std::optional<std::string> readTextFile(const char* path) {
-  std::error_code error;
-  if (path == nullptr || !std::filesystem::is_regular_file(path, error)) return std::nullopt;
-  std::ifstream file(path, std::ios::binary);
-  if (!file.is_open()) return std::nullopt;
-  std::string text;
-  std::string piece(65536, '\0');  // not on the stack, which may be as large
-  do {
-    file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
-    const auto size = static_cast<std::size_t>(file.gcount());
-    text.append(piece, 0, size);
-    if (std::memchr(piece.data(), '\0', size) != nullptr) return text;
-  } while (file.good());
-  if (file.bad()) return std::nullopt;
-  return text;
-}
-
 }  // namespace
 }  // namespace tavik::planex
 
@@ -67,13 +46,13 @@ bool createModelFromJson(const char* jsonData, uint32_t* modelHandle) {
     *modelHandle = 0;
     CalibrationException::throwUnless(jsonData != nullptr, "Argument jsonData is NULL");
     models().throwIfFull();
-    *modelHandle = models().insert(readModel(jsonData));
+    *modelHandle = models().insert(modelFrom(jsonData));
     return true;
   });
 }
 
 bool createModelFromFilePath(const char* filePath, uint32_t* modelHandle) {
-  const std::optional<std::string> text = readTextFile(filePath);
+  const std::optional<std::string> text = base::readTextFile(filePath);
   if (!text) {
     interfaceLogger().Severe("Not able to open calibration file");
     return false;

@@ -13,6 +13,8 @@
  *     calculateCalibrationBounds, createRectificationFilter, then rectify per calibrated image
  *     destroyRectificationFilter, destroyCalibrationFilter, destroyModel
  *
+ * planex/api/points.h goes on from calibrated images to aligned points, and maps single points.
+ *
  * **Handles.** Models and filters live inside the library and are named by handles: numbers that
  * count up from 1, one sequence per kind, never 0. At most 256 objects of a kind exist at a time. A
  * handle stays valid until its object is destroyed and is not issued again, neither after a destroy

@@ -31,6 +31,14 @@ HandleRegistry<CalibrationFilter>& calibrationFilters() {
   return registry;
 }
 
+HandleRegistry<AlignmentFilter>& alignmentFilters() {
+  static auto& registry = makeRegistry<AlignmentFilter>(
+      "Too many alignment filters created, destroy unused alignmentFilters by calling "
+      "destroyAlignmentFilter()",
+      "The provided alignment filter handle does not map to a previously created filter");
+  return registry;
+}
+
 HandleRegistry<RectificationFilter>& rectificationFilters() {
   static auto& registry = makeRegistry<RectificationFilter>(
       "Too many rectification filters created, destroy unused rectificationFilters by calling "

@@ -16,6 +16,12 @@ struct CalibrationFilter {
   std::uint32_t pixelFormat;
 };
 
+/// What createAlignmentFilter() was given. The model is looked up by its handle at every use.
+struct AlignmentFilter {
+  std::uint32_t modelHandle;
+  ImageSize imageSize;
+};
+
 /// What createRectificationFilter() was given.
 struct RectificationFilter {
   SplatSettings splatSettings;
@@ -27,10 +33,11 @@ struct RectificationFilter {
   float missingDataValue;
 };
 
-// The three registries of the process. They are made on first use and never destroyed, so that they
+// The registries of the process. They are made on first use and never destroyed, so that they
 // stay usable while static objects of the caller are.
 HandleRegistry<datafusion::planex::CalibrationModel>& models();
 HandleRegistry<CalibrationFilter>& calibrationFilters();
+HandleRegistry<AlignmentFilter>& alignmentFilters();
 HandleRegistry<RectificationFilter>& rectificationFilters();
 
 }  // namespace tavik::planex

@@ -90,12 +90,20 @@ class PlanBuilder {
   MappingPlan plan_;
 };
 
+/// Applies a plan; one without steps copies.
 template <typename Point>
-bool run(const MappingPlan& plan, const etl::Vector<Point>& in, etl::Vector<Point>& out) {
+void run(const MappingPlan& plan, const Point* in, Point* out, std::size_t count) {
+  if (plan.begin() != plan.end()) {
+    kernel::mapPointsKernel<Point>(cmnalg::currentInstructionSet())(plan, in, out, count);
+  } else if (in != out) {
+    std::copy_n(in, count, out);
+  }
+}
+
+template <typename Point>
+void run(const MappingPlan& plan, const etl::Vector<Point>& in, etl::Vector<Point>& out) {
   out.resize(in.size());
-  kernel::mapPointsKernel<Point>(cmnalg::currentInstructionSet())(plan, in.data(), out.data(),
-                                                                  in.size());
-  return true;
+  run(plan, in.data(), out.data(), in.size());
 }
 
 bool addPlaneSteps(PlanBuilder& builder, CoordinateSystem from, CoordinateSystem to) {
@@ -126,7 +134,9 @@ bool mapInPlane(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out
                 CoordinateSystem from, CoordinateSystem to) {
   const base::DefaultFloatEnvironment environment;
   PlanBuilder builder(model);
-  return addPlaneSteps(builder, from, to) && run(builder.Plan(), in, out);
+  if (!addPlaneSteps(builder, from, to)) return false;
+  run(builder.Plan(), in, out);
+  return true;
 }
 
 bool hasState(const CalibrationModel& model) {
@@ -134,19 +144,48 @@ bool hasState(const CalibrationModel& model) {
          refuse("Operation failed because it was called with uncalibrated model.");
 }
 
+/// What both forms of the mapping in the plane do first.
+bool planPlane(PlanBuilder& builder, const CalibrationModel& model, CoordinateSystem from,
+               CoordinateSystem to) {
+  from = normalised(from);
+  to = normalised(to);
+  return hasState(model) && (from == to || addPlaneSteps(builder, from, to));
+}
+
+/// And in space.
+bool planSpace(PlanBuilder& builder, const CalibrationModel& model, CoordinateSystem from,
+               CoordinateSystem to, double yOffset, double yScale) {
+  from = normalised(from);
+  to = normalised(to);
+  if (!hasState(model)) return false;
+  if (from == to) return true;
+  const bool ofPixels = from == CoordinateSystem::Pixel || to == CoordinateSystem::Pixel;
+  if (ofPixels && !isCalibrated(model.CurrentState)) {
+    return refuse("mapPoints called with uncalibrated model.");
+  }
+  return addSpaceSteps(builder, from, to, yOffset, yScale);
+}
+
 }  // namespace
 
 template <typename T>
 bool mapPoints(const CalibrationModel& model, const Plane<T>& in, Plane<T>& out,
                CoordinateSystem from, CoordinateSystem to) {
-  from = normalised(from);
-  to = normalised(to);
-  if (!hasState(model)) return false;
-  if (from == to) {
-    out = in;
-    return true;
-  }
-  return mapInPlane(model, in, out, from, to);
+  const base::DefaultFloatEnvironment environment;
+  PlanBuilder builder(model);
+  if (!planPlane(builder, model, from, to)) return false;
+  run(builder.Plan(), in, out);
+  return true;
+}
+
+template <typename T>
+bool mapPoints(const CalibrationModel& model, const Vec<2, T>* in, Vec<2, T>* out,
+               std::size_t count, CoordinateSystem from, CoordinateSystem to) {
+  const base::DefaultFloatEnvironment environment;
+  PlanBuilder builder(model);
+  if (!planPlane(builder, model, from, to)) return false;
+  run(builder.Plan(), in, out, count);
+  return true;
 }
 
 template <typename T>
@@ -154,19 +193,21 @@ bool mapPoints(const CalibrationModel& model, const Space<T>& in, Space<T>& out,
                CoordinateSystem from, CoordinateSystem to, const double& yOffset,
                const double& yScale) {
   const base::DefaultFloatEnvironment environment;
-  from = normalised(from);
-  to = normalised(to);
-  if (!hasState(model)) return false;
-  if (from == to) {
-    out = in;
-    return true;
-  }
-  const bool ofPixels = from == CoordinateSystem::Pixel || to == CoordinateSystem::Pixel;
-  if (ofPixels && !isCalibrated(model.CurrentState)) {
-    return refuse("mapPoints called with uncalibrated model.");
-  }
   PlanBuilder builder(model);
-  return addSpaceSteps(builder, from, to, yOffset, yScale) && run(builder.Plan(), in, out);
+  if (!planSpace(builder, model, from, to, yOffset, yScale)) return false;
+  run(builder.Plan(), in, out);
+  return true;
+}
+
+template <typename T>
+bool mapPoints(const CalibrationModel& model, const Vec<3, T>* in, Vec<3, T>* out,
+               std::size_t count, CoordinateSystem from, CoordinateSystem to, const double& yOffset,
+               const double& yScale) {
+  const base::DefaultFloatEnvironment environment;
+  PlanBuilder builder(model);
+  if (!planSpace(builder, model, from, to, yOffset, yScale)) return false;
+  run(builder.Plan(), in, out, count);
+  return true;
 }
 
 template <typename T>
@@ -194,21 +235,26 @@ bool mapPointsAlignedToCal(const CalibrationModel& model, const Plane<T>& in, Pl
   return mapInPlane(model, in, out, CoordinateSystem::Aligned, CoordinateSystem::Calibrated);
 }
 
-#define PLANEX_INSTANTIATE(T)                                                                    \
-  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Plane<T>&, Plane<T>&,  \
-                                           CoordinateSystem, CoordinateSystem);                  \
-  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Space<T>&, Space<T>&,  \
-                                           CoordinateSystem, CoordinateSystem, const double&,    \
-                                           const double&);                                       \
-  template PLANEX_EXPORT bool mapPointsPixToCal<T>(const CalibrationModel&, const Plane<T>&,     \
-                                                   Plane<T>&);                                   \
-  template PLANEX_EXPORT bool mapPointsCalToPix<T>(const CalibrationModel&, const Plane<T>&,     \
-                                                   Plane<T>&);                                   \
-  template PLANEX_EXPORT bool mapPointsPixToAligned<T>(const CalibrationModel&, const Plane<T>&, \
-                                                       Plane<T>&);                               \
-  template PLANEX_EXPORT bool mapPointsAlignedToPix<T>(const CalibrationModel&, const Plane<T>&, \
-                                                       Plane<T>&);                               \
-  template PLANEX_EXPORT bool mapPointsAlignedToCal<T>(const CalibrationModel&, const Plane<T>&, \
+#define PLANEX_INSTANTIATE(T)                                                                     \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Plane<T>&, Plane<T>&,   \
+                                           CoordinateSystem, CoordinateSystem);                   \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Space<T>&, Space<T>&,   \
+                                           CoordinateSystem, CoordinateSystem, const double&,     \
+                                           const double&);                                        \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Vec<2, T>*, Vec<2, T>*, \
+                                           std::size_t, CoordinateSystem, CoordinateSystem);      \
+  template PLANEX_EXPORT bool mapPoints<T>(const CalibrationModel&, const Vec<3, T>*, Vec<3, T>*, \
+                                           std::size_t, CoordinateSystem, CoordinateSystem,       \
+                                           const double&, const double&);                         \
+  template PLANEX_EXPORT bool mapPointsPixToCal<T>(const CalibrationModel&, const Plane<T>&,      \
+                                                   Plane<T>&);                                    \
+  template PLANEX_EXPORT bool mapPointsCalToPix<T>(const CalibrationModel&, const Plane<T>&,      \
+                                                   Plane<T>&);                                    \
+  template PLANEX_EXPORT bool mapPointsPixToAligned<T>(const CalibrationModel&, const Plane<T>&,  \
+                                                       Plane<T>&);                                \
+  template PLANEX_EXPORT bool mapPointsAlignedToPix<T>(const CalibrationModel&, const Plane<T>&,  \
+                                                       Plane<T>&);                                \
+  template PLANEX_EXPORT bool mapPointsAlignedToCal<T>(const CalibrationModel&, const Plane<T>&,  \
                                                        Plane<T>&)
 PLANEX_INSTANTIATE(float);
 PLANEX_INSTANTIATE(double);

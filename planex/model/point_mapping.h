@@ -33,6 +33,8 @@
 /// is one warning on the logger "Image.Calibration.Planex" and false, with `out` untouched. Only
 /// std::bad_alloc is thrown.
 
+#include <cstddef>
+
 #include "planex/foundation/vec.h"
 #include "planex/infra/containers.h"
 #include "planex/model/calibration_model.h"
@@ -68,6 +70,18 @@ template <typename T>
 bool mapPoints(const CalibrationModel& model, const etl::Vector<cmnalg::Vec<3, T>>& in,
                etl::Vector<cmnalg::Vec<3, T>>& out, CoordinateSystem from, CoordinateSystem to,
                const double& yOffset, const double& yScale);
+
+/// @{
+/// The same for `count` points in arrays, without a list to make: `out` is `in`, or shares no
+/// memory with it. Refusals as above; only std::bad_alloc is thrown, before anything is written.
+template <typename T>
+bool mapPoints(const CalibrationModel& model, const cmnalg::Vec<2, T>* in, cmnalg::Vec<2, T>* out,
+               std::size_t count, CoordinateSystem from, CoordinateSystem to);
+template <typename T>
+bool mapPoints(const CalibrationModel& model, const cmnalg::Vec<3, T>* in, cmnalg::Vec<3, T>* out,
+               std::size_t count, CoordinateSystem from, CoordinateSystem to, const double& yOffset,
+               const double& yScale);
+/// @}
 
 /// @{
 /// A single direction in 2D. They do not ask for the state; otherwise they refuse as mapPoints.

@@ -32,7 +32,7 @@ class_level_names() {
     }' | sort -u
 }
 
-symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_\(IO_\)\?1$')
+symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_\(IO_\)\?1\(\.1\)\?$')
 # "<": not exported, ">": exported, but in no list.
 diff <(sort -u "$@") <(class_level_names <<<"$symbols")
 
