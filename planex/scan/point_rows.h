@@ -4,15 +4,13 @@
 #include <vector>
 
 #include "planex/io/point_writer.h"
-#include "planex/scan/calibrated_rows.h"
 #include "planex/scan/intensity_rows.h"
-#include "planex/scan/y_positions.h"
+#include "planex/scan/spatial_rows.h"
 
 namespace planex::scan {
 
-/// The points of some rows of a range image in three dimensions: calibrated X and Z with the Y of
-/// their row, or mapped on through the pose of the model.
-class PLANEX_EXPORT PointBlock : public CalibratedRows {
+/// Points in three dimensions on their way into a file of points.
+class PLANEX_EXPORT PointBlock : public SpatialRows {
  public:
   /// All outlive the object.
   /// @param aligned   through the pose of the model
@@ -32,16 +30,8 @@ class PLANEX_EXPORT PointBlock : public CalibratedRows {
   /// @endcond
 
  private:
-  void align();
-  void addY();
-
-  const RangeScan& scan_;
-  const YPositions& y_;
-  const bool aligned_;
   const io::PointWriter& writer_;
   std::optional<IntensityRows> intensity_;
-  std::vector<float> yValues_;
-  cmnalg::ImageOf<float> xAligned_, yAligned_, zAligned_;
   io::PointRows rows_;
   std::vector<char> prepared_;
 };
