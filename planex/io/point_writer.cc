@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-#include "planex/io/raster_writer.h"
+#include "planex/io/raster_formats.h"
 #include "planex/version.h"
 
 namespace planex::io {
@@ -58,18 +58,9 @@ std::string pcdHeader(const PointDescription& points) {
       points.columns, points.rows, pointCount(points));
 }
 
-/// The format's description, a Python dictionary, ends on a multiple of 64 bytes.
-std::string npyHeader(const PointDescription& points) {
-  std::string dictionary =
-      fmt::format("{{'descr': '<f4', 'fortran_order': False, 'shape': ({}, {}, {}), }}",
-                  points.rows, points.columns, points.aligned ? 3 : 2);
-  const std::size_t begin = 10;  // signature, version and length
-  dictionary.append(63 - (begin + dictionary.size()) % 64, ' ');
-  dictionary += '\n';
-  std::string header("\x93NUMPY\x01\x00", 8);
-  header += static_cast<char>(dictionary.size() & 0xFF);
-  header += static_cast<char>(dictionary.size() >> 8);
-  return header + dictionary;
+std::string npyHeaderOf(const PointDescription& points) {
+  return npyHeader(
+      "<f4", fmt::format("({}, {}, {})", points.rows, points.columns, points.aligned ? 3 : 2));
 }
 
 /// out = a0 b0 a1 b1 ... or, with c, a0 b0 c0 a1 ...
@@ -166,7 +157,7 @@ class CloudWriter final : public RecordWriter {
 class NpyWriter final : public RecordWriter {
  public:
   NpyWriter(OutputFile& file, const PointDescription& points)
-      : RecordWriter(file, points, npyHeader(points), points.aligned ? 12 : 8) {}
+      : RecordWriter(file, points, npyHeaderOf(points), points.aligned ? 12 : 8) {}
 
  private:
   void fill(const PointRows& rows, std::vector<char>& bytes) const override {

@@ -16,7 +16,11 @@ std::unique_ptr<RasterWriter> createPng(OutputFile& file, const RasterDescriptio
                                         const RasterEncoding& encoding);
 std::unique_ptr<RasterWriter> createTiff(OutputFile& file, const RasterDescription& description,
                                          const RasterEncoding& encoding);
+std::unique_ptr<RasterWriter> createNpy(OutputFile& file, const RasterDescription& description);
 /// @}
+
+/// The start of an NPY file. @param type, shape as NumPy writes them: "<f4", "(2, 3)"
+std::string npyHeader(const std::string& type, const std::string& shape);
 
 /// Pairs of keyword and text, as they stand in a PNG.
 std::vector<std::pair<std::string, std::string>> describeInText(const RasterDescription& raster);

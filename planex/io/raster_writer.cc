@@ -43,11 +43,26 @@ std::string layerItem(const char* name, std::size_t layer, const char* role,
 
 }  // namespace
 
+std::optional<RasterFormat> rasterFormatOf(const std::string& path) {
+  const std::string ending = endingOf(path);
+  if (ending == ".png") return RasterFormat::kPng;
+  if (ending == ".tif" || ending == ".tiff") return RasterFormat::kTiff;
+  if (ending == ".npy") return RasterFormat::kNpy;
+  return std::nullopt;
+}
+
 std::unique_ptr<RasterWriter> RasterWriter::create(RasterFormat format, OutputFile& file,
                                                    const RasterDescription& description,
                                                    const RasterEncoding& encoding) {
-  return format == RasterFormat::kPng ? createPng(file, description, encoding)
-                                      : createTiff(file, description, encoding);
+  switch (format) {
+    case RasterFormat::kPng:
+      return createPng(file, description, encoding);
+    case RasterFormat::kNpy:
+      return createNpy(file, description);
+    case RasterFormat::kTiff:
+      break;
+  }
+  return createTiff(file, description, encoding);
 }
 
 std::vector<std::pair<std::string, std::string>> describeInText(const RasterDescription& raster) {

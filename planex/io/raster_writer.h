@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "planex/infra/export.h"
@@ -11,7 +13,11 @@
 namespace planex::io {
 
 /// The kinds of raster files.
-enum class RasterFormat { kPng, kTiff };
+enum class RasterFormat { kPng, kTiff, kNpy };
+
+/// @return the format that the ending of a file name stands for (.png, .tif, .tiff, .npy, in any
+///         case), or nothing
+PLANEX_EXPORT std::optional<RasterFormat> rasterFormatOf(const std::string& path);
 
 /// How the samples of a TIFF are compressed. A PNG always is.
 enum class Compression { kNone, kDeflate, kZstd };
@@ -29,7 +35,8 @@ class PLANEX_EXPORT RasterWriter {
  public:
   /// @param file        empty; stays open while the writer is used, and is committed afterwards
   /// @param description stored in the file too: in a TIFF as tags that GDAL reads, in a PNG as text
-  ///                    chunks. A PNG has one layer of integers
+  ///                    chunks; an NPY, rows x columns [x layers], holds samples alone. A PNG has
+  ///                    one layer of integers
   static std::unique_ptr<RasterWriter> create(RasterFormat format, OutputFile& file,
                                               const RasterDescription& description,
                                               const RasterEncoding& encoding = {});

@@ -97,8 +97,11 @@ void layRows(const RowBlocks& rows, const YPositions& y, double slope,
   double least = gridding.placement.height;
   for (int row = rows.end - 1; row >= rows.first; --row) {
     const auto i = static_cast<std::size_t>(row - rows.first);
-    // As many rows as leave no gap to the next profile, and no more.
-    const double reach = std::ceil((rowSpacing(rows, y, row, rowsPerY) - 1) / 2 - 1e-6);
+    // As many rows as leave no gap to the next profile, and no more. Behind a pose profiles may lie
+    // across the grid: there splats overlap by a tenth, as along the row.
+    const double overlap = gridding.aligned ? 1.1 : 1.0;
+    const double spacing = overlap * rowSpacing(rows, y, row, rowsPerY);
+    const double reach = std::ceil((spacing * gridding.placement.splat.size - 1) / 2 - 1e-6);
     const double halfWidth = std::fmin(std::fmax(reach, 0), kMostRowHalfWidth);
     gridding.rowHalfWidth[i] = static_cast<int>(halfWidth);
     const double a = (slope * y.at(row) + across.min - axis.origin) / axis.scale;

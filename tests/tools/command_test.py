@@ -51,7 +51,8 @@ class Command(InFolder):
             self.run_command("rectify", "map.png", *intensity, *intensity, "--preview",
                              self.folder / "preview.png", *block)
             self.run_command("rectify", "small.tif", "--compress", "deflate", *block)
-            self.run_command("rectify", "float.tif", "--float", *block)
+            self.run_command("rectify", "float.tif", "--float", *intensity, "--fill", 3, *block)
+            self.run_command("rectify", "aligned.tif", "--aligned", *intensity, *block)
             self.run_command("calibrate", "points.npy", *block)
             self.run_command("calibrate", "points.ply", "--aligned", *block)
             self.run_command("calibrate", "points.pcd", *intensity, *block)
@@ -138,6 +139,24 @@ class Command(InFolder):
                 target = file.readlink()
                 if target.parent == self.folder and re.search("deleted|planex-", target.name):
                     return file
+
+    def test_a_cell_is_what_its_points_say(self):
+        self.run_command("calibrate", "points.npy", "--aligned")
+        points = np.load(self.folder / "points.npy").reshape(-1, 3).astype("f8")
+        x, y, z = points[~np.isnan(points[:, 2])].T
+        for mode, pick in (("mean", "mean"), ("lowest", "min"), ("highest", "max")):
+            self.run_command("rectify", "map.npy", "--aligned", "--float", "--splat", 0, "--mode",
+                             mode, "--row-size", 2, "--layers", "count,spread,sigma")
+            cells = np.load(self.folder / "map.npy")
+            at = json.loads((self.folder / "map.npy.json").read_text())["transform"]
+            rows = np.rint((y - at["originY"]) / at["scaleY"]).astype(int)
+            columns = np.rint((x - at["originX"]) / at["scaleX"]).astype(int)
+            self.assertEqual(cells[..., 1].sum(), len(z))
+            for row, column in np.argwhere(cells[..., 1] > 0):
+                heights = z[(rows == row) & (columns == column)]
+                wanted = [getattr(heights, pick)(), len(heights), np.ptp(heights),
+                          heights.std(ddof=1) if len(heights) > 1 else np.nan]
+                np.testing.assert_allclose(cells[row, column], wanted, rtol=1e-6, atol=1e-6)
 
     def test_signals_leave_nothing(self):
         scan, output = self.folder / "long.pgm", self.folder / "out.tif"

@@ -1,0 +1,68 @@
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <cstring>
+#include <vector>
+
+#include "planex/io/raster_formats.h"
+
+namespace planex::io {
+namespace {
+
+const char* typeOf(SampleType sample) {
+  return sample == SampleType::kUint8 ? "|u1" : sample == SampleType::kUint16 ? "<u2" : "<f4";
+}
+
+/// The samples of a cell lie together.
+class NpyWriter final : public RasterWriter {
+ public:
+  NpyWriter(OutputFile& file, const RasterDescription& raster) : file_(file), raster_(raster) {
+    const std::size_t layers = raster.layers.size();
+    file.write(npyHeader(typeOf(raster.sample),
+                         layers == 1
+                             ? fmt::format("({}, {})", raster.height, raster.width)
+                             : fmt::format("({}, {}, {})", raster.height, raster.width, layers)));
+  }
+
+  void writeRows(int count, const std::vector<const void*>& layers) override {
+    const std::size_t bytes = bytesOf(raster_.sample);
+    const std::size_t cells = static_cast<std::size_t>(count) * raster_.rowBytes() / bytes;
+    cells_.resize(cells * bytes * layers.size());
+    char* out = cells_.data();
+    for (std::size_t i = 0; i < cells; ++i) {
+      for (const void* layer : layers) {
+        std::memcpy(out, static_cast<const char*>(layer) + i * bytes, bytes);
+        out += bytes;
+      }
+    }
+    file_.write(cells_.data(), cells_.size());
+  }
+
+  void finish() override {}
+
+ private:
+  OutputFile& file_;
+  const RasterDescription raster_;
+  std::vector<char> cells_;
+};
+
+}  // namespace
+
+/// The format's description, a Python dictionary, ends on a multiple of 64 bytes.
+std::string npyHeader(const std::string& type, const std::string& shape) {
+  std::string dictionary =
+      fmt::format("{{'descr': '{}', 'fortran_order': False, 'shape': {}, }}", type, shape);
+  const std::size_t begin = 10;  // signature, version and length
+  dictionary.append(63 - (begin + dictionary.size()) % 64, ' ');
+  dictionary += '\n';
+  std::string header("\x93NUMPY\x01\x00", 8);
+  header += static_cast<char>(dictionary.size() & 0xFF);
+  header += static_cast<char>(dictionary.size() >> 8);
+  return header + dictionary;
+}
+
+std::unique_ptr<RasterWriter> createNpy(OutputFile& file, const RasterDescription& description) {
+  return std::make_unique<NpyWriter>(file, description);
+}
+
+}  // namespace planex::io

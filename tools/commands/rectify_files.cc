@@ -1,0 +1,186 @@
+#include "tools/commands/rectify_files.h"
+
+#include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+#include "tools/cli/picture_options.h"
+
+namespace planex::tools {
+
+using report::ColorMap;
+using report::HeightPicture;
+
+/// One output raster with its sidecar.
+struct MapFiles::Layer {
+  Layer(const std::string& path, const char* what, const Context& context,
+        const io::RasterDescription& raster, const io::RasterEncoding& encoding)
+      : description(raster),
+        content(what),
+        file(path, context.force),
+        sidecar(path + ".json", context.force),
+        writer(io::RasterWriter::create(*io::rasterFormatOf(path), file, description, encoding)) {}
+
+  void commit() {
+    file.commit();
+    sidecar.commit();
+  }
+
+  const io::RasterDescription description;
+  const char* const content;
+  io::OutputFile file, sidecar;
+  std::unique_ptr<io::RasterWriter> writer;
+};
+
+std::string besidePath(const std::string& path, const std::string& suffix) {
+  const std::size_t dot = path.find_last_of('.');
+  return path.substr(0, dot) + '_' + suffix + path.substr(dot);
+}
+
+std::string intensitySuffix(const RectifyOptions& options, std::size_t i) {
+  return "intensity" + (options.intensities.size() > 1 ? std::to_string(i + 1) : std::string());
+}
+
+MapFiles::MapFiles(const RectifyOptions& options, const Context& context, const MapSource& source,
+                   const datafusion::planex::HeightGrid& grid, const io::Axis& y,
+                   io::RasterDescription heights, io::WorkerPool& pool)
+    : options_(options), context_(context), source_(source), grid_(grid), pool_(pool) {
+  raster_.width = grid.width;
+  raster_.height = grid.height;
+  raster_.columns = grid.x;
+  raster_.rows = y;
+  raster_.unit = context.unit;
+  if (!source.y.isKnown()) raster_.rowUnit = "rows";
+  io::RasterDescription raster = raster_;
+  raster.layers = std::move(heights.layers);
+  raster.sample = heights.sample;
+  raster.values = heights.values;
+  raster.missing = heights.missing;
+  open(options.output, "height map", raster);
+  if (options.preview.empty()) return;
+  previewFile_ = std::make_unique<io::OutputFile>(options.preview, context.force);
+  preview_ = std::make_unique<HeightPicture>(report::MapGrid{
+      grid.width, grid.height, grid.x, y, grid.levels, source.y.isKnown(), context.unit});
+}
+
+MapFiles::~MapFiles() = default;
+
+void MapFiles::open(const std::string& path, const char* content,
+                    const io::RasterDescription& raster) {
+  const io::RasterEncoding encoding{options_.compression.value_or(io::Compression::kNone), &pool_};
+  layers_.push_back(std::make_unique<Layer>(path, content, context_, raster, encoding));
+}
+
+void MapFiles::addImage(const std::string& suffix, const char* content, io::SampleType sample) {
+  io::RasterDescription raster = raster_;
+  raster.layers = {suffix};
+  raster.sample = sample;
+  open(besidePath(options_.output, suffix), content, raster);
+}
+
+void MapFiles::writeHeights(int count, const std::vector<const void*>& layers,
+                            const std::uint16_t* levels, std::int64_t filled) {
+  layers_.front()->writer->writeRows(count, layers);
+  if (preview_ != nullptr) preview_->addRows(count, levels);
+  filled_ += filled;
+}
+
+void MapFiles::writeImage(std::size_t image, int count, const void* samples) {
+  layers_[image + 1]->writer->writeRows(count, {samples});
+}
+
+void MapFiles::finish() {
+  for (const auto& layer : layers_) layer->writer->finish();
+  if (preview_ != nullptr) {
+    previewFile_->write(preview_->draw({ColorMap::find(options_.colors), options_.shade},
+                                       pictureFormat("--preview", options_.preview)));
+  }
+  for (const auto& layer : layers_) layer->sidecar.write(describeInJson(*layer));
+  for (const auto& layer : layers_) layer->commit();
+  if (previewFile_ != nullptr) previewFile_->commit();
+}
+
+void MapFiles::printSummary() const {
+  const std::string heights = options_.floating ? std::string("heights in floats")
+                                                : fmt::format("height steps of {:.6g} {}",
+                                                              grid_.levels.scale, context_.unit);
+  std::fputs(fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, {}, {:.1f} % filled\n",
+                         io::inOneLine(options_.output), grid_.height, grid_.width, grid_.x.scale,
+                         context_.unit, heights,
+                         100 * static_cast<double>(filled_) / static_cast<double>(cells()))
+                 .c_str(),
+             stdout);
+}
+
+std::string MapFiles::describeInJson(const Layer& layer) const {
+  const io::RasterDescription& raster = layer.description;
+  OutputSidecar sidecar(layer.sidecar.path(), layer.content, context_);
+  const io::JsonText& json = sidecar.root();
+  json.add("unit", context_.unit);
+  json.add("system", options_.aligned ? "aligned" : "calibrated");
+  json.add("columns", grid_.width);
+  json.add("rows", grid_.height);
+  json.add("firstRow", source_.rows.first);
+  const io::JsonObject transform = json.addObject("transform");
+  transform.add("scaleX", grid_.x.scale);
+  transform.add("originX", grid_.x.origin);
+  transform.add("scaleY", raster.rows->scale);
+  transform.add("originY", raster.rows->origin);
+  transform.add("unitY", raster.rowUnit.empty() ? raster.unit : raster.rowUnit);
+  if (raster.values) {
+    transform.add("scaleZ", raster.values->scale);
+    transform.add("originZ", raster.values->origin);
+  }
+  if (raster.missing && std::isnan(*raster.missing)) {
+    json.add("missing", "NaN");
+  } else if (raster.missing) {
+    json.add("missing", *raster.missing);
+  }
+  json.addTexts("layers", raster.layers);
+  json.add("mode", options_.mode);
+  json.add("model", options_.model);
+  json.add("range", options_.range);
+  json.addList("intensities", nullptr, 0);
+  for (std::size_t i = 0; i < options_.intensities.size(); ++i) {
+    const io::JsonObject pair = json.appendTo("intensities");
+    pair.add("source", options_.intensities[i]);
+    pair.add("rectified", options_.hasLayer("intensity")
+                              ? options_.output
+                              : besidePath(options_.output, intensitySuffix(options_, i)));
+  }
+  addMade(sidecar);
+  return sidecar.print();
+}
+
+void MapFiles::addMade(OutputSidecar& sidecar) const {
+  const io::JsonObject& made = sidecar.addMade(source_.model);
+  sidecar.addScan(source_.scan.region, source_.y);
+  const io::JsonObject splat = made.addObject("splat");
+  splat.add("splatA", source_.bounds.lateralSpacing.x);
+  splat.add("splatB", source_.bounds.lateralSpacing.y);
+  splat.add("splatC", options_.splat.value_or(1));
+  if (!options_.floating) {
+    const io::JsonObject levels = made.addObject("levels");
+    levels.add("scaleZ", grid_.levels.scale);
+    levels.add("originZ", grid_.levels.origin);
+  }
+  made.add("filledHoles", options_.fill);
+  made.addList("intensityLimits", nullptr, 0);
+  for (const auto& intensity : source_.intensities) {
+    const io::JsonObject limits = made.appendTo("intensityLimits");
+    limits.add("least", intensity->isBytes() ? 0 : intensity->limits().min);
+    limits.add("greatest", intensity->isBytes() ? 255 : intensity->limits().max);
+  }
+  for (const auto& layer : layers_) {
+    sidecar.addOutput(layer->content, layer->file.path(), layer->file.size());
+  }
+  if (previewFile_ != nullptr) {
+    sidecar.addOutput("picture of the height map", options_.preview, previewFile_->size());
+  }
+}
+
+}  // namespace planex::tools
