@@ -45,8 +45,9 @@ Progress::~Progress() {
 }
 
 void Progress::advance(std::int64_t count) {
-  done_ += count;
   if (!wanted_) return;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  done_ += count;
   const Clock::time_point now = Clock::now();
   if (now < next_) return;
   next_ = now + std::chrono::milliseconds(100);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "tools/cli/options.h"
@@ -23,7 +24,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// Tells of `count` more items that are done.
+  /// Tells of `count` more items that are done; on any thread.
   void advance(std::int64_t count);
 
  private:
@@ -35,6 +36,7 @@ class Progress {
   const std::int64_t total_;
   const bool wanted_;
   const Clock::time_point start_;
+  std::mutex mutex_;
   std::int64_t done_ = 0;
   Clock::time_point next_;  // when to draw
   bool drawn_ = false;

@@ -5,13 +5,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "tools/cli/batch.h"
 #include "tools/cli/picture_options.h"
 #include "tools/cli/progress.h"
 #include "tools/commands/commands.h"
@@ -68,14 +71,12 @@ void checkOutputs(const RectifyOptions& options) {
           "intensity needs an --intensity");
 }
 
-RectificationMode checkedMode(const RectifyOptions& options) {
+void checkMode(const RectifyOptions& options) {
   const RectificationMode mode = kModes.at(options.mode);
   const bool byIntensity =
       mode == RectificationMode::DARKEST || mode == RectificationMode::BRIGHTEST;
-  if (byIntensity && options.intensities.empty()) {
-    throw CLI::ValidationError("--mode", options.mode + " needs an --intensity to choose by");
-  }
-  return mode;
+  require(!byIntensity || !options.intensities.empty(), "--mode",
+          options.mode + " needs an --intensity to choose by");
 }
 
 void requireNoInputs(const RectifyOptions& options, const scan::YPositions& y) {
@@ -140,10 +141,13 @@ HeightGrid heightGrid(const RectifyOptions& options, int imageColumns, Interval 
 
 namespace {
 
-void runRectify(const RectifyOptions& options, const Context& context) {
-  checkOutputs(options);
-  const RectificationMode mode = checkedMode(options);
-  applyThreads(context);
+/// What a scan has to do with others that are rectified beside it.
+struct Together {
+  io::WorkerPool& pool;
+  Progress& progress;
+};
+
+void rectifyScan(const RectifyOptions& options, const Context& context, const Together& together) {
   ModelSource document{options.model, {}};
   const CalibrationModel model = io::loadModel(options.model, document.sha256);
   const auto range = io::ImageReader::open(options.range);
@@ -161,16 +165,67 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   }
 
   requireNoInputs(options, y);
-  io::WorkerPool pool(workerCount(context));
   for (const auto& intensity : intensities) {
-    Progress progress(context, "reading intensities", std::int64_t{range->shape().height} * width,
-                      "points");
-    intensity->findLimits(rows.block, [&](std::int64_t pixels) { progress.advance(pixels); });
+    intensity->findLimits(rows.block,
+                          [&](std::int64_t points) { together.progress.advance(points); });
   }
-  const MapSource map{document, source, intensities, y, rows, bounds, mode};
-  (options.isGridded() ? rectifyGrid : rectifyLevels)(options, context, map, pool);
+  const MapSource map{
+      document, source, intensities, y, rows, bounds, kModes.at(options.mode), together.progress};
+  (options.isGridded() ? rectifyGrid : rectifyLevels)(options, context, map, together.pool);
   tellOfReplacedMembers(options.sensor, options.y, beside);
   warnOfCountedRows(y, false, options.range, context);
+}
+
+/// The options of one of the range images.
+RectifyOptions optionsFor(const RectifyOptions& all, const std::string& range) {
+  RectifyOptions options = all;
+  options.range = range;
+  if (all.output.back() == '/') options.output += withStemOf("{}." + all.format, range);
+  for (std::string& intensity : options.intensities) intensity = withStemOf(intensity, range);
+  options.preview = withStemOf(all.preview, range);
+  options.y.positions = withStemOf(all.y.positions, range);
+  options.sensor.sidecar = withStemOf(all.sensor.sidecar, range);
+  checkOutputs(options);
+  checkMode(options);
+  return options;
+}
+
+/// Points that are to be read; none of an image that cannot be.
+std::int64_t pointsOf(const RectifyOptions& options) {
+  try {
+    const io::ImageShape shape = io::ImageReader::open(options.range)->shape();
+    return std::int64_t{shape.width} * shape.height *
+           (1 + static_cast<std::int64_t>(options.intensities.size()));
+  } catch (const io::Failure&) {
+    return 0;
+  }
+}
+
+void runRectify(const RectifyOptions& options, const Context& context) {
+  require(options.ranges.size() == 1 || options.output.back() == '/', "--output",
+          "must be a folder, as OUTPUT/, for several range images");
+  std::vector<RectifyOptions> scans;
+  for (const std::string& range : options.ranges) {
+    scans.push_back(optionsFor(options, range));
+    for (std::size_t i = 0; i + 1 < scans.size(); ++i) {
+      require(scans[i].output != scans.back().output, "--output",
+              "gets two files of the name " + scans.back().output);
+    }
+  }
+  applyThreads(context);
+  if (options.output.back() == '/') {
+    std::error_code error;
+    std::filesystem::create_directory(options.output, error);
+    if (error) throw io::Failure(options.output, "cannot be made (" + error.message() + ")");
+  }
+  io::WorkerPool pool(workerCount(context));
+  std::int64_t points = 0;
+  for (const RectifyOptions& scan : scans) points += pointsOf(scan);
+  Progress progress(context, "rectifying", points, "points");
+  if (scans.size() == 1) return rectifyScan(scans.front(), context, {pool, progress});
+  forEachOf(options.ranges, options.jobs, [&](std::size_t i) {
+    rectifyScan(scans[i], context, {pool, progress});
+  });
 }
 
 }  // namespace
@@ -179,13 +234,23 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<RectifyOptions>();
   CLI::App* command = app.add_subcommand("rectify", "Turn a range image into a height map");
   command->add_option("MODEL", options->model, "Model document")->required();
-  command->add_option("RANGE", options->range, "Range image: PNG, TIFF or PGM of 8 or 16 bits")
+  command->add_option("RANGE", options->ranges, "Range images: PNG, TIFF or PGM of 8 or 16 bits")
       ->required();
   command
       ->add_option("-o,--output", options->output,
-                   "Height map: .png, .tif or .npy; HEIGHT.json describes it")
+                   "Height map: .png, .tif or .npy; HEIGHT.json describes it. A folder, with / at "
+                   "its end, takes the maps of several range images by their names; {} in other "
+                   "options stands for the name, too")
       ->required()
       ->type_name("HEIGHT");
+  command->add_option("--format", options->format, "Of maps in a folder: tif, png or npy")
+      ->check(CLI::IsMember({"tif", "png", "npy"}))
+      ->capture_default_str()
+      ->type_name("ENDING");
+  command->add_option("--jobs", options->jobs, "Range images at a time")
+      ->check(CLI::Range(1, 1024))
+      ->capture_default_str()
+      ->type_name("N");
   command
       ->add_option("--intensity", options->intensities,
                    "Image to be rectified too, as HEIGHT_intensity; may be repeated")
@@ -268,7 +333,8 @@ void addRectifyCommand(CLI::App& app, Context& context) {
       "  planex rectify model.json range.png -o height.png --preview preview.png\n"
       "  planex rectify model.json range.tif --intensity grey.tif --mode brightest -o height.tif\n"
       "  planex rectify model.json range.pgm --pixel-size 0.05 --y-scale 0.1 --float -o "
-      "height.tif");
+      "height.tif\n"
+      "  planex rectify model.json scans/*.png --preview maps/{}_view.png -o maps/");
   command->callback([options, &context] { runRectify(*options, context); });
 }
 

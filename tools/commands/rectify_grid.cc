@@ -10,7 +10,6 @@
 #include <memory>
 #include <vector>
 
-#include "tools/cli/progress.h"
 #include "tools/commands/rectify_files.h"
 
 namespace planex::tools {
@@ -259,7 +258,6 @@ void rectifyGrid(const RectifyOptions& options, const Context& context, const Ma
   GridWriter writer(options, grid, gridding, files);
   scan::GridMap map(gridding, source.intensities.size());
   const auto sink = [&](const GridRows& rows) { writer.write(rows); };
-  Progress progress(context, "rectifying", source.rows.count() * width, "points");
   std::int64_t outside = 0;
   scan::streamRows<scan::GriddedRows>(
       pool, source.rows,
@@ -270,7 +268,7 @@ void rectifyGrid(const RectifyOptions& options, const Context& context, const Ma
       [&](const scan::GriddedRows& block) {
         map.add(block, sink);
         outside += block.outside();
-        progress.advance(block.count() * width);
+        source.progress.advance(block.count() * width);
       });
   map.finish(sink);
   files.finish();

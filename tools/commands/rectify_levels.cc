@@ -13,7 +13,6 @@
 #include <memory>
 #include <vector>
 
-#include "tools/cli/progress.h"
 #include "tools/commands/rectify_files.h"
 
 namespace planex::tools {
@@ -142,7 +141,6 @@ void rectifyLevels(const RectifyOptions& options, const Context& context, const 
   if (options.fill > 0) files.addImage("mask", "mask of heights", io::SampleType::kUint8);
 
   LevelMap map(options, resampling, rectification.grid.height, rectification.grid.width, files);
-  Progress progress(context, "rectifying", source.rows.count() * width, "points");
   std::int64_t outside = 0;
   scan::streamRows<HeightRows>(
       pool, source.rows,
@@ -150,7 +148,7 @@ void rectifyLevels(const RectifyOptions& options, const Context& context, const 
       [&](const HeightRows& block) {
         map.write(block);
         outside += block.outside();
-        progress.advance(block.count() * width);
+        source.progress.advance(block.count() * width);
       });
   files.finish();
   warnOfUnevenRows(resampling, source.y.file());

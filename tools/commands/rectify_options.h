@@ -16,15 +16,16 @@
 
 #include "tools/cli/made.h"
 #include "tools/cli/options.h"
+#include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
 
 namespace planex::tools {
 
 struct RectifyOptions {
   std::string model, range, output, preview, colors = "viridis", mode = "mean";
-  std::string xRange, yRange, zRange;
-  std::vector<std::string> intensities, layers;
-  int columns = 0, fill = 0, intensityDepth = 8;
+  std::string xRange, yRange, zRange, format = "tif";
+  std::vector<std::string> ranges, intensities, layers;
+  int jobs = 1, columns = 0, fill = 0, intensityDepth = 8;
   std::optional<double> pixelSize, rowSize, noData, splat;
   bool aligned = false, floating = false, shade = false, uncertainty = false;
   scan::SensorSettings sensor;
@@ -46,6 +47,7 @@ struct MapSource {
   const scan::RowBlocks& rows;
   datafusion::planex::WorldBounds bounds;  ///< of the sensor region, calibrated
   datafusion::planex::RectificationMode mode;
+  Progress& progress;  ///< hears of points that are done
 };
 
 /// Columns and heights of a map: those that the options ask for, else as many and as far as the
