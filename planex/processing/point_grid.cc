@@ -78,7 +78,7 @@ void placePoints(const PointPlacement& placement, int count, const float* x, con
   placed.column.resize(size);
   placed.row.resize(size);
   placed.halfWidth.resize(size);
-  placed.outside = 0;
+  placed.points = placed.inGrid = placed.outsideHeights = 0;
   const auto& [width, height, xAxis, yAxis, splat, splatScale, heights] = placement;
   const double factor = kHalfSplat * splat.size * splatScale / xAxis.scale;
   for (std::size_t i = 0; i < size; ++i) {
@@ -90,10 +90,12 @@ void placePoints(const PointPlacement& placement, int count, const float* x, con
     // NaN becomes 0.
     const double halfWidth = std::fmin(std::fmax(std::round(factor * spacing), 0), kMostHalfWidth);
     const bool measured = !std::isnan(z[i]);
-    const bool inside = column >= -halfWidth && column < width + halfWidth && row >= 0 &&
-                        row < height && isWithin(heights, z[i]);
-    const bool used = measured && inside;
-    placed.outside += measured && !inside ? 1 : 0;
+    const bool inGrid =
+        measured && column >= -halfWidth && column < width + halfWidth && row >= 0 && row < height;
+    const bool used = inGrid && isWithin(heights, z[i]);
+    placed.points += measured ? 1 : 0;
+    placed.inGrid += inGrid ? 1 : 0;
+    placed.outsideHeights += inGrid && !used ? 1 : 0;
     placed.column[i] = used ? static_cast<std::int32_t>(column) : PlacedGridPoints::kNone;
     placed.row[i] = used ? static_cast<std::int32_t>(row) : 0;
     placed.halfWidth[i] = static_cast<std::uint8_t>(used ? halfWidth : 0);

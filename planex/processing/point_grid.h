@@ -39,7 +39,9 @@ struct PlacedGridPoints {
 
   std::vector<std::int32_t> column, row;
   std::vector<std::uint8_t> halfWidth;
-  std::int64_t outside = 0;  ///< measured points that fall into no cell or beside the heights
+  std::int64_t points = 0;          ///< those that are numbers
+  std::int64_t inGrid = 0;          ///< those of them that reach a column and lie in a row
+  std::int64_t outsideHeights = 0;  ///< those of these that are dropped for their height
 };
 
 /// Places points:
@@ -47,8 +49,8 @@ struct PlacedGridPoints {
 ///     column = round((X - x.origin) / x.scale),   row = round((Y - y.origin) / y.scale)
 ///     w      = round(0.55 splat.size splatScale (spacing.x S + spacing.y) / x.scale), 0 to 15
 ///
-/// half away from zero. Points whose Z is NaN are dropped; those that reach no column, lie in no
-/// row, or outside the heights are dropped and counted.
+/// half away from zero. Points whose Z is NaN are dropped, as are those that reach no column, lie
+/// in no row or outside the heights.
 ///
 /// @param x, y, z  coordinates of `count` points, in the system of the grid; y null: all in row 0
 /// @param splatZ   calibrated Z, for the spacing; may be z

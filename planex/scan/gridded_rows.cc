@@ -182,7 +182,8 @@ GridMap::GridMap(const Gridding& gridding, std::size_t intensities)
 }
 
 void GridMap::add(const GriddedRows& block, const Sink& sink) {
-  outside_ += block.placed_.outside;
+  const PlacedGridPoints& placed = block.placed_;
+  share_.include({placed.points, placed.inGrid, placed.outsideHeights});
   if (!grid_) {
     rows_ = block.cells_;
     return pass(sink);
@@ -190,7 +191,7 @@ void GridMap::add(const GriddedRows& block, const Sink& sink) {
   for (int row = 0; row < block.count(); ++row) {
     const auto i = static_cast<std::size_t>(profile_++);
     takeUpTo(gridding_.rowsBefore[i], sink);
-    block.addRow(row, *grid_, gridding_.rowHalfWidth[i], outside_);
+    block.addRow(row, *grid_, gridding_.rowHalfWidth[i], share_.outsideLevels);
   }
 }
 

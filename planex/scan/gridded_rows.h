@@ -115,8 +115,8 @@ class PLANEX_EXPORT GridMap {
   /// And those that are left, after the last block.
   void finish(const Sink& sink);
 
-  /// Points that no cell holds: beside the columns, the rows or the heights.
-  std::int64_t outside() const { return outside_; }
+  /// What became of the points.
+  const MapShare& share() const { return share_; }
 
  private:
   void takeUpTo(int end, const Sink& sink);
@@ -127,7 +127,7 @@ class PLANEX_EXPORT GridMap {
   GridRows rows_;
   std::size_t channels_;
   int next_ = 0, profile_ = 0;  // row of the grid, profile of those that take part
-  std::int64_t outside_ = 0;
+  MapShare share_;
 };
 
 }  // namespace planex::scan

@@ -22,7 +22,7 @@ struct Rectification {
 /// How many points of some rows lie where in a map.
 struct MapShare {
   std::int64_t points = 0;         ///< all that are numbers
-  std::int64_t inColumns = 0;      ///< those whose X has a column
+  std::int64_t inColumns = 0;      ///< those whose place has a column
   std::int64_t outsideLevels = 0;  ///< those of them whose Z has no level, and that are dropped
 
   /// Takes those of other rows to these.

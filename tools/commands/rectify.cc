@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <planex/io/failure.h>
 #include <planex/io/model_file.h>
 #include <planex/io/number_text.h>
@@ -5,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -17,6 +19,7 @@
 #include "tools/cli/batch.h"
 #include "tools/cli/picture_options.h"
 #include "tools/cli/progress.h"
+#include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/rectify_files.h"
 
@@ -27,7 +30,6 @@ using cmnalg::math::Interval;
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::HeightGrid;
 using datafusion::planex::RectificationMode;
-using datafusion::planex::SensorRegion;
 
 constexpr int kMostColumns = 1 << 20;
 constexpr int kMostIntensities = 8;
@@ -147,16 +149,40 @@ struct Together {
   Progress& progress;
 };
 
+/// Tells of rows that the positions have left out and empty.
+void warnOfUnevenRows(const MapOutcome& outcome, const std::string& positions) {
+  if (outcome.rowsLeftOut == 0 && outcome.emptyRows == 0) return;
+  warn(positions,
+       fmt::format("Y is uneven: {} rows of the image are not in the map, and {} rows of "
+                   "the map are empty",
+                   outcome.rowsLeftOut, outcome.emptyRows));
+}
+
+void printSummary(const RectifyOptions& options, const Context& context,
+                  const MapOutcome& outcome) {
+  const HeightGrid& grid = outcome.grid;
+  const std::string heights =
+      options.floating ? std::string("heights in floats")
+                       : fmt::format("height steps of {:.6g} {}", grid.levels.scale, context.unit);
+  const double cells = static_cast<double>(grid.width) * grid.height;
+  std::fputs(fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, {}, {:.1f} % filled\n",
+                         io::inOneLine(options.output), grid.height, grid.width, grid.x.scale,
+                         context.unit, heights, 100 * static_cast<double>(outcome.filled) / cells)
+                 .c_str(),
+             stdout);
+}
+
 void rectifyScan(const RectifyOptions& options, const Context& context, const Together& together) {
   ModelSource document{options.model, {}};
   const CalibrationModel model = io::loadModel(options.model, document.sha256);
   const auto range = io::ImageReader::open(options.range);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
-  const SensorRegion region = scan::resolveSensor(options.sensor, beside, model, options.model);
+  const scan::ResolvedSensor region =
+      scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
   const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);
   const scan::RangeScan source(model, options.model, *range, region);
   const int width = range->shape().width;
-  const auto bounds = scan::worldBounds(model, region, width, options.model);
+  const auto bounds = source.bounds();
   const int columns = heightGrid(options, width, bounds.x, bounds.z).width;
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), columns);
   scan::IntensityImages intensities;
@@ -171,9 +197,15 @@ void rectifyScan(const RectifyOptions& options, const Context& context, const To
   }
   const MapSource map{
       document, source, intensities, y, rows, bounds, kModes.at(options.mode), together.progress};
-  (options.isGridded() ? rectifyGrid : rectifyLevels)(options, context, map, together.pool);
+  const auto rectify = options.isGridded() ? rectifyGrid : rectifyLevels;
+  const MapOutcome outcome = rectify(options, context, map, together.pool);
   tellOfReplacedMembers(options.sensor, options.y, beside);
   warnOfCountedRows(y, false, options.range, context);
+  warnOfUnevenRows(outcome, y.file());
+  warnOfSensor(source, region);
+  warnOfValues(outcome.measured, outcome.outside, options.range);
+  warnOfMap(options.output, outcome.grid, outcome.share, outcome.filled);
+  if (!context.quiet) printSummary(options, context, outcome);
 }
 
 /// The options of one of the range images.
@@ -328,7 +360,8 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   addForceOption(*command, context);
   addQuietOption(*command, context);
   command->footer(
-      "Without options the image shows the full sensor, in sixteenths of a pixel.\n\n"
+      "Without options the image shows the full sensor, in sixteenths of a pixel; an image of 8 "
+      "bits in whole rows.\n\n"
       "Examples:\n"
       "  planex rectify model.json range.png -o height.png --preview preview.png\n"
       "  planex rectify model.json range.tif --intensity grey.tif --mode brightest -o height.tif\n"

@@ -1,11 +1,8 @@
 #include "tools/commands/rectify_files.h"
 
-#include <fmt/format.h>
-#include <planex/io/failure.h>
 #include <planex/io/json.h>
 
 #include <cmath>
-#include <cstdio>
 #include <utility>
 
 #include "tools/cli/picture_options.h"
@@ -102,18 +99,6 @@ void MapFiles::finish() {
   for (const auto& layer : layers_) layer->sidecar.write(describeInJson(*layer));
   for (const auto& layer : layers_) layer->commit();
   if (previewFile_ != nullptr) previewFile_->commit();
-}
-
-void MapFiles::printSummary() const {
-  const std::string heights = options_.floating ? std::string("heights in floats")
-                                                : fmt::format("height steps of {:.6g} {}",
-                                                              grid_.levels.scale, context_.unit);
-  std::fputs(fmt::format("{}: {} rows of {} columns, {:.6g} {} apart, {}, {:.1f} % filled\n",
-                         io::inOneLine(options_.output), grid_.height, grid_.width, grid_.x.scale,
-                         context_.unit, heights,
-                         100 * static_cast<double>(filled_) / static_cast<double>(cells()))
-                 .c_str(),
-             stdout);
 }
 
 std::string MapFiles::describeInJson(const Layer& layer) const {

@@ -36,12 +36,8 @@ class MapFiles {
   /// Completes all files.
   void finish();
 
-  /// Tells what the map is, on standard output.
-  void printSummary() const;
-
   /// Cells that hold a height, of all that were written.
   std::int64_t filled() const { return filled_; }
-  std::int64_t cells() const { return std::int64_t{grid_.width} * grid_.height; }
 
  private:
   struct Layer;

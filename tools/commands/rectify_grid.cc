@@ -242,8 +242,8 @@ scan::Gridding griddingOf(const RectifyOptions& options, const MapSource& source
 
 }  // namespace
 
-void rectifyGrid(const RectifyOptions& options, const Context& context, const MapSource& source,
-                 io::WorkerPool& pool) {
+MapOutcome rectifyGrid(const RectifyOptions& options, const Context& context,
+                       const MapSource& source, io::WorkerPool& pool) {
   datafusion::planex::HeightGrid grid;
   const scan::Gridding gridding = griddingOf(options, source, frameOf(options, source), grid);
   MapFiles files(options, context, source, grid, gridding.placement.y,
@@ -258,7 +258,7 @@ void rectifyGrid(const RectifyOptions& options, const Context& context, const Ma
   GridWriter writer(options, grid, gridding, files);
   scan::GridMap map(gridding, source.intensities.size());
   const auto sink = [&](const GridRows& rows) { writer.write(rows); };
-  std::int64_t outside = 0;
+  MapOutcome outcome;
   scan::streamRows<scan::GriddedRows>(
       pool, source.rows,
       [&] {
@@ -267,13 +267,16 @@ void rectifyGrid(const RectifyOptions& options, const Context& context, const Ma
       },
       [&](const scan::GriddedRows& block) {
         map.add(block, sink);
-        outside += block.outside();
+        outcome.measured += block.measured();
+        outcome.outside += block.outside();
         source.progress.advance(block.count() * width);
       });
   map.finish(sink);
   files.finish();
-  warnOfValuesOutside(outside, options.range);
-  if (!context.quiet) files.printSummary();
+  outcome.grid = grid;
+  outcome.share = map.share();
+  outcome.filled = files.filled();
+  return outcome;
 }
 
 }  // namespace planex::tools

@@ -1,4 +1,3 @@
-#include <planex/io/failure.h>
 #include <planex/processing/point_grid.h>
 #include <planex/processing/world_heights.h>
 #include <planex/scan/rectified_rows.h>
@@ -8,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -109,19 +107,10 @@ class LevelMap {
   int next_ = 0;
 };
 
-/// Tells on standard error of rows that the positions have left out and empty.
-void warnOfUnevenRows(const scan::RowResampling& resampling, const std::string& positions) {
-  if (resampling.leftOut() == 0 && resampling.emptyRows() == 0) return;
-  std::fprintf(stderr,
-               "planex: %s: Y is uneven: %d rows of the image are not in the map, and %d rows of "
-               "the map are empty\n",
-               io::inOneLine(positions).c_str(), resampling.leftOut(), resampling.emptyRows());
-}
-
 }  // namespace
 
-void rectifyLevels(const RectifyOptions& options, const Context& context, const MapSource& source,
-                   io::WorkerPool& pool) {
+MapOutcome rectifyLevels(const RectifyOptions& options, const Context& context,
+                         const MapSource& source, io::WorkerPool& pool) {
   const std::int64_t width = source.scan.range.shape().width;
   const scan::RowResampling resampling(source.y, source.rows);
   scan::Rectification rectification{
@@ -141,19 +130,23 @@ void rectifyLevels(const RectifyOptions& options, const Context& context, const 
   if (options.fill > 0) files.addImage("mask", "mask of heights", io::SampleType::kUint8);
 
   LevelMap map(options, resampling, rectification.grid.height, rectification.grid.width, files);
-  std::int64_t outside = 0;
+  MapOutcome outcome;
+  outcome.grid = rectification.grid;
+  outcome.rowsLeftOut = resampling.leftOut();
+  outcome.emptyRows = resampling.emptyRows();
   scan::streamRows<HeightRows>(
       pool, source.rows,
       [&] { return std::make_unique<HeightRows>(source, rectification, options.fill); },
       [&](const HeightRows& block) {
         map.write(block);
-        outside += block.outside();
+        outcome.measured += block.measured();
+        outcome.outside += block.outside();
+        outcome.share.include(block.share());
         source.progress.advance(block.count() * width);
       });
   files.finish();
-  warnOfUnevenRows(resampling, source.y.file());
-  warnOfValuesOutside(outside, options.range);
-  if (!context.quiet) files.printSummary();
+  outcome.filled = files.filled();
+  return outcome;
 }
 
 }  // namespace planex::tools

@@ -45,7 +45,7 @@ struct MapSource {
   const scan::IntensityImages& intensities;
   const scan::YPositions& y;
   const scan::RowBlocks& rows;
-  datafusion::planex::WorldBounds bounds;  ///< of the sensor region, calibrated
+  datafusion::planex::WorldBounds bounds;  ///< of what the scan can show, calibrated
   datafusion::planex::RectificationMode mode;
   Progress& progress;  ///< hears of points that are done
 };
@@ -59,13 +59,22 @@ datafusion::planex::HeightGrid heightGrid(const RectifyOptions& options, int ima
 /// Replaces the limits by those of an option A:B, where it is given.
 void narrow(const char* name, const std::string& text, cmnalg::math::Interval& limits);
 
+/// What became of a map.
+struct MapOutcome {
+  datafusion::planex::HeightGrid grid;
+  std::int64_t filled = 0;                 ///< cells that hold a height
+  std::int64_t measured = 0, outside = 0;  ///< samples, and those of them outside the sensor
+  scan::MapShare share;                    ///< of the points
+  int rowsLeftOut = 0, emptyRows = 0;      ///< where positions are uneven
+};
+
 /// @{
-/// Makes the map and all that goes with it, and tells what became of it. `rectifyLevels` gives
+/// Makes the map and all that goes with it. `rectifyLevels` gives
 /// 16-bit levels of profiles, `rectifyGrid` points in space.
-void rectifyLevels(const RectifyOptions& options, const Context& context, const MapSource& source,
-                   io::WorkerPool& pool);
-void rectifyGrid(const RectifyOptions& options, const Context& context, const MapSource& source,
-                 io::WorkerPool& pool);
+MapOutcome rectifyLevels(const RectifyOptions& options, const Context& context,
+                         const MapSource& source, io::WorkerPool& pool);
+MapOutcome rectifyGrid(const RectifyOptions& options, const Context& context,
+                       const MapSource& source, io::WorkerPool& pool);
 /// @}
 
 }  // namespace planex::tools
