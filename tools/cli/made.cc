@@ -18,6 +18,7 @@ OutputSidecar::OutputSidecar(std::string path, const char* content, const Contex
 const io::JsonObject& OutputSidecar::addMade(const ModelSource& model) {
   made_ = root_.addObject("made");
   made_.addTexts("command", commandLine_);
+  if (model.file.empty()) return made_;
   const io::JsonObject source = made_.addObject("model");
   source.add("file", model.file);
   source.add("sha256", model.sha256);

@@ -26,7 +26,7 @@ class OutputSidecar {
   /// The members that tell what the output is.
   const io::JsonText& root() const { return root_; }
 
-  /// Begins the member "made" with the command line and the model.
+  /// Begins the member "made" with the command line and the model, where it has a file.
   const io::JsonObject& addMade(const ModelSource& model);
   /// Adds to it where on the sensor and along Y the range image lies.
   void addScan(const datafusion::planex::SensorRegion& region, const scan::YPositions& y);

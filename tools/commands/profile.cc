@@ -8,13 +8,16 @@
 #include <planex/scan/profile.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "planex/report/profile_plot.h"
+#include "tools/cli/made.h"
 #include "tools/cli/picture_options.h"
 #include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
@@ -38,10 +41,16 @@ struct Found {
   int row = 0;
   double y = 0;
   std::string unit, yUnit;
+  std::string yFile;                                    // with positions of rows
+  std::function<void(OutputSidecar& sidecar)> addMade;  // begins what tells how it was made
 };
 
+bool isFile(const ProfileOptions& options) {
+  return !options.output.empty() && options.output != "-";
+}
+
 bool isPicture(const ProfileOptions& options) {
-  return !options.output.empty() && options.output != "-" && io::endingOf(options.output) != ".csv";
+  return isFile(options) && io::endingOf(options.output) != ".csv";
 }
 
 void checkOptions(const ProfileOptions& options) {
@@ -76,11 +85,18 @@ Found profileOfMap(const ProfileOptions& options) {
   scan::HeightMap map(options.model);
   const scan::YPositions y(map.y());
   const int row = rowOf(options, y, map.rows());
-  return {readProfile(map, row), row, y.at(row), map.unit(), map.yUnit()};
+  return {readProfile(map, row),
+          row,
+          y.at(row),
+          map.unit(),
+          map.yUnit(),
+          {},
+          [](OutputSidecar& sidecar) { sidecar.addMade({}); }};
 }
 
 Found profileOfScan(const ProfileOptions& options, const Context& context) {
-  const auto model = io::loadModel(options.model);
+  ModelSource document{options.model, {}};
+  const auto model = io::loadModel(options.model, document.sha256);
   const auto range = io::ImageReader::open(options.range);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
@@ -89,25 +105,57 @@ Found profileOfScan(const ProfileOptions& options, const Context& context) {
       scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
   const scan::RangeScan source(model, options.model, *range, region);
   const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);
-  tellOfReplacedMembers(options.sensor, options.y, beside);
-  warnOfSensor(source, region);
   const int row = rowOf(options, y, range->shape().height);
-  return {readProfile(source, intensity ? &*intensity : nullptr, row), row, y.at(row), context.unit,
-          y.isKnown() ? context.unit : "rows"};
+  tellOfReplacedMembers(options.sensor, options.y, beside);
+  if (options.at) warnOfCountedRows(y, false, options.range, context);
+  warnOfSensor(source, region);
+  return {readProfile(source, intensity ? &*intensity : nullptr, row),
+          row,
+          y.at(row),
+          context.unit,
+          y.isKnown() ? context.unit : "rows",
+          y.file(),
+          [document, region, y](OutputSidecar& sidecar) {
+            sidecar.addMade(document);
+            sidecar.addScan(region, y);
+          }};
+}
+
+/// What a CSV file is, and how it was made.
+std::string describeInJson(const ProfileOptions& options, const Context& context,
+                           const Found& found, std::int64_t bytes) {
+  OutputSidecar sidecar(options.output + ".json", "profile", context);
+  const io::JsonText& json = sidecar.root();
+  json.add("unit", found.unit);
+  json.add("row", found.row);
+  json.add("y", found.y);
+  json.add("unitY", found.yUnit);
+  json.add(options.range.empty() ? "map" : "range",
+           options.range.empty() ? options.model : options.range);
+  if (!options.intensity.empty()) json.add("intensity", options.intensity);
+  found.addMade(sidecar);
+  sidecar.addOutput("profile", options.output, bytes);
+  return sidecar.print();
+}
+
+void writeCsv(const ProfileOptions& options, const Context& context, const Found& found) {
+  io::TextOutput out(options.output, context.force);
+  std::optional<io::OutputFile> sidecar;
+  if (isFile(options)) sidecar.emplace(options.output + ".json", context.force);
+  out.write(found.profile.toCsv(options.dropMissing));
+  if (sidecar) sidecar->write(describeInJson(options, context, found, out.size()));
+  out.commit();
+  if (sidecar) sidecar->commit();
 }
 
 void write(const ProfileOptions& options, const Context& context, const Found& found) {
   const std::string& source = options.range.empty() ? options.model : options.range;
-  if (!options.output.empty() && options.output != "-") {
-    io::requireNoInput(options.output,
-                       {options.model, options.range, source + ".json", options.sensor.sidecar,
-                        options.intensity, options.y.positions});
+  for (const std::string& path : {options.output, options.output + ".json"}) {
+    if (!isFile(options)) break;
+    io::requireNoInput(path, {options.model, options.range, source + ".json",
+                              options.sensor.sidecar, options.intensity, found.yFile});
   }
-  if (!isPicture(options)) {
-    io::TextOutput out(options.output, context.force);
-    out.write(found.profile.toCsv(options.dropMissing));
-    return out.commit();
-  }
+  if (!isPicture(options)) return writeCsv(options, context, found);
   if (found.profile.measured == 0) {
     throw io::Failure(source,
                       fmt::format("nothing was measured in row {}; choose another row", found.row));
@@ -125,7 +173,9 @@ void runProfile(const ProfileOptions& options, const Context& context) {
   const Found found =
       options.range.empty() ? profileOfMap(options) : profileOfScan(options, context);
   write(options, context, found);
-  warnOfValues(found.profile.measured, found.profile.outside, options.range);
+  if (!options.range.empty()) {
+    warnOfValues(found.profile.measured, found.profile.outside, options.range);
+  }
   if (!options.at || context.quiet) return;
   std::fputs(fmt::format("planex: row {}, Y {:.6g} {}, is the nearest to {:.6g}\n", found.row,
                          found.y, found.yUnit, *options.at)
