@@ -140,7 +140,8 @@ std::string printable(const std::string& text) {
 }
 
 bool isOutputName(const std::string& path) {
-  static const char* const kEndings[] = {".png", ".tif", ".tiff", ".ply", ".pcd", ".npy", ".csv"};
+  static const char* const kEndings[] = {".png", ".tif", ".tiff", ".ply", ".pcd",
+                                         ".npy", ".las", ".csv",  ".xyz"};
   const std::string ending = endingOf(path);
   return std::any_of(std::begin(kEndings), std::end(kEndings),
                      [&](const char* name) { return ending == name; });

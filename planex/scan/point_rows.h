@@ -1,7 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <vector>
 
 #include "planex/io/point_writer.h"
 #include "planex/scan/intensity_rows.h"
@@ -33,7 +32,7 @@ class PLANEX_EXPORT PointBlock : public SpatialRows {
   const io::PointWriter& writer_;
   std::optional<IntensityRows> intensity_;
   io::PointRows rows_;
-  std::vector<char> prepared_;
+  io::PreparedRows prepared_;
 };
 
 }  // namespace planex::scan

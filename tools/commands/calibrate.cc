@@ -27,7 +27,8 @@ using datafusion::planex::ModelState;
 
 struct CalibrateOptions {
   std::string model, range, output, intensity;
-  bool aligned = false;
+  bool aligned = false, dropMissing = false;
+  std::optional<double> meshEdge;
   scan::SensorSettings sensor;
   scan::RowSettings y;
   RowOptions rows;
@@ -37,12 +38,20 @@ struct CalibrateOptions {
 io::PointFormat checkedFormat(const CalibrateOptions& options) {
   const std::optional<io::PointFormat> format = io::pointFormatOf(options.output);
   if (!format) {
-    throw CLI::ValidationError(
-        "--output", "'" + options.output + "' ends neither in .ply, .pcd, .tif nor .npy");
+    throw CLI::ValidationError("--output",
+                               "'" + options.output +
+                                   "' ends neither in .ply, .pcd, .las, .csv, .xyz, .txt, .tif nor "
+                                   ".npy");
   }
-  if (!options.intensity.empty() && *format != io::PointFormat::kPly &&
-      *format != io::PointFormat::kPcd) {
-    throw CLI::ValidationError("--intensity", "goes into .ply and .pcd files only");
+  const bool isGrid = *format == io::PointFormat::kTiff || *format == io::PointFormat::kNpy;
+  if (isGrid && !options.intensity.empty()) {
+    throw CLI::ValidationError("--intensity", "has no place in a .tif or .npy file");
+  }
+  if (isGrid && options.dropMissing) {
+    throw CLI::ValidationError("--drop-missing", "leaves holes in a .tif or .npy file, a grid");
+  }
+  if (options.meshEdge && *format != io::PointFormat::kPly) {
+    throw CLI::ValidationError("--mesh", "needs an output .ply");
   }
   if (options.compression && *format != io::PointFormat::kTiff) {
     throw CLI::ValidationError("--compress", "needs an output .tif");
@@ -59,15 +68,23 @@ void checkAligned(const CalibrationModel& model, const CalibrateOptions& options
                     "the model has no alignment; use one that has, or omit --aligned");
 }
 
+/// Text and LAS have no place for missing points, and readers of meshes none for NaN.
+bool isWithoutMissing(const CalibrateOptions& options, io::PointFormat format) {
+  return options.dropMissing || options.meshEdge || format == io::PointFormat::kLas ||
+         format == io::PointFormat::kCsv || format == io::PointFormat::kXyz;
+}
+
 io::PointDescription describe(const CalibrateOptions& options, const Context& context,
-                              const io::ImageReader& range, const scan::IntensityImage* intensity,
-                              int rows, bool knownY) {
+                              io::PointFormat format, const io::ImageReader& range,
+                              const scan::IntensityImage* intensity, int rows, bool knownY) {
   io::PointDescription points;
   points.columns = range.shape().width;
   points.rows = rows;
   points.aligned = options.aligned;
   points.unit = context.unit;
   if (!knownY) points.rowUnit = "rows";
+  points.withoutMissing = isWithoutMissing(options, format);
+  points.meshEdge = options.meshEdge;
   if (intensity != nullptr) {
     points.intensity = intensity->isBytes() ? io::SampleType::kUint8 : io::SampleType::kUint16;
   }
@@ -77,15 +94,21 @@ io::PointDescription describe(const CalibrateOptions& options, const Context& co
 /// What the points are, for programs and people; the file itself has place for little of it.
 std::string describeInJson(const CalibrateOptions& options, const Context& context,
                            const ModelSource& model, const io::PointDescription& points,
-                           const scan::RowBlocks& rows, const scan::RangeScan& source,
-                           const scan::YPositions& y, std::int64_t bytes) {
+                           const io::PointCounts& written, const scan::RowBlocks& rows,
+                           const scan::RangeScan& source, const scan::YPositions& y,
+                           std::int64_t bytes) {
   const char* const content = options.aligned ? "aligned points" : "calibrated points";
   OutputSidecar sidecar(options.output + ".json", content, context);
   const io::JsonText& json = sidecar.root();
   json.add("unit", points.unit);
-  json.add("missing", "NaN");
+  json.add("missing", points.withoutMissing ? "left out" : "NaN");
   json.add("columns", points.columns);
   json.add("rows", points.rows);
+  if (points.withoutMissing) json.add("points", static_cast<double>(written.points));
+  if (points.meshEdge) {
+    json.add("maxEdge", *points.meshEdge);
+    json.add("triangles", static_cast<double>(written.triangles));
+  }
   json.add("firstRow", rows.first);
   const io::JsonObject place = json.addObject("y");
   if (y.line()) {
@@ -129,7 +152,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   io::OutputFile file(options.output, context.force);
   io::OutputFile sidecar(options.output + ".json", context.force);
   const io::PointDescription points =
-      describe(options, context, *range, withIntensity, rows.count(), y.isKnown());
+      describe(options, context, format, *range, withIntensity, rows.count(), y.isKnown());
   const auto writer = io::PointWriter::create(
       format, file, points, {options.compression.value_or(io::Compression::kNone), &pool});
   Progress progress(context, "calibrating", std::int64_t{rows.count()} * points.columns, "points");
@@ -147,18 +170,21 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
         progress.advance(std::int64_t{block.count()} * points.columns);
       });
   writer->finish();
-  sidecar.write(describeInJson(options, context, document, points, rows, source, y, file.size()));
+  sidecar.write(describeInJson(options, context, document, points, writer->written(), rows, source,
+                               y, file.size()));
   file.commit();
   sidecar.commit();
 
   tellOfReplacedMembers(options.sensor, options.y, beside);
-  warnOfCountedRows(y, options.aligned, options.range, context);
+  warnOfCountedRows(y, options.aligned || options.meshEdge, options.range, context);
   warnOfSensor(source, region);
   warnOfValues(measured, outside, options.range);
   if (context.quiet) return;
+  const std::string mesh =
+      points.meshEdge ? fmt::format(", {} triangles", writer->written().triangles) : "";
   std::fputs(
-      fmt::format("{}: {} rows of {} points, {} measured, in {}\n", io::inOneLine(options.output),
-                  points.rows, points.columns, measured, points.unit)
+      fmt::format("{}: {} rows of {} points, {} measured{}, in {}\n", io::inOneLine(options.output),
+                  points.rows, points.columns, measured, mesh, points.unit)
           .c_str(),
       stdout);
 }
@@ -174,12 +200,19 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
       ->required();
   command
       ->add_option("-o,--output", options->output,
-                   "Points: .ply, .pcd, .tif (float32 layers) or .npy; OUT.json describes them")
+                   "Points: .ply, .pcd, .las, .csv, .xyz, .txt, .tif (float32 layers) or .npy; "
+                   "OUT.json describes them")
       ->required()
       ->type_name("OUT");
   command->add_option("--intensity", options->intensity, "Image with the intensity of every point")
       ->type_name("IMAGE");
   command->add_flag("--aligned", options->aligned, "Map through the pose of the model");
+  command->add_flag("--drop-missing", options->dropMissing,
+                    "Leave out points without measurement; .las and text always do");
+  addNumberOption(*command, "--mesh", options->meshEdge,
+                  "Join neighbours by triangles whose edges are no longer (.ply)",
+                  {[](double edge) { return edge > 0; }, "must be above 0"})
+      ->type_name("MAXEDGE");
   addYOptions(*command, options->y);
   addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);
@@ -194,6 +227,7 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
       "Examples:\n"
       "  planex calibrate model.json range.png -o points.ply --intensity intensity.png\n"
       "  planex calibrate model.json range.tif -o points.pcd --aligned --y-scale 0.1\n"
+      "  planex calibrate model.json range.tif -o mesh.ply --mesh 0.5 --y-scale 0.1\n"
       "  planex calibrate model.json range.pgm -o layers.tif --rows 1000:2000 --origin-z 160");
   command->callback([options, &context] { runCalibrate(*options, context); });
 }
