@@ -56,6 +56,9 @@ class Command(InFolder):
             self.run_command("calibrate", "points.npy", *block)
             self.run_command("calibrate", "points.ply", "--aligned", *block)
             self.run_command("calibrate", "points.pcd", *intensity, *block)
+            self.run_command("calibrate", "points.las", *intensity, *block)
+            self.run_command("calibrate", "points.csv", *block)
+            self.run_command("calibrate", "mesh.ply", "--mesh", "2", *block)
             self.run_command("calibrate", "points.tif", "--aligned", "--compress", "zstd", *block)
             return {path: re.sub(rb'"command":.*', b"", path.read_bytes())
                     for path in self.folder.iterdir()}

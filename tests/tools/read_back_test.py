@@ -1,5 +1,6 @@
 """Usage: read_back_test.py READER PLANEX WHOLE_SCAN. Reads what the command writes with programs of
 others: gdal, PIL, numpy or open3d. Status 77: the reader is not installed."""
+import struct
 import sys
 import tempfile
 
@@ -40,6 +41,10 @@ FILES = {
     "aligned.ply": ("calibrate --aligned", ALIGNED),
     "points.ply": ("calibrate --intensity", POINTS),
     "aligned.pcd": ("calibrate --intensity --aligned", ALIGNED),
+    "kept.pcd": ("calibrate --drop-missing --intensity", None),
+    "kept.csv": ("calibrate --intensity", None),
+    "kept.las": ("calibrate --intensity", None),
+    "mesh.ply": ("calibrate --mesh 2", None),
 }
 for mode in MODES:
     FILES[f"{mode}.tif"] = (f"rectify --mode {mode} --intensity", f"{mode}_levels.u16")
@@ -77,6 +82,53 @@ def open_cloud(path):
                                          remove_infinite_points=False)
     points = cloud.point["positions"].numpy().reshape(HEIGHT, WIDTH, 3)
     return np.moveaxis(points, 2, 0), cloud.point["intensity"].numpy().reshape(HEIGHT, WIDTH)
+
+
+def kept():
+    """The points of the rows, and which of them a file without missing points has."""
+    x, z = wanted(POINTS)
+    y = np.where(np.isnan(z), np.nan, 0.5 * np.arange(HEIGHT)[:, None] + 3).astype("<f4")
+    return np.stack([x, y, z], axis=2), ~np.isnan(z)
+
+
+def expected_triangles(edge):
+    points, there = kept()
+    index, points = np.cumsum(there).reshape(there.shape) - 1, points.astype("f8")
+
+    def square(p, q):
+        square = ((points[p] - points[q]) ** 2).sum()
+        return np.inf if np.isnan(square) else square
+
+    for row, column in np.ndindex(HEIGHT - 1, WIDTH - 1):
+        a, b, c, d = ((row + i, column + k) for i in (0, 1) for k in (0, 1))
+        shorter = square(b, c) <= square(a, d)
+        for p, q, r in ((a, c, b), (b, c, d)) if shorter else ((a, c, d), (a, d, b)):
+            if max(square(p, q), square(q, r), square(r, p)) <= edge ** 2:
+                yield index[p], index[r], index[q]  # counter-clockwise, as Y grows with the rows
+
+
+def check_numpy():
+    points, there = kept()
+    points, grey = points[there], scans.intensity_values()[there]
+    text = np.loadtxt(folder / "kept.csv", "f4", delimiter=",", skiprows=1)
+    np.testing.assert_array_equal(text, np.column_stack([points, grey]))
+    las = (folder / "kept.las").read_bytes()
+    expect(las[:4] + las[24:26], b"LASF\1\2")
+    begin, _, _, size, count = struct.unpack_from("<IIBHI", las, 96)
+    numbers = np.array(struct.unpack_from("<12d", las, 131))
+    records = np.frombuffer(las[begin:], [("at", "<i4", 3), ("grey", "<u2"), ("rest", "V6")])
+    expect((size, count), (20, len(points)))
+    found = records["at"] * numbers[:3]
+    np.testing.assert_array_less(np.abs(found - points).max(axis=0),
+                                 np.spacing(np.abs(points).max(axis=0)) / 4)
+    np.testing.assert_allclose(numbers[6:].reshape(3, 2),
+                               np.stack([found.max(axis=0), found.min(axis=0)], axis=1))
+    np.testing.assert_array_equal(records["grey"], grey)
+    header, data = (folder / "mesh.ply").read_bytes().split(b"end_header\n", 1)
+    faces = np.frombuffer(data[12 * len(points):], [("corners", "u1"), ("index", "<u4", 3)])
+    np.testing.assert_array_equal(np.frombuffer(data, "<f4", 3 * len(points)), points.ravel())
+    np.testing.assert_array_equal(faces["index"], list(expected_triangles(2)))
+    assert b"element face %d\n" % len(faces) in header
 
 
 def expect(found, value):
@@ -117,11 +169,16 @@ def check_pil():
 def check_open3d():
     intensity = scans.intensity_values()
     points, found = open_cloud(str(folder / "points.ply"))
-    x, z = wanted(POINTS)
-    y = np.where(np.isnan(z), np.nan, 0.5 * np.arange(HEIGHT)[:, None] + 3).astype("<f4")
-    np.testing.assert_array_equal(points, np.stack([x, y, z]))
+    all_points, there = kept()
+    np.testing.assert_array_equal(np.moveaxis(points, 0, 2), all_points)
     np.testing.assert_array_equal(found, intensity)
     np.testing.assert_array_equal(open_cloud(str(folder / "aligned.pcd"))[1], intensity)
+    cloud = open3d.t.io.read_point_cloud(str(folder / "kept.pcd")).point
+    mesh = open3d.io.read_triangle_mesh(str(folder / "mesh.ply"))
+    for found in (cloud["positions"].numpy(), np.asarray(mesh.vertices)):
+        np.testing.assert_array_equal(found, all_points[there])
+    np.testing.assert_array_equal(cloud["intensity"].numpy().ravel(), intensity[there])
+    np.testing.assert_array_equal(np.asarray(mesh.triangles), list(expected_triangles(2)))
 
 
 with tempfile.TemporaryDirectory() as scratch:
@@ -142,4 +199,4 @@ with tempfile.TemporaryDirectory() as scratch:
         if name == "nodata.tif":
             values = np.where(np.isnan(values), np.float32(-9999), values)
         np.testing.assert_array_equal(found, values, name)  # missing cells, too: NaN equals NaN
-    {"gdal": check_gdal, "PIL": check_pil, "open3d": check_open3d}.get(READER, lambda: None)()
+    {"gdal": check_gdal, "PIL": check_pil, "numpy": check_numpy, "open3d": check_open3d}[READER]()

@@ -309,7 +309,7 @@ const std::map<std::string, std::string> kCompletions = {
     {"HEIGHT", "*.png *.tif *.tiff"},
     {"IMAGE", "*.pgm *.png *.tif *.tiff"},
     {"MODEL", "*.json"},
-    {"OUT", "*.npy *.pcd *.ply *.tif *.tiff"},
+    {"OUT", "*.csv *.las *.npy *.pcd *.ply *.tif *.tiff *.txt *.xyz"},
     {"PICTURE", "*.png *.svg"},
     {"POINTS", "*"},
     {"PROFILE", "*.csv *.png *.svg"},
