@@ -90,9 +90,10 @@ void placePoints(const PointPlacement& placement, int count, const float* x, con
     // NaN becomes 0.
     const double halfWidth = std::fmin(std::fmax(std::round(factor * spacing), 0), kMostHalfWidth);
     const bool measured = !std::isnan(z[i]);
-    const bool inGrid =
-        measured && column >= -halfWidth && column < width + halfWidth && row >= 0 && row < height;
-    const bool used = inGrid && isWithin(heights, z[i]);
+    const bool inRow = measured && row >= 0 && row < height;
+    const bool inGrid = inRow && column >= 0 && column < width;
+    const bool inReach = inRow && column >= -halfWidth && column < width + halfWidth;
+    const bool used = inReach && isWithin(heights, z[i]);
     placed.points += measured ? 1 : 0;
     placed.inGrid += inGrid ? 1 : 0;
     placed.outsideHeights += inGrid && !used ? 1 : 0;

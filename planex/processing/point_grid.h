@@ -40,7 +40,7 @@ struct PlacedGridPoints {
   std::vector<std::int32_t> column, row;
   std::vector<std::uint8_t> halfWidth;
   std::int64_t points = 0;          ///< those that are numbers
-  std::int64_t inGrid = 0;          ///< those of them that reach a column and lie in a row
+  std::int64_t inGrid = 0;          ///< those of them that lie in a column and a row
   std::int64_t outsideHeights = 0;  ///< those of these that are dropped for their height
 };
 
