@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "planex/api/points.h"
 #include "tests/api/api_test.h"
 
 namespace test {
@@ -59,6 +60,33 @@ TEST_F(ApiTest, CalibratesByHand) {
     EXPECT_THAT(z, isNarrow ? ElementsAre(IsNan(), 50, 51, 64.9375F)
                             : ElementsAre(IsNan(), 50, 305, 4144.9375F));
   }
+}
+
+TEST_F(ApiTest, AlignsAndMapsByHand) {
+  // X = u - 1, Y = 2 p + 10, Z = v - 1; behind the pose (Z + 5, 3 Y, -X).
+  const uint32_t model = makeModel(with(plainModelDocument(),
+                                        "[[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 1, 0], [0, 0, 0, 1]]",
+                                        "[[0,0,1,5], [0,3,0,0], [-1,0,0,0]]"));
+  uint32_t filter = 0;
+  ASSERT_TRUE(createAlignmentFilter(model, {2, 2}, &filter));
+  const float x[] = {1, 2, 3, 4}, z[] = {7, NAN, 8, 9};
+  const double y[] = {10, 12};
+  std::vector<float> out[3] = {{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}};
+  ASSERT_TRUE(applyAlignment(filter, x, y, z, out[0].data(), out[1].data(), out[2].data()));
+  EXPECT_THAT(out[0], ElementsAre(12, ::testing::IsNan(), 13, 14));
+  EXPECT_THAT(out[1], ElementsAre(30, ::testing::IsNan(), 36, 36));
+  EXPECT_THAT(out[2], ElementsAre(-1, ::testing::IsNan(), -3, -4));
+
+  std::vector<double> space = {12, 30, -1, 14, 36, -4}, plane = {2, 8, 5, 10};
+  ASSERT_TRUE(mapSpacePoints(model, PLANEX_COORDINATES_ALIGNED, PLANEX_COORDINATES_PIXEL, 2, 10, 2,
+                             space.data(), space.data()));
+  EXPECT_THAT(space, ElementsAre(2, 0, 8, 5, 1, 10));
+  ASSERT_TRUE(mapPlanePoints(model, PLANEX_COORDINATES_PIXEL, PLANEX_COORDINATES_CALIBRATED, 2,
+                             plane.data(), plane.data()));
+  EXPECT_THAT(plane, ElementsAre(1, 7, 4, 9));
+  ASSERT_TRUE(mapPlanePoints(model, PLANEX_COORDINATES_ALIGNED, PLANEX_COORDINATES_ALIGNED, 1,
+                             plane.data() + 2, plane.data()));
+  EXPECT_THAT(plane, ElementsAre(4, 9, 4, 9)) << "copied";
 }
 
 TEST_F(ApiTest, BoundsByHand) {

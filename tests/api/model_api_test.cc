@@ -1,3 +1,6 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -6,6 +9,7 @@
 
 #include "planex/api/handle_registry.h"
 #include "planex/api/model_recovery.h"
+#include "planex/model/model_file.h"
 #include "tests/api/api_test.h"
 
 namespace test {
@@ -38,6 +42,47 @@ TEST_F(ModelFile, ReadsUpToTheFirstNul) {
     EXPECT_EQ(exported(model_), exported(makeModel()));
     EXPECT_NE(exported(model_).find("\n  "), std::string::npos) << "indented";
   }
+}
+
+TEST_F(ModelFile, IsWrittenAsItIsRead) {
+  using datafusion::planex::readModel;
+  using datafusion::planex::writeModel;
+  datafusion::planex::CalibrationModel model, back;
+  Write(kModelDocument);
+  ASSERT_TRUE(readModel(path_, model));
+  model.FocalLength = 1 / 3.0;
+  ASSERT_TRUE(writeModel(path_, model));
+  ASSERT_TRUE(readModel(path_, back));
+  EXPECT_EQ(back.FocalLength, model.FocalLength);
+  EXPECT_EQ(back.SheetCurve, model.SheetCurve);
+
+  model.Skew.x = NAN;
+  EXPECT_FALSE(writeModel(path_, model));
+  EXPECT_EQ(log.TakeOne(),
+            "WARNING: " + path_ + ": not written: the model holds what no document can.");
+  model.Skew.x = 0;
+  model.FocalLength = -1;
+  const std::string link = path_ + ".link";
+  std::filesystem::create_symlink(path_, link);
+  EXPECT_FALSE(writeModel(link, model));
+  EXPECT_EQ(log.TakeOne(), "WARNING: " + link + ": cannot be written.");
+  std::filesystem::remove(link);
+  ASSERT_TRUE(readModel(path_, back));
+  EXPECT_EQ(back.FocalLength, 1 / 3.0) << "as it was";
+  ASSERT_TRUE(writeModel(path_, model));
+  const struct {
+    std::string path, text;
+  } refused[] = {{path_, path_ + ": has a negative error figure or focal length."},
+                 {link, link + ": cannot be read."}};
+  for (const auto& row : refused) {
+    EXPECT_FALSE(readModel(row.path, back));
+    EXPECT_EQ(log.TakeOne(), "WARNING: " + row.text);
+  }
+  Write("{}");
+  EXPECT_FALSE(readModel(path_, back));
+  EXPECT_THAT(log.TakeOne(),
+              ::testing::StartsWith("WARNING: " + path_ + ": is no model document. "));
+  EXPECT_EQ(back.FocalLength, 1 / 3.0) << "untouched";
 }
 
 TEST_F(ModelFile, RefusesWhatIsNoRegularFile) {

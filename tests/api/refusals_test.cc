@@ -14,6 +14,8 @@ namespace {
 const std::string kNoModel = "The provided model handle does not map to a previously created model";
 const std::string kNoCalibration =
     "The provided calibration filter handle does not map to a previously created filter";
+const std::string kNoAlignment =
+    "The provided alignment filter handle does not map to a previously created filter";
 const std::string kNoRectification =
     "The provided rectification filter handle does not map to a previously created filter";
 const char* const kNoHandle = "Handle is NULL";
@@ -65,9 +67,20 @@ struct Stage {
     void* const outputs[] = {firstOutput == nullptr ? first.data() : firstOutput, output};
     return Rectify(2, list, inputs, outputs, mode);
   }
+  bool Align(const float* inX, const double* inY, const float* inZ, float* outX, float* outY,
+             float* outZ) {
+    uint32_t filter = 0;
+    EXPECT_TRUE(createAlignmentFilter(model, kSize, &filter));
+    return applyAlignment(filter, inX, inY, inZ, outX, outY, outZ);
+  }
+  bool AlignWithoutModel() {
+    uint32_t gone = makeModel(), filter = 0;
+    return createAlignmentFilter(gone, kSize, &filter) && destroyModel(&gone) &&
+           applyAlignment(filter, in, points, in, x, x, z);
+  }
   bool IsUntouched() const {
     return json == "abc" && x[0] == 5 && x[7] == 0 && z[0] == 6 && box.xMin + box.zLevels == 10 &&
-           splat.splatA + splat.splatC == 4;
+           splat.splatA + splat.splatC == 4 && points[0] + points[2] == 4;
   }
 
   uint32_t model = 0, uncalibrated = 0, handle = 77;
@@ -78,6 +91,7 @@ struct Stage {
   std::array<uint8_t, 16> first{7};
   WorldRangeTraits box = {1, 2, 3, 4, 5, 6, 7, 8, 9};
   SplatSettings splat = {1, 2, 3};
+  double points[8] = {1, 2, 3};
   const uint32_t mono8 = PLANEX_PIXEL_FORMAT_MONO8, mono16 = PLANEX_PIXEL_FORMAT_MONO16;
   const void* const noInputs[1] = {nullptr};
   void* const noOutputs[1] = {nullptr};
@@ -129,6 +143,37 @@ const struct {
     {CALL(s.Bounds(s.model, {1, 0, 480 / 16777218.5, 0, 640, 480})), kScale},  // 2^24 + 1 values
     {CALL(s.Bounds(s.uncalibrated, kInside)), kUnmapped},
     {CALL(s.Bounds(s.uncalibrated, {1, 0, 1, 0, 0, 0}, {0, 9})), kUnmapped},  // no samples
+
+    {CALL(createAlignmentFilter(kUnknown, kSize, nullptr)), kNoModel},
+    {CALL(createAlignmentFilter(s.model, kSize, nullptr)), kNoHandle},
+    {CALL(applyAlignment(kUnknown, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)),
+     "Argument inputX is NULL"},
+    {CALL(applyAlignment(kUnknown, s.in, nullptr, nullptr, nullptr, nullptr, nullptr)),
+     "Argument inputY is NULL"},
+    {CALL(applyAlignment(kUnknown, s.in, s.points, nullptr, nullptr, nullptr, nullptr)),
+     "Argument inputZ is NULL"},
+    {CALL(applyAlignment(kUnknown, s.in, s.points, s.in, nullptr, nullptr, nullptr)),
+     "Argument outputX is NULL"},
+    {CALL(applyAlignment(kUnknown, s.in, s.points, s.in, s.x, nullptr, nullptr)),
+     "Argument outputY is NULL"},
+    {CALL(applyAlignment(kUnknown, s.in, s.points, s.in, s.x, s.x, nullptr)),
+     "Argument outputZ is NULL"},
+    {CALL(applyAlignment(kUnknown, s.in, s.points, s.in, s.x, s.x, s.z)), kNoAlignment},
+    {CALL(s.Align(s.in, s.points, s.in, s.x, s.x, s.z)), kShared},
+    {CALL(s.Align(s.x, s.points, s.in, s.x, s.z, s.z)), kShared},
+    {CALL(s.AlignWithoutModel()), kNoModel},
+    {CALL(mapPlanePoints(kUnknown, 0, 3, SIZE_MAX, nullptr, nullptr)), "Unknown coordinate system"},
+    {CALL(mapSpacePoints(kUnknown, 3, 0, 1, 0, SIZE_MAX, nullptr, nullptr)),
+     "Unknown coordinate system"},
+    {CALL(mapSpacePoints(kUnknown, 0, 1, 1, 0, PTRDIFF_MAX / 24 + 1, nullptr, nullptr)),
+     "Too many points"},
+    {CALL(mapPlanePoints(kUnknown, 0, 1, 1, nullptr, nullptr)), "Argument inputPoints is NULL"},
+    {CALL(mapPlanePoints(kUnknown, 0, 1, 1, s.points, nullptr)), "Argument outputPoints is NULL"},
+    {CALL(mapPlanePoints(kUnknown, 0, 1, 2, s.points, s.points + 3)),
+     "The input and output points overlap"},
+    {CALL(mapPlanePoints(kUnknown, 0, 1, 0, nullptr, nullptr)), kNoModel},
+    {CALL(mapSpacePoints(s.uncalibrated, 0, 1, 1, 0, 1, s.points, s.points)),
+     "WARNING: Operation failed because it was called with uncalibrated model."},
 
     {CALL(createRectificationFilter(0, kGrid, kSize, 0, nullptr, {}, 0, nullptr)), kNoHandle},
     {CALL(rectify(kUnknown, nullptr, nullptr, nullptr, nullptr, nullptr)), "inputX is NULL"},
@@ -186,7 +231,7 @@ TEST_F(ApiTest, RefusalsLogOnceAndTouchNothing) {
 }
 
 TEST_F(ApiTest, AtMost256OfAKindAreAlive) {
-  static uint32_t model;  // of the calibration filters
+  static uint32_t model;  // of the filters
   const struct {
     bool (*create)(uint32_t* handle);
     bool (*destroy)(uint32_t* handle);
@@ -200,6 +245,10 @@ TEST_F(ApiTest, AtMost256OfAKindAreAlive) {
        "calibration filters created, destroy unused calibrationFilters by calling "
        "destroyCalibrationFilter()",
        kNoCalibration},
+      {[](uint32_t* h) { return createAlignmentFilter(model, kSize, h); }, destroyAlignmentFilter,
+       "alignment filters created, destroy unused alignmentFilters by calling "
+       "destroyAlignmentFilter()",
+       kNoAlignment},
       {[](uint32_t* h) { return createRectificationFilter(99, {}, {}, 0, nullptr, {}, 0, h); },
        destroyRectificationFilter,
        "rectification filters created, destroy unused rectificationFilters by calling "
@@ -209,7 +258,7 @@ TEST_F(ApiTest, AtMost256OfAKindAreAlive) {
   for (const auto& kind : kinds) {
     SCOPED_TRACE(kind.unknown);
     destroyAll();
-    if (kind.unknown == kNoCalibration) model = makeModel();
+    if (kind.unknown != kNoModel) model = makeModel();
     std::vector<uint32_t> handles(256);
     for (uint32_t& handle : handles) ASSERT_TRUE(kind.create(&handle));
     uint32_t handle = 77;

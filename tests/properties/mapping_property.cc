@@ -177,6 +177,18 @@ class MappingPlay {
     CheckList(formulas, points, from, to, [&](const auto& in, auto& out) {
       return planex::mapPoints<T>(model_, in, out, from_, to_);
     });
+    CheckList(formulas, points, from, to, [&](auto in, auto& out) {  // arrays, in place
+      const bool mapped = planex::mapPoints<T>(model_, in.data(), in.data(), in.size(), from_, to_);
+      if (mapped) out = in;
+      return mapped;
+    });
+    CheckList(formulas, DrawPoints<Vec<3, T>>(), from, to, [&](const auto& in, auto& out) {
+      auto mapped = in;
+      const bool done =
+          planex::mapPoints<T>(model_, in.data(), mapped.data(), in.size(), from_, to_, y[0], y[1]);
+      if (done) out = mapped;
+      return done;
+    });
     using List = Points<2, T>;
     const struct {
       bool (*map)(const CalibrationModel&, const List&, List&);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "planex/api/planex.h"
+#include "planex/api/points.h"
 
 namespace test {
 
@@ -8,6 +9,7 @@ namespace test {
 inline void destroyAll() {
   destroyAllModels();
   destroyAllCalibrationFilters();
+  destroyAllAlignmentFilters();
   destroyAllRectificationFilters();
 }
 
