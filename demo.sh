@@ -24,7 +24,11 @@ shown() {
 }
 shown info "$scan/model.json" --plot "$scan/view.png"
 shown rectify "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
-  -o "$scan/map.tif" --preview "$scan/preview.png" --shade
+  --fill 4 -o "$scan/map.tif" --preview "$scan/preview.png" --shade
+shown rectify "$scan/model.json" "$scan/range.pgm" --aligned --float --layers count,sigma --fill 4 \
+  -o "$scan/aligned.tif" --preview "$scan/aligned.png" --shade
+shown stats "$scan/map.tif" --rect -47,18,-19,28 # the highest step of the gauge
+shown profile "$scan/map.tif" --at 50 -o "$scan/profile.png"
 shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
   --aligned -o "$scan/points.ply"
-echo "look at: $PWD/$scan/preview.png and view.png; $PWD/$scan/points.ply opens in any viewer of point clouds"
+echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png and view.png; $PWD/$scan/points.ply opens in any viewer of point clouds"
