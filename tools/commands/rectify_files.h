@@ -21,6 +21,9 @@ class MapFiles {
   MapFiles(const RectifyOptions& options, const Context& context, const MapSource& source,
            const datafusion::planex::HeightGrid& grid, const io::Axis& y,
            io::RasterDescription heights, io::WorkerPool& pool);
+  ~MapFiles();
+  MapFiles(const MapFiles&) = delete;
+  MapFiles& operator=(const MapFiles&) = delete;
 
   /// Adds a raster of one layer beside the heights: HEIGHT_suffix.
   void addImage(const std::string& suffix, const char* content, io::SampleType sample);
@@ -55,9 +58,6 @@ class MapFiles {
   std::unique_ptr<io::OutputFile> previewFile_;
   std::unique_ptr<report::HeightPicture> preview_;
   std::int64_t filled_ = 0;
-
- public:
-  ~MapFiles();
 };
 
 /// "height.png" becomes "height_intensity.png".
