@@ -145,7 +145,7 @@ class GridWriter {
                       std::vector<Sample>& samples) {
     samples.resize(values.size());
     std::transform(values.begin(), values.end(), samples.begin(),
-                   [](float value) { return static_cast<Sample>(value + 0.5F); });
+                   [](float value) { return static_cast<Sample>(std::lround(value)); });
     files_.writeImage(image, rows.rows, samples.data());
   }
 
