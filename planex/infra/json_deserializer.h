@@ -22,7 +22,7 @@ namespace base {
 /// Members are looked up by name, so their order is free, and members that no Visit asks for are
 /// ignored. Of members of the same name the first counts. No white space, key or number depends
 /// on the locale. A byte order mark of UTF-8 before the text and anything after the document are
-/// skipped. Nesting deeper than 1000 levels is refused as no JSON.
+/// skipped. Nesting deeper than 100 levels is refused as no JSON.
 ///
 /// Values:
 ///   - an integer must be written as a number without fraction that its type can hold, anything
