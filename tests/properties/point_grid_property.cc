@@ -37,22 +37,49 @@ struct Profiles {
       for (int i = 0; i < count; ++i) list->push_back(samples.Next<float>());
     }
     for (float& value : z) value = source.Between(0, 9) == 0 ? NAN : value;
+    if (source.Between(0, 3) > 0) {  // around the grid
+      const auto bring = [](float value, int cells, const auto& axis) {
+        const double cell = std::fmod(double{value}, cells + 3) - 1.5;
+        return static_cast<float>(cell * axis.scale + axis.origin);
+      };
+      for (float& value : x) value = bring(value, placement.width, placement.x);
+      for (float& value : y) value = bring(value, placement.height, placement.y);
+    }
+    for (float& value : grey) value = std::floor(value / 16);  // ties, and 0
     placePoints(placement, count, x.data(), y.data(), z.data(), z.data(), placed);
+  }
+
+  double Column(std::size_t i) const {
+    return std::round((double{x[i]} - placement.x.origin) / placement.x.scale);
+  }
+  double Row(std::size_t i) const {
+    return std::round((double{y[i]} - placement.y.origin) / placement.y.scale);
+  }
+  bool IsInHeights(std::size_t i) const {
+    return placement.z.IsEmpty() ||
+           (double{z[i]} >= placement.z.min && double{z[i]} <= placement.z.max);
+  }
+  struct PointShare {
+    bool isMeasured, isInGrid, isInHeights;
+  };
+  PointShare Share(std::size_t i) const {
+    const bool isMeasured = !std::isnan(z[i]);
+    const bool isInGrid = isMeasured && Row(i) >= 0 && Row(i) < placement.height &&
+                          Column(i) >= 0 && Column(i) < placement.width;
+    return {isMeasured, isInGrid, IsInHeights(i)};
   }
 
   /// The points that reach a cell, as they stand in the lists.
   std::vector<std::size_t> In(int row, int column) const {
     std::vector<std::size_t> points;
     for (std::size_t i = 0; i < z.size(); ++i) {
-      const double c = std::round((double{x[i]} - placement.x.origin) / placement.x.scale);
-      const double r = std::round((double{y[i]} - placement.y.origin) / placement.y.scale);
+      const double c = Column(i);
+      const double r = Row(i);
       const auto& splat = placement.splat;
       const double w = std::round(0.55 * splat.size / placement.x.scale *
                                   (splat.lateralSpacing.x * double{z[i]} + splat.lateralSpacing.y));
       const double reach = std::min(std::max(w, 0.0), 15.0);
-      const bool used = !(z[i] != z[i]) && r >= 0 && r < placement.height &&
-                        (placement.z.IsEmpty() ||
-                         (double{z[i]} >= placement.z.min && double{z[i]} <= placement.z.max));
+      const bool used = !std::isnan(z[i]) && r >= 0 && r < placement.height && IsInHeights(i);
       if (used && std::abs(c - column) <= reach && std::abs(r - row) <= rowHalfWidth) {
         points.push_back(i);
       }
@@ -82,13 +109,14 @@ struct Expected {
     };
     const auto winner = *std::min_element(
         in.begin(), in.end(), [&](std::size_t a, std::size_t b) { return rank(a) < rank(b); });
-    double sum = 0, squares = 0, greySum = 0;
+    double sum = 0, squares = 0, greySum = 0, xSum = 0;
     float low = points.z[in[0]], high = low;
     for (const std::size_t i : in) {
       const double off = double{points.z[i]} - double{points.z[in[0]]};
       sum += off;
       squares += off * off;
       greySum += double{points.grey[i]};
+      xSum += double{points.x[i]};
       low = std::min(low, points.z[i]);
       high = std::max(high, points.z[i]);
     }
@@ -100,9 +128,10 @@ struct Expected {
     height = mode == Mode::MEAN ? static_cast<float>(double{points.z[in[0]]} + sum / n)
                                 : points.z[winner];
     grey = mode == Mode::MEAN ? static_cast<float>(greySum / n) : points.grey[winner];
+    x = mode == Mode::MEAN ? static_cast<float>(xSum / n) : points.x[winner];
   }
 
-  float height = NAN, count = 0, spread = NAN, deviation = NAN, grey = 0;
+  float height = NAN, count = 0, spread = NAN, deviation = NAN, x = 0, grey = 0;
 };
 
 }  // namespace
@@ -111,11 +140,11 @@ PLANEX_PROPERTY(point_grid) {
   const Mode mode = source.OneOf(kModes);
   const Profiles points(source);
   const auto width = static_cast<std::size_t>(points.placement.width);
-  PointGrid grid(points.placement.width, points.placement.height, mode, 1);
+  PointGrid grid(points.placement.width, points.placement.height, mode, 2);
   // In two parts, which is as good as one.
   const auto all = points.placed.column.size();
   const auto half = std::min(all, static_cast<std::size_t>(source.Between(0, 40)));
-  const std::vector<const float*> channels = {points.grey.data()};
+  const std::vector<const float*> channels = {points.x.data(), points.grey.data()};
   const bool added = test::tries([&] {
     return grid.Add(points.placed, 0, half, points.z.data(), channels, points.rowHalfWidth) +
                grid.Add(points.placed, half, all - half, points.z.data(), channels,
@@ -123,17 +152,32 @@ PLANEX_PROPERTY(point_grid) {
            0;
   });
   CHECK_HOLDS(added);
+  std::int64_t measured = 0, inGrid = 0, dropped = 0, late = 0;
+  for (std::size_t i = 0; i < all; ++i) {
+    const auto [isMeasured, isInGrid, isInHeights] = points.Share(i);
+    measured += isMeasured ? 1 : 0;
+    inGrid += isInGrid ? 1 : 0;
+    dropped += isInGrid && !isInHeights ? 1 : 0;
+    late += points.placed.column[i] == PlacedGridPoints::kNone ||
+                    (mode == Mode::BRIGHTEST && !(points.grey[i] > 0))
+                ? 0
+                : 1;
+  }
+  CHECK_HOLDS(points.placed.points == measured && points.placed.inGrid == inGrid &&
+              points.placed.outsideHeights == dropped);
   const int skipped = source.Between(0, 1);  // rows that nobody takes
   for (int row = skipped; row < points.placement.height; ++row) {
-    Floats height(width), count = height, spread = height, deviation = height, grey = height;
-    grid.TakeRow(row,
-                 {height.data(), count.data(), spread.data(), deviation.data(), {grey.data()}});
+    Floats height(width), count = height, spread = height, deviation = height, x = height,
+                          grey = height;
+    grid.TakeRow(
+        row,
+        {height.data(), count.data(), spread.data(), deviation.data(), {x.data(), grey.data()}});
     for (std::size_t k = 0; k < width; ++k) {
       const Expected want(points, mode, row, static_cast<int>(k));
       CHECK_HOLDS(test::sameBits(height[k], want.height) && count[k] == want.count);
       CHECK_HOLDS(test::sameBits(spread[k], want.spread));
       CHECK_HOLDS(test::sameBits(deviation[k], want.deviation));
-      CHECK_HOLDS(test::sameBits(grey[k], want.grey));
+      CHECK_HOLDS(test::sameBits(grey[k], want.grey) && test::sameBits(x[k], want.x));
     }
     std::vector<std::uint8_t> mask(width);
     const Floats before = height;
@@ -154,4 +198,7 @@ PLANEX_PROPERTY(point_grid) {
       CHECK_HOLDS(test::sameBits(height[k], isFilled ? between : before[k]));
     }
   }
+  if (skipped >= points.placement.height) return;
+  CHECK_HOLDS(grid.Add(points.placed, 0, all, points.z.data(), channels, points.rowHalfWidth) ==
+              late);
 }
