@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "planex/io/image_formats.h"
 #include "planex/io/input_file.h"
@@ -12,7 +13,7 @@
 namespace planex::io {
 namespace {
 
-/// Compressed strips are decoded from memory as a whole.
+/// Compressed strips are decoded from memory as a whole; tiles side by side are held decoded.
 constexpr std::uint64_t kMaximumStrip = std::uint64_t{128} << 20;
 
 /// Compressions that keep samples bit for bit and fill every row of a sound strip.
@@ -53,8 +54,9 @@ const char* meaningOf(const Meaning (&table)[kSize], std::uint16_t value) {
   return found != std::end(table) ? found->text : nullptr;
 }
 
-/// Strips of one sample per pixel. Uncompressed rows are read where they stand in the file, so that
-/// a file of one large strip needs no more memory than others.
+/// One sample per pixel in strips or tiles. Uncompressed strips are read row by row where they
+/// stand in the file, so that a file of one large strip needs no more memory than others; of tiles,
+/// those of one row of tiles are held.
 class TiffReader final : public ImageReader {
  public:
   TiffReader(const std::string& path, Samples samples)
@@ -73,7 +75,7 @@ class TiffReader final : public ImageReader {
              bits == 8    ? cmnalg::IMAGE_TYPE_UINT8
              : bits == 16 ? cmnalg::IMAGE_TYPE_UINT16
                           : cmnalg::IMAGE_TYPE_FLOAT32);
-    checkStrips();
+    checkParts();
     // Decodes row by row: the other decoder takes a strip of one row as a whole, and leaves the row
     // as it was where the strip holds more.
     TIFFSetField(tiff_.get(), TIFFTAG_DEFLATE_SUBCODEC, DEFLATE_SUBCODEC_ZLIB);
@@ -99,7 +101,6 @@ class TiffReader final : public ImageReader {
   void checkLayout() const {
     checkCompression();
     checkValues();
-    if (TIFFIsTiled(tiff_.get()) != 0) refuse("is stored in tiles; save it in strips");
     if (TIFFLastDirectory(tiff_.get()) == 0) refuse("holds several images; extract one of them");
     const std::uint16_t orientation = tag(TIFFTAG_ORIENTATION);
     if (orientation != ORIENTATION_TOPLEFT) {
@@ -154,38 +155,60 @@ class TiffReader final : public ImageReader {
     }
   }
 
-  /// Every strip must lie in the file, an uncompressed one with all of its rows.
-  void checkStrips() {
+  /// Every strip or tile must lie in the file, an uncompressed one with all of its rows.
+  void checkParts() {
     plain_ = tag(TIFFTAG_COMPRESSION) == COMPRESSION_NONE;
+    tiled_ = TIFFIsTiled(tiff_.get()) != 0;
+    auto columns = static_cast<std::uint32_t>(shape().width);
     std::uint32_t rows = 0;
-    TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_ROWSPERSTRIP, &rows);
-    rowsPerStrip_ =
-        static_cast<int>(std::min<std::uint64_t>(rows, static_cast<std::uint64_t>(shape().height)));
-    if (rowsPerStrip_ < 1) refuseDamaged("strips without rows");
-    const int strips = (shape().height - 1) / rowsPerStrip_ + 1;
-    if (TIFFNumberOfStrips(tiff_.get()) != static_cast<std::uint32_t>(strips)) {
-      refuseDamaged("number of strips");
+    if (tiled_) {
+      TIFFGetField(tiff_.get(), TIFFTAG_TILEWIDTH, &columns);
+      TIFFGetField(tiff_.get(), TIFFTAG_TILELENGTH, &rows);
+    } else {
+      TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_ROWSPERSTRIP, &rows);
+      rows = std::min(rows, static_cast<std::uint32_t>(shape().height));
     }
-    for (int strip = 0; strip < strips; ++strip) checkStrip(strip);
+    if (rows < 1 || columns < 1) refuseDamaged("strips or tiles without pixels");
+    if (tiled_) takeTileSize(columns, rows);
+    rowsPerPart_ = static_cast<int>(rows);
+    partsAcross_ = static_cast<std::uint32_t>((shape().width - 1)) / columns + 1;
+    const std::uint64_t parts =
+        partsAcross_ * ((static_cast<std::uint64_t>(shape().height) - 1) / rows + 1);
+    if ((tiled_ ? TIFFNumberOfTiles(tiff_.get()) : TIFFNumberOfStrips(tiff_.get())) != parts) {
+      refuseDamaged(tiled_ ? "number of tiles" : "number of strips");
+    }
+    for (std::uint32_t part = 0; part < parts; ++part) checkPart(part);
   }
 
-  void checkStrip(int strip) const {
+  void takeTileSize(std::uint32_t columns, std::uint32_t rows) {
+    tileRowBytes_ = columns * cmnalg::bytesPerPixel(shape().type);
+    const std::size_t held = std::max<std::size_t>(2 * tileRowBytes_, shape().rowBytes());
+    if (rows > kMaximumStrip / held) refuse("has very large tiles; save it in smaller ones");
+    if (TIFFTileSize64(tiff_.get()) != rows * tileRowBytes_) refuseDamaged("size of tiles");
+    tile_.resize(rows * tileRowBytes_);
+    band_.resize(rows * shape().rowBytes());
+  }
+
+  void checkPart(std::uint32_t part) const {
     int failed = 0;
-    const auto number = static_cast<std::uint32_t>(strip);
-    const std::uint64_t offset = TIFFGetStrileOffsetWithErr(tiff_.get(), number, &failed);
-    const std::uint64_t count = TIFFGetStrileByteCountWithErr(tiff_.get(), number, &failed);
-    const int first = strip * rowsPerStrip_;
-    const int rows = std::min(rowsPerStrip_, shape().height - first);
-    const std::uint64_t needed = plain_ ? static_cast<std::uint64_t>(rows) * shape().rowBytes() : 1;
+    const std::uint64_t offset = TIFFGetStrileOffsetWithErr(tiff_.get(), part, &failed);
+    const std::uint64_t count = TIFFGetStrileByteCountWithErr(tiff_.get(), part, &failed);
+    const int first = static_cast<int>(part / partsAcross_) * rowsPerPart_;
+    const int rows = std::min(rowsPerPart_, shape().height - first);
+    const std::uint64_t pixels =
+        tiled_ ? tile_.size() : static_cast<std::uint64_t>(rows) * shape().rowBytes();
     if (failed != 0) refuseDamaged(tiff_.error());
-    if (offset > file_.size() || count > file_.size() - offset || count < needed) {
-      refuseRow(first, "its strip does not lie in the file");
+    if (offset > file_.size() || count > file_.size() - offset || count < (plain_ ? pixels : 1)) {
+      refuseRow(first, tiled_ ? "its tile does not lie in the file"
+                              : "its strip does not lie in the file");
     }
     if (!plain_ && count > kMaximumStrip) refuse("has very large strips; save it in smaller ones");
   }
 
   void readNextRow(void* row) override {
-    if (plain_) {
+    if (tiled_) {
+      readTiledRow(row);
+    } else if (plain_) {
       readPlainRow(row);
     } else {
       readCompressedRow(row);
@@ -203,11 +226,44 @@ class TiffReader final : public ImageReader {
     if (!tiff_.warning().empty()) refuseRow(row_, tiff_.warning());
   }
 
+  void readTiledRow(void* row) {
+    const int band = row_ / rowsPerPart_;
+    if (band != bandHeld_) decodeBand(band);
+    const auto line = static_cast<std::size_t>(row_ % rowsPerPart_);
+    std::memcpy(row, band_.data() + line * shape().rowBytes(), shape().rowBytes());
+  }
+
+  /// Decodes the tiles of a row of tiles, and puts their rows together.
+  void decodeBand(int band) {
+    bandHeld_ = -1;
+    const std::size_t rowBytes = shape().rowBytes();
+    for (std::uint32_t i = 0; i < partsAcross_; ++i) {
+      decodeTile(static_cast<std::uint32_t>(band) * partsAcross_ + i, band * rowsPerPart_);
+      const std::size_t begin = i * tileRowBytes_;
+      const std::size_t bytes = std::min(tileRowBytes_, rowBytes - begin);
+      for (std::size_t line = 0; line < static_cast<std::size_t>(rowsPerPart_); ++line) {
+        std::memcpy(band_.data() + line * rowBytes + begin, tile_.data() + line * tileRowBytes_,
+                    bytes);
+      }
+    }
+    bandHeld_ = band;
+  }
+
+  void decodeTile(std::uint32_t number, int row) {
+    std::fill(tile_.begin(), tile_.end(), '\0');
+    tiff_.forgetWarning();
+    const auto size = static_cast<tmsize_t>(tile_.size());
+    if (TIFFReadEncodedTile(tiff_.get(), number, tile_.data(), size) != size) {
+      refuseRow(row, tiff_.error());
+    }
+    if (!tiff_.warning().empty()) refuseRow(row, tiff_.warning());
+  }
+
   void readPlainRow(void* row) const {
     const std::size_t bytes = shape().rowBytes();
     const std::uint64_t strip =
-        TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(row_ / rowsPerStrip_));
-    const std::uint64_t offset = strip + static_cast<std::uint64_t>(row_ % rowsPerStrip_) * bytes;
+        TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(row_ / rowsPerPart_));
+    const std::uint64_t offset = strip + static_cast<std::uint64_t>(row_ % rowsPerPart_) * bytes;
     if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
     if (TIFFIsByteSwapped(tiff_.get()) == 0) return;
     if (shape().type == cmnalg::IMAGE_TYPE_UINT16) {
@@ -220,7 +276,7 @@ class TiffReader final : public ImageReader {
   void rewind() override { row_ = 0; }
 
   void skipRows(int count) override {
-    if (plain_) {
+    if (plain_ || tiled_) {
       row_ += count;
     } else {
       ImageReader::skipRows(count);
@@ -230,8 +286,12 @@ class TiffReader final : public ImageReader {
   const Samples samples_;
   InputFile file_;
   TiffFile tiff_;
-  bool plain_ = false;
-  int rowsPerStrip_ = 1;
+  bool plain_ = false, tiled_ = false;
+  int rowsPerPart_ = 1;            // of a strip or tile
+  std::uint32_t partsAcross_ = 1;  // side by side
+  std::size_t tileRowBytes_ = 0;
+  std::vector<char> tile_, band_;  // one tile; the rows of the tiles side by side
+  int bandHeld_ = -1;
   int row_ = 0;
 };
 

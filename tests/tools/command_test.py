@@ -28,7 +28,9 @@ BLOCKS = [["--block", "1", "--threads", "1"], ["--block", "7", "--threads", "2"]
 # The same pixels, however they are stored.
 FORMATS = [("png", {}), ("tif", {}), ("tif", {"rowsperstrip": 8}), ("tif", {"byteorder": ">"}),
            ("tif", {"bigtiff": True}), ("tif", {"compression": "zlib"}),
-           ("tif", {"compression": "zlib", "byteorder": ">", "rowsperstrip": 8})]
+           ("tif", {"compression": "zlib", "byteorder": ">", "rowsperstrip": 8}),
+           ("tif", {"tile": (16, 32)}),
+           ("tif", {"tile": (16, 64), "byteorder": ">", "compression": "zlib", "predictor": True})]
 
 
 class InFolder(unittest.TestCase):
