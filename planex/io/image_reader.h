@@ -11,17 +11,18 @@
 
 namespace planex::io {
 
-/// Which samples a reader of images takes.
+/// What an image is read as, and so which samples a reader takes.
 enum class Samples {
-  kIntegers,           ///< 8 or 16 bits without sign: range images and intensities
-  kIntegersAndFloats,  ///< float32 of a TIFF, too: height maps
+  kIntensities,  ///< 8 or 16 bits without sign
+  kRanges,       ///< 32 bits without sign and float32, too
+  kHeights,      ///< 8 or 16 bits, or float32; of several layers the first
 };
 
 /// What the header of a greyscale image file announces.
 struct ImageShape {
   int width = 0;                                        ///< columns
   int height = 0;                                       ///< rows
-  cmnalg::ImageType type = cmnalg::IMAGE_TYPE_INVALID;  ///< UINT8, UINT16 or FLOAT32
+  cmnalg::ImageType type = cmnalg::IMAGE_TYPE_INVALID;  ///< UINT8, UINT16, UINT32 or FLOAT32
 
   /// Bytes of one row without padding.
   std::size_t rowBytes() const {
@@ -29,8 +30,7 @@ struct ImageShape {
   }
 };
 
-/// Reads a greyscale image of 8 or 16 bits, or of floats where that is asked for, row by row: PNG,
-/// TIFF or PGM, told apart by the first bytes of the file.
+/// Reads a greyscale image row by row: PNG, TIFF or PGM, told apart by the first bytes of the file.
 ///
 /// Nothing in the file is trusted. Opening refuses, with a Failure that names the file, what is no
 /// regular file, no image of these kinds, or announces more pixels than a file of its size can
@@ -43,7 +43,7 @@ class PLANEX_EXPORT ImageReader {
 
   /// Opens a file, and reads what it announces.
   static std::unique_ptr<ImageReader> open(const std::string& path,
-                                           Samples samples = Samples::kIntegers);
+                                           Samples samples = Samples::kIntensities);
 
   virtual ~ImageReader() = default;
   ImageReader(const ImageReader&) = delete;

@@ -54,9 +54,9 @@ const char* meaningOf(const Meaning (&table)[kSize], std::uint16_t value) {
   return found != std::end(table) ? found->text : nullptr;
 }
 
-/// One sample per pixel in strips or tiles. Uncompressed strips are read row by row where they
-/// stand in the file, so that a file of one large strip needs no more memory than others; of tiles,
-/// those of one row of tiles are held.
+/// The only sample of each pixel, or the first, in strips or tiles. Uncompressed strips are read
+/// row by row where they stand in the file, so that a file of one large strip needs no more memory
+/// than others; of tiles, those of one row of tiles are held.
 class TiffReader final : public ImageReader {
  public:
   TiffReader(const std::string& path, Samples samples)
@@ -74,7 +74,9 @@ class TiffReader final : public ImageReader {
     announce(width, height,
              bits == 8    ? cmnalg::IMAGE_TYPE_UINT8
              : bits == 16 ? cmnalg::IMAGE_TYPE_UINT16
-                          : cmnalg::IMAGE_TYPE_FLOAT32);
+             : isFloat()  ? cmnalg::IMAGE_TYPE_FLOAT32
+                          : cmnalg::IMAGE_TYPE_UINT32);
+    takeLayers();
     checkParts();
     // Decodes row by row: the other decoder takes a strip of one row as a whole, and leaves the row
     // as it was where the strip holds more.
@@ -94,7 +96,7 @@ class TiffReader final : public ImageReader {
   }
 
   bool isFloat() const {
-    return samples_ == Samples::kIntegersAndFloats && tag(TIFFTAG_BITSPERSAMPLE) == 32 &&
+    return samples_ != Samples::kIntensities && tag(TIFFTAG_BITSPERSAMPLE) == 32 &&
            tag(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_IEEEFP;
   }
 
@@ -140,18 +142,43 @@ class TiffReader final : public ImageReader {
     const std::uint16_t format = tag(TIFFTAG_SAMPLEFORMAT), bits = tag(TIFFTAG_BITSPERSAMPLE);
     if (format != SAMPLEFORMAT_UINT && !isFloat()) {
       const char* const meaning = meaningOf(kSampleFormats, format);
-      refuse(std::string(meaning != nullptr ? meaning : "has values of unknown format") +
-             "; convert it" + kGreyscale);
+      std::string what = meaning != nullptr ? meaning : "has values of unknown format";
+      if (format == SAMPLEFORMAT_IEEEFP) what += " of " + std::to_string(bits) + " bits";
+      refuse(what + "; convert it" + kGreyscale);
     }
-    if (bits != 8 && bits != 16 && !isFloat()) {
+    const bool isWide = bits == 32 && samples_ == Samples::kRanges;
+    if (bits != 8 && bits != 16 && !isFloat() && !isWide) {
       refuse("has " + std::to_string(bits) + " bits a value; convert it" + kGreyscale);
     }
     const std::uint16_t samples = tag(TIFFTAG_SAMPLESPERPIXEL);
-    if (samples != 1) {
+    if (samples != 1 && (samples == 0 || samples_ != Samples::kHeights)) {
       refuse("has " + std::to_string(samples) + " values a pixel; convert it" + kGreyscale);
     }
     if (tag(TIFFTAG_FILLORDER) != FILLORDER_MSB2LSB) {
       refuse("has its bits in reverse order (fill order 2); convert it" + std::string(kGreyscale));
+    }
+  }
+
+  /// Layers stand one behind the other in the file, or the samples of a pixel stand together.
+  void takeLayers() {
+    layers_ = tag(TIFFTAG_SAMPLESPERPIXEL);
+    together_ = tag(TIFFTAG_PLANARCONFIG) == PLANARCONFIG_CONTIG ? layers_ : 1;
+    if (storedRowBytes() > kMaximumStrip) refuse("has very large rows; save fewer layers");
+    if (together_ > 1) stored_.resize(storedRowBytes());
+  }
+
+  /// Of one row in the file.
+  std::size_t storedRowBytes() const { return together_ * shape().rowBytes(); }
+
+  /// Takes the first sample of every pixel.
+  void takeFirst(const char* pixels, std::size_t count, char* first) const {
+    const std::size_t bytes = cmnalg::bytesPerPixel(shape().type);
+    if (together_ == 1) {
+      std::memcpy(first, pixels, count * bytes);
+      return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+      std::memcpy(first + i * bytes, pixels + i * together_ * bytes, bytes);
     }
   }
 
@@ -174,14 +201,15 @@ class TiffReader final : public ImageReader {
     partsAcross_ = static_cast<std::uint32_t>((shape().width - 1)) / columns + 1;
     const std::uint64_t parts =
         partsAcross_ * ((static_cast<std::uint64_t>(shape().height) - 1) / rows + 1);
-    if ((tiled_ ? TIFFNumberOfTiles(tiff_.get()) : TIFFNumberOfStrips(tiff_.get())) != parts) {
+    if ((tiled_ ? TIFFNumberOfTiles(tiff_.get()) : TIFFNumberOfStrips(tiff_.get())) !=
+        parts * (layers_ / together_)) {
       refuseDamaged(tiled_ ? "number of tiles" : "number of strips");
     }
     for (std::uint32_t part = 0; part < parts; ++part) checkPart(part);
   }
 
   void takeTileSize(std::uint32_t columns, std::uint32_t rows) {
-    tileRowBytes_ = columns * cmnalg::bytesPerPixel(shape().type);
+    tileRowBytes_ = columns * together_ * cmnalg::bytesPerPixel(shape().type);
     const std::size_t held = std::max<std::size_t>(2 * tileRowBytes_, shape().rowBytes());
     if (rows > kMaximumStrip / held) refuse("has very large tiles; save it in smaller ones");
     if (TIFFTileSize64(tiff_.get()) != rows * tileRowBytes_) refuseDamaged("size of tiles");
@@ -196,7 +224,7 @@ class TiffReader final : public ImageReader {
     const int first = static_cast<int>(part / partsAcross_) * rowsPerPart_;
     const int rows = std::min(rowsPerPart_, shape().height - first);
     const std::uint64_t pixels =
-        tiled_ ? tile_.size() : static_cast<std::uint64_t>(rows) * shape().rowBytes();
+        tiled_ ? tile_.size() : static_cast<std::uint64_t>(rows) * storedRowBytes();
     if (failed != 0) refuseDamaged(tiff_.error());
     if (offset > file_.size() || count > file_.size() - offset || count < (plain_ ? pixels : 1)) {
       refuseRow(first, tiled_ ? "its tile does not lie in the file"
@@ -208,17 +236,23 @@ class TiffReader final : public ImageReader {
   void readNextRow(void* row) override {
     if (tiled_) {
       readTiledRow(row);
-    } else if (plain_) {
-      readPlainRow(row);
     } else {
-      readCompressedRow(row);
+      void* const stored = together_ == 1 ? row : stored_.data();
+      if (plain_) {
+        readPlainRow(stored);
+      } else {
+        readCompressedRow(stored);
+      }
+      if (together_ > 1) {
+        takeFirst(stored_.data(), static_cast<std::size_t>(shape().width), static_cast<char*>(row));
+      }
     }
     ++row_;
   }
 
   /// A warning of the decoder means that it left out bytes, or did not fill the row.
   void readCompressedRow(void* row) {
-    std::memset(row, 0, shape().rowBytes());
+    std::memset(row, 0, storedRowBytes());
     tiff_.forgetWarning();
     if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(row_), 0) != 1) {
       refuseRow(row_, tiff_.error());
@@ -239,11 +273,12 @@ class TiffReader final : public ImageReader {
     const std::size_t rowBytes = shape().rowBytes();
     for (std::uint32_t i = 0; i < partsAcross_; ++i) {
       decodeTile(static_cast<std::uint32_t>(band) * partsAcross_ + i, band * rowsPerPart_);
-      const std::size_t begin = i * tileRowBytes_;
-      const std::size_t bytes = std::min(tileRowBytes_, rowBytes - begin);
+      const std::size_t begin = i * tileRowBytes_ / together_;
+      const std::size_t bytes = std::min(tileRowBytes_ / together_, rowBytes - begin);
+      const std::size_t pixels = bytes / cmnalg::bytesPerPixel(shape().type);
       for (std::size_t line = 0; line < static_cast<std::size_t>(rowsPerPart_); ++line) {
-        std::memcpy(band_.data() + line * rowBytes + begin, tile_.data() + line * tileRowBytes_,
-                    bytes);
+        takeFirst(tile_.data() + line * tileRowBytes_, pixels,
+                  band_.data() + line * rowBytes + begin);
       }
     }
     bandHeld_ = band;
@@ -260,16 +295,16 @@ class TiffReader final : public ImageReader {
   }
 
   void readPlainRow(void* row) const {
-    const std::size_t bytes = shape().rowBytes();
+    const std::size_t bytes = storedRowBytes();
     const std::uint64_t strip =
         TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(row_ / rowsPerPart_));
     const std::uint64_t offset = strip + static_cast<std::uint64_t>(row_ % rowsPerPart_) * bytes;
     if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
     if (TIFFIsByteSwapped(tiff_.get()) == 0) return;
     if (shape().type == cmnalg::IMAGE_TYPE_UINT16) {
-      TIFFSwabArrayOfShort(static_cast<std::uint16_t*>(row), shape().width);
-    } else if (shape().type == cmnalg::IMAGE_TYPE_FLOAT32) {
-      TIFFSwabArrayOfLong(static_cast<std::uint32_t*>(row), shape().width);
+      TIFFSwabArrayOfShort(static_cast<std::uint16_t*>(row), static_cast<tmsize_t>(bytes / 2));
+    } else if (shape().type != cmnalg::IMAGE_TYPE_UINT8) {
+      TIFFSwabArrayOfLong(static_cast<std::uint32_t*>(row), static_cast<tmsize_t>(bytes / 4));
     }
   }
 
@@ -290,7 +325,9 @@ class TiffReader final : public ImageReader {
   int rowsPerPart_ = 1;            // of a strip or tile
   std::uint32_t partsAcross_ = 1;  // side by side
   std::size_t tileRowBytes_ = 0;
-  std::vector<char> tile_, band_;  // one tile; the rows of the tiles side by side
+  std::size_t layers_ = 1, together_ = 1;  // in the file, and of them in each of its rows
+  std::vector<char> stored_;               // a row of several layers
+  std::vector<char> tile_, band_;          // one tile; the rows of the tiles side by side
   int bandHeld_ = -1;
   int row_ = 0;
 };

@@ -1,6 +1,7 @@
 #include "planex/scan/calibrated_rows.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <limits>
 
@@ -55,8 +56,14 @@ datafusion::planex::WorldBounds RangeScan::bounds() const {
 
 void CalibratedRows::read() {
   const io::ImageShape& shape = scan_.range.shape();
-  samples_.resize(static_cast<std::size_t>(shape.width) * static_cast<std::size_t>(count()));
+  samples_.resize(shape.rowBytes() * static_cast<std::size_t>(count()));
   scan_.range.readRows(first(), count(), samples_.data());
+  if (shape.type != cmnalg::IMAGE_TYPE_FLOAT32) return;
+  // An infinite value measures nothing either.
+  auto* const values = reinterpret_cast<float*>(samples_.data());
+  std::replace_if(
+      values, values + samples_.size() / sizeof(float),
+      [](float value) { return !std::isfinite(value); }, 0.0F);
 }
 
 void CalibratedRows::process() {
@@ -71,10 +78,30 @@ void CalibratedRows::process() {
     io::failWithLibraryWarnings(scan_.modelName, "cannot calibrate " + scan_.range.path(),
                                 "see planex check, or hold fewer rows with --block");
   }
-  if (shape.type == cmnalg::IMAGE_TYPE_UINT8) {
-    countSamples<std::uint8_t>();
-  } else {
-    countSamples<std::uint16_t>();
+  switch (shape.type) {
+    case cmnalg::IMAGE_TYPE_UINT8:
+      return countSamples<std::uint8_t>();
+    case cmnalg::IMAGE_TYPE_UINT16:
+      return countSamples<std::uint16_t>();
+    case cmnalg::IMAGE_TYPE_UINT32:
+      return countWideSamples<std::uint32_t>();
+    default:
+      return countWideSamples<float>();
+  }
+}
+
+template <typename Pixel>
+void CalibratedRows::countWideSamples() {
+  const auto* const samples = reinterpret_cast<const Pixel*>(samples_.data());
+  const double scale = scan_.region.scaleZ, origin = scan_.region.originZ;
+  const double rows = scan_.model.SensorSize.y;
+  measured_ = 0;
+  outside_ = 0;
+  for (std::size_t i = 0; i < samples_.size() / sizeof(Pixel); ++i) {
+    if (!(samples[i] > Pixel{0})) continue;
+    const double row = origin + scale * static_cast<double>(samples[i]);
+    ++measured_;
+    if (row < 0 || row > rows) ++outside_;
   }
 }
 
@@ -84,9 +111,10 @@ void CalibratedRows::countSamples() {
   const int least = scan_.leastInside, most = scan_.mostInside;
   measured_ = 0;
   outside_ = 0;
-  for (std::size_t i = 0; i < samples_.size();) {
+  const std::size_t count = samples_.size() / sizeof(Pixel);
+  for (std::size_t i = 0; i < count;) {
     // Counts of few samples fit the type in which the loop is vectorised.
-    const std::size_t end = std::min(samples_.size(), i + 4096);
+    const std::size_t end = std::min(count, i + 4096);
     unsigned measured = 0, outside = 0;
 #pragma omp simd reduction(+ : measured, outside)
     for (std::size_t k = i; k < end; ++k) {

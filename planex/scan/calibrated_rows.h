@@ -29,8 +29,8 @@ struct PLANEX_EXPORT RangeScan {
   const datafusion::planex::SensorRegion region;      ///< where it lies on the sensor
   int firstColumn = 0;                                ///< of the image that lies on the sensor
   int columnsInside = 0;                              ///< how many do from there on, at least 1
-  int leastInside = 1;                                ///< the least value that lies on the sensor
-  int mostInside = 0;  ///< the greatest; below the least where none does
+  int leastInside = 1;  ///< the least value of 16 bits that lies on the sensor
+  int mostInside = 0;   ///< the greatest; below the least where none does
 
  private:
   void findColumns();
@@ -64,9 +64,11 @@ class PLANEX_EXPORT CalibratedRows : public RowBlock {
  private:
   template <typename Pixel>
   void countSamples();
+  template <typename Pixel>
+  void countWideSamples();
 
   const RangeScan& scan_;
-  std::vector<std::uint16_t> samples_;  // of 8 bits in the first half of it
+  std::vector<char> samples_;
   cmnalg::ImageOf<float> x_, z_;
   std::int64_t measured_ = 0, outside_ = 0;
 };

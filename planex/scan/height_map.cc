@@ -110,7 +110,7 @@ std::pair<int, int> indicesIn(const io::Axis& axis, int count, double least, dou
 }  // namespace
 
 HeightMap::HeightMap(const std::string& path)
-    : image_(io::ImageReader::open(path, io::Samples::kIntegersAndFloats)) {
+    : image_(io::ImageReader::open(path, io::Samples::kHeights)) {
   const Description description(path);
   description.requireSize(image_->shape());
   x_ = description.axis('X');

@@ -15,6 +15,11 @@ using datafusion::planex::WorldBounds;
 using datafusion::planex::WorldBoundsResult;
 using io::Failure;
 
+/// What a value stands for where nothing tells.
+double rowsPerStep(cmnalg::ImageType type) {
+  return type == cmnalg::IMAGE_TYPE_UINT8 || type == cmnalg::IMAGE_TYPE_FLOAT32 ? 1 : 1.0 / 16;
+}
+
 /// What is left of a sensor of that size from the origin on, in the direction of the scale.
 double remaining(double scale, double origin, int sensorSize) {
   return std::floor(scale < 0 ? origin : sensorSize - origin);
@@ -69,7 +74,7 @@ ResolvedSensor resolveSensor(const SensorSettings& settings, const ScanSidecar& 
   region.scaleX = either(settings.scaleX, sidecar.scaleX, 1);
   region.originX = either(settings.originX, sidecar.originX, 0);
   region.scaleZ =
-      either(settings.scaleZ, sidecar.scaleZ, type == cmnalg::IMAGE_TYPE_UINT8 ? 1 : 1.0 / 16);
+      either(settings.scaleZ, sidecar.scaleZ, rowsPerStep(type));
   region.originZ = either(settings.originZ, sidecar.originZ, 0);
   region.scaleZStated = settings.scaleZ || sidecar.scaleZ;
   const double columns = remaining(region.scaleX, region.originX, model.SensorSize.x);

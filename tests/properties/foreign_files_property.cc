@@ -54,8 +54,8 @@ std::vector<char> rowsOf(io::ImageReader& image, int first, int end, int step, c
   return pixels;
 }
 
-void readImage(const std::string& path, test::ByteSource& choices) {
-  const auto image = io::ImageReader::open(path, io::Samples::kIntegersAndFloats);
+void readImage(const std::string& path, io::Samples samples, test::ByteSource& choices) {
+  const auto image = io::ImageReader::open(path, samples);
   const io::ImageShape& shape = image->shape();
   CHECK_HOLDS(shape.width > 0 && shape.width <= io::ImageReader::kMaximumColumns);
   CHECK_HOLDS(shape.height > 0);
@@ -104,13 +104,13 @@ void readSidecar(const std::string& path) {
 }
 
 PLANEX_PROPERTY(foreign_files) {
-  const int kind = source.Between(0, 3);
+  const int number = source.Between(0, 11), kind = number % 4;
   const std::string choice = source.Text(2);
   const MemoryFile file(source.Rest());
   test::ByteSource choices(reinterpret_cast<const std::uint8_t*>(choice.data()), choice.size());
   const test::MemoryPeak peak;
   try {
-    if (kind == 0) readImage(file.path(), choices);
+    if (kind == 0) readImage(file.path(), static_cast<io::Samples>(number / 4), choices);
     if (kind == 1) readPoints(file.path(), choices);
     if (kind == 2) readSidecar(file.path());
     if (kind == 3) CHECK_HOLDS(scan::YPositions(file.path(), 3).at(2) <= 1e308 * 10);

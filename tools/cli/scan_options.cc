@@ -47,7 +47,7 @@ void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
   number("--scale-x", settings.scaleX, "Sensor columns per image column [1]", scale);
   number("--origin-x", settings.originX, "Sensor column of image column 0 [0]", {});
   number("--scale-z", settings.scaleZ,
-         "Sensor rows per step of the range values [1/16, of 8-bit values 1]", scale);
+         "Sensor rows per step of the range values [1/16, of 8-bit values and floats 1]", scale);
   number("--origin-z", settings.originZ, "Sensor row of range value 0 [0]", {});
   number("--sensor-width", settings.width,
          "Columns of the sensor region [up to the edge of the sensor]", size);

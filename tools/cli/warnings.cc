@@ -58,9 +58,15 @@ void warnOfSensor(const scan::RangeScan& source, const scan::ResolvedSensor& reg
 }
 
 void warnOfScale(const scan::ResolvedSensor& region, const io::ImageReader& range) {
-  if (region.scaleZStated || range.shape().type != cmnalg::IMAGE_TYPE_UINT8) return;
-  warn(range.path(),
-       "has 8 bits and no scale: values are taken as whole rows of the sensor; give --scale-z");
+  const cmnalg::ImageType type = range.shape().type;
+  if (region.scaleZStated || type == cmnalg::IMAGE_TYPE_UINT16) return;
+  const char* const text =
+      type == cmnalg::IMAGE_TYPE_UINT8
+          ? "has 8 bits and no scale: values are taken as whole rows of the sensor"
+      : type == cmnalg::IMAGE_TYPE_FLOAT32
+          ? "has floats and no scale: values are taken as rows of the sensor"
+          : "has 32 bits and no scale: values are taken as sixteenths of a row of the sensor";
+  warn(range.path(), std::string(text) + "; give --scale-z");
 }
 
 void warnOfValues(std::int64_t measured, std::int64_t outside, const std::string& range) {

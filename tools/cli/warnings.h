@@ -22,7 +22,7 @@ void warnOfRegion(const datafusion::planex::CalibrationModel& model, const std::
 /// that lie beside the sensor.
 void warnOfSensor(const scan::RangeScan& source, const scan::ResolvedSensor& region);
 
-/// Tells of a scale of 8-bit values that was taken for want of a statement.
+/// Tells of a scale of values of other than 16 bits that was taken for want of a statement.
 void warnOfScale(const scan::ResolvedSensor& region, const io::ImageReader& range);
 
 /// Tells of `count` values outside the sensor, if there are any, and of an image without any value.

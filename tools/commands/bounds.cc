@@ -91,7 +91,7 @@ std::string plainText(const WorldBounds& bounds, const HeightGrid& grid, const s
 void runBounds(const BoundsOptions& options, const Context& context) {
   const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
   std::unique_ptr<io::ImageReader> image;
-  if (!options.image.empty()) image = io::ImageReader::open(options.image);
+  if (!options.image.empty()) image = io::ImageReader::open(options.image, io::Samples::kRanges);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.image);
   const scan::ResolvedSensor stated =
       scan::resolveSensor(options.sensor, beside, model, options.model,

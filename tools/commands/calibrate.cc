@@ -133,7 +133,7 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   ModelSource document{options.model, {}};
   const CalibrationModel model = io::loadModel(options.model, document.sha256);
   checkAligned(model, options);
-  const auto range = io::ImageReader::open(options.range);
+  const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
   const scan::IntensityImage* const withIntensity = intensity ? &*intensity : nullptr;

@@ -97,7 +97,7 @@ Found profileOfMap(const ProfileOptions& options) {
 Found profileOfScan(const ProfileOptions& options, const Context& context) {
   ModelSource document{options.model, {}};
   const auto model = io::loadModel(options.model, document.sha256);
-  const auto range = io::ImageReader::open(options.range);
+  const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);

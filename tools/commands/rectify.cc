@@ -175,7 +175,7 @@ void printSummary(const RectifyOptions& options, const Context& context,
 void rectifyScan(const RectifyOptions& options, const Context& context, const Together& together) {
   ModelSource document{options.model, {}};
   const CalibrationModel model = io::loadModel(options.model, document.sha256);
-  const auto range = io::ImageReader::open(options.range);
+  const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
   const scan::ResolvedSensor region =
       scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
@@ -225,7 +225,8 @@ RectifyOptions optionsFor(const RectifyOptions& all, const std::string& range) {
 /// Points that are to be read; none of an image that cannot be.
 std::int64_t pointsOf(const RectifyOptions& options) {
   try {
-    const io::ImageShape shape = io::ImageReader::open(options.range)->shape();
+    const io::ImageShape shape =
+        io::ImageReader::open(options.range, io::Samples::kRanges)->shape();
     return std::int64_t{shape.width} * shape.height *
            (1 + static_cast<std::int64_t>(options.intensities.size()));
   } catch (const io::Failure&) {
