@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,6 +16,9 @@ namespace {
 
 /// Compressed strips are decoded from memory as a whole; tiles side by side are held decoded.
 constexpr std::uint64_t kMaximumStrip = std::uint64_t{128} << 20;
+
+constexpr std::uint64_t kMostPages = 1 << 24;
+constexpr std::uint64_t kSmallestPage = 18;  // bytes of a page with one tag
 
 /// Compressions that keep samples bit for bit and fill every row of a sound strip.
 constexpr std::uint16_t kLossless[] = {COMPRESSION_NONE,          COMPRESSION_LZW,
@@ -65,22 +69,8 @@ class TiffReader final : public ImageReader {
         file_(path),
         tiff_(path, "rm") {  // m: not mapped into memory
     if (tiff_.get() == nullptr) refuseDamaged(tiff_.error());
-    checkLayout();
-    std::uint32_t width = 0, height = 0;
-    std::uint16_t bits = 1;
-    TIFFGetField(tiff_.get(), TIFFTAG_IMAGEWIDTH, &width);
-    TIFFGetField(tiff_.get(), TIFFTAG_IMAGELENGTH, &height);
-    TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_BITSPERSAMPLE, &bits);
-    announce(width, height,
-             bits == 8    ? cmnalg::IMAGE_TYPE_UINT8
-             : bits == 16 ? cmnalg::IMAGE_TYPE_UINT16
-             : isFloat()  ? cmnalg::IMAGE_TYPE_FLOAT32
-                          : cmnalg::IMAGE_TYPE_UINT32);
-    takeLayers();
-    checkParts();
-    // Decodes row by row: the other decoder takes a strip of one row as a whole, and leaves the row
-    // as it was where the strip holds more.
-    TIFFSetField(tiff_.get(), TIFFTAG_DEFLATE_SUBCODEC, DEFLATE_SUBCODEC_ZLIB);
+    findPages();
+    selectPage(0);
   }
 
  private:
@@ -100,10 +90,104 @@ class TiffReader final : public ImageReader {
            tag(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_IEEEFP;
   }
 
+  /// What the tags of a page say of its size and values.
+  struct Header {
+    std::uint32_t width = 0, height = 0;
+    std::uint16_t bits = 1, format = SAMPLEFORMAT_UINT;
+
+    bool isLike(const Header& other) const {
+      return width == other.width && height == other.height && bits == other.bits &&
+             format == other.format;
+    }
+  };
+
+  Header header() const {
+    Header header;
+    TIFFGetField(tiff_.get(), TIFFTAG_IMAGEWIDTH, &header.width);
+    TIFFGetField(tiff_.get(), TIFFTAG_IMAGELENGTH, &header.height);
+    header.bits = tag(TIFFTAG_BITSPERSAMPLE);
+    header.format = tag(TIFFTAG_SAMPLEFORMAT);
+    return header;
+  }
+
+  /// An unsigned number of so many bytes in the file; 0 behind its end.
+  std::uint64_t numberAt(std::uint64_t offset, std::size_t bytes) const {
+    std::array<unsigned char, 8> read{};
+    if (file_.readAt(offset, read.data(), bytes) != bytes) return 0;
+    std::uint64_t number = 0;
+    for (std::size_t i = 0; i < bytes; ++i) {
+      const std::size_t place = TIFFIsBigEndian(tiff_.get()) != 0 ? i : bytes - 1 - i;
+      number = number << 8 | read[place];
+    }
+    return number;
+  }
+
+  /// Where the tags of the next page stand; 0 behind the last one. In the file itself: libtiff
+  /// compares each page with all before it.
+  std::uint64_t pageBehind(std::uint64_t page) const {
+    const bool big = TIFFIsBigTIFF(tiff_.get()) != 0;
+    const std::uint64_t tags = numberAt(page, big ? 8 : 2);
+    return numberAt(page + (big ? 8 : 2) + tags * (big ? 20 : 12), big ? 8 : 4);
+  }
+
+  /// Finds the pages of the image: the only one; one that is a range image or its intensities; or
+  /// one for each row.
+  void findPages() {
+    pages_ = {TIFFCurrentDirOffset(tiff_.get())};
+    const Header first = header();
+    while (const std::uint64_t next = pageBehind(pages_.back())) {
+      pages_.push_back(next);
+      if (pages_.size() > 2 && first.height != 1) refuseSeveral();
+      const std::uint64_t most = std::min(kMostPages, file_.size() / kSmallestPage);
+      if (pages_.size() > most) refuseDamaged("pages without end");
+    }
+    if (pages_.size() != 2) return;
+    showPage(1);
+    const Header second = header();
+    if (first.height == 1 && first.isLike(second)) return;
+    const bool isPair = first.width == second.width && first.height == second.height &&
+                        first.bits > 8 && (second.bits == 8 || second.bits == 16) &&
+                        second.format == SAMPLEFORMAT_UINT && samples_ != Samples::kHeights;
+    if (!isPair) refuseSeveral();
+    pages_ = {pages_[samples_ == Samples::kIntensities ? 1 : 0]};
+  }
+
+  [[noreturn]] void refuseSeveral() const { refuse("holds several images; extract one of them"); }
+
+  void showPage(std::size_t page) {
+    if (TIFFCurrentDirOffset(tiff_.get()) == pages_[page]) return;
+    if (TIFFSetSubDirectory(tiff_.get(), pages_[page]) != 1) refuseDamaged(tiff_.error());
+  }
+
+  /// Makes a page the one that is read, and checks it.
+  void selectPage(std::size_t page) {
+    showPage(page);
+    checkLayout();
+    const Header found = header();
+    if (page == 0) {
+      header_ = found;
+      announce(found.width, pages_.size() > 1 ? pages_.size() : found.height,
+               found.bits == 8    ? cmnalg::IMAGE_TYPE_UINT8
+               : found.bits == 16 ? cmnalg::IMAGE_TYPE_UINT16
+               : isFloat()        ? cmnalg::IMAGE_TYPE_FLOAT32
+                                  : cmnalg::IMAGE_TYPE_UINT32);
+    } else if (!found.isLike(header_)) {
+      refuse("has a page " + std::to_string(page) +
+             " that is not like the first one, a row; extract those that are");
+    }
+    firstRow_ = static_cast<int>(page);
+    rowsOfPage_ = pages_.size() > 1 ? 1 : shape().height;
+    bandHeld_ = -1;
+    takeLayers();
+    checkParts();
+    // Decodes row by row: the other decoder takes a strip of one row as a whole, and leaves the row
+    // as it was where the strip holds more.
+    TIFFSetField(tiff_.get(), TIFFTAG_DEFLATE_SUBCODEC, DEFLATE_SUBCODEC_ZLIB);
+  }
+
   void checkLayout() const {
     checkCompression();
     checkValues();
-    if (TIFFLastDirectory(tiff_.get()) == 0) refuse("holds several images; extract one of them");
     const std::uint16_t orientation = tag(TIFFTAG_ORIENTATION);
     if (orientation != ORIENTATION_TOPLEFT) {
       refuse("is stored mirrored or rotated (orientation " + std::to_string(orientation) +
@@ -193,14 +277,14 @@ class TiffReader final : public ImageReader {
       TIFFGetField(tiff_.get(), TIFFTAG_TILELENGTH, &rows);
     } else {
       TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_ROWSPERSTRIP, &rows);
-      rows = std::min(rows, static_cast<std::uint32_t>(shape().height));
+      rows = std::min(rows, static_cast<std::uint32_t>(rowsOfPage_));
     }
     if (rows < 1 || columns < 1) refuseDamaged("strips or tiles without pixels");
     if (tiled_) takeTileSize(columns, rows);
     rowsPerPart_ = static_cast<int>(rows);
     partsAcross_ = static_cast<std::uint32_t>((shape().width - 1)) / columns + 1;
     const std::uint64_t parts =
-        partsAcross_ * ((static_cast<std::uint64_t>(shape().height) - 1) / rows + 1);
+        partsAcross_ * ((static_cast<std::uint64_t>(rowsOfPage_) - 1) / rows + 1);
     if ((tiled_ ? TIFFNumberOfTiles(tiff_.get()) : TIFFNumberOfStrips(tiff_.get())) !=
         parts * (layers_ / together_)) {
       refuseDamaged(tiled_ ? "number of tiles" : "number of strips");
@@ -222,18 +306,21 @@ class TiffReader final : public ImageReader {
     const std::uint64_t offset = TIFFGetStrileOffsetWithErr(tiff_.get(), part, &failed);
     const std::uint64_t count = TIFFGetStrileByteCountWithErr(tiff_.get(), part, &failed);
     const int first = static_cast<int>(part / partsAcross_) * rowsPerPart_;
-    const int rows = std::min(rowsPerPart_, shape().height - first);
+    const int rows = std::min(rowsPerPart_, rowsOfPage_ - first);
     const std::uint64_t pixels =
         tiled_ ? tile_.size() : static_cast<std::uint64_t>(rows) * storedRowBytes();
     if (failed != 0) refuseDamaged(tiff_.error());
     if (offset > file_.size() || count > file_.size() - offset || count < (plain_ ? pixels : 1)) {
-      refuseRow(first, tiled_ ? "its tile does not lie in the file"
-                              : "its strip does not lie in the file");
+      refuseRow(firstRow_ + first, tiled_ ? "its tile does not lie in the file"
+                                          : "its strip does not lie in the file");
     }
     if (!plain_ && count > kMaximumStrip) refuse("has very large strips; save it in smaller ones");
   }
 
+  int rowInPage() const { return row_ - firstRow_; }
+
   void readNextRow(void* row) override {
+    if (pages_.size() > 1 && firstRow_ != row_) selectPage(static_cast<std::size_t>(row_));
     if (tiled_) {
       readTiledRow(row);
     } else {
@@ -254,16 +341,16 @@ class TiffReader final : public ImageReader {
   void readCompressedRow(void* row) {
     std::memset(row, 0, storedRowBytes());
     tiff_.forgetWarning();
-    if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(row_), 0) != 1) {
+    if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(rowInPage()), 0) != 1) {
       refuseRow(row_, tiff_.error());
     }
     if (!tiff_.warning().empty()) refuseRow(row_, tiff_.warning());
   }
 
   void readTiledRow(void* row) {
-    const int band = row_ / rowsPerPart_;
+    const int band = rowInPage() / rowsPerPart_;
     if (band != bandHeld_) decodeBand(band);
-    const auto line = static_cast<std::size_t>(row_ % rowsPerPart_);
+    const auto line = static_cast<std::size_t>(rowInPage() % rowsPerPart_);
     std::memcpy(row, band_.data() + line * shape().rowBytes(), shape().rowBytes());
   }
 
@@ -272,7 +359,8 @@ class TiffReader final : public ImageReader {
     bandHeld_ = -1;
     const std::size_t rowBytes = shape().rowBytes();
     for (std::uint32_t i = 0; i < partsAcross_; ++i) {
-      decodeTile(static_cast<std::uint32_t>(band) * partsAcross_ + i, band * rowsPerPart_);
+      decodeTile(static_cast<std::uint32_t>(band) * partsAcross_ + i,
+                 firstRow_ + band * rowsPerPart_);
       const std::size_t begin = i * tileRowBytes_ / together_;
       const std::size_t bytes = std::min(tileRowBytes_ / together_, rowBytes - begin);
       const std::size_t pixels = bytes / cmnalg::bytesPerPixel(shape().type);
@@ -297,8 +385,9 @@ class TiffReader final : public ImageReader {
   void readPlainRow(void* row) const {
     const std::size_t bytes = storedRowBytes();
     const std::uint64_t strip =
-        TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(row_ / rowsPerPart_));
-    const std::uint64_t offset = strip + static_cast<std::uint64_t>(row_ % rowsPerPart_) * bytes;
+        TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(rowInPage() / rowsPerPart_));
+    const std::uint64_t offset =
+        strip + static_cast<std::uint64_t>(rowInPage() % rowsPerPart_) * bytes;
     if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
     if (TIFFIsByteSwapped(tiff_.get()) == 0) return;
     if (shape().type == cmnalg::IMAGE_TYPE_UINT16) {
@@ -311,7 +400,7 @@ class TiffReader final : public ImageReader {
   void rewind() override { row_ = 0; }
 
   void skipRows(int count) override {
-    if (plain_ || tiled_) {
+    if (plain_ || tiled_ || pages_.size() > 1) {
       row_ += count;
     } else {
       ImageReader::skipRows(count);
@@ -321,6 +410,9 @@ class TiffReader final : public ImageReader {
   const Samples samples_;
   InputFile file_;
   TiffFile tiff_;
+  std::vector<std::uint64_t> pages_;  // where their tags stand; more than one: one for each row
+  Header header_;                     // of the first one
+  int firstRow_ = 0, rowsOfPage_ = 1;
   bool plain_ = false, tiled_ = false;
   int rowsPerPart_ = 1;            // of a strip or tile
   std::uint32_t partsAcross_ = 1;  // side by side

@@ -38,8 +38,9 @@ def intensity_values():
     return values.astype("u2").reshape(HEIGHT, WIDTH)
 
 
-def save(path, values, header=(), tags=(), mode=None, **options):
-    """A PGM; a PNG, in whose header bytes are replaced; or a TIFF, in which tags are."""
+def save(path, values, header=(), tags=(), mode=None, pair=False, **options):
+    """A PGM; a PNG, in whose header bytes are replaced; or a TIFF, in which tags are,
+    with intensities in another page."""
     path = pathlib.Path(path)
     if path.suffix == ".pgm":
         maximum, pixels = np.iinfo(values.dtype).max, values.astype(values.dtype.newbyteorder(">"))
@@ -53,6 +54,8 @@ def save(path, values, header=(), tags=(), mode=None, **options):
         path.write_bytes(data)
     else:
         tifffile.imwrite(path, values, metadata=None, **options)
+        if pair:
+            tifffile.imwrite(path, intensity_values(), metadata=None, append=True)
         with tifffile.TiffFile(path, mode="r+b") as file:
             for name, value in tags:
                 file.pages[0].tags[name].overwrite(value)
