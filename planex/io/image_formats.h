@@ -13,6 +13,7 @@ namespace planex::io {
 std::unique_ptr<ImageReader> openPng(const std::string& path);
 std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples);
 std::unique_ptr<ImageReader> openPgm(const std::string& path);
+std::unique_ptr<ImageReader> openNpy(const std::string& path, Samples samples);
 /// @}
 
 }  // namespace planex::io

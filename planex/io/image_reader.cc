@@ -33,6 +33,7 @@ constexpr Signature kSignatures[] = {
     {{'I', 'I', 43, 0}, 4, openTiff},  // 64-bit offsets
     {{'M', 'M', 0, 43}, 4, openTiff},
     {{'P', '5'}, 2, integersOf<openPgm>},
+    {{0x93, 'N', 'U', 'M', 'P', 'Y'}, 6, openNpy},
 };
 
 }  // namespace
@@ -46,7 +47,7 @@ std::unique_ptr<ImageReader> ImageReader::open(const std::string& path, Samples 
       return signature.open(path, samples);
     }
   }
-  throw Failure(path + ": is not a PNG, TIFF or binary PGM image; convert it to one of these");
+  throw Failure(path + ": is not a PNG, TIFF, binary PGM or NPY image; convert it to one of these");
 }
 
 void ImageReader::announce(std::uint64_t width, std::uint64_t height, cmnalg::ImageType type) {

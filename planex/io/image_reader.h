@@ -30,12 +30,13 @@ struct ImageShape {
   }
 };
 
-/// Reads a greyscale image row by row: PNG, TIFF or PGM, told apart by the first bytes of the file.
+/// Reads a greyscale image row by row: PNG, TIFF, PGM or NPY, told apart by the first
+/// bytes of the file.
 ///
 /// Nothing in the file is trusted. Opening refuses, with a Failure that names the file, what is no
 /// regular file, no image of these kinds, or announces more pixels than a file of its size can
-/// hold; reading refuses what turns out damaged or cut off. Memory holds some rows, never the
-/// image. Sizes are at most kMaximumColumns and the largest int.
+/// hold; reading refuses what turns out damaged or cut off. Memory holds some rows, and
+/// the image of an interlaced PNG alone. Sizes are at most kMaximumColumns and the largest int.
 class PLANEX_EXPORT ImageReader {
  public:
   /// What is wider is refused.

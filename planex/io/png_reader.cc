@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "planex/io/image_formats.h"
 #include "planex/io/input_file.h"
@@ -18,6 +19,9 @@ namespace {
 /// Compressed rows are at most this many times smaller than what they stand for (deflate's limit
 /// is 1032).
 constexpr std::uint64_t kMaximumRatio = 1040;
+
+/// Bytes of an interlaced image, which is held as a whole.
+constexpr std::uint64_t kMaximumInterlaced = std::uint64_t{1} << 28;
 
 /// Bytes that are held of a chunk that is no part of the rows.
 constexpr png_alloc_size_t kMaximumChunk = 1 << 20;
@@ -44,6 +48,19 @@ class PngPass {
     png_set_chunk_malloc_max(png_, kMaximumChunk);
     png_read_info(png_, info_);
     if (png_get_bit_depth(png_, info_) == 16) png_set_swap(png_);  // PNG has the high byte first
+    return true;
+  }
+
+  /// All rows of an interlaced image, whose passes fill in what those before left out.
+  bool readAll(char* rows, std::size_t rowBytes) {
+    if (setjmp(png_jmpbuf(png_)) != 0) return false;
+    const int passes = png_set_interlace_handling(png_);
+    for (int pass = 0; pass < passes; ++pass) {
+      for (std::uint64_t row = 0; row < height(); ++row) {
+        png_read_row(png_, reinterpret_cast<png_bytep>(rows + row * rowBytes), nullptr);
+      }
+    }
+    png_read_end(png_, nullptr);
     return true;
   }
 
@@ -127,7 +144,6 @@ class PngReader final : public ImageReader {
     beginPass();
     const int bits = pass_->bits();
     checkValues(bits);
-    if (pass_->interlaced()) refuse("is interlaced; save it without interlacing");
     announce(pass_->width(), pass_->height(),
              bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16);
     // Neither factor exceeds 31 bits.
@@ -136,6 +152,10 @@ class PngReader final : public ImageReader {
       refuse(
           "announces more pixels than a file of its size can hold; fetch it again from where it "
           "was made");
+    }
+    interlaced_ = pass_->interlaced();
+    if (interlaced_ && bytes > kMaximumInterlaced) {
+      refuse("is interlaced and too large to be held in memory; save it without interlacing");
     }
   }
 
@@ -167,17 +187,34 @@ class PngReader final : public ImageReader {
     }
   }
 
+  void readInterlacedRow(void* row) {
+    const std::size_t bytes = shape().rowBytes();
+    if (image_.empty()) {
+      std::vector<char> image(bytes * static_cast<std::size_t>(shape().height));
+      if (!pass_->readAll(image.data(), bytes)) refuseRow(row_, pass_->error());
+      image_.swap(image);
+    }
+    std::memcpy(row, image_.data() + static_cast<std::size_t>(row_++) * bytes, bytes);
+  }
+
   void readNextRow(void* row) override {
+    if (interlaced_) return readInterlacedRow(row);
     if (!pass_->readRow(row)) refuseRow(row_, pass_->error());
     if (++row_ == shape().height && !pass_->end()) refuseRow(row_ - 1, pass_->error());
   }
 
   void rewind() override {
-    if (row_ > 0) beginPass();
+    if (interlaced_) {
+      row_ = 0;
+    } else if (row_ > 0) {
+      beginPass();
+    }
   }
 
   InputFile file_;
   std::unique_ptr<PngPass> pass_;
+  bool interlaced_ = false;
+  std::vector<char> image_;  // where it is interlaced
   int row_ = 0;
 };
 

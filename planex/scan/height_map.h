@@ -24,7 +24,7 @@ struct CellRange {
   int rows() const { return endRow - firstRow; }
 };
 
-/// A height map in a file: levels of 16 bits in a PNG or TIFF, or float32 in a TIFF. What its
+/// A height map in a file: levels of 16 bits, or float32 in a TIFF or NPY. What its
 /// numbers mean says the JSON file beside it, MAP.json:
 ///
 ///     X = scaleX column + originX,   Y = scaleY row + originY,   Z = scaleZ value + originZ

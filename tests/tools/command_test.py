@@ -29,6 +29,7 @@ BLOCKS = [["--block", "1", "--threads", "1"], ["--block", "7", "--threads", "2"]
 FORMATS = [("png", {}), ("tif", {}), ("tif", {"rowsperstrip": 8}), ("tif", {"byteorder": ">"}),
            ("tif", {"bigtiff": True}), ("tif", {"compression": "zlib"}),
            ("tif", {"compression": "zlib", "byteorder": ">", "rowsperstrip": 8}),
+           ("png", {"interlaced": True}), ("npy", {}), ("npy", {"byteorder": ">"}),
            ("tif", {"tile": (16, 32)}),
            ("tif", {"tile": (16, 64), "byteorder": ">", "compression": "zlib", "predictor": True})]
 

@@ -4,6 +4,7 @@ Usage: scans.py FILE [NAME=JSON]... writes the range image with these arguments 
 another dtype or with another shape."""
 import json
 import pathlib
+import struct
 import subprocess
 import sys
 import zlib
@@ -39,12 +40,24 @@ def intensity_values():
 
 
 def save(path, values, header=(), tags=(), mode=None, pair=False, **options):
-    """A PGM; a PNG, in whose header bytes are replaced; or a TIFF, in which tags are,
+    """A PGM; an NPY; a PNG, interlaced, or one in whose header bytes are replaced; or a TIFF, in which tags are,
     with intensities in another page."""
     path = pathlib.Path(path)
     if path.suffix == ".pgm":
         maximum, pixels = np.iinfo(values.dtype).max, values.astype(values.dtype.newbyteorder(">"))
         path.write_bytes(b"P5\n%d %d\n%d\n" % (*values.shape[::-1], maximum) + pixels.tobytes())
+    elif path.suffix == ".npy":
+        np.save(path, values.astype(values.dtype.newbyteorder(options.get("byteorder", "="))))
+    elif options.get("interlaced"):
+        rows = [b"\0" + row.tobytes()
+                for y, x, dy, dx in ((0, 0, 8, 8), (0, 4, 8, 8), (4, 0, 8, 4), (0, 2, 4, 4),
+                                     (2, 0, 4, 2), (0, 1, 2, 2), (1, 0, 2, 1))
+                for row in values.astype(values.dtype.newbyteorder(">"))[y::dy, x::dx]]
+        head = struct.pack(">IIBBBBB", *values.shape[::-1], 8 * values.itemsize, 0, 0, 0, 1)
+        path.write_bytes(b"\x89PNG\r\n\x1a\n" + b"".join(
+            struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
+            for name, data in ((b"IHDR", head), (b"IDAT", zlib.compress(b"".join(rows))),
+                               (b"IEND", b""))))
     elif path.suffix == ".png":
         Image.fromarray(values).convert(mode).save(path, **options)
         data = bytearray(path.read_bytes())

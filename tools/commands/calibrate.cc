@@ -196,7 +196,7 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
   CLI::App* command =
       app.add_subcommand("calibrate", "Turn a range image into calibrated or aligned points");
   command->add_option("MODEL", options->model, "Model document")->required();
-  command->add_option("RANGE", options->range, "Range image: PNG, TIFF or PGM of 8 or 16 bits")
+  command->add_option("RANGE", options->range, "Range image: PNG, TIFF, PGM or NPY")
       ->required();
   command
       ->add_option("-o,--output", options->output,
@@ -223,7 +223,7 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
   addQuietOption(*command, context);
   command->footer(
       "Without options the image shows the full sensor, in sixteenths of a pixel; an image of 8 "
-      "bits in whole rows.\n\n"
+      "bits or of floats in rows.\n\n"
       "Examples:\n"
       "  planex calibrate model.json range.png -o points.ply --intensity intensity.png\n"
       "  planex calibrate model.json range.tif -o points.pcd --aligned --y-scale 0.1\n"

@@ -194,7 +194,7 @@ void addProfileCommand(CLI::App& app, Context& context) {
                    "Model document; without RANGE a height map, with HEIGHT.json beside it")
       ->required();
   CLI::Option* range =
-      command->add_option("RANGE", options->range, "Range image: PNG, TIFF or PGM of 8 or 16 bits");
+      command->add_option("RANGE", options->range, "Range image: PNG, TIFF, PGM or NPY");
   CLI::Option* row = command->add_option("--row", options->row, "Row, counted from 0")
                          ->check(CLI::Range(0, std::numeric_limits<int>::max()))
                          ->type_name("N");

@@ -267,7 +267,7 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<RectifyOptions>();
   CLI::App* command = app.add_subcommand("rectify", "Turn a range image into a height map");
   command->add_option("MODEL", options->model, "Model document")->required();
-  command->add_option("RANGE", options->ranges, "Range images: PNG, TIFF or PGM of 8 or 16 bits")
+  command->add_option("RANGE", options->ranges, "Range images: PNG, TIFF, PGM or NPY")
       ->required();
   command
       ->add_option("-o,--output", options->output,
@@ -362,7 +362,7 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   addQuietOption(*command, context);
   command->footer(
       "Without options the image shows the full sensor, in sixteenths of a pixel; an image of 8 "
-      "bits in whole rows.\n\n"
+      "bits or of floats in rows.\n\n"
       "Examples:\n"
       "  planex rectify model.json range.png -o height.png --preview preview.png\n"
       "  planex rectify model.json range.tif --intensity grey.tif --mode brightest -o height.tif\n"
