@@ -47,7 +47,7 @@ std::unique_ptr<ImageReader> ImageReader::open(const std::string& path, Samples 
       return signature.open(path, samples);
     }
   }
-  throw Failure(path + ": is not a PNG, TIFF, binary PGM or NPY image; convert it to one of these");
+  throw Failure(path, "is not a PNG, TIFF, binary PGM or NPY image; convert it to one of these");
 }
 
 void ImageReader::announce(std::uint64_t width, std::uint64_t height, cmnalg::ImageType type) {

@@ -42,7 +42,7 @@ class PLANEX_EXPORT ImageReader {
   /// What is wider is refused.
   static constexpr int kMaximumColumns = 1 << 20;
 
-  /// Opens a file, and reads what it announces.
+  /// Opens a file, and reads what it announces; "-" is standard input.
   static std::unique_ptr<ImageReader> open(const std::string& path,
                                            Samples samples = Samples::kIntensities);
 

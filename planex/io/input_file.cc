@@ -5,23 +5,106 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <vector>
 
 #include "planex/io/failure.h"
 
 namespace planex::io {
 
-InputFile::InputFile(const std::string& path) : path_(path) {
+namespace {
+
+/// A descriptor of standard input that can be read at any place: its own where it is a file from
+/// its start on, or a copy of it in a file without a name. Closed when the process ends.
+class StandardInput {
+ public:
+  StandardInput() {
+    try {
+      open();
+    } catch (...) {  // what was read is gone: a second attempt would begin in the middle
+      failure_ = std::current_exception();
+    }
+  }
+
+  int descriptor() const {
+    if (failure_ != nullptr) std::rethrow_exception(failure_);
+    return descriptor_;
+  }
+
+ private:
+  void open() {
+    struct stat status = {};
+    if (::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode) &&
+        ::lseek(STDIN_FILENO, 0, SEEK_CUR) == 0) {
+      return;
+    }
+    const char* const folder = std::getenv("TMPDIR");
+    descriptor_ = ::open(folder != nullptr && *folder != 0 ? folder : "/tmp",
+                         O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (descriptor_ < 0) keep(std::tmpfile());  // file systems that do without
+    require(descriptor_ >= 0);
+    copy();
+  }
+
+  static void require(bool good) {
+    if (good) return;
+    throw Failure("-", std::string("cannot be copied to a temporary file (") +
+                           std::strerror(errno) + "); check the space in the folder TMPDIR");
+  }
+
+  void keep(std::FILE* file) {
+    require(file != nullptr);
+    descriptor_ = ::fcntl(::fileno(file), F_DUPFD_CLOEXEC, 0);
+    std::fclose(file);
+  }
+
+  void copy() const {
+    std::vector<char> piece(1 << 20);
+    for (;;) {
+      const ssize_t got = ::read(STDIN_FILENO, piece.data(), piece.size());
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) {
+        throw Failure("-", std::string("cannot be read (") + std::strerror(errno) + ")");
+      }
+      if (got == 0) return;
+      for (ssize_t done = 0; done < got;) {
+        const ssize_t put =
+            ::write(descriptor_, piece.data() + done, static_cast<std::size_t>(got - done));
+        require(put >= 0 || errno == EINTR);
+        if (put > 0) done += put;
+      }
+    }
+  }
+
+  int descriptor_ = STDIN_FILENO;
+  std::exception_ptr failure_;
+};
+
+/// One for all who read it.
+int openFile(const std::string& path) {
+  if (path == "-") {
+    static const StandardInput input;
+    return ::fcntl(input.descriptor(), F_DUPFD_CLOEXEC, 0);
+  }
   // A pipe without a writer must not be waited for: it is refused below.
-  descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+}
+
+}  // namespace
+
+InputFile::InputFile(const std::string& path)
+    : path_(Failure::nameOf(path)), descriptor_(openFile(path)) {
   if (descriptor_ < 0) {
-    throw Failure(path + ": cannot be opened (" + std::strerror(errno) +
+    throw Failure(path_ + ": cannot be opened (" + std::strerror(errno) +
                   "); check the name and the permissions");
   }
   struct stat status = {};
   if (::fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) {
     ::close(descriptor_);
-    throw Failure(path + ": is not a regular file; give the name of a file on disk");
+    throw Failure(path_ + ": is not a regular file; give the name of a file on disk");
   }
   size_ = static_cast<std::uint64_t>(status.st_size);
 }

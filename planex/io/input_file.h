@@ -11,6 +11,7 @@ namespace planex::io {
 /// read.
 class InputFile {
  public:
+  /// @param path "-" is standard input, which is copied to a temporary file where it is no file
   explicit InputFile(const std::string& path);
   ~InputFile();
   InputFile(const InputFile&) = delete;

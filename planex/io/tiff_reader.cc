@@ -67,7 +67,8 @@ class TiffReader final : public ImageReader {
       : ImageReader(path),
         samples_(samples),
         file_(path),
-        tiff_(path, "rm") {  // m: not mapped into memory
+        tiff_(path == "-" ? "/proc/self/fd/" + std::to_string(file_.descriptor()) : path,
+              "rm") {  // m: not mapped into memory
     if (tiff_.get() == nullptr) refuseDamaged(tiff_.error());
     findPages();
     selectPage(0);

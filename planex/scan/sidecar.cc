@@ -125,7 +125,8 @@ bool tellsOfOutput(const cJSON* root) {
 
 ScanSidecar readScanSidecar(const std::string& named, const std::string& image) {
   ScanSidecar sidecar;
-  const std::string path = !named.empty() ? named : image.empty() ? image : image + ".json";
+  const bool isNameless = image.empty() || image == "-";
+  const std::string path = !named.empty() ? named : isNameless ? "" : image + ".json";
   if (path.empty() || (named.empty() && access(path.c_str(), F_OK) != 0)) return sidecar;
   const io::JsonValue json = parse(path);
   const bool own = tellsOfOutput(json.get());

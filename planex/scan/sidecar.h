@@ -35,7 +35,7 @@ struct ScanSidecar {
 /// image. Where it is named, it says how the scan of that output was taken.
 ///
 /// @param named  the file; empty: IMAGE.json, where that exists
-/// @param image  the range image; empty: none
+/// @param image  the range image; empty: none, and "-", standard input, has no sidecar
 /// A Failure, which names the member, for a file that cannot be read or is no JSON object, and for
 /// members that are missing, unknown, there twice, of another type, or out of range.
 PLANEX_EXPORT ScanSidecar readScanSidecar(const std::string& named, const std::string& image);

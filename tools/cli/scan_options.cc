@@ -121,6 +121,11 @@ void addYOptions(CLI::App& command, scan::RowSettings& settings) {
       ->excludes(offset);
 }
 
+void requireOneStandardInput(const std::vector<std::string>& inputs) {
+  if (std::count(inputs.begin(), inputs.end(), "-") < 2) return;
+  throw CLI::ValidationError("-", "only one of the inputs can be standard input");
+}
+
 void tellOfReplacedMembers(const scan::SensorSettings& sensor, const scan::RowSettings& rows,
                            const scan::ScanSidecar& sidecar) {
   std::string text;
@@ -155,7 +160,7 @@ void warnOfCountedRows(const scan::YPositions& y, bool aligned, const std::strin
   std::fprintf(stderr,
                "planex: %s: Y counts rows%s, because nothing tells their distance; give "
                "--y-scale\n",
-               io::inOneLine(range).c_str(), taken.c_str());
+               io::inOneLine(io::Failure::nameOf(range)).c_str(), taken.c_str());
 }
 
 }  // namespace planex::tools

@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/cli/options.h"
 
@@ -36,6 +37,10 @@ scan::RowBlocks resolveRows(const RowOptions& options, const io::ImageShape& ima
 
 /// Adds --y-scale, --y-offset and --y-file.
 void addYOptions(CLI::App& command, scan::RowSettings& settings);
+
+/// Refuses more than one input that is standard input; a range image and its intensities are one
+/// where they are the same file.
+void requireOneStandardInput(const std::vector<std::string>& inputs);
 
 /// Tells on standard error which members of the sidecar options replace by other values.
 void tellOfReplacedMembers(const scan::SensorSettings& sensor, const scan::RowSettings& rows,

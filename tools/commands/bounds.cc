@@ -89,6 +89,7 @@ std::string plainText(const WorldBounds& bounds, const HeightGrid& grid, const s
 }
 
 void runBounds(const BoundsOptions& options, const Context& context) {
+  requireOneStandardInput({options.model, options.image, options.sensor.sidecar});
   const datafusion::planex::CalibrationModel model = io::loadModel(options.model);
   std::unique_ptr<io::ImageReader> image;
   if (!options.image.empty()) image = io::ImageReader::open(options.image, io::Samples::kRanges);

@@ -129,6 +129,8 @@ std::string describeInJson(const CalibrateOptions& options, const Context& conte
 
 void runCalibrate(const CalibrateOptions& options, const Context& context) {
   const io::PointFormat format = checkedFormat(options);
+  requireOneStandardInput(
+      {options.model, options.range, options.sensor.sidecar, options.y.positions});
   applyThreads(context);
   ModelSource document{options.model, {}};
   const CalibrationModel model = io::loadModel(options.model, document.sha256);
@@ -196,7 +198,9 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
   CLI::App* command =
       app.add_subcommand("calibrate", "Turn a range image into calibrated or aligned points");
   command->add_option("MODEL", options->model, "Model document")->required();
-  command->add_option("RANGE", options->range, "Range image: PNG, TIFF, PGM or NPY")
+  command
+      ->add_option("RANGE", options->range,
+                   "Range image: PNG, TIFF, PGM or NPY; - is standard input")
       ->required();
   command
       ->add_option("-o,--output", options->output,

@@ -161,15 +161,17 @@ void write(const ProfileOptions& options, const Context& context, const Found& f
                       fmt::format("nothing was measured in row {}; choose another row", found.row));
   }
   io::OutputFile file(options.output, context.force);
-  file.write(drawProfile(
-      found.profile,
-      fmt::format("Row {} of {}, Y = {:.6g} {}", found.row, source, found.y, found.yUnit),
-      found.unit, pictureFormat("--output", options.output)));
+  file.write(drawProfile(found.profile,
+                         fmt::format("Row {} of {}, Y = {:.6g} {}", found.row,
+                                     io::Failure::nameOf(source), found.y, found.yUnit),
+                         found.unit, pictureFormat("--output", options.output)));
   file.commit();
 }
 
 void runProfile(const ProfileOptions& options, const Context& context) {
   checkOptions(options);
+  requireOneStandardInput(
+      {options.model, options.range, options.sensor.sidecar, options.y.positions});
   const Found found =
       options.range.empty() ? profileOfMap(options) : profileOfScan(options, context);
   write(options, context, found);
@@ -193,8 +195,8 @@ void addProfileCommand(CLI::App& app, Context& context) {
       ->add_option("MODEL", options->model,
                    "Model document; without RANGE a height map, with HEIGHT.json beside it")
       ->required();
-  CLI::Option* range =
-      command->add_option("RANGE", options->range, "Range image: PNG, TIFF, PGM or NPY");
+  CLI::Option* range = command->add_option(
+      "RANGE", options->range, "Range image: PNG, TIFF, PGM or NPY; - is standard input");
   CLI::Option* row = command->add_option("--row", options->row, "Row, counted from 0")
                          ->check(CLI::Range(0, std::numeric_limits<int>::max()))
                          ->type_name("N");

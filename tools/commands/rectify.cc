@@ -219,6 +219,8 @@ RectifyOptions optionsFor(const RectifyOptions& all, const std::string& range) {
   options.sensor.sidecar = withStemOf(all.sensor.sidecar, range);
   checkOutputs(options);
   checkMode(options);
+  requireOneStandardInput(
+      {options.model, options.range, options.sensor.sidecar, options.y.positions});
   return options;
 }
 
@@ -267,7 +269,9 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<RectifyOptions>();
   CLI::App* command = app.add_subcommand("rectify", "Turn a range image into a height map");
   command->add_option("MODEL", options->model, "Model document")->required();
-  command->add_option("RANGE", options->ranges, "Range images: PNG, TIFF, PGM or NPY")
+  command
+      ->add_option("RANGE", options->ranges,
+                   "Range images: PNG, TIFF, PGM or NPY; - is standard input")
       ->required();
   command
       ->add_option("-o,--output", options->output,
