@@ -73,8 +73,7 @@ ResolvedSensor resolveSensor(const SensorSettings& settings, const ScanSidecar& 
   ResolvedSensor region;
   region.scaleX = either(settings.scaleX, sidecar.scaleX, 1);
   region.originX = either(settings.originX, sidecar.originX, 0);
-  region.scaleZ =
-      either(settings.scaleZ, sidecar.scaleZ, rowsPerStep(type));
+  region.scaleZ = either(settings.scaleZ, sidecar.scaleZ, rowsPerStep(type));
   region.originZ = either(settings.originZ, sidecar.originZ, 0);
   region.scaleZStated = settings.scaleZ || sidecar.scaleZ;
   const double columns = remaining(region.scaleX, region.originX, model.SensorSize.x);

@@ -32,8 +32,8 @@ struct ResolvedSensor : datafusion::planex::SensorRegion {
 ///
 /// Settings come first, then what the sidecar says of the sensor, then the full sensor of the model
 /// in sixteenths of a pixel: scaleX 1, originX 0, scaleZ 1/16, originZ 0, and sizes up to the edge
-/// of the sensor. Values of 8 bits would not reach beyond 16 rows then, and floats have fractions of
-/// their own: they are rows, scaleZ 1.
+/// of the sensor. Values of 8 bits would not reach beyond 16 rows then, and floats have fractions
+/// of their own: they are rows, scaleZ 1.
 ///
 /// @param modelName  the file of the model, for what a Failure says of it
 /// @param type       of the range values
