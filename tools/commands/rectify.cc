@@ -12,8 +12,10 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tools/cli/batch.h"
@@ -81,20 +83,45 @@ void checkMode(const RectifyOptions& options) {
           options.mode + " needs an --intensity to choose by");
 }
 
-void requireNoInputs(const RectifyOptions& options, const scan::YPositions& y) {
+/// What is read for a map, of what its options tell.
+std::vector<std::string> inputsOf(const RectifyOptions& options) {
   std::vector<std::string> inputs = options.intensities;
   inputs.insert(inputs.end(), {options.model, options.range, options.range + ".json",
-                               options.sensor.sidecar, y.file()});
-  std::vector<std::string> outputs = {options.output};
+                               options.sensor.sidecar, options.y.positions});
+  return inputs;
+}
+
+std::vector<std::string> outputsOf(const RectifyOptions& options) {
+  std::vector<std::string> rasters = {options.output};
   for (std::size_t i = 0; i < options.intensities.size(); ++i) {
-    outputs.push_back(besidePath(options.output, intensitySuffix(options, i)));
+    rasters.push_back(besidePath(options.output, intensitySuffix(options, i)));
   }
-  outputs.push_back(besidePath(options.output, "mask"));
-  for (const std::string& output : outputs) {
+  if (options.fill > 0) rasters.push_back(besidePath(options.output, "mask"));
+  std::vector<std::string> outputs;
+  for (const std::string& raster : rasters)
+    outputs.insert(outputs.end(), {raster, raster + ".json"});
+  if (!options.preview.empty()) outputs.push_back(options.preview);
+  return outputs;
+}
+
+/// A name of a file as good as any other one that leads to it, but for hard links.
+std::string withoutLinks(const std::string& path) {
+  std::error_code error;
+  const auto name =
+      std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
+  return error ? path : name.string();
+}
+
+/// @param ofAll inputs of all scans, without links
+void requireNoInputs(const RectifyOptions& options, const scan::YPositions& y,
+                     const std::map<std::string, std::string>& ofAll) {
+  std::vector<std::string> inputs = inputsOf(options);
+  inputs.push_back(y.file());
+  for (const std::string& output : outputsOf(options)) {
     io::requireNoInput(output, inputs);
-    io::requireNoInput(output + ".json", inputs);
+    const auto same = ofAll.find(withoutLinks(output));
+    if (same != ofAll.end()) io::requireNoInput(output, {same->second});
   }
-  io::requireNoInput(options.preview, inputs);
 }
 
 }  // namespace
@@ -147,6 +174,7 @@ namespace {
 struct Together {
   io::WorkerPool& pool;
   Progress& progress;
+  std::map<std::string, std::string> inputs;  ///< of all scans, by their names without links
 };
 
 /// Tells of rows that the positions have left out and empty.
@@ -190,7 +218,7 @@ void rectifyScan(const RectifyOptions& options, const Context& context, const To
     intensities.push_back(std::make_unique<scan::IntensityImage>(path, *range));
   }
 
-  requireNoInputs(options, y);
+  requireNoInputs(options, y, together.inputs);
   for (const auto& intensity : intensities) {
     intensity->findLimits(rows.block,
                           [&](std::int64_t points) { together.progress.advance(points); });
@@ -240,11 +268,17 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   require(options.ranges.size() == 1 || options.output.back() == '/', "--output",
           "must be a folder, as OUTPUT/, for several range images");
   std::vector<RectifyOptions> scans;
+  std::set<std::string> outputs;
+  std::map<std::string, std::string> inputs;
   for (const std::string& range : options.ranges) {
     scans.push_back(optionsFor(options, range));
-    for (std::size_t i = 0; i + 1 < scans.size(); ++i) {
-      require(scans[i].output != scans.back().output, "--output",
-              "gets two files of the name " + scans.back().output);
+    const std::vector<std::string> some = outputsOf(scans.back());
+    for (const std::string& output : some) {
+      require(outputs.count(output) == 0, "--output", "gets two files of the name " + output);
+    }
+    outputs.insert(some.begin(), some.end());
+    for (const std::string& input : inputsOf(scans.back())) {
+      if (!input.empty()) inputs.emplace(withoutLinks(input), input);
     }
   }
   applyThreads(context);
@@ -257,10 +291,10 @@ void runRectify(const RectifyOptions& options, const Context& context) {
   std::int64_t points = 0;
   for (const RectifyOptions& scan : scans) points += pointsOf(scan);
   Progress progress(context, "rectifying", points, "points");
-  if (scans.size() == 1) return rectifyScan(scans.front(), context, {pool, progress});
-  forEachOf(options.ranges, options.jobs, [&](std::size_t i) {
-    rectifyScan(scans[i], context, {pool, progress});
-  });
+  const Together together{pool, progress, std::move(inputs)};
+  if (scans.size() == 1) return rectifyScan(scans.front(), context, together);
+  forEachOf(options.ranges, options.jobs,
+            [&](std::size_t i) { rectifyScan(scans[i], context, together); });
 }
 
 }  // namespace
