@@ -1,5 +1,6 @@
 #include "planex/model/model_file.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "planex/infra/json_deserializer.h"
@@ -11,14 +12,22 @@
 namespace datafusion::planex {
 namespace {
 
-bool refuseFile(const std::string& path, const std::string& reason) {
+/// No name of the system where a NUL byte would end it early.
+const char* systemNameOf(const std::string& path) {
+  return path.find('\0') == std::string::npos ? path.c_str() : "";
+}
+
+/// @param path in the text without control characters
+bool refuseFile(std::string path, const std::string& reason) {
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; };
+  std::replace_if(path.begin(), path.end(), isControl, '?');
   return refuseToChange((path + ": " + reason).c_str());
 }
 
 }  // namespace
 
 bool readModel(const std::string& path, CalibrationModel& model) {
-  const std::optional<std::string> text = base::readTextFile(path.c_str());
+  const std::optional<std::string> text = base::readTextFile(systemNameOf(path));
   if (!text) return refuseFile(path, "cannot be read.");
   base::JsonVisitingDeSerializer reader(text->c_str(), false);
   CalibrationModel read;
@@ -43,7 +52,7 @@ bool writeModel(const std::string& path, const CalibrationModel& model) {
   if (writer.HasError() || !reader.DeserializeIntoExistingObject(copy)) {
     return refuseFile(path, "not written: the model holds what no document can.");
   }
-  return base::replaceTextFile(path.c_str(), text) || refuseFile(path, "cannot be written.");
+  return base::replaceTextFile(systemNameOf(path), text) || refuseFile(path, "cannot be written.");
 }
 
 }  // namespace datafusion::planex

@@ -66,6 +66,8 @@ TEST_F(ModelFile, IsWrittenAsItIsRead) {
   std::filesystem::create_symlink(path_, link);
   EXPECT_FALSE(writeModel(link, model));
   EXPECT_EQ(log.TakeOne(), "WARNING: " + link + ": cannot be written.");
+  EXPECT_FALSE(writeModel(link + std::string("2\0\n", 3), model));
+  EXPECT_EQ(log.TakeOne(), "WARNING: " + link + "2??: cannot be written.");
   std::filesystem::remove(link);
   ASSERT_TRUE(readModel(path_, back));
   EXPECT_EQ(back.FocalLength, 1 / 3.0) << "as it was";
