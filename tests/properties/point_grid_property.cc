@@ -78,7 +78,7 @@ struct Profiles {
       const auto& splat = placement.splat;
       const double w = std::round(0.55 * splat.size / placement.x.scale *
                                   (splat.lateralSpacing.x * double{z[i]} + splat.lateralSpacing.y));
-      const double reach = std::min(std::max(w, 0.0), 15.0);
+      const double reach = std::fmin(std::fmax(w, 0), 15);  // NaN becomes 0
       const bool used = !std::isnan(z[i]) && r >= 0 && r < placement.height && IsInHeights(i);
       if (used && std::abs(c - column) <= reach && std::abs(r - row) <= rowHalfWidth) {
         points.push_back(i);
