@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "planex/io/failure.h"
+#include "planex/io/input_file.h"
 #include "planex/io/json_value.h"
 #include "planex/io/model_file.h"
 
@@ -25,6 +26,7 @@ class Description {
       throw Failure(map, "has no " + io::inOneLine(path_) +
                              " beside it, which says what its numbers mean; copy it, too");
     }
+    io::InputFile{path_};  // not a pipe to wait for
     json_.reset(cJSON_Parse(io::readTextFile(path_).c_str()));
     if (json_ == nullptr) refuse("is not JSON; write the map again");
     if (text(json_.get(), "content") != "height map") {

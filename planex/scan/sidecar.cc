@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "planex/io/failure.h"
+#include "planex/io/input_file.h"
 #include "planex/io/json_value.h"
 #include "planex/io/model_file.h"
 
@@ -128,6 +129,7 @@ ScanSidecar readScanSidecar(const std::string& named, const std::string& image) 
   const bool isNameless = image.empty() || image == "-";
   const std::string path = !named.empty() ? named : isNameless ? "" : image + ".json";
   if (path.empty() || (named.empty() && access(path.c_str(), F_OK) != 0)) return sidecar;
+  if (named.empty()) io::InputFile{path};  // nobody named it: not a pipe to wait for
   const io::JsonValue json = parse(path);
   const bool own = tellsOfOutput(json.get());
   if (own && named.empty()) return sidecar;

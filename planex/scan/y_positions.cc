@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "planex/io/failure.h"
+#include "planex/io/input_file.h"
 #include "planex/io/model_file.h"
 #include "planex/io/number_text.h"
 
@@ -54,6 +55,7 @@ YPositions resolveY(const RowSettings& settings, const ScanSidecar& sidecar, int
                   "rows.positions have no origin; give --y-scale, too, or no --y-offset");
   }
   const std::string& file = settings.positions.empty() ? sidecar.positions : settings.positions;
+  if (!isLine && settings.positions.empty()) io::InputFile{file};
   const std::optional<double> scale = settings.scale ? settings.scale : sidecar.scaleY;
   const double origin = settings.origin.value_or(sidecar.originY.value_or(0));
   YPositions y =
