@@ -105,7 +105,8 @@ std::vector<std::string> outputsOf(const RectifyOptions& options) {
 }
 
 /// A name of a file as good as any other one that leads to it, but for hard links.
-std::string withoutLinks(const std::string& path) {
+std::string withoutLinks(std::string path) {
+  if (path == "-") path = "/dev/stdin";
   std::error_code error;
   const auto name =
       std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
