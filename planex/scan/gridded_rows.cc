@@ -211,6 +211,10 @@ void GridMap::takeUpTo(int end, const Sink& sink) {
 
 void GridMap::pass(const Sink& sink) {
   const int width = gridding_.placement.width;
+  for (std::size_t i = 0; gridding_.layers.residual && i < rows_.height.size(); ++i) {
+    if (std::isnan(rows_.height[i]))
+      rows_.channels[0][i] = rows_.height[i];  // 0 would be a residual
+  }
   for (int row = 0; row < rows_.rows && !rows_.mask.empty(); ++row) {
     datafusion::planex::fillHoles(width, gridding_.layers.fill, rows_.at(row, width).height,
                                   rows_.mask.data() + sizeOf(row, width));

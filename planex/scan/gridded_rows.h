@@ -48,8 +48,9 @@ struct GridRows {
 
   int rows = 0;
   std::vector<float> height, count, spread, deviation;
-  std::vector<std::uint8_t> mask;            ///< see fillHoles(); with GridLayers::fill
-  std::vector<std::vector<float>> channels;  ///< the residual, where it is wanted, then intensities
+  std::vector<std::uint8_t> mask;  ///< see fillHoles(); with GridLayers::fill
+  /// The residual, where it is wanted, NaN where no point fell; then intensities.
+  std::vector<std::vector<float>> channels;
 };
 
 /// How points in space become the cells of a map in floats.

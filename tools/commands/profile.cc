@@ -8,6 +8,7 @@
 #include <planex/scan/profile.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
@@ -81,13 +82,19 @@ int rowOf(const ProfileOptions& options, const scan::YPositions& y, int rows) {
                                          *options.at, y.at(0), y.at(rows - 1)));
 }
 
+/// The Y of a row; 0 where all that is left of scale and origin is what rounding left of them.
+double placeOf(int row, const scan::YPositions& y) {
+  const double at = y.at(row);
+  return std::abs(at) < 1e-12 * std::abs(y.at(0)) ? 0 : at;
+}
+
 Found profileOfMap(const ProfileOptions& options) {
   scan::HeightMap map(options.model);
   const scan::YPositions y(map.y());
   const int row = rowOf(options, y, map.rows());
   return {readProfile(map, row),
           row,
-          y.at(row),
+          placeOf(row, y),
           map.unit(),
           map.yUnit(),
           {},
@@ -111,7 +118,7 @@ Found profileOfScan(const ProfileOptions& options, const Context& context) {
   warnOfSensor(source, region);
   return {readProfile(source, intensity ? &*intensity : nullptr, row),
           row,
-          y.at(row),
+          placeOf(row, y),
           context.unit,
           y.isKnown() ? context.unit : "rows",
           y.file(),

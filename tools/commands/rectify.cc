@@ -360,8 +360,8 @@ void addRectifyCommand(CLI::App& app, Context& context) {
   command
       ->add_option(
           "--layers", options->layers,
-          "With --float: more layers, of count (points in the cell), spread (greatest less "
-          "smallest height), sigma (standard deviation of n - 1) and intensity")
+          "With --float: more layers, with commas between: count (points in the cell), spread "
+          "(greatest less smallest height), sigma (standard deviation of n - 1), intensity")
       ->delimiter(',')
       ->check(CLI::IsMember(kLayers))
       ->type_name("LIST");
@@ -407,6 +407,7 @@ void addRectifyCommand(CLI::App& app, Context& context) {
       "  planex rectify model.json range.tif --intensity grey.tif --mode brightest -o height.tif\n"
       "  planex rectify model.json range.pgm --pixel-size 0.05 --y-scale 0.1 --float -o "
       "height.tif\n"
+      "  planex rectify model.json range.png --aligned --float --layers count,sigma -o height.tif\n"
       "  planex rectify model.json scans/*.png --preview maps/{}_view.png -o maps/");
   command->callback([options, &context] { runRectify(*options, context); });
 }

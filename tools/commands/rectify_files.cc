@@ -156,6 +156,7 @@ void MapFiles::addMade(OutputSidecar& sidecar) const {
   made.add("filledHoles", options_.fill);
   made.addList("intensityLimits", nullptr, 0);
   for (const auto& intensity : source_.intensities) {
+    if (options_.intensityDepth == 16) break;  // they are as they were
     const io::JsonObject limits = made.appendTo("intensityLimits");
     limits.add("least", intensity->isBytes() ? 0 : intensity->limits().min);
     limits.add("greatest", intensity->isBytes() ? 255 : intensity->limits().max);

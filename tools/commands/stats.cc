@@ -24,7 +24,7 @@ using scan::MapStatistics;
 
 struct StatsOptions {
   std::string map, rectangle;
-  bool json = false;
+  bool json = false, csv = false;
 };
 
 scan::CellRange rangeOf(const StatsOptions& options, const HeightMap& map) {
@@ -161,6 +161,54 @@ std::string jsonText(const HeightMap& map, const scan::CellRange& range, const M
   return root.print();
 }
 
+/// A heading and a line, with the names of the JSON; fields without a number are empty.
+std::string csvText(const HeightMap& map, const scan::CellRange& range, const MapStatistics& s) {
+  std::string names, values;
+  const auto add = [&](const std::string& name, const std::optional<double>& value) {
+    const char* const comma = names.empty() ? "" : ",";
+    names += comma + name;
+    values += comma + (value ? fmt::format("{}", *value) : std::string());
+  };
+  const auto ofPlane = [&](const char* name, auto number) {
+    add(name, s.plane ? std::optional<double>(number(*s.plane)) : std::nullopt);
+  };
+  const auto ofRest = [&](const char* name, auto member) {
+    add(name, s.roughness ? std::optional<double>((*s.roughness).*member) : std::nullopt);
+  };
+  const auto ofLength = [&](const char* name, double (scan::HeightPlane::*angle)() const) {
+    add(name,
+        s.plane && map.isYLength() ? std::optional<double>(((*s.plane).*angle)()) : std::nullopt);
+  };
+  const scan::WorldRectangle area = map.centresOf(range);
+  add("xMin", area.xMin);
+  add("xMax", area.xMax);
+  add("yMin", area.yMin);
+  add("yMax", area.yMax);
+  add("cells", static_cast<double>(s.cells));
+  add("filled", static_cast<double>(s.filled));
+  add("minimum", s.minimum);
+  add("maximum", s.maximum);
+  add("mean", s.mean);
+  for (std::size_t i = 0; i < s.percentiles.size(); ++i) {
+    add(scan::kPercents[i] == 50 ? "median" : fmt::format("percentile{}", scan::kPercents[i]),
+        s.percentiles[i]);
+  }
+  ofPlane("a", [](const scan::HeightPlane& plane) { return plane.a; });
+  ofPlane("b", [](const scan::HeightPlane& plane) { return plane.b; });
+  ofPlane("c", [](const scan::HeightPlane& plane) { return plane.c; });
+  ofLength("tilt", &scan::HeightPlane::tilt);
+  ofPlane("tiltX", [](const scan::HeightPlane& plane) { return plane.tiltX(); });
+  ofLength("tiltY", &scan::HeightPlane::tiltY);
+  ofRest("Sq", &scan::Roughness::sq);
+  ofRest("Sa", &scan::Roughness::sa);
+  ofRest("Sz", &scan::Roughness::sz);
+  ofRest("Sp", &scan::Roughness::sp);
+  ofRest("Sv", &scan::Roughness::sv);
+  add("Ssk", s.roughness ? s.roughness->ssk : std::nullopt);
+  add("Sku", s.roughness ? s.roughness->sku : std::nullopt);
+  return names + "\n" + values + "\n";
+}
+
 void runStats(const StatsOptions& options, const Context& context) {
   HeightMap map(options.map);
   const scan::CellRange range = rangeOf(options, map);
@@ -177,8 +225,9 @@ void runStats(const StatsOptions& options, const Context& context) {
                                        ? "has no cell with a height; see why with planex calibrate"
                                        : "has no cell with a height in --rect; choose another");
   }
-  const std::string text =
-      options.json ? jsonText(map, range, statistics) : plainText(map, range, statistics);
+  const std::string text = options.json  ? jsonText(map, range, statistics)
+                           : options.csv ? csvText(map, range, statistics)
+                                         : plainText(map, range, statistics);
   std::fputs(text.c_str(), stdout);
 }
 
@@ -196,7 +245,8 @@ void addStatsCommand(CLI::App& app, Context& context) {
       ->add_option("--rect", options->rectangle,
                    "Only the cells whose centres lie in this rectangle of the world")
       ->type_name("X0,Y0,X1,Y1");
-  command->add_flag("--json", options->json, "Print JSON");
+  CLI::Option* json = command->add_flag("--json", options->json, "Print JSON");
+  command->add_flag("--csv", options->csv, "Print CSV: a heading and a line")->excludes(json);
   addThreadsOption(*command, context);
   addQuietOption(*command, context);
   command->footer(
@@ -205,7 +255,8 @@ void addStatsCommand(CLI::App& app, Context& context) {
       "least-squares plane and without a filter.\n\n"
       "Examples:\n"
       "  planex stats height.tif\n"
-      "  planex stats height.png --rect -10,0,10,25 --json");
+      "  planex stats height.png --rect -10,0,10,25 --json\n"
+      "  planex stats height.tif --csv > height.csv");
   command->callback([options, &context] { runStats(*options, context); });
 }
 

@@ -264,7 +264,8 @@ std::string commandPage(const CLI::App& command, Prose& prose) {
   const auto [remarks, examples] = footerOf(command);
   std::string synopsis = bold("planex " + name), arguments;
   for (const CLI::Option* option : positionals(command)) {
-    const std::string argument = italic(option->get_name(true));
+    const std::string argument =
+        italic(option->get_name(true)) + (option->get_items_expected_max() > 1 ? "..." : "");
     synopsis += option->get_required() ? " " + argument : " [" + argument + "]";
     arguments += entry(*option, name, prose);
   }
