@@ -5,7 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-enum { kWidth = 2560, kProfiles = 100, kPixels = kWidth * kProfiles };
+enum { kWidth = 2560, kMiddle = kWidth / 2, kProfiles = 100, kPixels = kWidth * kProfiles };
 static uint16_t range[kPixels]; /* the camera's: the row of the laser line, in sixteenths */
 static float calibratedX[kPixels], calibratedZ[kPixels], x[kPixels], y[kPixels], z[kPixels];
 
@@ -33,14 +33,14 @@ int main(int argc, char** argv) {
 
   /* Where on the sensor, and in which profile, a point in space was seen. */
   for (int profile = 0; profile < kProfiles; profile += 25) {
-    const int i = profile * kWidth + kWidth / 2;
+    const int i = profile * kWidth + kMiddle;
     const double point[3] = {x[i], y[i], z[i]};
     double seen[3];
     check(mapSpacePoints(model, PLANEX_COORDINATES_ALIGNED, PLANEX_COORDINATES_PIXEL, spacing, 0, 1,
                          point, seen));
     printf("X %.3f mm, Y %.3f mm, Z %.3f mm: column %.2f, profile %.2f, row %.2f\n", point[0],
            point[1], point[2], seen[0], seen[1], seen[2]);
-    if (fabs(seen[0] - kWidth / 2) > 0.01 || fabs(seen[1] - profile) > 0.01 ||
+    if (fabs(seen[0] - kMiddle) > 0.01 || fabs(seen[1] - profile) > 0.01 ||
         fabs(seen[2] - range[i] / 16.0) > 0.01) {
       return 1;
     }

@@ -4,11 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iterator>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "planex/io/failure.h"
@@ -70,13 +74,24 @@ class StandardInput {
         throw Failure("-", std::string("cannot be read (") + std::strerror(errno) + ")");
       }
       if (got == 0) return;
+      const bool isFirst = ::lseek(descriptor_, 0, SEEK_CUR) == 0;
       for (ssize_t done = 0; done < got;) {
         const ssize_t put =
             ::write(descriptor_, piece.data() + done, static_cast<std::size_t>(got - done));
         require(put >= 0 || errno == EINTR);
         if (put > 0) done += put;
       }
+      // What is no image may never end; its begin is enough to refuse it.
+      if (isFirst && !looksLikeImage({piece.data(), static_cast<std::size_t>(got)})) return;
     }
+  }
+
+  static bool looksLikeImage(std::string_view begin) {
+    constexpr std::string_view kBegins[] = {"\x89PNG", "II", "MM", "P5", "\x93NUMPY"};
+    return std::any_of(std::begin(kBegins), std::end(kBegins), [&](std::string_view known) {
+      const std::size_t size = std::min(begin.size(), known.size());  // a pipe may give one byte
+      return begin.substr(0, size) == known.substr(0, size);
+    });
   }
 
   int descriptor_ = STDIN_FILENO;
