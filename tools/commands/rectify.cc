@@ -221,6 +221,7 @@ void rectifyScan(const RectifyOptions& options, const Context& context, const To
 
   requireNoInputs(options, y, together.inputs);
   for (const auto& intensity : intensities) {
+    if (options.intensityDepth == 16) break;  // they stay as they are
     intensity->findLimits(rows.block,
                           [&](std::int64_t points) { together.progress.advance(points); });
   }

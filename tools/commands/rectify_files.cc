@@ -153,7 +153,7 @@ void MapFiles::addMade(OutputSidecar& sidecar) const {
     levels.add("scaleZ", grid_.levels.scale);
     levels.add("originZ", grid_.levels.origin);
   }
-  made.add("filledHoles", options_.fill);
+  made.add("holesUpTo", options_.fill);
   made.addList("intensityLimits", nullptr, 0);
   for (const auto& intensity : source_.intensities) {
     if (options_.intensityDepth == 16) break;  // they are as they were
