@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "planex/infra/float_environment.h"
+#include "planex/processing/thread_limit.h"
 
 namespace datafusion::threading_helpers {
 namespace {
@@ -39,8 +40,8 @@ int teamSize(std::int64_t rows, std::int64_t pixelsPerRow) {
   if (omp_in_parallel() != 0 || teamLostInFork.load()) return 1;
   const std::int64_t minimum = std::max<std::int64_t>(minimumPixelsPerThread.load(), 1);
   const std::int64_t byWork = std::max<std::int64_t>(rows * pixelsPerRow / minimum, 1);
-  return static_cast<int>(
-      std::min({static_cast<std::int64_t>(omp_get_max_threads()), rows, byWork}));
+  const std::int64_t byCaller = std::min(omp_get_max_threads(), planex::ThreadLimit::Current());
+  return static_cast<int>(std::min({byCaller, rows, byWork}));
 }
 
 /// Keeps the first exception of a team for the thread that opened it.

@@ -14,10 +14,10 @@ void setMinimumPixelsPerThread(std::int64_t pixels);
 constexpr std::int64_t kDefaultMinimumPixelsPerThread = 32768;
 
 /// Calls body(context, first, last) for contiguous blocks that cover the rows [rowBegin, rowEnd),
-/// each block on one thread of a team of min(default team, rows, work / minimum) threads. With n
-/// rows, T threads, q = n / T and m = n - q T, thread k < m takes q + 1 rows from k (q + 1) on,
-/// the others q rows from m + k q on. Each block runs in the default floating-point environment.
-/// Returns when all blocks are done.
+/// each block on one thread of a team of min(default team, ThreadLimit, rows, work / minimum)
+/// threads. With n rows, T threads, q = n / T and m = n - q T, thread k < m takes q + 1 rows from
+/// k (q + 1) on, the others q rows from m + k q on. Each block runs in the default floating-point
+/// environment. Returns when all blocks are done.
 ///
 /// Inside another parallel region, and in a process forked from one with several threads, the
 /// calling thread does all rows alone. An exception from a body is rethrown here after the team has

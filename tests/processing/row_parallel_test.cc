@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "planex/processing/thread_limit.h"
 #include "tests/support/instruction_sets.h"
 
 namespace datafusion::threading_helpers {
@@ -36,6 +38,14 @@ TEST(RowParallel, GivesTheFirstThreadsOneRowMore) {
   EXPECT_EQ(blocksOf(0, 2, 7), (Blocks{{0, 1}, {1, 2}}));
   EXPECT_EQ(blocksOf(0, 9, 1), (Blocks{{0, 9}}));
   EXPECT_EQ(blocksOf(3, 3, 4), Blocks{});
+  const planex::ThreadLimit two(2);
+  EXPECT_EQ(blocksOf(0, 9, 4), (Blocks{{0, 5}, {5, 9}}));
+  {
+    const planex::ThreadLimit none(0), wider(5);
+    EXPECT_EQ(blocksOf(0, 9, 4), (Blocks{{0, 9}})) << "the smallest limit counts";
+    std::thread([] { EXPECT_EQ(blocksOf(0, 3, 3).size(), 3U); }).join();
+  }
+  EXPECT_EQ(blocksOf(0, 9, 4).size(), 2U);
 }
 
 TEST(RowParallel, CarriesAnExceptionOutOfTheTeam) {
