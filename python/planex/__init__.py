@@ -1,0 +1,58 @@
+"""Laser-line triangulation: from range images to calibrated points and height maps.
+
+    import planex
+
+    model = planex.Model.from_file("camera.json")
+    sensor = planex.SensorTraits.full(model)
+    points = planex.calibrate(model, scan, sensor)      # scan: profiles x columns, uint16
+    heights = planex.height_map(model, scan, sensor, mode="highest")
+    heights.to_xarray().sel(x=slice(-10, 10)).mean("y")
+
+Arrays are NumPy's and are used where they lie. Models and records are values.
+"""
+
+from planex.errors import DocumentError, Error
+from planex.functions import (
+    AlignedPoints,
+    Points,
+    align,
+    bounds,
+    calibrate,
+    height_map,
+    intensity_limits,
+    map_box,
+    map_points,
+    map_rectangle,
+    rectify,
+    thread_limit,
+)
+from planex.heights import HeightMap
+from planex.model import Model, Region, SkewMode, State
+from planex.records import Bounds, Grid, Rectangle, SensorTraits, Splat
+
+__all__ = [
+    "AlignedPoints",
+    "Bounds",
+    "DocumentError",
+    "Error",
+    "Grid",
+    "HeightMap",
+    "Model",
+    "Points",
+    "Rectangle",
+    "Region",
+    "SensorTraits",
+    "SkewMode",
+    "Splat",
+    "State",
+    "align",
+    "bounds",
+    "calibrate",
+    "height_map",
+    "intensity_limits",
+    "map_box",
+    "map_points",
+    "map_rectangle",
+    "rectify",
+    "thread_limit",
+]

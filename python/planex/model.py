@@ -1,0 +1,286 @@
+"""The model of a laser-line triangulation camera."""
+
+from __future__ import annotations
+
+import enum
+import os
+from dataclasses import dataclass
+from typing import Any, NoReturn
+
+import numpy as np
+from numpy.typing import NDArray
+
+from planex import _core
+from planex.records import require_whole
+
+
+class State(enum.IntEnum):
+    """How far a model is calibrated."""
+
+    UNCALIBRATED = 0
+    CALIBRATED = 1
+    CALIBRATED_ALIGNED_2D = 2
+    CALIBRATED_ALIGNED_3D = 3
+    ALIGNED_2D = 4
+    ALIGNED_3D = 5
+
+
+class SkewMode(enum.IntEnum):
+    """Which directions of the calibrated plane were measured in the light plane."""
+
+    XZ_IN_LIGHT_PLANE = 0
+    Z_NOT_IN_LIGHT_PLANE = 1
+    XZ_NOT_IN_LIGHT_PLANE = 2
+
+
+@dataclass(frozen=True, eq=False)
+class Region:
+    """Where in the laser plane the calibration was supported by points: rows along z.
+
+    All arrays are read-only and of one shape, but the coordinates of the cells' centres.
+    """
+
+    point_count: NDArray[np.int32]
+    average_residual_x: NDArray[np.float32]
+    average_residual_z: NDArray[np.float32]
+    maximum_residual_x: NDArray[np.float32]
+    maximum_residual_z: NDArray[np.float32]
+    x: NDArray[np.float64]
+    z: NDArray[np.float64]
+
+
+#: Shapes of the fields that are arrays.
+_SHAPES: dict[str, tuple[tuple[int, ...], ...]] = {
+    "lens_center": ((2,),),
+    "lens_coefficients": ((7,),),
+    "skew": ((3,),),
+    "homography": ((3, 3),),
+    "pose": ((4, 4),),
+    "sheet_curve": ((0,), (6,)),
+}
+_INT32 = (-(2**31), 2**31 - 1)
+_NUMBERS = (
+    "calibration_error",
+    "calibration_error_max",
+    "alignment_error",
+    "alignment_error_max",
+    "focal_length",
+)
+
+
+def _checked(name: str, value: Any) -> Any:
+    """A field as the extension takes it."""
+    if name == "state":
+        return int(State(value))
+    if name == "skew_mode":
+        return int(SkewMode(value))
+    if name == "file_version":
+        require_whole(name, value, *_INT32)
+        return int(value)
+    if name in _NUMBERS:
+        return float(value)
+    if name == "sensor_size":
+        width, height = value
+        require_whole("sensor width", width, *_INT32)
+        require_whole("sensor height", height, *_INT32)
+        return int(width), int(height)
+    if name == "region":
+        if value is not None:
+            raise TypeError("region can only be taken away, with None")
+        return None
+    if name not in _SHAPES:
+        raise TypeError(f"a model has no field {name!r}")
+    array = np.asarray(value, dtype=np.float64)
+    if array.shape not in _SHAPES[name]:
+        shapes = " or ".join(map(str, _SHAPES[name]))
+        raise ValueError(f"{name} has the shape {array.shape}; it must be {shapes}")
+    return array
+
+
+class Model:
+    """A camera model: a value that never changes.
+
+    Models are equal when all their bits are, can be keys of a dictionary, be pickled and be used
+    on several threads at once. ``Model(focal_length=6400, ...)`` is a new one,
+    :meth:`replace` a changed copy.
+    """
+
+    __slots__ = ("_native", "_bits")
+    _native: _core.Model
+    _bits: tuple[bytes, bytes] | None
+
+    def __init__(self, **fields: Any) -> None:
+        self._set(_core.Model())
+        if fields:
+            self._set(self.replace(**fields)._native)
+
+    def _set(self, native: _core.Model) -> None:
+        object.__setattr__(self, "_native", native)
+        object.__setattr__(self, "_bits", None)
+
+    @classmethod
+    def _of(cls, native: _core.Model) -> Model:
+        model = cls.__new__(cls)
+        model._set(native)
+        return model
+
+    @classmethod
+    def from_json(cls, text: str | bytes) -> Model:
+        """The model of a document. :class:`DocumentError` says what is wrong with it."""
+        return cls._of(_core.from_json(text, "the text"))
+
+    @classmethod
+    def from_file(cls, path: str | os.PathLike[str]) -> Model:
+        """The model of a document in a file."""
+        with open(path, "rb") as file:
+            return cls._of(_core.from_json(file.read(), os.fspath(path)))
+
+    def to_json(self, *, indent: bool = True) -> str:
+        """A document that gives the same model. It has no form for numbers that are not finite."""
+        return _core.to_json(self._native, indent)
+
+    def to_file(self, path: str | os.PathLike[str], *, overwrite: bool = False) -> None:
+        """Writes the document. A file that is there is replaced when the new one is complete."""
+        name = os.fspath(path)
+        if not overwrite and os.path.lexists(name):
+            raise FileExistsError(f"{name} exists; overwrite=True replaces it")
+        os.stat(os.path.dirname(name) or ".")
+        _core.write_model(self._native, name)
+
+    def replace(self, **fields: Any) -> Model:
+        """A copy with other values of these fields. ``region=None`` leaves the region out."""
+        checked = {name: _checked(name, value) for name, value in fields.items()}
+        return self._of(_core.replaced(self._native, checked))
+
+    def mirror(self, *, x: float | None = None, z: float | None = None) -> Model:
+        """A copy whose laser plane is mirrored at the line X = x, or Z = z, or both.
+
+        The homography changes; a sheet curve stays as it is.
+        """
+        return self._of(
+            _core.mirrored(self._native, x is not None, x or 0.0, z is not None, z or 0.0)
+        )
+
+    @property
+    def file_version(self) -> int:
+        """Of the document that was read, and that is written."""
+        return self._native.file_version
+
+    @property
+    def state(self) -> State:
+        """How far it is calibrated."""
+        return State(self._native.state)
+
+    @property
+    def skew_mode(self) -> SkewMode:
+        """How the skew enters the pose."""
+        return SkewMode(self._native.skew_mode)
+
+    @property
+    def calibration_error(self) -> float:
+        """What the calibration left over; the largest float where nobody has set it."""
+        return self._native.calibration_error
+
+    @property
+    def calibration_error_max(self) -> float:
+        """Its maximum."""
+        return self._native.calibration_error_max
+
+    @property
+    def alignment_error(self) -> float:
+        """What the alignment left over."""
+        return self._native.alignment_error
+
+    @property
+    def alignment_error_max(self) -> float:
+        """Its maximum."""
+        return self._native.alignment_error_max
+
+    @property
+    def focal_length(self) -> float:
+        """In pixels."""
+        return self._native.focal_length
+
+    @property
+    def sensor_size(self) -> tuple[int, int]:
+        """Width and height in pixels."""
+        return self._native.sensor_size
+
+    @property
+    def lens_center(self) -> NDArray[np.float64]:
+        """In pixels; negative where it was never set."""
+        return self._native.lens_center
+
+    @property
+    def lens_coefficients(self) -> NDArray[np.float64]:
+        """Seven: three radial, two tangential, two Scheimpflug."""
+        return self._native.lens_coefficients
+
+    @property
+    def skew(self) -> NDArray[np.float64]:
+        """The scan direction, three numbers."""
+        return self._native.skew
+
+    @property
+    def homography(self) -> NDArray[np.float64]:
+        """3 x 3, from the undistorted sensor to the laser plane."""
+        return self._native.homography
+
+    @property
+    def pose(self) -> NDArray[np.float64]:
+        """4 x 4, from calibrated to aligned coordinates."""
+        return self._native.pose
+
+    @property
+    def sheet_curve(self) -> NDArray[np.float64]:
+        """How the laser sheet departs from a plane: none or six numbers."""
+        return self._native.sheet_curve
+
+    @property
+    def region(self) -> Region | None:
+        """Where the calibration was supported by points, and its residuals there."""
+        parts = self._native.region
+        if parts is None:
+            return None
+        count, *residuals, x, dx, z, dz = parts
+        rows, columns = count.shape
+        return Region(count, *residuals, x + dx * np.arange(columns), z + dz * np.arange(rows))
+
+    def _all_bits(self) -> tuple[bytes, bytes]:
+        if self._bits is None:
+            object.__setattr__(self, "_bits", _core.bits_of(self._native))
+        assert self._bits is not None
+        return self._bits
+
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Model):
+            return NotImplemented
+        return self._native is other._native or self._all_bits() == other._all_bits()
+
+    def __hash__(self) -> int:
+        return hash(self._all_bits())
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return _from_bits, self._all_bits()
+
+    def __copy__(self) -> Model:
+        return self
+
+    def __deepcopy__(self, memo: object) -> Model:
+        return self
+
+    def __setattr__(self, name: str, value: object) -> NoReturn:
+        raise AttributeError(f"a model never changes; use model.replace({name}=...)")
+
+    def __delattr__(self, name: str) -> NoReturn:
+        raise AttributeError("a model never changes")
+
+    def __repr__(self) -> str:
+        width, height = self.sensor_size
+        state = self._native.state
+        name = State(state).name if state in State._value2member_map_ else state
+        return f"<planex.Model {name} {width} x {height}, focal length {self.focal_length:g}>"
+
+
+def _from_bits(fields: bytes, region: bytes) -> Model:
+    return Model._of(_core.from_bits(fields, region))

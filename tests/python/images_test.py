@@ -1,0 +1,317 @@
+import signal
+import sys
+import threading
+import time
+
+import numpy
+import pytest
+from hypothesis import given, settings, strategies
+
+import planex
+
+FLOAT = numpy.float32
+GRID = planex.Grid(40, 0.5, -10.0, 0.01, -0.01, planex.Splat(0.0, 0.1))
+
+
+def bits(*arrays):
+    return [None if a is None else a.tobytes() for a in arrays]
+
+
+NUMBERS = strategies.floats(-0.1, 0.1)
+
+
+@settings(max_examples=40, deadline=None)
+@given(strategies.lists(NUMBERS, min_size=8, max_size=8), strategies.sampled_from("BHILfd"),
+       strategies.tuples(*[strategies.integers(1, 3)] * 2), strategies.integers(0, 9))
+def test_calibration_is_its_formula_on_any_view(model, near, code, steps, origin):
+    homography = numpy.append(near, 0.0).reshape(3, 3) + numpy.eye(3)
+    plain = planex.Model(sensor_size=(600, 600), lens_center=(90, 110), focal_length=800,
+                         homography=homography, state=1)
+    image = (numpy.arange(33 * 40).reshape(33, 40) % 101).astype(numpy.dtype(code))
+    view = image[::steps[0], origin:origin + 20]
+    sensor = planex.SensorTraits(500, 500, scale_x=steps[1], origin_x=origin, scale_z=0.5)
+    x, z = planex.calibrate(plain, view, sensor, precision="double")
+    u = (numpy.arange(20) * steps[1] + origin - 90) / 800
+    v = (view * 0.5 - 110) / 800
+    h = numpy.einsum("ij,jrc->irc", homography, [u + 0 * v, v, 1 + 0 * v])
+    h[:, view == 0] = numpy.nan
+    numpy.testing.assert_allclose(x, h[0] / h[2], rtol=1e-6, atol=1e-7)
+    numpy.testing.assert_allclose(z, h[1] / h[2], rtol=1e-6, atol=1e-7)
+    single = planex.calibrate(plain, view, sensor, threads=1)
+    assert bits(*single) == bits(*planex.calibrate(plain, view.copy(), sensor, threads=7))
+    numpy.testing.assert_allclose(single.x, x, rtol=1e-3, atol=1e-5)
+
+
+@settings(max_examples=40, deadline=None)
+@given(strategies.integers(0, 2**32 - 1), strategies.sampled_from(["lowest", "highest"]))
+def test_rectification_is_its_formula(seed, mode):
+    random = numpy.random.default_rng(seed)
+    x, z = random.uniform(-12, 12, (2, 5, 60))
+    z[random.random(z.shape) < 0.2] = numpy.nan
+    grid = planex.Grid(40, 0.5, -10.0, 0.01, -0.01, planex.Splat(0, 0))
+    got = planex.rectify(x, z, grid, mode=mode, dtype=numpy.uint16)
+    want = numpy.zeros((5, 40), numpy.uint16)
+    column = numpy.floor((x + 10.0) / 0.5 + 0.5)
+    level = numpy.trunc((z + 0.01) / 0.01)
+    with numpy.errstate(invalid="ignore"):
+        used = numpy.argwhere((column >= 0) & (column < 40) & (level >= 1) & (level <= 65535))
+    better = min if mode == "lowest" else max
+    for row, point in used:
+        cell = row, int(column[row, point])
+        new = int(level[row, point])
+        want[cell] = new if want[cell] == 0 else better(want[cell], new)
+    assert numpy.array_equal(got.z, want)
+    assert numpy.array_equal(got.mask, want == 0)
+    heights = numpy.where(want == 0, numpy.nan, want * 0.01 - 0.01)
+    numpy.testing.assert_allclose(got.heights(), heights, rtol=1e-5, atol=1e-5)
+    direct = planex.rectify(x.astype(FLOAT), z.astype(FLOAT), grid, mode=mode)
+    levels = planex.rectify(x.astype(FLOAT), z.astype(FLOAT), grid, mode=mode, dtype="u2")
+    assert bits(direct.z) == bits(levels.heights())
+
+
+@pytest.mark.parametrize("dtype", [FLOAT, numpy.uint16])
+@pytest.mark.parametrize("kind", [None, numpy.uint8, numpy.uint16])
+def test_height_map_is_calibration_and_rectification(model, sensor, scan, kind, dtype):
+    intensity = None if kind is None else (scan * 7 % 251 * (1 if kind == numpy.uint8 else 200))
+    intensity = None if kind is None else intensity.astype(kind)
+    grid = planex.bounds(model, sensor, 2560).grid(pixel_size=0.2)
+    options = dict(mode="highest", intensity=intensity, missing=-9.0, dtype=dtype)
+    points = planex.calibrate(model, scan, sensor)
+    want = planex.rectify(*points, grid, **options)
+    got = planex.height_map(model, scan, sensor, grid, threads=2, **options)
+    assert bits(got.z, got.intensity) == bits(want.z, want.intensity)
+    assert 0.05 < got.mask.mean() < 0.5 and numpy.array_equal(got.mask, got.z == got.missing)
+    if kind == numpy.uint16:  # limits of the whole, also where half of it is asked for
+        limits = planex.intensity_limits(intensity)
+        assert limits == (intensity.min(), intensity.max())
+        options.update(intensity=intensity[150:], intensity_limits=limits)
+        half = planex.height_map(model, scan[150:], sensor, grid, **options)
+        assert bits(half.intensity, half.z) == bits(want.intensity[150:], want.z[150:])
+
+
+def test_alignment_and_points_agree(model, sensor, scan):
+    x, z = planex.calibrate(model, scan[:4, 1000:1100], planex.SensorTraits(100, 1024, 1.0, 1000.0))
+    y = numpy.array([-5.0, 0.0, 1.5, 99.0])
+    aligned = planex.align(model, x, z, y)
+    inputs = numpy.stack([x, y[:, None] + 0 * x, z], -1).astype(float)
+    points = planex.map_points(model, inputs, "calibrated", "aligned")
+    numpy.testing.assert_allclose(numpy.stack(aligned, -1), points, rtol=0, atol=2e-5)
+    assert planex.map_points(model, points, "aligned", "calibrated", out=points) is points
+    numpy.testing.assert_allclose(points, inputs, rtol=0, atol=1e-9)
+    single = planex.align(model, x[1:2].copy(), z, y)
+    assert bits(single.y[1]) == bits(aligned.y[1])
+    indices = planex.map_points(model, numpy.array([[7.0, 3.0, 9.0]], FLOAT), "pixel",
+                                "calibrated", y_offset=1.0, y_scale=0.5)
+    assert indices.dtype == FLOAT and indices[0, 1] == 2.5
+    corners = planex.map_rectangle(model, planex.Rectangle((9, 8), 4, 2), "pixel", "calibrated",
+                                   supersampling=0)
+    pixels = numpy.array([[7.0, 7], [11, 7], [11, 9], [7, 9]])
+    numpy.testing.assert_allclose(corners, planex.map_points(model, pixels, "pixel", "calibrated"))
+    box = planex.map_box(model, (0, 1, 2), (3, 5, 8), "calibrated", "calibrated", supersampling=1)
+    assert box.shape == (26, 3) and box.min(0).tolist() == [0, 1, 2] and box.max(0)[2] == 8
+
+
+def test_grids():
+    bounds = planex.Bounds((-1.0, 3.0), (10.0, 20.0), planex.Splat(0.5, 0.25), 5)
+    grid = bounds.grid(c=2.0)
+    assert grid == planex.Grid(5, 1.0, -1.0, 10 / 65534, 10 - 10 / 65534, planex.Splat(0.5, 0.25, 2))
+    assert bounds.grid(pixel_size=0.3, x=(0.0, 1.0)).columns == 4
+    heights = planex.HeightMap(numpy.zeros((2, 5), FLOAT), grid, y_scale=2.0, y_origin=3.0)
+    assert heights.x.tolist() == [-1, 0, 1, 2, 3] and heights.y.tolist() == [3, 5]
+    array = pytest.importorskip("xarray") and heights.to_xarray()
+    assert numpy.shares_memory(array.values, heights.z) and array.sel(x=2.0, y=5.0) == 0
+    pytest.importorskip("matplotlib").use("Agg")
+    assert heights.plot().get_images()[0].get_extent() == (-1.5, 3.5, 6.0, 2.0)
+
+
+def test_empty_arrays_give_empty_results(model, sensor):
+    for shape in ((0, 40), (6, 0), (0, 0)):
+        empty = numpy.empty(shape, numpy.uint16)
+        assert planex.calibrate(model, empty, sensor).x.shape == shape
+        heights = planex.height_map(model, empty, sensor, GRID, intensity=empty, missing=-1.0)
+        assert heights.z.shape == (shape[0], 40) and heights.mask.all()
+        assert not heights.intensity.any()
+
+
+def swapped(array):
+    return array.astype(array.dtype.newbyteorder())
+
+
+def odd_address(array):
+    return numpy.frombuffer(b"\0" + array.tobytes(), array.dtype, offset=1).reshape(array.shape)
+
+
+@pytest.mark.parametrize("spoil, error, text", [
+    (lambda a: a.tolist(), TypeError, "is a list; pass a numpy.ndarray"),
+    (lambda a: numpy.ma.MaskedArray(a), TypeError, r"pass range_image.filled\(0\)"),
+    (lambda a: a.astype(numpy.int16), TypeError, "has the type int16"),
+    (swapped, TypeError, "has the type >u2"),
+    (lambda a: a[0], ValueError, "1 dimensions"),
+    (odd_address, ValueError, "odd address; pass numpy.ascontiguousarray"),
+    (lambda a: a[:, ::2], ValueError, "side by side; pass numpy.ascontiguousarray"),
+    (lambda a: a.T, ValueError, "side by side"),
+    (lambda a: a[::-1], ValueError, "overlap or run backwards"),
+    (lambda a: numpy.broadcast_to(a[:1], (3, 8)), ValueError, "overlap or run backwards"),
+    (lambda a: numpy.lib.stride_tricks.sliding_window_view(a[0], 4), ValueError, "overlap"),
+])
+def test_inputs_that_no_image_has_are_refused(model, sensor, spoil, error, text):
+    with pytest.raises(error, match=text):
+        planex.calibrate(model, spoil(numpy.ones((4, 8), numpy.uint16)), sensor)
+
+
+STORE = numpy.full(400, 7, FLOAT)
+
+
+@pytest.mark.parametrize("out, error, text", [
+    (lambda x, r: (x, x.astype(float)), TypeError, r"out\[1\] has the type float64"),
+    (lambda x, r: (x[:, :7], x), ValueError, r"out\[0\] has the shape \(4, 7\)"),
+    (lambda x, r: (x, numpy.full((4, 16), 7, FLOAT)[:, ::2]), ValueError, "not C-contiguous"),
+    (lambda x, r: (x, numpy.asfortranarray(x)), ValueError, "not C-contiguous"),
+    (lambda x, r: (x, numpy.broadcast_to(x[:1], x.shape)), ValueError, "not C-contiguous"),
+    (lambda x, r: (x, numpy.frombuffer(x.tobytes(), FLOAT).reshape(4, 8)), ValueError, "read-only"),
+    (lambda x, r: (x, x), ValueError, r"out\[1\] shares memory with out\[0\]"),
+    (lambda x, r: (x, r), ValueError, r"out\[1\] shares memory with range_image"),
+])
+def test_outputs_are_checked_before_the_first_write(model, sensor, out, error, text):
+    x, scan = numpy.full((4, 8), 7, FLOAT), numpy.full((4, 8), 7, FLOAT)
+    with pytest.raises(error, match=text):
+        planex.calibrate(model, scan, sensor, out=out(x, scan))
+    assert (x == 7).all() and (scan == 7).all()
+
+
+ONES = numpy.ones((4, 8))
+
+
+@pytest.mark.parametrize("call, error, text", [
+    (lambda m, s, r: planex.calibrate(m.replace(focal_length=-1), r, s), planex.Error,
+     "Invalid focal length."),
+    (lambda m, s, r: planex.calibrate(m, r, planex.SensorTraits(2561, 9)), planex.Error,
+     "outside the model's sensor of 2560 x 1024"),
+    (lambda m, s, r: planex.calibrate("m", r, s), TypeError, "model must be a planex.Model"),
+    (lambda m, s, r: planex.calibrate(m, r, (9, 9)), TypeError, "must be a planex.SensorTraits"),
+    (lambda m, s, r: planex.calibrate(m, r, s, precision="half"), ValueError, "single, double"),
+    (lambda m, s, r: planex.calibrate(m, r, s, threads=0), ValueError, "1 or more"),
+    (lambda m, s, r: planex.calibrate(m, r, planex.SensorTraits(9, 9, "1")), TypeError, "number"),
+    (lambda m, s, r: planex.align(m, ONES, ONES, numpy.ones(3)), ValueError, r"y has.*\(4,\)"),
+    (lambda m, s, r: planex.align(m, ONES[:2], ONES, numpy.ones(4)), ValueError, "size of z"),
+    (lambda m, s, r: planex.rectify(ONES, ONES[:3], GRID), ValueError, "of one size"),
+    (lambda m, s, r: planex.rectify(ONES, ONES, GRID, mode="darkest"), planex.Error, "Intensity"),
+    (lambda m, s, r: planex.rectify(ONES, ONES, GRID, intensity=r[:3]), ValueError, "each point"),
+    (lambda m, s, r: planex.rectify(ONES, ONES, GRID, dtype="i2"), TypeError, "float32.*uint16"),
+    (lambda m, s, r: planex.rectify(ONES, ONES, GRID, intensity=r, intensity_limits=(0, 65536)),
+     ValueError, "from 0 to 65535"),
+    (lambda m, s, r: planex.height_map(m, r, s, aligned=True), TypeError, "needs a grid"),
+    (lambda m, s, r: planex.map_points(m, ONES, "pixel", "aligned"), ValueError, "last axis"),
+    (lambda m, s, r: planex.map_points(m, ONES[:, :2], "pixel", "aligned"), ValueError,
+     "pass numpy.ascontiguousarray"),
+    (lambda m, s, r: planex.map_points(m, STORE[:8].reshape(4, 2), "pixel", "aligned",
+                                       out=STORE[2:10].reshape(4, 2)), ValueError, "a part of its"),
+    (lambda m, s, r: planex.map_points(m, ONES, "pixels", "aligned"), ValueError, "source is 'pixels'"),
+    (lambda m, s, r: planex.bounds(m, planex.SensorTraits(9, 9, scale_z=0.0), 9), planex.Error,
+     "too many range values"),
+    (lambda m, s, r: planex.Grid(9, -1.0, 0, 1, 0, GRID.splat) and planex.rectify(
+        ONES, ONES, planex.Grid(9, -1.0, 0, 1, 0, GRID.splat)), ValueError, "negative scale"),
+])
+def test_refusals(model, sensor, call, error, text):
+    with pytest.raises(error, match=text) as caught:
+        call(model, sensor, numpy.ones((4, 8), numpy.uint16))
+    assert type(caught.value) is error
+
+
+def test_threads_have_their_own_messages_limits_and_results(model, sensor, scan):
+    want = bits(*planex.calibrate(model, scan, sensor))
+    faults = {"Invalid focal length.": model.replace(focal_length=0),
+              "Invalid lens center matrix.": model.replace(lens_center=(0, 0))}
+    seen = []
+
+    def work(text, broken):
+        with planex.thread_limit(1):
+            for _ in range(20):
+                try:
+                    planex.calibrate(broken, scan, sensor)
+                except planex.Error as error:
+                    seen.append([r[2] for r in error.records] == [text])
+                seen.append(bits(*planex.calibrate(model, scan, sensor)) == want)
+
+    workers = [threading.Thread(target=work, args=item) for item in faults.items()]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    assert len(seen) == 80 and all(seen)
+
+
+def test_other_threads_run_meanwhile(model, sensor):
+    image = numpy.ones((2000, 2560), numpy.uint8)
+    inside, ticks, stop = [False], [0], threading.Event()
+
+    def tick():
+        while not stop.is_set():
+            ticks[0] += inside[0]
+            time.sleep(0.001)
+
+    ticker = threading.Thread(target=tick)
+    ticker.start()
+    previous = sys.getswitchinterval()
+    sys.setswitchinterval(60)  # so that only a call that lets go of the interpreter is interrupted
+    try:
+        for _ in range(50):
+            inside[0] = True
+            planex.height_map(model, image, sensor, GRID)
+            inside[0] = False
+            if ticks[0]:
+                break
+    finally:
+        sys.setswitchinterval(previous)
+        stop.set()
+        ticker.join()
+    assert ticks[0] > 0
+
+
+def test_signals_are_seen_between_blocks(model, sensor):
+    image = numpy.zeros((16000, 2560), numpy.uint8)  # five blocks
+    out = numpy.full((16000, 40), 7, FLOAT)
+
+    def interrupt(number, frame):
+        raise KeyboardInterrupt
+
+    previous = signal.signal(signal.SIGALRM, interrupt)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            signal.setitimer(signal.ITIMER_REAL, 0.005)
+            planex.height_map(model, image, sensor, GRID, out=out, threads=1)
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, previous)
+    assert (out[-1] == 7).all()
+
+
+def resident():
+    with open("/proc/self/statm", encoding="ascii") as file:
+        return int(file.read().split()[1]) * 4096
+
+
+def test_nothing_leaks(model, sensor, scan):
+    few = scan[:2, :300]
+    out = numpy.empty((2, 300), FLOAT), numpy.empty((2, 300), FLOAT)
+    broken = model.replace(homography=numpy.full((3, 3), numpy.nan))
+    text = model.to_json()
+
+    def round_trip():
+        planex.calibrate(model, few, sensor, out=out)
+        planex.height_map(model, few, sensor, GRID, intensity=few)
+        planex.map_points(model, ONES[:, :3].copy(), "calibrated", "aligned")
+        hash(planex.Model.from_json(text).replace(focal_length=2.0))
+        for bad in (few.T, model):
+            with pytest.raises((TypeError, ValueError)):
+                planex.calibrate(broken, bad, sensor)
+        with pytest.raises(planex.Error):
+            planex.calibrate(model.replace(focal_length=0), few, sensor)
+
+    for _ in range(300):
+        round_trip()
+    counts, before = [sys.getrefcount(o) for o in (model, few, sensor, *out)], resident()
+    for _ in range(3000):
+        round_trip()
+    assert [sys.getrefcount(o) for o in (model, few, sensor, *out)] == counts
+    assert resident() - before < 2 << 20

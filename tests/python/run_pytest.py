@@ -1,0 +1,16 @@
+"""Usage: run_pytest.py FOLDER_OF_PACKAGE FILE. Ends with 77, skipped, where a package is missing."""
+
+import pathlib
+import sys
+
+sys.path.insert(0, sys.argv[1])
+try:
+    import hypothesis  # noqa: F401
+    import pytest
+except ImportError as error:
+    print(f"skipped: there is no {error.name}; scripts/setup.sh python installs it")
+    sys.exit(77)
+import planex
+
+assert pathlib.Path(planex.__file__).is_relative_to(sys.argv[1]), planex.__file__
+sys.exit(pytest.main(["-q", "-p", "no:cacheprovider", "--tb=short", sys.argv[2]]))
