@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-scripts/setup.sh build test
-cmake --preset release "$@"
+scripts/setup.sh build test python
+cmake --preset release -DPLANEX_BUILD_PYTHON=ON "$@"
 cmake --build --preset release
 ctest --preset release

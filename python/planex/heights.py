@@ -12,6 +12,8 @@ from numpy.typing import NDArray
 from planex import _core
 from planex.records import Grid
 
+_masked: Any = np.ma.MaskedArray  # NumPy has no types for it
+
 
 @dataclass(frozen=True, eq=False)
 class HeightMap:
@@ -44,9 +46,9 @@ class HeightMap:
         empty = np.isnan(self.z) if math.isnan(self.missing) else self.z == np.float32(self.missing)
         return np.asarray(empty)
 
-    def masked(self) -> np.ma.MaskedArray[Any, Any]:
-        """The cells with their mask; shares z."""
-        return np.ma.MaskedArray(self.z, self.mask)
+    def masked(self) -> Any:
+        """The cells with their mask, a numpy.ma.MaskedArray that shares z."""
+        return _masked(self.z, self.mask)
 
     def heights(self) -> NDArray[np.float32]:
         """Heights in world units: z itself, or the heights of its levels, NaN for none."""
@@ -72,7 +74,7 @@ class HeightMap:
         Options go to ``Axes.imshow``.
         """
         if ax is None:
-            import matplotlib.pyplot
+            import matplotlib.pyplot  # type: ignore[import]
 
             ax = matplotlib.pyplot.gca()
         half_x, half_y = self.grid.x_scale / 2, self.y_scale / 2
@@ -84,8 +86,8 @@ class HeightMap:
             first_y + rows * self.y_scale,
             first_y,
         )
-        heights = np.ma.MaskedArray(self.heights(), self.mask)
-        image = ax.imshow(heights, **{"extent": extent, "aspect": "auto", **options})
+        options = {"extent": extent, "aspect": "auto", **options}
+        image = ax.imshow(_masked(self.heights(), self.mask), **options)
         ax.set_xlabel(f"X ({self.unit})")
         ax.set_ylabel("Y")
         ax.figure.colorbar(image, ax=ax, label=f"Z ({self.unit})")

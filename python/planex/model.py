@@ -242,9 +242,17 @@ class Model:
         parts = self._native.region
         if parts is None:
             return None
-        count, *residuals, x, dx, z, dz = parts
+        count, average_x, average_z, maximum_x, maximum_z, x, dx, z, dz = parts
         rows, columns = count.shape
-        return Region(count, *residuals, x + dx * np.arange(columns), z + dz * np.arange(rows))
+        return Region(
+            count,
+            average_x,
+            average_z,
+            maximum_x,
+            maximum_z,
+            x + dx * np.arange(columns),
+            z + dz * np.arange(rows),
+        )
 
     def _all_bits(self) -> tuple[bytes, bytes]:
         if self._bits is None:

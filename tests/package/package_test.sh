@@ -16,7 +16,8 @@ step_install() {
   "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
   # Exported targets come in one file more per configuration, named after it.
   diff <(cd "$here" && sed "s|@LIBDIR@|$libdir|; s|@VERSION@|$version|" "$@" | sort) \
-    <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|' | sort)
+    <(cd "$prefix" && find . ! -type d | sed 's|^\./||; s|Targets-[a-z]*\.cmake|Targets-config.cmake|
+      s|^lib.*/python3[.0-9]*/[a-z]*-packages/|python/|; s|/_core\..*\.so$|/_core.so|' | sort)
 }
 
 step_headers() { # each compiles alone
@@ -58,6 +59,13 @@ step_pkgconfig() {
   consume planex "$cxx" -std=c++17 "$here/consumer/cxx_consumer.cc"
   pkg-config --exists planex-io || exit 0
   consume planex-io "$cxx" -std=c++17 "$here/consumer/io_consumer.cc"
+}
+
+step_python() { # it finds its library in the prefix
+  local python
+  python=$(sed -n 's/^Python_EXECUTABLE:[^=]*=//p' "$build_dir/CMakeCache.txt")
+  env -u LD_LIBRARY_PATH PYTHONPATH="$(dirname "$(find "$prefix" -path '*-packages/planex')")" \
+    "${python:-/usr/bin/python3}" -B -c "import planex; print(planex.Model.from_file('$model'))"
 }
 
 step_command() {

@@ -2,11 +2,14 @@
 
 import pathlib
 
+import hypothesis
 import numpy
 import pytest
 
 import planex
 
+hypothesis.settings.register_profile("same", database=None, derandomize=True, deadline=None)
+hypothesis.settings.load_profile("same")
 ROOT = pathlib.Path(__file__).parents[2]
 
 

@@ -20,7 +20,7 @@ def bits(*arrays):
 NUMBERS = strategies.floats(-0.1, 0.1)
 
 
-@settings(max_examples=40, deadline=None)
+@settings(max_examples=40)
 @given(strategies.lists(NUMBERS, min_size=8, max_size=8), strategies.sampled_from("BHILfd"),
        strategies.tuples(*[strategies.integers(1, 3)] * 2), strategies.integers(0, 9))
 def test_calibration_is_its_formula_on_any_view(model, near, code, steps, origin):
@@ -42,7 +42,7 @@ def test_calibration_is_its_formula_on_any_view(model, near, code, steps, origin
     numpy.testing.assert_allclose(single.x, x, rtol=1e-3, atol=1e-5)
 
 
-@settings(max_examples=40, deadline=None)
+@settings(max_examples=40)
 @given(strategies.integers(0, 2**32 - 1), strategies.sampled_from(["lowest", "highest"]))
 def test_rectification_is_its_formula(seed, mode):
     random = numpy.random.default_rng(seed)
@@ -118,7 +118,8 @@ def test_grids():
     assert bounds.grid(pixel_size=0.3, x=(0.0, 1.0)).columns == 4
     heights = planex.HeightMap(numpy.zeros((2, 5), FLOAT), grid, y_scale=2.0, y_origin=3.0)
     assert heights.x.tolist() == [-1, 0, 1, 2, 3] and heights.y.tolist() == [3, 5]
-    array = pytest.importorskip("xarray") and heights.to_xarray()
+    pytest.importorskip("xarray")
+    array = heights.to_xarray()
     assert numpy.shares_memory(array.values, heights.z) and array.sel(x=2.0, y=5.0) == 0
     pytest.importorskip("matplotlib").use("Agg")
     assert heights.plot().get_images()[0].get_extent() == (-1.5, 3.5, 6.0, 2.0)
