@@ -114,7 +114,8 @@ def test_alignment_and_points_agree(model, sensor, scan):
 def test_grids():
     bounds = planex.Bounds((-1.0, 3.0), (10.0, 20.0), planex.Splat(0.5, 0.25), 5)
     grid = bounds.grid(c=2.0)
-    assert grid == planex.Grid(5, 1.0, -1.0, 10 / 65534, 10 - 10 / 65534, planex.Splat(0.5, 0.25, 2))
+    step = 10 / 65534
+    assert grid == planex.Grid(5, 1.0, -1.0, step, 10 - step, planex.Splat(0.5, 0.25, 2))
     assert bounds.grid(pixel_size=0.3, x=(0.0, 1.0)).columns == 4
     heights = planex.HeightMap(numpy.zeros((2, 5), FLOAT), grid, y_scale=2.0, y_origin=3.0)
     assert heights.x.tolist() == [-1, 0, 1, 2, 3] and heights.y.tolist() == [3, 5]
@@ -207,7 +208,8 @@ ONES = numpy.ones((4, 8))
      "pass numpy.ascontiguousarray"),
     (lambda m, s, r: planex.map_points(m, STORE[:8].reshape(4, 2), "pixel", "aligned",
                                        out=STORE[2:10].reshape(4, 2)), ValueError, "a part of its"),
-    (lambda m, s, r: planex.map_points(m, ONES, "pixels", "aligned"), ValueError, "source is 'pixels'"),
+    (lambda m, s, r: planex.map_points(m, ONES, "pixels", "aligned"), ValueError,
+     "source is 'pixels'"),
     (lambda m, s, r: planex.bounds(m, planex.SensorTraits(9, 9, scale_z=0.0), 9), planex.Error,
      "too many range values"),
     (lambda m, s, r: planex.Grid(9, -1.0, 0, 1, 0, GRID.splat) and planex.rectify(

@@ -100,7 +100,8 @@ def test_files_and_what_is_worth_knowing(model, tmp_path, caplog):
     model.replace(file_version=3).to_file(path, overwrite=True)
     caplog.set_level(logging.INFO)
     assert Model.from_file(path).replace(file_version=2) == model
-    assert [(r.name, r.levelname) for r in caplog.records] == [("planex.Image.Planex.Model", "INFO")]
+    said = [(record.name, record.levelname) for record in caplog.records]
+    assert said == [("planex.Image.Planex.Model", "INFO")]
 
 
 @pytest.mark.parametrize("spoil", [

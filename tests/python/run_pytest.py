@@ -1,4 +1,4 @@
-"""Usage: run_pytest.py FOLDER_OF_PACKAGE FILE. Ends with 77, skipped, where a package is missing."""
+"""Usage: run_pytest.py FOLDER_OF_PACKAGE FILE. Ends with 77 where a package is missing."""
 
 import pathlib
 import sys
