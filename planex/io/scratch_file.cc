@@ -36,6 +36,7 @@ void ScratchFile::require(bool good, const char* what) const {
 }
 
 void ScratchFile::write(const void* data, std::size_t size) {
+  if (size == 0) return;  // of nothing there may be no address
   require(std::fwrite(data, 1, size, stream_) == size, "cannot be written");
 }
 
@@ -44,6 +45,7 @@ void ScratchFile::rewind() {
 }
 
 void ScratchFile::read(void* data, std::size_t size) {
+  if (size == 0) return;
   require(std::fread(data, 1, size, stream_) == size, "cannot be put together");
 }
 
