@@ -17,18 +17,18 @@ echo
 echo "raw data: $PWD/$scan/height.pgm, $PWD/$scan/intensity_map.pgm"
 
 planex=build/release/tools/planex
-shown() {
+shown() { # an earlier demo's files may stand there
   echo
   echo "\$ planex ${*//$scan\//}"
-  "$planex" "$@" --force
+  "$planex" "$@"
 }
-shown info "$scan/model.json" --plot "$scan/view.png"
+shown info "$scan/model.json" --plot "$scan/view.png" --force
 shown rectify "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
-  --fill 4 -o "$scan/map.tif" --preview "$scan/preview.png" --shade
+  --fill 4 -o "$scan/map.tif" --preview "$scan/preview.png" --shade --force
 shown rectify "$scan/model.json" "$scan/range.pgm" --aligned --float --layers count,sigma --fill 4 \
-  -o "$scan/aligned.tif" --preview "$scan/aligned.png" --shade
+  -o "$scan/aligned.tif" --preview "$scan/aligned.png" --shade --force
 shown stats "$scan/map.tif" --rect -47,18,-19,28 # the highest step of the gauge
-shown profile "$scan/map.tif" --at 50 -o "$scan/profile.png"
+shown profile "$scan/map.tif" --at 50 -o "$scan/profile.png" --force
 shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
-  --aligned -o "$scan/points.ply"
+  --aligned -o "$scan/points.ply" --force
 echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png and view.png; $PWD/$scan/points.ply opens in any viewer of point clouds"
