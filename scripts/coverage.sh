@@ -9,7 +9,9 @@ scripts/setup.sh build test check
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
-# Instrumented code is slow, and says nothing of how time grows.
+# Instrumented code is slow, and says nothing of how time grows. It cannot write its counts where a
+# test limits the size of files.
+export GCOV_ERROR_FILE=/dev/null
 ctest --preset coverage --quiet --exclude-regex TakesLinearTime
 
 output=build/coverage/html

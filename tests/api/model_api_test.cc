@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <ctime>
@@ -28,7 +29,8 @@ class ModelFile : public ApiTest {
     return text.data();
   }
 
-  const std::string path_ = ::testing::TempDir() + "planex_model_file_test.json";
+  const std::string path_ =
+      ::testing::TempDir() + "planex_model_file_" + std::to_string(::getpid()) + ".json";
   uint32_t model_ = 77;
 };
 
