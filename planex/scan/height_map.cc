@@ -26,7 +26,7 @@ class Description {
       throw Failure(map, "has no " + io::inOneLine(path_) +
                              " beside it, which says what its numbers mean; copy it, too");
     }
-    io::InputFile{path_};  // not a pipe to wait for
+    const io::InputFile file(path_);  // not a pipe to wait for
     json_.reset(cJSON_Parse(io::readTextFile(path_).c_str()));
     if (json_ == nullptr) refuse("is not JSON; write the map again");
     if (text(json_.get(), "content") != "height map") {

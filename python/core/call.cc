@@ -61,9 +61,9 @@ void LogCapture::Raise(const char* fallback) const {
   raise("Error", records_.empty() ? fallback : records_.back().message, py::tuple(list));
 }
 
-void raise(const char* errorClass, const std::string& text, py::tuple records) {
+void raise(const char* errorClass, const std::string& text, const py::tuple& records) {
   const py::object type = py::module_::import("planex.errors").attr(errorClass);
-  const py::object error = type(text, std::move(records));
+  const py::object error = type(text, records);
   PyErr_SetObject(type.ptr(), error.ptr());
   throw py::error_already_set();
 }

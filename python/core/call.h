@@ -42,7 +42,7 @@ class LogCapture {
 
 /// Raises a class of planex.errors.
 [[noreturn]] void raise(const char* errorClass, const std::string& text,
-                        py::tuple records = py::tuple());
+                        const py::tuple& records = py::tuple());
 
 /// Runs body(), a call of the library that returns whether it succeeded, without the GIL.
 template <typename Body>

@@ -184,7 +184,8 @@ py::array arrayOf(const double* values, py::array::ShapeContainer shape) {
 }
 
 py::array arrayOf(const Matrix& matrix) {
-  const Matrix packed = matrix;  // rows without padding
+  // A copy has rows without padding.
+  const Matrix packed = matrix;  // NOLINT(performance-unnecessary-copy-initialization)
   return arrayOf(packed.Data(), {packed.Height(), packed.Width()});
 }
 
