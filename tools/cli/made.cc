@@ -9,6 +9,16 @@
 
 namespace planex::tools {
 
+void addSensor(const io::JsonObject& parent, const datafusion::planex::SensorRegion& region) {
+  const io::JsonObject sensor = parent.addObject("sensor");
+  sensor.add("scaleX", region.scaleX);
+  sensor.add("originX", region.originX);
+  sensor.add("scaleZ", region.scaleZ);
+  sensor.add("originZ", region.originZ);
+  sensor.add("width", region.width);
+  sensor.add("height", region.height);
+}
+
 OutputSidecar::OutputSidecar(std::string path, const char* content, const Context& context)
     : path_(std::move(path)), commandLine_(context.commandLine), made_(root_) {
   root_.add("generator", "planex " PLANEX_VERSION_STRING);
@@ -27,13 +37,7 @@ const io::JsonObject& OutputSidecar::addMade(const ModelSource& model) {
 
 void OutputSidecar::addScan(const datafusion::planex::SensorRegion& region,
                             const scan::YPositions& y) {
-  const io::JsonObject sensor = made_.addObject("sensor");
-  sensor.add("scaleX", region.scaleX);
-  sensor.add("originX", region.originX);
-  sensor.add("scaleZ", region.scaleZ);
-  sensor.add("originZ", region.originZ);
-  sensor.add("width", region.width);
-  sensor.add("height", region.height);
+  addSensor(made_, region);
   addRows(y);
 }
 

@@ -16,6 +16,9 @@ struct ModelSource {
   std::string file, sha256;
 };
 
+/// Adds the member "sensor", in the form of the sidecars of range images.
+void addSensor(const io::JsonObject& parent, const datafusion::planex::SensorRegion& region);
+
 /// The sidecar of an output: what the output is, and in the member "made" how it was made.
 class OutputSidecar {
  public:

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/cli/made.h"
 #include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
@@ -50,13 +51,7 @@ std::string jsonText(const WorldBounds& bounds, const HeightGrid& grid, const Se
                      const std::string& unit) {
   io::JsonText root;
   root.add("unit", unit);
-  const io::JsonObject sensor = root.addObject("sensor");
-  sensor.add("scaleX", region.scaleX);
-  sensor.add("originX", region.originX);
-  sensor.add("scaleZ", region.scaleZ);
-  sensor.add("originZ", region.originZ);
-  sensor.add("width", region.width);
-  sensor.add("height", region.height);
+  addSensor(root, region);
   const io::JsonObject world = root.addObject("bounds");
   world.add("xMin", bounds.x.min);
   world.add("xMax", bounds.x.max);
