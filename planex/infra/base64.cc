@@ -32,7 +32,7 @@ constexpr PlacedValues kSecond = placedValues(12);
 constexpr PlacedValues kThird = placedValues(6);
 constexpr PlacedValues kFourth = placedValues(0);
 
-std::uint32_t group(const char* text) {
+[[gnu::always_inline]] inline std::uint32_t group(const char* text) {
   std::uint32_t c = 0;
   std::memcpy(&c, text, sizeof c);
   return kFirst[c & 0xff] | kSecond[c >> 8 & 0xff] | kThird[c >> 16 & 0xff] | kFourth[c >> 24];

@@ -51,14 +51,24 @@ std::mutex& parserMutex() {
 /// The parser takes some hundred bytes of stack for each level. A model document has nine.
 constexpr int kMaxNesting = 100;
 
+/// The quote that ends a string, which begins at `text`; null where the text ends before.
+const char* endOfString(const char* text) {
+  for (const char* from = text;; ++from) {
+    from = std::strchr(from, '"');  // strings hold images, and are most of a document
+    if (from == nullptr) return nullptr;
+    const char* unescaped = from;
+    while (unescaped != text && unescaped[-1] == '\\') --unescaped;
+    if ((from - unescaped) % 2 == 0) return from;
+  }
+}
+
 /// Whether the first value of the text nests deeper. What is not JSON may count as either.
 bool nestsTooDeep(const char* text) {
   int depth = 0;
-  bool inString = false;
   for (; *text != '\0'; ++text) {
-    if (*text == '"') inString = !inString;
-    if (inString) {
-      if (*text == '\\' && *++text == '\0') return false;
+    if (*text == '"') {
+      text = endOfString(text + 1);
+      if (text == nullptr) return false;
     } else if (*text == '{' || *text == '[') {
       if (++depth > kMaxNesting) return true;
     } else if ((*text == '}' || *text == ']') && --depth <= 0) {

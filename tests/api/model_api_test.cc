@@ -107,7 +107,7 @@ TEST_F(ModelFile, RefusesWhatIsNoRegularFile) {
 TEST_F(ApiTest, DeepNestingIsRefused) {
   for (const std::size_t levels : {98U, 99U, 5000000U}) {  // below two of the document
     const std::string array = std::string(levels, '[') + std::string(levels, ']');
-    const std::string member = "\"{\\\"[[\": " + array + ", \"FileVersion\"";
+    const std::string member = R"("{\"[[\\": )" + array + ", \"FileVersion\"";
     uint32_t model = 77;
     const std::string document = with(kModelDocument, "\"FileVersion\"", member);
     EXPECT_EQ(createModelFromJson((document + std::string(101, '[')).c_str(), &model),
