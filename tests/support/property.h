@@ -32,7 +32,7 @@
 ///     PLANEX_PROPERTY(mapping) { ... source.Between(0, 3) ... CHECK_HOLDS(a == b); }
 ///
 /// A third program runs the property with every allocation failing in turn. Stored inputs stand in
-/// fuzz/corpus/<name>.
+/// fuzz/corpus/<name>.txt.
 #define PLANEX_PROPERTY(name)                                                               \
   static void name##Holds(test::ByteSource& source);                                        \
   [[maybe_unused]] static const bool name##Known = test::addProperty({#name, name##Holds}); \

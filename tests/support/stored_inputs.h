@@ -1,10 +1,7 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -14,18 +11,24 @@ namespace test {
 
 using Input = std::vector<std::uint8_t>;
 
-/// The inputs that are stored for a property, the same order everywhere.
-inline std::vector<Input> storedInputs(const Property& property) {
-  std::vector<std::filesystem::path> files;
-  const std::string folder = std::string(PLANEX_FUZZ_CORPUS "/") + property.name;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    files.push_back(entry.path());
+/// An input from its line of text, where \xNN is a byte.
+inline Input inputOf(const std::string& line) {
+  Input input;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const bool isCode = line[i] == '\\';
+    input.push_back(static_cast<std::uint8_t>(isCode ? std::stoi(line.substr(i + 2, 2), nullptr, 16)
+                                                     : line[i]));
+    if (isCode) i += 3;
   }
-  std::sort(files.begin(), files.end());
+  return input;
+}
+
+/// The inputs that are stored for a property, see fuzz/stored_inputs.py.
+inline std::vector<Input> storedInputs(const Property& property) {
+  std::ifstream file(std::string(PLANEX_FUZZ_CORPUS "/") + property.name + ".txt");
   std::vector<Input> inputs;
-  for (const auto& path : files) {
-    std::ifstream file(path, std::ios::binary);
-    inputs.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind("# ", 0) != 0) inputs.push_back(inputOf(line));
   }
   return inputs;
 }
