@@ -170,6 +170,8 @@ py::array newProfiles(ImageType type, std::int64_t rows, std::int64_t columns) {
       return py::array_t<std::uint8_t>(shape);
     case cmnalg::IMAGE_TYPE_UINT16:
       return py::array_t<std::uint16_t>(shape);
+    case cmnalg::IMAGE_TYPE_UINT32:
+      return py::array_t<std::uint32_t>(shape);
     default:
       return py::array_t<float>(shape);
   }

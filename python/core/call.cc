@@ -61,10 +61,18 @@ void LogCapture::Raise(const char* fallback) const {
   raise("Error", records_.empty() ? fallback : records_.back().message, py::tuple(list));
 }
 
-void raise(const char* errorClass, const std::string& text, const py::tuple& records) {
+void setError(const char* errorClass, const std::string& text, const py::tuple& records) {
   const py::object type = py::module_::import("planex.errors").attr(errorClass);
-  const py::object error = type(text, records);
+  // Names of files may be no UTF-8.
+  const auto decoded = py::reinterpret_steal<py::object>(
+      PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<py::ssize_t>(text.size())));
+  if (!decoded) throw py::error_already_set();
+  const py::object error = type(decoded, records);
   PyErr_SetObject(type.ptr(), error.ptr());
+}
+
+void raise(const char* errorClass, const std::string& text, const py::tuple& records) {
+  setError(errorClass, text, records);
   throw py::error_already_set();
 }
 

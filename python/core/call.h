@@ -40,6 +40,10 @@ class LogCapture {
   LogCapture* outer_;
 };
 
+/// Makes an error of a class of planex.errors the one that Python raises next.
+void setError(const char* errorClass, const std::string& text,
+              const py::tuple& records = py::tuple());
+
 /// Raises a class of planex.errors.
 [[noreturn]] void raise(const char* errorClass, const std::string& text,
                         const py::tuple& records = py::tuple());

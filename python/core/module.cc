@@ -8,4 +8,5 @@ PYBIND11_MODULE(_core, module) {
   planex_python::bindCalibration(module);
   planex_python::bindRectification(module);
   planex_python::bindPoints(module);
+  planex_python::bindFiles(module);
 }

@@ -11,7 +11,8 @@
 Arrays are NumPy's and are used where they lie. Models and records are values.
 """
 
-from planex.errors import DocumentError, Error
+from planex.errors import DocumentError, Error, ImageError
+from planex.files import ImageFile, read_image
 from planex.functions import (
     AlignedPoints,
     Points,
@@ -37,6 +38,8 @@ __all__ = [
     "Error",
     "Grid",
     "HeightMap",
+    "ImageError",
+    "ImageFile",
     "Model",
     "Points",
     "Rectangle",
@@ -53,6 +56,7 @@ __all__ = [
     "map_box",
     "map_points",
     "map_rectangle",
+    "read_image",
     "rectify",
     "thread_limit",
 ]

@@ -23,5 +23,9 @@ class Error(ValueError):
         return type(self), (str(self), self.records)
 
 
+class ImageError(Error):
+    """A file is no image that can be read here, is damaged or cut off."""
+
+
 class DocumentError(Error):
     """A text is no model document, or a model cannot be written as one."""

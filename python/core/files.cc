@@ -1,0 +1,117 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "core/bindings.h"
+#include "core/call.h"
+#include "planex/io/failure.h"
+#include "planex/io/image_reader.h"
+
+namespace planex_python {
+namespace {
+
+using planex::io::Failure;
+using planex::io::ImageReader;
+using planex::io::ImageShape;
+
+/// A range image in a file, for all threads of the interpreter.
+///
+/// A reader stands in the middle of a file: threads take turns, one that failed is not used again,
+/// and neither is that of a parent process, with which the file's position would be shared.
+class ImageFile {
+ public:
+  explicit ImageFile(std::string path) : path_(std::move(path)) {
+    const py::gil_scoped_release release;
+    Open();
+    shape_ = reader_->shape();
+  }
+
+  const ImageShape& Shape() const { return shape_; }
+
+  /// Rows from `first` on, into an array of its type and as many columns.
+  py::object Read(std::int64_t first, std::int64_t count, py::object given) {
+    if (first < 0 || count < 0 || count > shape_.height - first) {
+      throw py::value_error("rows lie outside the image");
+    }
+    Output out(std::move(given), "out", shape_.type, count, shape_.width);
+    out.Allocate();
+    const Turn turn(*this);
+    forEachBlock(count, profilesPerBlock(kPixelsPerBlock, {&out.profiles}), 0,
+                 [&](std::int64_t done, int rows) {
+                   ReadBlock(static_cast<int>(first + done), rows, out.profiles.At(done));
+                   return true;
+                 });
+    return out.array;
+  }
+
+ private:
+  /// Waits without the GIL for those who read. A thread may come again, in a handler of signals.
+  class Turn {
+   public:
+    explicit Turn(ImageFile& file) : lock_(file.turn_, std::defer_lock) {
+      const py::gil_scoped_release release;
+      lock_.lock();
+    }
+
+   private:
+    std::unique_lock<std::recursive_mutex> lock_;
+  };
+
+  void Open() {
+    reader_ = ImageReader::open(path_, planex::io::Samples::kRanges);
+    process_ = ::getpid();
+  }
+
+  void ReadBlock(int first, int count, char* rows) {
+    if (reader_ == nullptr || process_ != ::getpid()) {
+      Open();
+      const ImageShape& shape = reader_->shape();
+      if (shape.width != shape_.width || shape.height != shape_.height ||
+          shape.type != shape_.type) {
+        reader_.reset();
+        throw Failure(path_, "has become an image of another size or type; open it again");
+      }
+    }
+    std::unique_ptr<ImageReader> reader = std::move(reader_);
+    reader->readRows(first, count, rows);
+    reader_ = std::move(reader);
+  }
+
+  std::string path_;
+  ImageShape shape_;
+  std::recursive_mutex turn_;
+  std::unique_ptr<ImageReader> reader_;
+  pid_t process_ = 0;
+};
+
+void translate(std::exception_ptr thrown) {
+  try {
+    if (thrown != nullptr) std::rethrow_exception(thrown);
+  } catch (const Failure& failure) {
+    setError("ImageError", failure.what());
+  }
+}
+
+}  // namespace
+
+void bindFiles(py::module_& module) {
+  py::register_local_exception_translator(&translate);
+  py::class_<ImageFile>(module, "ImageFile")
+      .def(py::init<std::string>())
+      .def_property_readonly("shape",
+                             [](const ImageFile& file) {
+                               return py::make_tuple(file.Shape().height, file.Shape().width);
+                             })
+      .def_property_readonly(
+          "type_name",
+          [](const ImageFile& file) { return cmnalg::serialisedTypeName(file.Shape().type); })
+      .def("read", &ImageFile::Read);
+}
+
+}  // namespace planex_python
