@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <mutex>
 #include <new>
 #include <random>
 #include <system_error>
@@ -31,20 +33,9 @@ struct UnfinishedFile {
   std::string target;  // the name that it is to have
 };
 std::array<UnfinishedFile, 16> unfinishedFiles;
+std::mutex placesLock;  // guards what signal handlers do not read: `used` and `target`
 
 static_assert(std::atomic<bool>::is_always_lock_free, "read in signal handlers");
-
-/// @return a free place in the list, or -1
-int placeFor(std::string target) {
-  for (std::size_t i = 0; i < unfinishedFiles.size(); ++i) {
-    UnfinishedFile& file = unfinishedFiles[i];
-    if (file.used) continue;
-    file.target.swap(target);
-    file.used = true;
-    return static_cast<int>(i);
-  }
-  return -1;
-}
 
 /// While it lives no signal comes between the naming of a file and its remembering.
 class BlockedSignals {
@@ -52,9 +43,9 @@ class BlockedSignals {
   BlockedSignals() {
     sigset_t all;
     sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &before_);
+    pthread_sigmask(SIG_BLOCK, &all, &before_);
   }
-  ~BlockedSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
   BlockedSignals(const BlockedSignals&) = delete;
   BlockedSignals& operator=(const BlockedSignals&) = delete;
 
@@ -123,6 +114,28 @@ bool isBeingWritten(const std::string& target) {
   });
 }
 
+/// @return a free place in the list, or -1. A Failure for a name that another file is to have
+int placeFor(std::string target) {
+  const std::lock_guard<std::mutex> lock(placesLock);
+  if (isBeingWritten(target)) {
+    throw Failure(target, "is the name of two outputs; give each its own");
+  }
+  for (std::size_t i = 0; i < unfinishedFiles.size(); ++i) {
+    UnfinishedFile& file = unfinishedFiles[i];
+    if (file.used) continue;
+    file.target.swap(target);
+    file.used = true;
+    return static_cast<int>(i);
+  }
+  return -1;
+}
+
+void leavePlace(int place) {
+  if (place < 0) return;
+  const std::lock_guard<std::mutex> lock(placesLock);
+  unfinishedFiles[static_cast<std::size_t>(place)].used = false;
+}
+
 /// A hidden name beside `path` that says whose it is, for mkstemp; a long one is cut between
 /// letters.
 std::string temporaryNameOf(const std::string& path) {
@@ -138,7 +151,7 @@ constexpr int kNameAttempts = 100;
 /// Other letters for the X of a temporary name.
 void drawEnding(std::string& name) {
   static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
-  static std::random_device random;
+  std::random_device random;
   for (std::size_t i = name.size() - 6; i < name.size(); ++i) {
     name[i] = kLetters[random() % (sizeof kLetters - 1)];
   }
@@ -156,6 +169,18 @@ int openUnnamed(const std::string& path) {
   return -1;
 }
 
+/// The mask of the process. To ask for it by umask() would change it for all threads a moment.
+mode_t currentMask() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, 6, "Umask:") != 0) continue;
+    return static_cast<mode_t>(std::strtoul(line.c_str() + 6, nullptr, 8));
+  }
+  const mode_t mask = umask(0);
+  umask(mask);
+  return mask;
+}
+
 /// Both kinds are made as files that only their owner may read. The permissions of a file that is
 /// replaced go on only where they mean the same people; bits beyond permissions, as set-user-ID,
 /// never do.
@@ -166,9 +191,7 @@ void givePermissions(int descriptor, const std::string& target) {
       own.st_uid == old.st_uid && own.st_gid == old.st_gid) {
     mode = old.st_mode & 0777;
   } else {
-    const mode_t mask = umask(0);
-    umask(mask);
-    mode = 0666 & ~mask;
+    mode = 0666 & ~currentMask();
   }
   fchmod(descriptor, mode);
 }
@@ -179,9 +202,6 @@ std::string reason() { return std::strerror(errno); }
 
 OutputFile::OutputFile(const std::string& path, bool force) : path_(path), force_(force) {
   requireReplaceable(path_, force);
-  if (isBeingWritten(path_)) {
-    throw Failure(path_, "is the name of two outputs; give each its own");
-  }
   place_ = placeFor(path_);
   try {
     open();
@@ -223,7 +243,7 @@ void OutputFile::discard() {
   if (descriptor_ >= 0) ::close(descriptor_);
   if (!temporary_.empty()) unlink(temporary_.c_str());
   forgetName(place_);
-  if (place_ >= 0) unfinishedFiles[static_cast<std::size_t>(place_)].used = false;
+  leavePlace(place_);
 }
 
 void OutputFile::write(const void* data, std::size_t size) {

@@ -21,7 +21,7 @@ namespace planex::io {
 /// commit() gives it its name in one step. To replace a file it needs a hidden name in the same
 /// folder first, .height.png.planex-XXXXXX, for a moment; on file systems without such files it has
 /// that name from the start, and the destructor and the signals that end a program remove it. Every
-/// failure is a Failure with the name of the file. Files are made and destroyed on one thread.
+/// failure is a Failure with the name of the file. Threads may write files of their own.
 class PLANEX_EXPORT OutputFile {
  public:
   /// @param path  a name that no file has, unless `force` is set, which replaces a regular file, or

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 #include "planex/io/failure.h"
 #include "planex/io/json_value.h"
@@ -172,6 +173,21 @@ std::optional<Provenance> readProvenance(const std::string& path) {
   const std::string fault = compareOutputs(root.get(), result.sidecar, isOutput ? path : "");
   if (!fault.empty()) result.fault = "tells of " + fault;
   return result;
+}
+
+std::string seenFrom(const std::string& sidecar, const std::string& file) {
+  const fs::path folder = fs::path(sidecar).parent_path();
+  std::error_code error;
+  const fs::path seen = fs::proximate(file, folder.empty() ? "." : folder, error);
+  return error ? file : seen.string();
+}
+
+void addOutput(const JsonObject& made, const std::string& sidecar, const char* content,
+               const std::string& file, std::int64_t bytes) {
+  const JsonObject output = made.appendTo("outputs");
+  output.add("file", escapedUtf8(seenFrom(sidecar, file)));
+  output.add("content", content);
+  output.add("bytes", static_cast<double>(bytes));
 }
 
 }  // namespace planex::io

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "planex/infra/export.h"
+#include "planex/io/json.h"
 
 namespace planex::io {
 
@@ -26,5 +28,14 @@ struct Provenance {
 /// A Failure for an image or file of points without a sidecar, and for a sidecar that cannot be
 /// read.
 PLANEX_EXPORT std::optional<Provenance> readProvenance(const std::string& path);
+
+/// A file as seen from the folder of a sidecar: how sidecars name files.
+PLANEX_EXPORT std::string seenFrom(const std::string& sidecar, const std::string& file);
+
+/// Adds an output, complete but for its name, to the list "outputs" of the member "made", which
+/// addList() began; readProvenance() compares it with the file.
+/// @param content  what it is
+PLANEX_EXPORT void addOutput(const JsonObject& made, const std::string& sidecar,
+                             const char* content, const std::string& file, std::int64_t bytes);
 
 }  // namespace planex::io

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -60,6 +61,27 @@ class Description {
     const cJSON* const item = cJSON_GetObjectItemCaseSensitive(json_.get(), "missing");
     if (cJSON_IsString(item) != 0 && text(json_.get(), "missing") == "NaN") return std::nan("");
     return number(json_.get(), "missing");
+  }
+
+  bool isAligned() const {
+    const char* const system =
+        cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(json_.get(), "system"));
+    return system != nullptr && std::strcmp(system, "aligned") == 0;
+  }
+
+  /// Finite numbers of an object in "made"; nothing where one of them is none.
+  template <std::size_t kCount>
+  std::optional<std::array<double, kCount>> made(
+      const char* object, const std::array<const char*, kCount>& names) const {
+    const cJSON* const all = cJSON_GetObjectItemCaseSensitive(
+        cJSON_GetObjectItemCaseSensitive(json_.get(), "made"), object);
+    std::array<double, kCount> numbers{};
+    for (std::size_t i = 0; i < kCount; ++i) {
+      const cJSON* const item = cJSON_GetObjectItemCaseSensitive(all, names[i]);
+      if (cJSON_IsNumber(item) == 0 || !std::isfinite(item->valuedouble)) return std::nullopt;
+      numbers[i] = item->valuedouble;
+    }
+    return numbers;
   }
 
   [[noreturn]] void refuse(const std::string& problem) const { throw Failure(path_, problem); }
@@ -121,7 +143,12 @@ HeightMap::HeightMap(const std::string& path)
   if (x_.scale == 0 || y_.scale == 0 || !(z_.scale > 0)) {
     description.refuse("has a scale of X or Y that is 0, or of Z that is not above 0; correct it");
   }
-  missing_ = static_cast<float>(description.missing());
+  missing_ = description.missing();
+  aligned_ = description.isAligned();
+  splat_ = description.made<3>("splat", {"splatA", "splatB", "splatC"});
+  if (const auto levels = description.made<2>("levels", {"scaleZ", "originZ"})) {
+    levels_ = io::Axis{(*levels)[0], (*levels)[1]};
+  }
   unit_ = description.unit();
   yUnit_ = description.yUnit();
 }
@@ -145,15 +172,45 @@ WorldRectangle HeightMap::centresOf(const CellRange& range) const {
 void HeightMap::readRows(int first, int count, float* values) {
   const std::size_t cells = static_cast<std::size_t>(count) * static_cast<std::size_t>(columns());
   samples_.resize(static_cast<std::size_t>(count) * image_->shape().rowBytes());
-  image_->readRows(first, count, samples_.data());
-  switch (image_->shape().type) {
+  readStored(first, count, samples_.data());
+  const auto missing = static_cast<float>(missing_);
+  switch (type()) {
     case cmnalg::IMAGE_TYPE_UINT8:
-      return convert<std::uint8_t>(samples_.data(), cells, missing_, values);
+      return convert<std::uint8_t>(samples_.data(), cells, missing, values);
     case cmnalg::IMAGE_TYPE_UINT16:
-      return convert<std::uint16_t>(samples_.data(), cells, missing_, values);
+      return convert<std::uint16_t>(samples_.data(), cells, missing, values);
     default:
-      return convert<float>(samples_.data(), cells, missing_, values);
+      return convert<float>(samples_.data(), cells, missing, values);
   }
+}
+
+void HeightMap::readStored(int first, int count, void* samples) {
+  image_->readRows(first, count, samples);
+}
+
+void describeMap(const io::JsonObject& json, const io::RasterDescription& raster, bool aligned,
+                 int firstRow) {
+  json.add("unit", raster.unit);
+  json.add("system", aligned ? "aligned" : "calibrated");
+  json.add("columns", raster.width);
+  json.add("rows", raster.height);
+  json.add("firstRow", firstRow);
+  const io::JsonObject transform = json.addObject("transform");
+  transform.add("scaleX", raster.columns->scale);
+  transform.add("originX", raster.columns->origin);
+  transform.add("scaleY", raster.rows->scale);
+  transform.add("originY", raster.rows->origin);
+  transform.add("unitY", raster.rowUnit.empty() ? raster.unit : raster.rowUnit);
+  if (raster.values) {
+    transform.add("scaleZ", raster.values->scale);
+    transform.add("originZ", raster.values->origin);
+  }
+  if (raster.missing && std::isnan(*raster.missing)) {
+    json.add("missing", "NaN");
+  } else if (raster.missing) {
+    json.add("missing", *raster.missing);
+  }
+  json.addTexts("layers", raster.layers);
 }
 
 }  // namespace planex::scan

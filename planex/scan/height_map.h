@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "planex/infra/export.h"
 #include "planex/io/image_reader.h"
+#include "planex/io/json.h"
 #include "planex/io/raster.h"
 
 namespace planex::scan {
@@ -54,6 +56,19 @@ class PLANEX_EXPORT HeightMap {
   const std::string& yUnit() const { return yUnit_; }
   bool isYLength() const { return yUnit_ == unit_; }
 
+  /// Whether the coordinates are aligned ones, and not calibrated.
+  bool isAligned() const { return aligned_; }
+  /// Of stored values: 8 or 16 bits, or float32.
+  cmnalg::ImageType type() const { return image_->shape().type; }
+  /// The stored value of cells without height; may be NaN.
+  double missing() const { return missing_; }
+  /// @{
+  /// How wide points were spread, splatA, splatB and splatC, and what levels were made for heights
+  /// in floats; nothing where the file beside the map does not tell.
+  const std::optional<std::array<double, 3>>& splat() const { return splat_; }
+  const std::optional<io::Axis>& levels() const { return levels_; }
+  /// @}
+
   /// All cells.
   CellRange allCells() const { return {0, columns(), 0, rows()}; }
   /// The cells whose centres lie in the rectangle, or on its border; nothing where there is none.
@@ -66,13 +81,27 @@ class PLANEX_EXPORT HeightMap {
   /// place for every value of 16 bits.
   /// @param values count * columns() numbers
   void readRows(int first, int count, float* values);
+  /// The same as they are stored.
+  /// @param samples count * columns() of type()
+  void readStored(int first, int count, void* samples);
 
  private:
   std::unique_ptr<io::ImageReader> image_;
   io::Axis x_, y_, z_;
-  float missing_ = 0;
+  double missing_ = 0;
+  bool aligned_ = false;
+  std::optional<std::array<double, 3>> splat_;
+  std::optional<io::Axis> levels_;
   std::string unit_, yUnit_;
   std::vector<char> samples_;
 };
+
+/// Tells what a raster of a map is, as HeightMap reads it: unit, system, columns, rows, firstRow,
+/// transform, missing and layers.
+/// @param json    of the file beside the raster
+/// @param raster  with places of columns and rows
+/// @param firstRow  of the scan in the map
+PLANEX_EXPORT void describeMap(const io::JsonObject& json, const io::RasterDescription& raster,
+                               bool aligned, int firstRow);
 
 }  // namespace planex::scan

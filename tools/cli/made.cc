@@ -1,10 +1,8 @@
 #include "tools/cli/made.h"
 
-#include <planex/io/utf8.h>
+#include <planex/io/provenance.h>
 #include <planex/version.h>
 
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 namespace planex::tools {
@@ -48,25 +46,14 @@ void OutputSidecar::addRows(const scan::YPositions& y) {
     rows.add("scaleY", y.line()->scale);
     rows.add("originY", y.line()->origin);
   } else {
-    rows.add("positions", fromHere(y.file()));
+    rows.add("positions", io::seenFrom(path_, y.file()));
   }
 }
 
 void OutputSidecar::addOutput(const char* content, const std::string& file, std::int64_t bytes) {
   if (!hasOutputs_) made_.addList("outputs", nullptr, 0);
   hasOutputs_ = true;
-  const io::JsonObject output = made_.appendTo("outputs");
-  output.add("file", io::escapedUtf8(fromHere(file)));
-  output.add("content", content);
-  output.add("bytes", static_cast<double>(bytes));
-}
-
-std::string OutputSidecar::fromHere(const std::string& file) const {
-  namespace fs = std::filesystem;
-  const fs::path folder = fs::path(path_).parent_path();
-  std::error_code error;
-  const fs::path seen = fs::proximate(file, folder.empty() ? "." : folder, error);
-  return error ? file : seen.string();
+  io::addOutput(made_, path_, content, file, bytes);
 }
 
 }  // namespace planex::tools

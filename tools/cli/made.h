@@ -41,9 +41,6 @@ class OutputSidecar {
   std::string print() const { return root_.print(); }
 
  private:
-  /// The name of a file as seen from the folder of the sidecar.
-  std::string fromHere(const std::string& file) const;
-
   std::string path_;
   std::vector<std::string> commandLine_;
   io::JsonText root_;

@@ -1,8 +1,8 @@
 #include "tools/commands/rectify_files.h"
 
 #include <planex/io/json.h>
+#include <planex/scan/height_map.h>
 
-#include <cmath>
 #include <utility>
 
 #include "tools/cli/picture_options.h"
@@ -102,30 +102,9 @@ void MapFiles::finish() {
 }
 
 std::string MapFiles::describeInJson(const Layer& layer) const {
-  const io::RasterDescription& raster = layer.description;
   OutputSidecar sidecar(layer.sidecar.path(), layer.content, context_);
   const io::JsonText& json = sidecar.root();
-  json.add("unit", context_.unit);
-  json.add("system", options_.aligned ? "aligned" : "calibrated");
-  json.add("columns", grid_.width);
-  json.add("rows", grid_.height);
-  json.add("firstRow", source_.rows.first);
-  const io::JsonObject transform = json.addObject("transform");
-  transform.add("scaleX", grid_.x.scale);
-  transform.add("originX", grid_.x.origin);
-  transform.add("scaleY", raster.rows->scale);
-  transform.add("originY", raster.rows->origin);
-  transform.add("unitY", raster.rowUnit.empty() ? raster.unit : raster.rowUnit);
-  if (raster.values) {
-    transform.add("scaleZ", raster.values->scale);
-    transform.add("originZ", raster.values->origin);
-  }
-  if (raster.missing && std::isnan(*raster.missing)) {
-    json.add("missing", "NaN");
-  } else if (raster.missing) {
-    json.add("missing", *raster.missing);
-  }
-  json.addTexts("layers", raster.layers);
+  scan::describeMap(json, layer.description, options_.aligned, source_.rows.first);
   json.add("mode", options_.mode);
   json.add("model", options_.model);
   json.add("range", options_.range);
