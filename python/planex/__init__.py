@@ -12,7 +12,7 @@ Arrays are NumPy's and are used where they lie. Models and records are values.
 """
 
 from planex.errors import DocumentError, Error, ImageError
-from planex.files import ImageFile, read_image
+from planex.files import ImageFile, Sidecar, read_image, read_sidecar, write_points
 from planex.functions import (
     AlignedPoints,
     Points,
@@ -45,6 +45,7 @@ __all__ = [
     "Rectangle",
     "Region",
     "SensorTraits",
+    "Sidecar",
     "SkewMode",
     "Splat",
     "State",
@@ -57,6 +58,8 @@ __all__ = [
     "map_points",
     "map_rectangle",
     "read_image",
+    "read_sidecar",
     "rectify",
     "thread_limit",
+    "write_points",
 ]

@@ -24,7 +24,7 @@ class Error(ValueError):
 
 
 class ImageError(Error):
-    """A file is no image that can be read here, is damaged or cut off."""
+    """A file, or its sidecar, is not what can be read here, or is damaged or cut off."""
 
 
 class DocumentError(Error):

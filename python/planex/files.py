@@ -1,32 +1,19 @@
-"""Range images and intensities in files."""
+"""Files: range images and intensities, their sidecars, and points."""
 
 from __future__ import annotations
 
-import errno
+import math
 import os
-import stat
-from typing import Any, Union
+from typing import Any, NamedTuple
 
 import numpy as np
 from numpy.typing import NDArray
 
 from planex import _core
-
-Path = Union[str, "os.PathLike[str]"]
-
-
-def _require_file(path: Path) -> str:
-    """Raises what Python's own open() does for a file that cannot be read, but waits for no pipe.
-
-    The result is an absolute path, so that "-" is the name of a file, too.
-    """
-    descriptor = os.open(path, os.O_RDONLY | os.O_NONBLOCK | os.O_CLOEXEC)
-    try:
-        if stat.S_ISDIR(os.fstat(descriptor).st_mode):
-            raise IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), os.fspath(path))
-    finally:
-        os.close(descriptor)
-    return os.path.abspath(os.fspath(path))
+from planex._paths import Path, readable, writable
+from planex.errors import ImageError
+from planex.model import Model
+from planex.records import SensorTraits, require_whole
 
 
 class ImageFile:
@@ -61,7 +48,7 @@ class ImageFile:
     """
 
     def __init__(self, path: Path) -> None:
-        self._path = _require_file(path)
+        self._path = readable(path)
         self._native = _core.ImageFile(os.fsencode(self._path))
         self._dtype = np.dtype(self._native.type_name)
 
@@ -141,3 +128,147 @@ def read_image(path: Path, rows: slice = slice(None)) -> NDArray[Any]:
     array([[ 9, 10, 11]], dtype=uint16)
     """
     return ImageFile(path).read(rows)
+
+
+class Sidecar(NamedTuple):
+    """What the JSON file beside a range image says of it."""
+
+    #: where on the sensor it lies; None where the file says nothing of it
+    sensor: SensorTraits | None
+    #: distance of neighbouring rows, in the unit of the model; None where nobody said
+    y_scale: float | None
+    #: Y of row 0
+    y_origin: float
+    #: the file with the Y of every row, where there is one
+    positions: str | None
+    #: the file itself
+    path: str
+
+    def y(self, rows: int) -> NDArray[np.float64]:
+        """The Y of each row of an image of so many, as :func:`planex.align` takes it.
+
+        Rows are counted where the file does not say how far they are apart.
+
+        Raises
+        ------
+        ImageError
+            The file of positions has another count, or lines that are no number.
+        """
+        require_whole("rows", rows, 0, 2**31 - 1)
+        return _core.row_positions(os.fsencode(self.path), rows)
+
+
+def read_sidecar(path: Path, model: Model | None = None) -> Sidecar:
+    """Reads the JSON file beside a range image, IMAGE.json, that says how it was taken.
+
+    Parameters
+    ----------
+    path : str or os.PathLike
+        The JSON file. That of a height map or of points says how their scan was taken.
+    model : Model, optional
+        Gives the sizes of a region that the file leaves out: up to the edge of the sensor.
+
+    Raises
+    ------
+    ImageError
+        The file is no sidecar; the text names the member. Or it leaves out the sizes, and there
+        is no model.
+
+    Examples
+    --------
+    >>> import planex
+    >>> text = '{"sensor": {"scaleX": 1, "originX": 0, "scaleZ": 0.0625, "originZ": 160, ' + (
+    ...     '"width": 2560, "height": 704}, "rows": {"scaleY": 0.1}}')
+    >>> with open("scan.png.json", "w") as file:
+    ...     count = file.write(text)
+    >>> sidecar = planex.read_sidecar("scan.png.json")
+    >>> sidecar.sensor.origin_z, sidecar.y_scale, sidecar.y(3).tolist()
+    (160.0, 0.1, [0.0, 0.1, 0.2])
+    """
+    if model is not None and not isinstance(model, Model):
+        raise TypeError(f"model must be a planex.Model, not {type(model).__name__}")
+    name = readable(path)
+    native = None if model is None else model._native
+    numbers, y_scale, y_origin, positions = _core.read_sidecar(os.fsencode(name), native)
+    sensor = None
+    if numbers is not None:
+        width, height, scale_x, origin_x, scale_z, origin_z = numbers
+        if width is None or height is None:
+            raise ImageError(f"{name}: says nothing of the sizes of its region; pass a model")
+        sensor = SensorTraits(int(width), int(height), scale_x, origin_x, scale_z, origin_z)
+    return Sidecar(sensor, y_scale, y_origin or 0.0, os.fsdecode(positions) or None, name)
+
+
+def write_points(
+    path: Path,
+    x: NDArray[np.float32],
+    z: NDArray[np.float32],
+    y: NDArray[Any] | None = None,
+    *,
+    intensity: NDArray[Any] | None = None,
+    aligned: bool = False,
+    drop_missing: bool = False,
+    mesh: float | None = None,
+    unit: str = "mm",
+    overwrite: bool = False,
+) -> None:
+    """Writes calibrated or aligned points. The file appears when it is complete, or not at all.
+
+    Parameters
+    ----------
+    path : str or os.PathLike
+        Its ending is the format: ``.ply`` and ``.pcd`` (binary), ``.las``, ``.csv``, ``.xyz`` and
+        ``.txt``; ``.tif`` (float32 layers) and ``.npy`` (rows x columns x 2 or 3) hold X and Z,
+        and Y where points are aligned.
+    x, z : numpy.ndarray
+        As :func:`calibrate` gives them: rows x columns of float32, NaN where nothing was measured.
+    y : numpy.ndarray, optional
+        Along the scan: rows of float64, or as :func:`align` gives it, rows x columns of float32.
+        Without it rows are counted.
+    intensity : numpy.ndarray, optional
+        rows x columns of uint8 or uint16; not for a grid, ``.tif`` or ``.npy``.
+    aligned : bool
+        Whether the points are in aligned coordinates, which need a y.
+    drop_missing : bool
+        Leave out points without measurement; ``.las`` and text always do, a grid cannot.
+    mesh : float, optional
+        Join neighbours to triangles whose edges are no longer, in ``unit``; for a ``.ply``.
+    unit : str
+        Of all coordinates.
+    overwrite : bool
+        Replace a file that is there.
+
+    Raises
+    ------
+    FileExistsError
+        There is such a file.
+    Error
+        The file cannot be written; nothing is left of it.
+
+    Examples
+    --------
+    >>> import numpy as np, planex
+    >>> x, z = np.zeros((2, 3, 4), np.float32)
+    >>> planex.write_points("points.csv", x, z, np.array([0.0, 0.1, 0.2]), overwrite=True)
+    >>> len(open("points.csv").readlines())  # a heading, and 3 x 4 points
+    13
+    """
+    if mesh is not None and not (mesh > 0 and math.isfinite(mesh)):
+        raise ValueError(f"mesh must be above 0, the longest edge of a triangle, not {mesh}")
+    if aligned and y is None:
+        raise ValueError("aligned points need y, as planex.align gives it")
+    if not unit.isprintable():
+        raise ValueError(f"unit must be printable, not {unit!r}")
+    name = writable(path, overwrite)
+    _core.write_points(
+        os.fsencode(name),
+        x,
+        z,
+        y,
+        intensity,
+        bool(aligned),
+        bool(drop_missing),
+        mesh,
+        unit,
+        bool(overwrite),
+    )

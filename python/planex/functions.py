@@ -161,6 +161,15 @@ def _is_levels(dtype: DTypeLike) -> bool:
     return kind == np.uint16
 
 
+def _y_axis(scale: float | None, origin: float) -> dict[str, Any]:
+    """The fields of a map whose rows lie so; they are counted where nobody said how."""
+    return {
+        "y_scale": 1.0 if scale is None else scale,
+        "y_origin": origin,
+        "y_unit": "rows" if scale is None else None,
+    }
+
+
 def rectify(
     x: NDArray[Any],
     z: NDArray[Any],
@@ -173,7 +182,7 @@ def rectify(
     dtype: DTypeLike = np.float32,
     out: NDArray[Any] | None = None,
     out_intensity: NDArray[np.uint8] | None = None,
-    y_scale: float = 1.0,
+    y_scale: float | None = None,
     y_origin: float = 0.0,
     threads: int | None = None,
 ) -> HeightMap:
@@ -187,7 +196,8 @@ def rectify(
     :param missing: height of a cell without a point
     :param dtype: float32 for heights in world units, uint16 for levels of the grid, 0 for none
     :param out, out_intensity: arrays that receive them, profiles x grid.columns
-    :param y_scale, y_origin: what profiles stand for, kept in the result
+    :param y_scale, y_origin: what profiles stand for, kept in the result. Without a scale rows are
+        counted
     """
     _require("grid", grid, Grid)
     levels = _is_levels(dtype)
@@ -205,7 +215,8 @@ def rectify(
         _threads(threads),
     )
     missing_value = 0 if levels else missing
-    return HeightMap(heights, grid, intensities, missing_value, y_scale, y_origin)
+    y_axis = _y_axis(y_scale, y_origin)
+    return HeightMap(heights, grid, intensities, missing_value, **y_axis)
 
 
 def height_map(
@@ -223,7 +234,7 @@ def height_map(
     dtype: DTypeLike = np.float32,
     out: NDArray[Any] | None = None,
     out_intensity: NDArray[np.uint8] | None = None,
-    y_scale: float = 1.0,
+    y_scale: float | None = None,
     y_origin: float = 0.0,
     threads: int | None = None,
 ) -> HeightMap:
@@ -258,7 +269,8 @@ def height_map(
         _threads(threads),
     )
     missing_value = 0 if levels else missing
-    return HeightMap(heights, grid, intensities, missing_value, y_scale, y_origin)
+    y_axis = _y_axis(y_scale, y_origin)
+    return HeightMap(heights, grid, intensities, missing_value, **y_axis, aligned=bool(aligned))
 
 
 def bounds(model: Model, sensor: SensorTraits, columns: int) -> Bounds:

@@ -3,14 +3,18 @@
 from __future__ import annotations
 
 import math
+import os
 from dataclasses import dataclass
-from typing import Any
+from typing import Any, Literal
 
 import numpy as np
 from numpy.typing import NDArray
 
 from planex import _core
-from planex.records import Grid
+from planex._paths import Path, readable, writable
+from planex.records import Grid, Splat
+
+_COMPRESSIONS = {"deflate": 1, "zstd": 2}
 
 _masked: Any = np.ma.MaskedArray  # NumPy has no types for it
 
@@ -29,6 +33,97 @@ class HeightMap:
     y_scale: float = 1.0
     y_origin: float = 0.0
     unit: str = "mm"
+    #: of y where it is another one: "rows" where nobody said how far they are apart
+    y_unit: str | None = None
+    #: whether the coordinates are aligned ones, and not calibrated
+    aligned: bool = False
+
+    @classmethod
+    def from_file(cls, path: Path) -> HeightMap:
+        """Reads a height map that :meth:`save` or ``planex rectify`` wrote.
+
+        Parameters
+        ----------
+        path : str or os.PathLike
+            The raster, with MAP.json beside it, which says what its numbers mean. Of several
+            layers the first is read; intensities are a file of their own for :func:`read_image`.
+
+        Returns
+        -------
+        HeightMap
+            uint16 levels or float32 heights, as they are stored. The grid of a map whose file does
+            not say how wide points were spread has a splat of no width.
+
+        Raises
+        ------
+        FileNotFoundError
+            There is no such raster.
+        ImageError
+            It has no MAP.json, or one of them is damaged.
+        """
+        z, (x_scale, x_origin, z_scale, z_origin), splat, fields = _core.read_map(os.fsencode(readable(path)))
+        if z.dtype == np.uint8:
+            z = z.astype(np.uint16)
+        spread = Splat(0.0, 0.0) if splat is None else Splat(*splat)
+        grid = Grid(z.shape[1], x_scale, x_origin, z_scale, z_origin, spread)
+        return cls(z, grid, **fields)
+
+    def save(
+        self,
+        path: Path,
+        *,
+        overwrite: bool = False,
+        compress: Literal["deflate", "zstd"] | None = None,
+    ) -> None:
+        """Writes the map, and PATH.json that says what its numbers mean.
+
+        They are the files of ``planex rectify``, for the other commands, too; intensities go to
+        NAME_intensity. All files appear when they are complete.
+
+        Parameters
+        ----------
+        path : str or os.PathLike
+            ``.tif`` or ``.npy``, or for levels ``.png``.
+        overwrite : bool
+            Replace files that are there.
+        compress : {"deflate", "zstd"}, optional
+            Of a ``.tif``. A ``.png`` always is compressed.
+
+        Raises
+        ------
+        FileExistsError
+            One of the files exists.
+        Error
+            A file cannot be written.
+
+        Examples
+        --------
+        >>> import numpy as np, planex
+        >>> grid = planex.Grid(3, 0.5, -1.0, 0.01, 0.0, planex.Splat(0.0, 0.5))
+        >>> heights = planex.HeightMap(np.ones((2, 3), np.float32), grid, y_scale=0.1)
+        >>> heights.save("heights.tif", compress="deflate", overwrite=True)
+        >>> again = planex.HeightMap.from_file("heights.tif")
+        >>> again.grid == grid, again.y.tolist()
+        (True, [0.0, 0.1])
+        """
+        from planex.functions import _choice, _threads
+
+        scheme = 0 if compress is None else _choice("compress", compress, _COMPRESSIONS)
+        for unit in (self.unit, self.y_unit or ""):
+            if not unit.isprintable():
+                raise ValueError(f"unit must be printable, not {unit!r}")
+        name = writable(path, overwrite)
+        dot = name.rfind(".")
+        images = [name]
+        if self.intensity is not None:
+            images.append(f"{name[:dot]}_intensity{name[dot:]}")
+        for image in images:
+            for file in (image, image + ".json"):
+                writable(file, overwrite)
+        threads = _threads(None) or len(os.sched_getaffinity(0))
+        _core.write_map(
+            os.fsencode(name), os.fsencode(images[-1]), self, scheme, threads, bool(overwrite)
+        )
 
     @property
     def x(self) -> NDArray[np.float64]:

@@ -11,6 +11,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from planex import _core
+from planex._paths import writable
 from planex.records import require_whole
 
 
@@ -141,11 +142,7 @@ class Model:
 
     def to_file(self, path: str | os.PathLike[str], *, overwrite: bool = False) -> None:
         """Writes the document. A file that is there is replaced when the new one is complete."""
-        name = os.fspath(path)
-        if not overwrite and os.path.lexists(name):
-            raise FileExistsError(f"{name} exists; overwrite=True replaces it")
-        os.stat(os.path.dirname(name) or ".")
-        _core.write_model(self._native, name)
+        _core.write_model(self._native, os.fsencode(writable(path, overwrite)))
 
     def replace(self, **fields: Any) -> Model:
         """A copy with other values of these fields. ``region=None`` leaves the region out."""

@@ -4,10 +4,13 @@ from __future__ import annotations
 
 import math
 import operator
+import os
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, SupportsIndex
 
 from planex import _core
+from planex._paths import Path
+from planex.errors import ImageError
 
 if TYPE_CHECKING:
     from planex.model import Model
@@ -55,6 +58,20 @@ class SensorTraits:
         """The whole sensor of a model."""
         width, height = model.sensor_size
         return cls(width, height, scale_z=scale_z)
+
+    @classmethod
+    def from_sidecar(cls, path: Path, model: Model | None = None) -> SensorTraits:
+        """What the JSON file beside a range image says of the sensor.
+
+        :param path: the JSON file; :func:`planex.read_sidecar` tells of rows, too
+        :param model: gives the sizes of a region that the file leaves out
+        """
+        from planex.files import read_sidecar
+
+        sensor = read_sidecar(path, model).sensor
+        if sensor is None:
+            raise ImageError(f"{os.fspath(path)}: says nothing of the sensor")
+        return sensor
 
 
 @dataclass(frozen=True)
