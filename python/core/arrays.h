@@ -42,6 +42,7 @@ constexpr TypeSet kFloating = oneOf({cmnalg::IMAGE_TYPE_FLOAT32, cmnalg::IMAGE_T
 constexpr TypeSet kMeasured =
     kFloating | oneOf({cmnalg::IMAGE_TYPE_UINT8, cmnalg::IMAGE_TYPE_UINT16,
                        cmnalg::IMAGE_TYPE_UINT32, cmnalg::IMAGE_TYPE_UINT64});
+constexpr TypeSet kIntensities = oneOf({cmnalg::IMAGE_TYPE_UINT8, cmnalg::IMAGE_TYPE_UINT16});
 
 /// An array that is read. TypeError for what is no numpy.ndarray (or numpy.memmap) of one of the
 /// types in native byte order, ValueError for a layout that no image has.

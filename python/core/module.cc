@@ -9,4 +9,6 @@ PYBIND11_MODULE(_core, module) {
   planex_python::bindRectification(module);
   planex_python::bindPoints(module);
   planex_python::bindFiles(module);
+  planex_python::bindPointFiles(module);
+  planex_python::bindMapFiles(module);
 }

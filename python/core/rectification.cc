@@ -26,8 +26,6 @@ using datafusion::planex::IntensityLimits;
 using datafusion::planex::RectificationMode;
 using datafusion::planex::SplatShape;
 
-constexpr TypeSet kIntensities = oneOf({cmnalg::IMAGE_TYPE_UINT8, cmnalg::IMAGE_TYPE_UINT16});
-
 /// Points of height_map() between calibration and rectification: they stay in the cache.
 constexpr std::int64_t kPixelsAtOnce = std::int64_t{1} << 19;
 
