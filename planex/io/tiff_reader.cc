@@ -401,11 +401,13 @@ class TiffReader final : public ImageReader {
   void rewind() override { row_ = 0; }
 
   void skipRows(int count) override {
+    const int next = row_ + count;
     if (plain_ || tiled_ || pages_.size() > 1) {
-      row_ += count;
-    } else {
-      ImageReader::skipRows(count);
+      row_ = next;
+      return;
     }
+    row_ = std::max(row_, next / rowsPerPart_ * rowsPerPart_);  // strips stand for themselves
+    ImageReader::skipRows(next - row_);
   }
 
   const Samples samples_;

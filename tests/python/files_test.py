@@ -133,6 +133,21 @@ def test_a_file_with_damage_gives_the_rows_before_it(tmp_path):
         file[:1]
 
 
+def test_strips_stand_for_themselves(tmp_path):
+    levels = noise("u2", 600, 500)
+    path = tmp_path / "a.tif"
+    grid = planex.Grid(500, 1.0, 0.0, 1.0, 0.0, planex.Splat(0.0, 0.0))
+    planex.HeightMap(levels, grid).save(path, compress="deflate")  # strips of 262 rows
+    data = bytearray(path.read_bytes())
+    data[len(data) // 2:len(data) // 2 + 99] = bytes(99)
+    path.write_bytes(data)
+    file = planex.ImageFile(path)
+    for rows in (slice(530, 550), slice(0, 20), slice(599, 600), slice(240, 262), slice(550, 560)):
+        assert numpy.array_equal(file[rows], levels[rows])
+        with pytest.raises(planex.ImageError, match="damaged or cut off at row"):
+            file[500:510]
+
+
 def places_in(path):
     """Where the descriptors of this process stand in a file."""
     mine = [link.name for link in pathlib.Path("/proc/self/fd").iterdir() if link.exists()
