@@ -123,7 +123,7 @@ py::array rowPositions(const std::string& path, int rows) {
 
 void translate(std::exception_ptr thrown) {
   try {
-    if (thrown != nullptr) std::rethrow_exception(thrown);
+    if (thrown != nullptr) std::rethrow_exception(std::move(thrown));
   } catch (const Failure& failure) {
     setError("ImageError", failure.what());
   }
