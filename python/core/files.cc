@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "core/bindings.h"
 #include "core/call.h"
@@ -29,14 +30,15 @@ using io::ImageShape;
 
 /// A range image in a file, for all threads of the interpreter.
 ///
-/// A reader stands in the middle of a file: threads take turns, one that failed is not used again,
-/// and neither is that of a parent process, with which the file's position would be shared.
+/// A reader stands in the middle of a file, so each call has one for itself: one that another call
+/// left, or a new one. Readers that failed are not used again, nor those of a parent process, with
+/// which the file's position would be shared.
 class ImageFile {
  public:
   explicit ImageFile(std::string path) : path_(std::move(path)) {
     const py::gil_scoped_release release;
-    Open();
-    shape_ = reader_->shape();
+    idle_.push_back(ImageReader::open(path_, io::Samples::kRanges));
+    shape_ = idle_.back()->shape();
   }
 
   const ImageShape& Shape() const { return shape_; }
@@ -48,53 +50,45 @@ class ImageFile {
     }
     Output out(std::move(given), "out", shape_.type, count, shape_.width);
     out.Allocate();
-    const Turn turn(*this);
+    std::unique_ptr<ImageReader> reader;
     forEachBlock(count, profilesPerBlock(kPixelsPerBlock, {&out.profiles}), 0,
                  [&](std::int64_t done, int rows) {
-                   ReadBlock(static_cast<int>(first + done), rows, out.profiles.At(done));
+                   if (reader == nullptr) reader = Take();
+                   reader->readRows(static_cast<int>(first + done), rows, out.profiles.At(done));
                    return true;
                  });
+    if (reader != nullptr) {
+      const std::lock_guard<std::mutex> lock(idleLock_);
+      idle_.push_back(std::move(reader));
+    }
     return out.array;
   }
 
  private:
-  /// Waits without the GIL for those who read. A thread may come again, in a handler of signals.
-  class Turn {
-   public:
-    explicit Turn(ImageFile& file) : lock_(file.turn_, std::defer_lock) {
-      const py::gil_scoped_release release;
-      lock_.lock();
-    }
-
-   private:
-    std::unique_lock<std::recursive_mutex> lock_;
-  };
-
-  void Open() {
-    reader_ = ImageReader::open(path_, io::Samples::kRanges);
-    process_ = ::getpid();
-  }
-
-  void ReadBlock(int first, int count, char* rows) {
-    if (reader_ == nullptr || process_ != ::getpid()) {
-      Open();
-      const ImageShape& shape = reader_->shape();
-      if (shape.width != shape_.width || shape.height != shape_.height ||
-          shape.type != shape_.type) {
-        reader_.reset();
-        throw Failure(path_, "has become an image of another size or type; open it again");
+  std::unique_ptr<ImageReader> Take() {
+    {
+      const std::lock_guard<std::mutex> lock(idleLock_);
+      if (process_ != ::getpid()) idle_.clear();
+      process_ = ::getpid();
+      if (!idle_.empty()) {
+        std::unique_ptr<ImageReader> reader = std::move(idle_.back());
+        idle_.pop_back();
+        return reader;
       }
     }
-    std::unique_ptr<ImageReader> reader = std::move(reader_);
-    reader->readRows(first, count, rows);
-    reader_ = std::move(reader);
+    std::unique_ptr<ImageReader> reader = ImageReader::open(path_, io::Samples::kRanges);
+    const ImageShape& shape = reader->shape();
+    if (shape.width == shape_.width && shape.height == shape_.height && shape.type == shape_.type) {
+      return reader;
+    }
+    throw Failure(path_, "has become an image of another size or type; open it again");
   }
 
   std::string path_;
   ImageShape shape_;
-  std::recursive_mutex turn_;
-  std::unique_ptr<ImageReader> reader_;
-  pid_t process_ = 0;
+  std::mutex idleLock_;  // never waits for the GIL
+  std::vector<std::unique_ptr<ImageReader>> idle_;
+  pid_t process_ = ::getpid();
 };
 
 /// The numbers of a sensor region, sizes as far as they are told; None where nothing is. And where

@@ -31,8 +31,8 @@ class ImageFile:
     array([[3, 4, 5],
            [6, 7, 8]], dtype=uint16)
 
-    Threads may read one file; they take turns, and those that read side by side open it for
-    themselves. Pickling takes the path along, and opens the file anew.
+    Threads may read one file side by side. Pickling takes the path along, and opens the file
+    anew.
 
     Parameters
     ----------
