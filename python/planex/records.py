@@ -63,8 +63,27 @@ class SensorTraits:
     def from_sidecar(cls, path: Path, model: Model | None = None) -> SensorTraits:
         """What the JSON file beside a range image says of the sensor.
 
-        :param path: the JSON file; :func:`planex.read_sidecar` tells of rows, too
-        :param model: gives the sizes of a region that the file leaves out
+        Parameters
+        ----------
+        path : str or os.PathLike
+            The JSON file; :func:`planex.read_sidecar` tells of rows, too.
+        model : Model, optional
+            Gives the sizes of a region that the file leaves out: up to the edge of the sensor.
+
+        Raises
+        ------
+        ImageError
+            The file is no sidecar, or says too little of the sensor.
+
+        Examples
+        --------
+        >>> import planex
+        >>> with open("scan.png.json", "w") as file:
+        ...     count = file.write(
+        ...         '{"sensor": {"scaleX": 2, "originX": 9, "scaleZ": 0.5, "originZ": 0}}'
+        ...     )
+        >>> planex.SensorTraits.from_sidecar("scan.png.json", planex.Model(sensor_size=(99, 77)))
+        SensorTraits(width=90, height=77, scale_x=2.0, origin_x=9.0, scale_z=0.5, origin_z=0.0)
         """
         from planex.files import read_sidecar
 

@@ -381,7 +381,7 @@ def test_sidecars(model, tmp_path):
     assert planex.read_sidecar(path).y(3).tolist() == [0, 2, 4]
 
 
-@pytest.mark.parametrize("module", [planex.files, planex.heights])
+@pytest.mark.parametrize("module", [planex.files, planex.heights, planex.records])
 def test_examples(tmp_path, monkeypatch, module):
     monkeypatch.chdir(tmp_path)
     done = doctest.testmod(module)
