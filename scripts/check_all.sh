@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 clone)
+steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 wheel clone)
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -24,6 +24,7 @@ step_locales() { scripts/check_locales.sh; }
 step_docs() { scripts/build_docs.sh; }
 step_coverage() { scripts/coverage.sh; }
 step_aarch64() { scripts/check_aarch64.sh; }
+step_wheel() { scripts/check_wheel.sh; }
 step_tsan() { # logging only
   build tsan --target planex_infra_test
   ctest --preset tsan
@@ -63,7 +64,7 @@ for step in "$@"; do
   fi
 done
 
-scripts/setup.sh build test lint clang abi check docs
+scripts/setup.sh build test python lint clang abi check docs
 marks=build/check/$(git rev-parse HEAD)
 mkdir -p "$marks"
 failed=()
