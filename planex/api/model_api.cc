@@ -4,13 +4,13 @@
 #include <string_view>
 
 #include "planex/api/boundary.h"
-#include "planex/api/model_recovery.h"
 #include "planex/api/planex.h"
 #include "planex/api/registries.h"
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
 #include "planex/infra/text_file.h"
+#include "planex/model/model_file.h"
 
 namespace tavik::planex {
 namespace {
@@ -22,7 +22,7 @@ CalibrationModel modelFrom(const char* json) {
   CalibrationModel model;
   base::JsonVisitingDeSerializer reader(json, false);
   reader.DeserializeIntoExistingObject(model);
-  CalibrationException::throwUnless(!reader.HasError() || sensorSizeConfirms(json, model),
+  CalibrationException::throwUnless(!reader.HasError() || datafusion::planex::sensorSizeConfirms(json, model),
                                     "The json buffer does not contain valid json");
   CalibrationException::throwUnless(model.IsConsistent(),
                                     "The json data does not describe a valid model");

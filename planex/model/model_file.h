@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "planex/infra/export.h"
 #include "planex/model/calibration_model.h"
@@ -30,5 +31,11 @@ PLANEX_EXPORT bool readModel(const std::string& path, CalibrationModel& model);
 ///
 /// Only std::bad_alloc is thrown.
 PLANEX_EXPORT bool writeModel(const std::string& path, const CalibrationModel& model);
+
+/// Whether a document whose reading stopped with an error may be taken all the same, as the C
+/// interface takes it: its text has exactly one place that says "SensorSize" with two numbers
+/// behind it, and they are the sensor size that `partlyRead` has. Members behind the error then
+/// have the values of a new model.
+PLANEX_EXPORT bool sensorSizeConfirms(std::string_view text, const CalibrationModel& partlyRead);
 
 }  // namespace datafusion::planex

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "planex/api/handle_registry.h"
-#include "planex/api/model_recovery.h"
 #include "planex/model/model_file.h"
+#include "planex/model/model_recovery.h"
 #include "tests/api/api_test.h"
 
 namespace test {
@@ -132,7 +132,7 @@ TEST(ModelRecovery, TakesLinearTime) {
   const std::string texts[] = {keywords, "SensorSize" + std::string(kLength, '1'),
                                std::string(kLength, 'S'), keywords + "1" + keywords};
   const std::clock_t start = std::clock();  // of this process: others may keep it waiting
-  for (const std::string& text : texts) tavik::planex::findOnlySensorSize(text);
+  for (const std::string& text : texts) datafusion::planex::findOnlySensorSize(text);
   EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 10);
 }
 

@@ -9,9 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "planex/api/model_recovery.h"
 #include "planex/api/planex.h"
 #include "planex/model/calibration_model.h"
+#include "planex/model/model_file.h"
+#include "planex/model/model_recovery.h"
 #include "tests/support/documents.h"
 #include "tests/support/property.h"
 
@@ -58,7 +59,7 @@ bool says(const std::string& digits, int value) {
 /// Whether the C interface must take the text.
 bool isModel(const std::string& text) {
   const std::vector<std::string> wanted = onlyMention(text);
-  const auto found = tavik::planex::findOnlySensorSize(text);
+  const auto found = datafusion::planex::findOnlySensorSize(text);
   CHECK_HOLDS(wanted.empty() == !found.has_value());
   CHECK_HOLDS(!found || (found->width == wanted[0] && found->height == wanted[1]));
   CalibrationModel model;
@@ -66,7 +67,7 @@ bool isModel(const std::string& text) {
   const auto shown = onlyMention(text.c_str());  // as far as the interface sees it
   const bool confirmed =
       !shown.empty() && says(shown[0], model.SensorSize.x) && says(shown[1], model.SensorSize.y);
-  CHECK_HOLDS(tavik::planex::sensorSizeConfirms(text.c_str(), model) == confirmed);
+  CHECK_HOLDS(datafusion::planex::sensorSizeConfirms(text.c_str(), model) == confirmed);
   return (readable || confirmed) && model.IsConsistent();
 }
 

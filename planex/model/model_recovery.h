@@ -3,9 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "planex/model/calibration_model.h"
-
-namespace tavik::planex {
+namespace datafusion::planex {
 
 /// Two runs of digits behind the word "SensorSize".
 struct SensorSizeMention {
@@ -24,9 +22,4 @@ struct SensorSizeMention {
 /// @return the numbers when there is exactly one match, otherwise nothing
 std::optional<SensorSizeMention> findOnlySensorSize(std::string_view text);
 
-/// Whether a document whose reading stopped with an error may be accepted all the same: its text
-/// has exactly one sensor size, and it is the one that `partlyRead` has.
-bool sensorSizeConfirms(std::string_view text,
-                        const datafusion::planex::CalibrationModel& partlyRead);
-
-}  // namespace tavik::planex
+}  // namespace datafusion::planex

@@ -1,11 +1,13 @@
-#include "planex/api/model_recovery.h"
+#include "planex/model/model_recovery.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <system_error>
 
-namespace tavik::planex {
+#include "planex/model/model_file.h"
+
+namespace datafusion::planex {
 namespace {
 
 constexpr std::string_view kKeyword = "SensorSize";
@@ -55,11 +57,10 @@ std::optional<SensorSizeMention> findOnlySensorSize(std::string_view text) {
   return mention;
 }
 
-bool sensorSizeConfirms(std::string_view text,
-                        const datafusion::planex::CalibrationModel& partlyRead) {
+bool sensorSizeConfirms(std::string_view text, const CalibrationModel& partlyRead) {
   const std::optional<SensorSizeMention> mention = findOnlySensorSize(text);
   return mention && agrees(mention->width, partlyRead.SensorSize.x) &&
          agrees(mention->height, partlyRead.SensorSize.y);
 }
 
-}  // namespace tavik::planex
+}  // namespace datafusion::planex
