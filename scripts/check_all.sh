@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 wheel clone)
+steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 wheel stubs clone)
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -40,6 +40,12 @@ step_tools() { # what the command writes, in Open3D
   build release
   /usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
     build/release/tests/tools/whole_scan
+}
+step_stubs() { # the stub of the extension beside what it is
+  cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null
+  cmake --build --preset release --target planex_python
+  PYTHONPATH=build/release/python MYPYPATH=build/release/python stubtest planex._core \
+    --allowlist tests/python/stubtest_allowed.txt
 }
 step_clone() { # the commands of the README, in a clone whose path is no plain word
   clone=$(mktemp -d)

@@ -21,6 +21,14 @@ int pythonLevel(int level) {
   return level >= base::INFO ? 20 : 10;
 }
 
+/// Names of files may be no UTF-8.
+py::object decoded(const std::string& text) {
+  PyObject* string =
+      PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<py::ssize_t>(text.size()));
+  if (string == nullptr) throw py::error_already_set();
+  return py::reinterpret_steal<py::object>(string);
+}
+
 }  // namespace
 
 class CaptureHandler final : public base::LogHandler {
@@ -45,11 +53,8 @@ LogCapture::LogCapture() : outer_(std::exchange(captureOfThisThread, this)) {}
 LogCapture::~LogCapture() { captureOfThisThread = outer_; }
 
 void LogCapture::Forward() const {
-  if (records_.empty()) return;
-  const py::object getLogger = py::module_::import("logging").attr("getLogger");
   for (const base::LogRecord& record : records_) {
-    getLogger("planex." + record.loggerName)
-        .attr("log")(pythonLevel(record.level), "%s", record.message);
+    log("planex." + record.loggerName, pythonLevel(record.level), record.message);
   }
 }
 
@@ -61,13 +66,14 @@ void LogCapture::Raise(const char* fallback) const {
   raise("Error", records_.empty() ? fallback : records_.back().message, py::tuple(list));
 }
 
+void log(const std::string& logger, int pythonLevel, const std::string& text) {
+  py::module_::import("logging").attr("getLogger")(logger).attr("log")(pythonLevel, "%s",
+                                                                       decoded(text));
+}
+
 void setError(const char* errorClass, const std::string& text, const py::tuple& records) {
   const py::object type = py::module_::import("planex.errors").attr(errorClass);
-  // Names of files may be no UTF-8.
-  const auto decoded = py::reinterpret_steal<py::object>(
-      PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<py::ssize_t>(text.size())));
-  if (!decoded) throw py::error_already_set();
-  const py::object error = type(decoded, records);
+  const py::object error = type(decoded(text), records);
   PyErr_SetObject(type.ptr(), error.ptr());
 }
 

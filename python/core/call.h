@@ -40,6 +40,9 @@ class LogCapture {
   LogCapture* outer_;
 };
 
+/// With the GIL: a text for Python's logging.
+void log(const std::string& logger, int pythonLevel, const std::string& text);
+
 /// Makes an error of a class of planex.errors the one that Python raises next.
 void setError(const char* errorClass, const std::string& text,
               const py::tuple& records = py::tuple());

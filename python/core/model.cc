@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "core/bindings.h"
 #include "core/call.h"
@@ -13,6 +14,8 @@
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
 #include "planex/infra/visitable.h"
+#include "planex/io/document_check.h"
+#include "planex/io/model_check.h"
 #include "planex/model/model_file.h"
 
 namespace planex_python {
@@ -32,21 +35,44 @@ std::string documentOf(etl::IVisitable& object, bool pretty) {
   return std::string(stream.GetText());
 }
 
-/// Strict: a document with any fault is none.
-CalibrationModel fromJson(const std::string& text, const std::string& source) {
+/// Strict: a document with any fault is none; unless recover, and the sensor size confirms it.
+CalibrationModel fromJson(const std::string& text, const std::string& source, bool recover) {
   CalibrationModel model;
   std::string fault;
+  bool recovered = false;
   call([&] {
     base::JsonVisitingDeSerializer reader(text.c_str(), false);
-    if (!reader.DeserializeIntoExistingObject(model)) {
-      fault = "is no model document. " + reader.GetErrorDescription();
-    } else if (!model.IsConsistent()) {
+    reader.DeserializeIntoExistingObject(model);
+    if (reader.HasError()) fault = "is no model document. " + reader.GetErrorDescription();
+    recovered = recover && reader.HasError() && sensorSizeConfirms(text.c_str(), model);
+    if ((fault.empty() || recovered) && !model.IsConsistent()) {
       fault = "has a negative error figure or focal length.";
+      recovered = false;
     }
     return true;
   });
-  if (!fault.empty()) raise("DocumentError", source + " " + fault);
+  if (recovered) {
+    log("planex.Image.Planex.Model", 30,
+        source + " " + fault + ". Members behind the fault have the values of a new model.");
+  } else if (!fault.empty()) {
+    raise("DocumentError", source + " " + fault);
+  }
   return model;
+}
+
+/// (member, text) of each fault: of the form that the document of the model has, or else of
+/// meaning.
+std::vector<std::pair<std::string, std::string>> faultsOf(const CalibrationModel& model) {
+  std::vector<planex::io::Fault> faults;
+  call([&] {
+    CalibrationModel copy = model;  // visiting is not const
+    faults = planex::io::checkDocument(documentOf(copy, false));
+    if (faults.empty()) faults = planex::io::checkModel(model);
+    return true;
+  });
+  std::vector<std::pair<std::string, std::string>> pairs;
+  for (const planex::io::Fault& fault : faults) pairs.emplace_back(fault.path, fault.text);
+  return pairs;
 }
 
 std::string toJson(const CalibrationModel& model, bool pretty) {
@@ -300,6 +326,7 @@ void bindModel(py::module_& module) {
       .def_property_readonly("region", &residualsOf);
   module.def("from_json", &fromJson);
   module.def("to_json", &toJson);
+  module.def("faults_of", &faultsOf);
   module.def("write_model", [](const CalibrationModel& model, const std::string& path) {
     call([&] { return writeModel(path, model); });
   });

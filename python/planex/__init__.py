@@ -28,7 +28,7 @@ from planex.functions import (
     thread_limit,
 )
 from planex.heights import HeightMap
-from planex.model import Model, Region, SkewMode, State
+from planex.model import Fault, Model, Region, SkewMode, State
 from planex.records import Bounds, Grid, Rectangle, SensorTraits, Splat
 
 __all__ = [
@@ -36,6 +36,7 @@ __all__ = [
     "Bounds",
     "DocumentError",
     "Error",
+    "Fault",
     "Grid",
     "HeightMap",
     "ImageError",

@@ -11,6 +11,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from planex import _core
+from planex._html import table
 from planex._paths import Path, readable, writable
 from planex.records import Grid, Splat
 
@@ -187,3 +188,21 @@ class HeightMap:
         ax.set_ylabel("Y")
         ax.figure.colorbar(image, ax=ax, label=f"Z ({self.unit})")
         return ax
+
+    def _repr_html_(self) -> str:
+        (rows, columns), unit, grid = self.z.shape, self.unit, self.grid
+        heights = self.heights()[~self.mask]
+        span = "none" if heights.size == 0 else f"{heights.min():g} to {heights.max():g} {unit}"
+        last_x = grid.x_origin + (columns - 1) * grid.x_scale
+        last_y = self.y_origin + max(rows - 1, 0) * self.y_scale
+        return table(
+            "planex.HeightMap",
+            {
+                "shape": f"{rows} x {columns} {self.z.dtype}",
+                "x": f"{grid.x_origin:g} to {last_x:g} {unit}, step {grid.x_scale:g}",
+                "y": f"{self.y_origin:g} to {last_y:g}, step {self.y_scale:g}",
+                "z": span,
+                "missing": f"{self.mask.mean() if self.z.size else 0:.1%}",
+                "intensity": "no" if self.intensity is None else "yes",
+            },
+        )

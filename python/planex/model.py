@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import enum
 import os
+import sys
 from dataclasses import dataclass
 from typing import Any, NoReturn
 
@@ -11,6 +12,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from planex import _core
+from planex._html import table
 from planex._paths import writable
 from planex.records import require_whole
 
@@ -48,6 +50,17 @@ class Region:
     maximum_residual_z: NDArray[np.float32]
     x: NDArray[np.float64]
     z: NDArray[np.float64]
+
+
+@dataclass(frozen=True)
+class Fault:
+    """Something wrong with a model: the member of its document, and what is wrong with it."""
+
+    path: str
+    text: str
+
+    def __str__(self) -> str:
+        return f"{self.path}: {self.text}"
 
 
 #: Shapes of the fields that are arrays.
@@ -98,6 +111,10 @@ def _checked(name: str, value: Any) -> Any:
     return array
 
 
+def _error_text(typical: float, most: float) -> str:
+    return "not set" if typical == sys.float_info.max else f"{typical:g}, at most {most:g}"
+
+
 class Model:
     """A camera model: a value that never changes.
 
@@ -126,15 +143,15 @@ class Model:
         return model
 
     @classmethod
-    def from_json(cls, text: str | bytes) -> Model:
+    def from_json(cls, text: str | bytes, *, recover: bool = False) -> Model:
         """The model of a document. :class:`DocumentError` says what is wrong with it."""
-        return cls._of(_core.from_json(text, "the text"))
+        return cls._of(_core.from_json(text, "the text", recover))
 
     @classmethod
-    def from_file(cls, path: str | os.PathLike[str]) -> Model:
+    def from_file(cls, path: str | os.PathLike[str], *, recover: bool = False) -> Model:
         """The model of a document in a file."""
         with open(path, "rb") as file:
-            return cls._of(_core.from_json(file.read(), os.fspath(path)))
+            return cls._of(_core.from_json(file.read(), os.fsencode(path), recover))
 
     def to_json(self, *, indent: bool = True) -> str:
         """A document that gives the same model. It has no form for numbers that are not finite."""
@@ -143,6 +160,17 @@ class Model:
     def to_file(self, path: str | os.PathLike[str], *, overwrite: bool = False) -> None:
         """Writes the document. A file that is there is replaced when the new one is complete."""
         _core.write_model(self._native, os.fsencode(writable(path, overwrite)))
+
+    def check(self) -> list[Fault]:
+        """All that is wrong with what the numbers mean together; nothing for a sound model."""
+        unusable = [
+            Fault("data." + name.title().replace("_", ""), "is not finite")
+            for name in (*_NUMBERS, *_SHAPES)
+            if not np.isfinite(getattr(self, name)).all()
+        ]
+        if unusable:
+            return unusable
+        return [Fault(path, text) for path, text in _core.faults_of(self._native)]
 
     def replace(self, **fields: Any) -> Model:
         """A copy with other values of these fields. ``region=None`` leaves the region out."""
@@ -280,11 +308,32 @@ class Model:
     def __delattr__(self, name: str) -> NoReturn:
         raise AttributeError("a model never changes")
 
+    def _state_name(self) -> str:
+        state = self._native.state
+        return State(state).name if state in State._value2member_map_ else str(state)
+
     def __repr__(self) -> str:
         width, height = self.sensor_size
-        state = self._native.state
-        name = State(state).name if state in State._value2member_map_ else state
-        return f"<planex.Model {name} {width} x {height}, focal length {self.focal_length:g}>"
+        focal = f"focal length {self.focal_length:g}"
+        return f"<planex.Model {self._state_name()} {width} x {height}, {focal}>"
+
+    def _repr_html_(self) -> str:
+        region = self.region
+        return table(
+            "planex.Model",
+            {
+                "state": self._state_name(),
+                "sensor": "{} x {} pixels".format(*self.sensor_size),
+                "focal length": f"{self.focal_length:g} pixels",
+                "lens centre": "{:g}, {:g}".format(*self.lens_center),
+                "calibration error": _error_text(
+                    self.calibration_error, self.calibration_error_max
+                ),
+                "alignment error": _error_text(self.alignment_error, self.alignment_error_max),
+                "sheet curve": "yes" if self.sheet_curve.size else "no",
+                "region": "none" if region is None else "{} x {}".format(*region.point_count.shape),
+            },
+        )
 
 
 def _from_bits(fields: bytes, region: bytes) -> Model:

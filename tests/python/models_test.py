@@ -79,6 +79,8 @@ def test_fields_come_back_and_cannot_be_changed(model):
     (lambda m, p: m.mirror(x=math.nan), planex.Error, "mirror point is invalid"),
     (lambda m, p: Model.from_file(p / "none"), FileNotFoundError, "none"),
     (lambda m, p: Model.from_file(__file__), planex.DocumentError, "models_test.py is no model"),
+    (lambda m, p: [(p / "\udcff").write_text("{"), Model.from_file(p / "\udcff")],
+     planex.DocumentError, "\udcff is no model"),
     (lambda m, p: m.to_file(p / "no" / "a.json"), FileNotFoundError, "no"),
     (lambda m, p: [m.to_file(p / "a.json"), m.to_file(p / "a.json")], FileExistsError, "overwrite"),
     (lambda m, p: [os.symlink("x", p / "l"), m.to_file(p / "l", overwrite=True)], planex.Error,
@@ -102,6 +104,43 @@ def test_files_and_what_is_worth_knowing(model, tmp_path, caplog):
     assert Model.from_file(path).replace(file_version=2) == model
     said = [(record.name, record.levelname) for record in caplog.records]
     assert said == [("planex.Image.Planex.Model", "INFO")]
+
+
+@pytest.mark.parametrize("fields, faults", [
+    (dict(), []),
+    (dict(homography=numpy.zeros((3, 3)), pose=2 * numpy.diag([1, 1, 2, 1])),
+     ["data.Homography: cannot be inverted",
+      "data.Pose: is no similarity: rotation, one scale and translation"]),
+    (dict(focal_length=-1.0), ["data.FocalLength: is -1; expected above 0"]),
+    (dict(alignment_error_max=math.nan, sheet_curve=[math.inf] * 6),
+     ["data.AlignmentErrorMax: is not finite", "data.SheetCurve: is not finite"]),
+])
+def test_check_names_what_is_wrong(model, fields, faults):
+    assert [str(fault) for fault in model.replace(**fields).check()] == faults
+
+
+def test_recovery_is_asked_for_and_said(model, tmp_path, caplog):
+    path = tmp_path / "damaged.json"
+    path.write_text(model.to_json().replace("LensCoefficients", "LensCoeff"))
+    with pytest.raises(planex.DocumentError, match="damaged.json is no model.*LensCoefficients"):
+        Model.from_file(path)
+    assert not caplog.records
+    assert Model.from_file(path, recover=True).sensor_size == model.sensor_size
+    assert [record.levelname for record in caplog.records] == ["WARNING"]
+    assert "damaged.json is no model" in caplog.text and "LensCoefficients" in caplog.text
+    for text in ('{"class": 1} SensorSize', path.read_text().replace("6400", "-1"),
+                 path.read_text() + '"SensorSize": 1, 2'):
+        with pytest.raises(planex.DocumentError):
+            Model.from_json(text, recover=True)
+
+
+def test_notebooks_get_escaped_tables(model):
+    grid = planex.Grid(3, 1.0, 0.0, 1.0, 0.0, planex.Splat(0, 0))
+    heights = planex.HeightMap(numpy.zeros((2, 3), "f4"), grid, unit="<script>\"&")
+    page = heights._repr_html_()
+    assert "0 to 0 &lt;script&gt;&quot;&amp;" in page and "<script" not in page
+    assert "2560 x 1024" in model._repr_html_() and "2 x 3" in with_region(model)._repr_html_()
+    assert planex.HeightMap(numpy.zeros((0, 3), "f4"), grid)._repr_html_()
 
 
 @pytest.mark.parametrize("spoil", [
