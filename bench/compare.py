@@ -163,9 +163,9 @@ def table(heading, rows):
     return "\n".join(lines + [row.line() for row in rows])
 
 
-def put(page, text):
-    """Replaces what stands between the two comments of this program on a page."""
-    begin, end = "<!-- bench/compare.py -->\n", "\n<!-- end -->"
+def put(page, text, program="compare.py"):
+    """Replaces what stands between the two comments of a program on a page."""
+    begin, end = f"<!-- bench/{program} -->\n", "\n<!-- end -->"
     before, rest = page.read_text(encoding="utf-8").split(begin)
     after = rest.partition(end)[2]
     page.write_text(before + begin + text + end + after, encoding="utf-8")

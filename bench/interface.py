@@ -1,4 +1,5 @@
-"""The library as compare.py calls it: the C interface, and mapPoints through a small module."""
+"""The library as compare.py and python_bench.py call it: the C interface, and mapPoints through a
+small module."""
 
 import ctypes
 import json
@@ -72,11 +73,20 @@ class Planex:
 
     def calibration(self, samples, x, z):
         """A call that calibrates `samples` into x and z."""
-        model = self._handle(self.lib.createModelFromJson, document().encode())
-        handle = self._handle(self.lib.createCalibrationFilter, model,
-                              SensorTraits(1, 0, 1 / 16, 0, WIDTH, HEIGHT),
-                              ImageSize(WIDTH, HEIGHT), 0x01100007)
+        handle = self._calibration_filter(WIDTH, HEIGHT)
         return lambda: self.lib.applyCalibration(handle, pointer(samples), pointer(x), pointer(z))
+
+    def _calibration_filter(self, columns, rows):
+        model = self._handle(self.lib.createModelFromJson, document().encode())
+        return self._handle(self.lib.createCalibrationFilter, model,
+                            SensorTraits(1, 0, 1 / 16, 0, WIDTH, HEIGHT),
+                            ImageSize(columns, rows), 0x01100007)
+
+    def calibrations(self, profile, x, z):
+        """A function that calibrates one profile so often, without Python between the calls."""
+        handle = self._calibration_filter(profile.size, 1)
+        return lambda count: self.points.calibrateAgain(
+            handle, pointer(profile), pointer(x), pointer(z), ctypes.c_int(count))
 
     def rectification(self, mode, grid, x, z, out):
         """A call that writes the height map of x and z, each point to one cell."""

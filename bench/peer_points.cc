@@ -1,10 +1,13 @@
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
+#include "planex/api/planex.h"
 #include "planex/infra/export.h"
 #include "planex/model/point_mapping.h"
 
-/// mapPoints for compare.py, which calls it beside OpenCV's functions for points.
+/// mapPoints for compare.py, which calls it beside OpenCV's functions for points, and calls of the
+/// C interface without Python between them.
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -19,6 +22,13 @@ etl::Vector<cmnalg::Vec<2, double>> result;
 }  // namespace
 
 extern "C" {
+
+PLANEX_EXPORT bool calibrateAgain(std::uint32_t filter, const void* range, float* x, float* z,
+                                  int count) {
+  bool done = true;
+  for (int i = 0; i < count; ++i) done = applyCalibration(filter, range, x, z) && done;
+  return done;
+}
 
 /// The camera: f, cx, cy, seven lens coefficients, nine of the homography, six of the sheet curve
 /// or none.
