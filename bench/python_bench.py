@@ -238,8 +238,8 @@ def report(options, folder):
         os.sched_setaffinity(0, processors)
         parts += ["Two Python threads with `threads=1`, work done in the time of one:", table(
             ("", "times"), *scaling_rows(package, rounds))]
-    heading = (f"{compare.machine()}, NumPy {np.__version__}, load average {started:.1f} before and "
-               f"{os.getloadavg()[0]:.1f} after.")
+    heading = (f"{compare.machine()}, NumPy {np.__version__}, load average {started:.1f} before "
+               f"and {os.getloadavg()[0]:.1f} after.")
     beside = compare.table(f"Beside what one would write instead, a pixel or point, medians of "
                            f"{rounds}:", rows)
     return "\n\n".join([heading, *parts, beside])

@@ -28,14 +28,36 @@ _limits = threading.local()
 
 
 class Points(NamedTuple):
-    """Calibrated points: float32, NaN where nothing was measured."""
+    """Calibrated points, as :func:`calibrate` gives them.
+
+    Attributes
+    ----------
+    x, z : ndarray of float32, profiles x columns
+        In the laser plane, in the model's length unit; NaN where nothing was measured.
+
+    Examples
+    --------
+    >>> x, z = planex.Points(np.float32([[1.0]]), np.float32([[np.nan]]))
+    >>> np.isnan(z)
+    array([[ True]])
+    """
 
     x: NDArray[np.float32]
     z: NDArray[np.float32]
 
 
 class AlignedPoints(NamedTuple):
-    """Points in the aligned system: float32, NaN where nothing was measured."""
+    """Points in the aligned system, as :func:`align` gives them.
+
+    Attributes
+    ----------
+    x, y, z : ndarray of float32, profiles x columns
+        In the model's length unit; NaN where nothing was measured.
+
+    Examples
+    --------
+    >>> x, y, z = planex.AlignedPoints(*np.zeros((3, 1, 1), np.float32))
+    """
 
     x: NDArray[np.float32]
     y: NDArray[np.float32]
@@ -74,8 +96,24 @@ def _threads(threads: int | None) -> int:
 def thread_limit(threads: int) -> Iterator[None]:
     """Calls of this Python thread within the block use at most so many threads.
 
-    Of blocks within each other, and an argument ``threads``, the smallest counts. No result
-    depends on it.
+    No result depends on it. It changes nothing outside this thread, nor settings of OpenMP.
+
+    Parameters
+    ----------
+    threads : int
+        1 or more. Of blocks within each other, and an argument ``threads``, the smallest counts.
+
+    Raises
+    ------
+    ValueError
+        ``threads`` is below 1.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> scan = np.full((100, 2560), 8000, np.uint16)
+    >>> with planex.thread_limit(1):
+    ...     points = planex.calibrate(model, scan, planex.SensorTraits.full(model))
     """
     outer = getattr(_limits, "threads", 0)
     _limits.threads = _threads(threads)
@@ -95,16 +133,51 @@ def calibrate(
     out: tuple[NDArray[np.float32], NDArray[np.float32]] | None = None,
     threads: int | None = None,
 ) -> Points:
-    """Turns a range image into world X and Z.
+    """Turns a range image into X and Z of the laser plane.
 
-    :param range_image: profiles x columns, of uint8, uint16, uint32, uint64, float32 or float64.
+    Parameters
+    ----------
+    model : Model
+        Calibrated.
+    range_image : ndarray, profiles x columns
+        Places of the laser on the sensor, of uint8, uint16, uint32, uint64, float32 or float64.
         0 in an integer image, and what is not above 0 in a floating one, is no measurement.
         Profiles may lie apart, as in ``scan[::4, 100:900]``.
-    :param sensor: where on the sensor it lies
-    :param aligned: map on into the aligned plane, where the model is aligned
-    :param precision: of the arithmetic; results are float32
-    :param out: two float32 arrays of its shape, C-contiguous, that receive X and Z
-    :param threads: at most so many
+    sensor : SensorTraits
+        What columns and values are on the sensor, in pixels.
+    aligned : bool
+        Go on through skew and pose into the aligned plane, where the model is aligned.
+    precision : {"single", "double"}
+        Of the arithmetic; results are float32.
+    out : tuple of two ndarrays, optional
+        float32 of the shape of ``range_image``, C-contiguous, that receive X and Z. They share no
+        memory with it.
+    threads : int, optional
+        At most so many; no result depends on it.
+
+    Returns
+    -------
+    Points
+        ``out``, or two arrays of the shape of ``range_image``: calibrated coordinates (aligned ones
+        with ``aligned=True``), in the model's length unit. NaN where nothing was measured.
+
+    Raises
+    ------
+    Error
+        The library refuses the model, or the region lies outside its sensor.
+    TypeError, ValueError
+        An array is of another type, shape or layout; nothing has been written.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> scan = np.full((3, 2560), 8000, np.uint16)  # row 500 of the sensor, in sixteenths
+    >>> scan[1, 7] = 0
+    >>> x, z = planex.calibrate(model, scan, planex.SensorTraits.full(model))
+    >>> x.shape, z.dtype, np.argwhere(np.isnan(z))
+    ((3, 2560), dtype('float32'), array([[1, 7]]))
+    >>> print(f"{x[0, 1280]:.2f} {z[0, 1280]:.2f}")
+    0.05 10.33
     """
     _require("sensor", sensor, SensorTraits)
     x, z = (None, None) if out is None else out
@@ -132,12 +205,43 @@ def align(
     out: tuple[NDArray[np.float32], NDArray[np.float32], NDArray[np.float32]] | None = None,
     threads: int | None = None,
 ) -> AlignedPoints:
-    """Carries calibrated points into the aligned system.
+    """Carries calibrated points into the aligned system, through skew and pose of the model.
 
-    :param x, z: profiles x columns, float32 or float64; x may be one profile that serves all
-    :param y: position along the scan, one float64 a profile
-    :param aligned: whether they were calibrated with ``aligned=True``
-    :param out: three float32 arrays of the shape of z
+    Parameters
+    ----------
+    model : Model
+        Aligned.
+    x, z : ndarray of float32 or float64, profiles x columns
+        Calibrated coordinates; NaN is no point. x may be one profile, 1 x columns, that serves all.
+    y : ndarray of float64, one a profile
+        Position along the scan, in the length unit.
+    aligned : bool
+        Whether x and z were calibrated with ``aligned=True``.
+    out : tuple of three ndarrays, optional
+        float32 of the shape of z, C-contiguous, that receive X, Y and Z.
+    threads : int, optional
+        At most so many.
+
+    Returns
+    -------
+    AlignedPoints
+        ``out``, or three arrays of the shape of z.
+
+    Raises
+    ------
+    Error
+        The library refuses the model.
+    TypeError, ValueError
+        An array is of another type, shape or layout; nothing has been written.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> scan = np.full((3, 2560), 8000, np.uint16)
+    >>> x, z = planex.calibrate(model, scan, planex.SensorTraits.full(model))
+    >>> aligned = planex.align(model, x, z, np.array([0.0, 0.2, 0.4]))
+    >>> aligned.y.shape, aligned.y.dtype
+    ((3, 2560), dtype('float32'))
     """
     outputs = (None, None, None) if out is None else out
     return AlignedPoints._make(
@@ -186,18 +290,52 @@ def rectify(
     y_origin: float = 0.0,
     threads: int | None = None,
 ) -> HeightMap:
-    """Resamples calibrated points onto the columns of a height map, profile by profile.
+    """Resamples points onto the columns of a height map, profile by profile.
 
-    :param x, z: profiles x columns, float32 or float64; NaN is no point
-    :param mode: what a cell that several points cover gets; ``"darkest"`` and ``"brightest"``
-        choose by intensity
-    :param intensity: of each point, uint8 or uint16; those of 16 bits are spread over 8 bits
-        between ``intensity_limits``, without them those of the whole array
-    :param missing: height of a cell without a point
-    :param dtype: float32 for heights in world units, uint16 for levels of the grid, 0 for none
-    :param out, out_intensity: arrays that receive them, profiles x grid.columns
-    :param y_scale, y_origin: what profiles stand for, kept in the result. Without a scale rows are
-        counted
+    Parameters
+    ----------
+    x, z : ndarray of float32 or float64, profiles x columns
+        Points of one system; NaN is no point.
+    grid : Grid
+        The cells, in the same coordinates, and how wide a point is spread.
+    mode : {"mean", "lowest", "highest", "darkest", "brightest"}
+        What a cell that several points cover gets; the last two choose by intensity.
+    intensity : ndarray of uint8 or uint16, profiles x columns, optional
+        Of each point. 16 bits are spread over 8 bits between ``intensity_limits``.
+    intensity_limits : tuple of two ints, optional
+        Without them those of the whole array, as :func:`intensity_limits` finds them.
+    missing : float
+        Height of a cell without a point.
+    dtype : {float32, uint16}
+        Heights in the length unit, or levels of the grid, 0 for none.
+    out, out_intensity : ndarray, optional
+        Profiles x ``grid.columns``, of ``dtype`` and of uint8, C-contiguous, that receive heights
+        and intensities.
+    y_scale, y_origin : float
+        Y = y_scale * profile + y_origin; kept in the result. Without a scale rows are
+        counted.
+    threads : int, optional
+        At most so many.
+
+    Returns
+    -------
+    HeightMap
+        Profiles x ``grid.columns``, in the system of the points.
+
+    Raises
+    ------
+    Error
+        The library refuses the grid, or a mode that needs intensities has none.
+    TypeError, ValueError
+        An array is of another type, shape or layout; nothing has been written.
+
+    Examples
+    --------
+    >>> grid = planex.Grid(4, 1.0, 0.0, 0.001, -0.001, planex.Splat(0, 0))
+    >>> x = np.array([[0.1, 2.2, 1.9]])
+    >>> z = np.array([[5.0, 6.0, 8.0]])
+    >>> planex.rectify(x, z, grid, mode="highest", missing=-1.0).z
+    array([[ 5., -1.,  8., -1.]], dtype=float32)
     """
     _require("grid", grid, Grid)
     levels = _is_levels(dtype)
@@ -240,9 +378,32 @@ def height_map(
 ) -> HeightMap:
     """A height map from a range image: :func:`calibrate`, then :func:`rectify`, the same bits.
 
-    It goes by blocks of profiles, so that X and Z never exist as a whole. Without a grid it is
-    ``bounds(model, sensor, columns).grid()``; that is in calibrated coordinates, so ``aligned``
-    needs a grid. What else there is stands at the two functions.
+    It goes by blocks of profiles that stay in the cache, so that X and Z never exist as a whole.
+    Parameters that are not listed are those of the two functions.
+
+    Parameters
+    ----------
+    grid : Grid, optional
+        In calibrated coordinates, aligned ones with ``aligned=True``. Without it,
+        ``bounds(model, sensor, columns).grid()``, which is calibrated: ``aligned`` needs a grid.
+
+    Returns
+    -------
+    HeightMap
+        Profiles x ``grid.columns``.
+
+    Raises
+    ------
+    Error, TypeError, ValueError
+        As the two functions; nothing has been written.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> scan = np.full((100, 2560), 8000, np.uint16)
+    >>> heights = planex.height_map(model, scan, planex.SensorTraits.full(model), y_scale=0.2)
+    >>> heights.z.shape, heights.unit
+    ((100, 2560), 'mm')
     """
     _require("sensor", sensor, SensorTraits)
     native = _native(model)
@@ -274,14 +435,61 @@ def height_map(
 
 
 def bounds(model: Model, sensor: SensorTraits, columns: int) -> Bounds:
-    """What images of so many columns, of a sensor region, can show of the laser plane."""
+    """What images of so many columns, of a sensor region, can show of the laser plane.
+
+    Parameters
+    ----------
+    model : Model
+        Calibrated.
+    sensor : SensorTraits
+        The region, in pixels.
+    columns : int
+        Of the range images.
+
+    Returns
+    -------
+    Bounds
+        Ranges of X and Z in calibrated coordinates, and how wide points lie apart.
+
+    Raises
+    ------
+    Error
+        The library refuses model or region.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> bounds = planex.bounds(model, planex.SensorTraits.full(model), 2560)
+    >>> grid = bounds.grid(pixel_size=0.1)
+    >>> grid.x_scale, grid.x_origin == bounds.x[0]
+    (0.1, True)
+    """
     _require("sensor", sensor, SensorTraits)
     x_min, x_max, z_min, z_max, a, b = _core.bounds(_native(model), sensor, columns)
     return Bounds((x_min, x_max), (z_min, z_max), Splat(a, b), columns)
 
 
 def intensity_limits(intensity: NDArray[np.uint16]) -> tuple[int, int]:
-    """The smallest and the largest of 16-bit intensities, as :func:`rectify` takes them."""
+    """The smallest and the largest of 16-bit intensities, as :func:`rectify` takes them.
+
+    Parameters
+    ----------
+    intensity : ndarray of uint16, profiles x columns
+
+    Returns
+    -------
+    tuple of two ints
+
+    Raises
+    ------
+    ValueError
+        The array is empty.
+
+    Examples
+    --------
+    >>> planex.intensity_limits(np.array([[30, 700]], np.uint16))
+    (30, 700)
+    """
     return _core.intensity_limits(intensity)
 
 
@@ -297,10 +505,40 @@ def map_points(
 ) -> NDArray[Any]:
     """Maps points from one coordinate system to another.
 
-    :param points: (..., 2), sensor column and row or X and Z; or (..., 3), with the profile index
-        or Y in the middle. float32 or float64, C-contiguous.
-    :param y_offset, y_scale: Y = y_scale * profile + y_offset
-    :param out: receives them; ``points`` itself is allowed
+    Parameters
+    ----------
+    model : Model
+        Calibrated; for "aligned", aligned.
+    points : ndarray of float32 or float64, (..., 2) or (..., 3), C-contiguous
+        Sensor column and row in pixels, or X and Z in the length unit; of three, the profile index
+        ("pixel") or Y stands in the middle.
+    source, target : {"pixel", "calibrated", "aligned"}
+        The systems.
+    y_offset, y_scale : float
+        Y = y_scale * profile + y_offset.
+    out : ndarray, optional
+        Of the type and shape of ``points``, which itself is allowed.
+
+    Returns
+    -------
+    ndarray
+        ``out``, or an array of the type and shape of ``points``. NaN where a point has no image.
+
+    Raises
+    ------
+    Error
+        The library refuses the model.
+    TypeError, ValueError
+        An array is of another type, shape or layout; nothing has been written.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> corners = np.array([[0.0, 0.0], [2559.0, 1023.0]])
+    >>> plane = planex.map_points(model, corners, "pixel", "calibrated")
+    >>> back = planex.map_points(model, plane, "calibrated", "pixel")
+    >>> bool(abs(back - corners).max() < 1e-3)
+    True
     """
     way = _choice("source", source, _SYSTEMS), _choice("target", target, _SYSTEMS)
     return _core.map_points(_native(model), points, *way, y_offset, y_scale, out)
@@ -314,7 +552,35 @@ def map_rectangle(
     *,
     supersampling: int = 20,
 ) -> NDArray[np.float64]:
-    """The outline of a rectangle in another system, 4 (supersampling + 1) points."""
+    """The outline of a rectangle in another system.
+
+    Parameters
+    ----------
+    model : Model
+    rectangle : Rectangle
+        In ``source``.
+    source, target : {"pixel", "calibrated", "aligned"}
+        The systems.
+    supersampling : int
+        Points on each side between two corners.
+
+    Returns
+    -------
+    ndarray of float64, (4 * (supersampling + 1), 2)
+        In order along the outline.
+
+    Raises
+    ------
+    Error
+        The library refuses the model.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> field = planex.Rectangle((1280, 512), 2560, 1024)
+    >>> planex.map_rectangle(model, field, "pixel", "calibrated", supersampling=0).shape
+    (4, 2)
+    """
     _require("rectangle", rectangle, Rectangle)
     way = _choice("source", source, _SYSTEMS), _choice("target", target, _SYSTEMS)
     return _core.map_rectangle(
@@ -339,6 +605,35 @@ def map_box(
     y_scale: float = 1.0,
     supersampling: int = 20,
 ) -> NDArray[np.float64]:
-    """Points on the surface of the box with two opposite corners, in another system."""
+    """Points on the surface of a box in another system.
+
+    Parameters
+    ----------
+    model : Model
+    low, high : tuple of three floats
+        Two opposite corners of the box in ``source``: X, Y and Z, or column, profile and row.
+    source, target : {"pixel", "calibrated", "aligned"}
+        The systems.
+    y_offset, y_scale : float
+        Y = y_scale * profile + y_offset.
+    supersampling : int
+        Points on each edge between two corners.
+
+    Returns
+    -------
+    ndarray of float64, (points, 3)
+
+    Raises
+    ------
+    Error
+        The library refuses the model.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> box = planex.map_box(model, (0, 0, 0), (1, 2, 3), "calibrated", "aligned", supersampling=0)
+    >>> box.shape
+    (8, 3)
+    """
     way = _choice("source", source, _SYSTEMS), _choice("target", target, _SYSTEMS)
     return _core.map_box(_native(model), low, high, *way, y_offset, y_scale, supersampling)

@@ -22,21 +22,50 @@ _masked: Any = np.ma.MaskedArray  # NumPy has no types for it
 
 @dataclass(frozen=True, eq=False)
 class HeightMap:
-    """Heights over a regular grid: a row a profile, a column a place along the laser line."""
+    """Heights over a regular grid: a row a profile, a column a place along the laser line.
 
-    #: rows x columns: float32 heights in world units, or uint16 levels of the grid
+    Attributes
+    ----------
+    z : ndarray, rows x columns
+        float32 heights in the length unit, or uint16 levels of the grid.
+    grid : Grid
+        What columns and levels stand for.
+    intensity : ndarray of uint8, rows x columns, or None
+        Where the points had intensities.
+    missing : float
+        What a cell without a point holds; 0 in levels.
+    y_scale, y_origin : float
+        Y = y_scale * row + y_origin.
+    unit : str
+        Of the lengths.
+    y_unit : str, optional
+        Of y where it is another one: "rows" where nobody said how far they are apart.
+    aligned : bool
+        Whether the coordinates are aligned ones, and not calibrated.
+
+    Examples
+    --------
+    >>> grid = planex.Grid(3, 0.5, -0.5, 0.01, 0.0, planex.Splat(0, 0))
+    >>> heights = planex.HeightMap(np.float32([[1.0, np.nan, 2.0]]), grid, y_scale=0.2)
+    >>> heights.x
+    array([-0.5,  0. ,  0.5])
+    >>> heights.mask
+    array([[False,  True, False]])
+    >>> float(heights.masked().mean())
+    1.5
+    >>> levels = planex.HeightMap(np.uint16([[100, 0, 200]]), grid, missing=0)
+    >>> levels.heights()
+    array([[ 1., nan,  2.]], dtype=float32)
+    """
+
     z: NDArray[Any]
     grid: Grid
-    #: uint8, as large as z, where the points had intensities
     intensity: NDArray[np.uint8] | None = None
-    #: what a cell without a point holds; 0 in levels
     missing: float = math.nan
     y_scale: float = 1.0
     y_origin: float = 0.0
     unit: str = "mm"
-    #: of y where it is another one: "rows" where nobody said how far they are apart
     y_unit: str | None = None
-    #: whether the coordinates are aligned ones, and not calibrated
     aligned: bool = False
 
     @classmethod
@@ -153,7 +182,18 @@ class HeightMap:
         return _core.world_heights(self.z, self.grid.z_scale, self.grid.z_origin, math.nan)
 
     def to_xarray(self) -> Any:
-        """An xarray.DataArray over y and x that shares the heights."""
+        """An xarray.DataArray over y and x that shares the heights.
+
+        Returns
+        -------
+        xarray.DataArray
+            float32, named z, NaN or ``missing`` where there is none; the unit stands in ``attrs``.
+
+        Raises
+        ------
+        ImportError
+            There is no xarray.
+        """
         import xarray
 
         return xarray.DataArray(
@@ -165,9 +205,18 @@ class HeightMap:
         )
 
     def plot(self, ax: Any = None, **options: Any) -> Any:
-        """Draws the heights with Matplotlib, cells in their places; the Axes.
+        """Draws the heights with Matplotlib, cells in their places.
 
-        Options go to ``Axes.imshow``.
+        Parameters
+        ----------
+        ax : matplotlib.axes.Axes, optional
+            Without it the current ones.
+        **options
+            Go to ``Axes.imshow``.
+
+        Returns
+        -------
+        matplotlib.axes.Axes
         """
         if ax is None:
             import matplotlib.pyplot  # type: ignore[import]

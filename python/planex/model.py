@@ -18,7 +18,13 @@ from planex.records import require_whole
 
 
 class State(enum.IntEnum):
-    """How far a model is calibrated."""
+    """How far a model is calibrated.
+
+    Examples
+    --------
+    >>> planex.Model.from_file("camera.json").state.name
+    'CALIBRATED_ALIGNED_3D'
+    """
 
     UNCALIBRATED = 0
     CALIBRATED = 1
@@ -29,7 +35,13 @@ class State(enum.IntEnum):
 
 
 class SkewMode(enum.IntEnum):
-    """Which directions of the calibrated plane were measured in the light plane."""
+    """Which directions of the calibrated plane were measured in the light plane.
+
+    Examples
+    --------
+    >>> planex.SkewMode(0).name
+    'XZ_IN_LIGHT_PLANE'
+    """
 
     XZ_IN_LIGHT_PLANE = 0
     Z_NOT_IN_LIGHT_PLANE = 1
@@ -40,7 +52,21 @@ class SkewMode(enum.IntEnum):
 class Region:
     """Where in the laser plane the calibration was supported by points: rows along z.
 
-    All arrays are read-only and of one shape, but the coordinates of the cells' centres.
+    Attributes
+    ----------
+    point_count : ndarray of int32, rows x columns
+        Of each cell; read-only, as all.
+    average_residual_x, average_residual_z : ndarray of float32, rows x columns
+        In the length unit.
+    maximum_residual_x, maximum_residual_z : ndarray of float32, rows x columns
+        In the length unit.
+    x, z : ndarray of float64
+        Coordinates of the cells' centres, along columns and rows.
+
+    Examples
+    --------
+    >>> planex.Model.from_file("camera.json").region is None  # it was made without one
+    True
     """
 
     point_count: NDArray[np.int32]
@@ -54,7 +80,13 @@ class Region:
 
 @dataclass(frozen=True)
 class Fault:
-    """Something wrong with a model: the member of its document, and what is wrong with it."""
+    """Something wrong with a model: the member of its document, and what is wrong with it.
+
+    Examples
+    --------
+    >>> print(planex.Fault("data.FocalLength", "is not finite"))
+    data.FocalLength: is not finite
+    """
 
     path: str
     text: str
@@ -121,6 +153,20 @@ class Model:
     Models are equal when all their bits are, can be keys of a dictionary, be pickled and be used
     on several threads at once. ``Model(focal_length=6400, ...)`` is a new one,
     :meth:`replace` a changed copy.
+
+    Parameters
+    ----------
+    **fields
+        Any of the properties below by name; others have the values of a new model.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> model
+    <planex.Model CALIBRATED_ALIGNED_3D 2560 x 1024, focal length 6400>
+    >>> longer = model.replace(focal_length=6500.0)
+    >>> longer == model, longer.replace(focal_length=6400.0) == model
+    (False, True)
     """
 
     __slots__ = ("_native", "_bits")
@@ -144,25 +190,81 @@ class Model:
 
     @classmethod
     def from_json(cls, text: str | bytes, *, recover: bool = False) -> Model:
-        """The model of a document. :class:`DocumentError` says what is wrong with it."""
+        """The model of a document.
+
+        Parameters
+        ----------
+        text : str or bytes
+        recover : bool
+            Take a damaged document, too, if its sensor size is whole: the rule of the C interface.
+            Members behind the damage have the values of a new model; a warning in :mod:`logging`
+            says so.
+
+        Raises
+        ------
+        DocumentError
+            The text is no model document, with the place of its first fault.
+
+        Examples
+        --------
+        >>> model = planex.Model.from_file("camera.json")
+        >>> planex.Model.from_json(model.to_json()) == model
+        True
+        """
         return cls._of(_core.from_json(text, "the text", recover))
 
     @classmethod
     def from_file(cls, path: str | os.PathLike[str], *, recover: bool = False) -> Model:
-        """The model of a document in a file."""
+        """The model of a document in a file; see :meth:`from_json`.
+
+        Raises
+        ------
+        DocumentError
+            The text is no model document.
+        OSError
+            The file cannot be read.
+        """
         with open(path, "rb") as file:
             return cls._of(_core.from_json(file.read(), os.fsencode(path), recover))
 
     def to_json(self, *, indent: bool = True) -> str:
-        """A document that gives the same model. It has no form for numbers that are not finite."""
+        """A document that gives the same model.
+
+        Raises
+        ------
+        DocumentError
+            A number is not finite: JSON has no form for it.
+        """
         return _core.to_json(self._native, indent)
 
     def to_file(self, path: str | os.PathLike[str], *, overwrite: bool = False) -> None:
-        """Writes the document. A file that is there is replaced when the new one is complete."""
+        """Writes the document. A file that is there is replaced when the new one is complete.
+
+        Raises
+        ------
+        FileExistsError
+            There is a file of that name, and no ``overwrite``.
+        Error
+            The file cannot be written, or a number is not finite.
+        """
         _core.write_model(self._native, os.fsencode(writable(path, overwrite)))
 
     def check(self) -> list[Fault]:
-        """All that is wrong with what the numbers mean together; nothing for a sound model."""
+        """All that is wrong with what the numbers mean together.
+
+        Returns
+        -------
+        list of Fault
+            What the command ``planex check`` finds; nothing for a sound model.
+
+        Examples
+        --------
+        >>> planex.Model.from_file("camera.json").check()
+        []
+        >>> for fault in planex.Model.from_file("camera.json").replace(focal_length=-1.0).check():
+        ...     print(fault)
+        data.FocalLength: is -1; expected above 0
+        """
         unusable = [
             Fault("data." + name.title().replace("_", ""), "is not finite")
             for name in (*_NUMBERS, *_SHAPES)
@@ -173,7 +275,18 @@ class Model:
         return [Fault(path, text) for path, text in _core.faults_of(self._native)]
 
     def replace(self, **fields: Any) -> Model:
-        """A copy with other values of these fields. ``region=None`` leaves the region out."""
+        """A copy with other values of these fields.
+
+        Parameters
+        ----------
+        **fields
+            Properties by name; arrays of their shapes. ``region=None`` leaves the region out.
+
+        Raises
+        ------
+        TypeError, ValueError
+            There is no such field, or a value is of another type, shape or range.
+        """
         checked = {name: _checked(name, value) for name, value in fields.items()}
         return self._of(_core.replaced(self._native, checked))
 
@@ -181,6 +294,16 @@ class Model:
         """A copy whose laser plane is mirrored at the line X = x, or Z = z, or both.
 
         The homography changes; a sheet curve stays as it is.
+
+        Parameters
+        ----------
+        x, z : float, optional
+            In the length unit.
+
+        Raises
+        ------
+        Error
+            A number is not finite.
         """
         return self._of(
             _core.mirrored(self._native, x is not None, x or 0.0, z is not None, z or 0.0)

@@ -38,8 +38,17 @@ class SensorTraits:
 
         u = scale_x * column + origin_x,   v = scale_z * value + origin_z
 
-    ``width`` and ``height`` are those of the region in sensor pixels. A negative scale says that
-    the region extends towards smaller coordinates.
+    Attributes
+    ----------
+    width, height : int
+        Of the region, in sensor pixels, 0 to 65535.
+    scale_x, origin_x, scale_z, origin_z : float
+        In pixels. A negative scale says that the region extends towards smaller coordinates.
+
+    Examples
+    --------
+    >>> planex.SensorTraits(640, 1024, origin_x=960.0).scale_z  # sixteenths of a row
+    0.0625
     """
 
     width: int
@@ -55,7 +64,13 @@ class SensorTraits:
 
     @classmethod
     def full(cls, model: Model, *, scale_z: float = 1.0 / 16) -> SensorTraits:
-        """The whole sensor of a model."""
+        """The whole sensor of a model, in pixels.
+
+        Examples
+        --------
+        >>> planex.SensorTraits.full(planex.Model.from_file("camera.json")).width
+        2560
+        """
         width, height = model.sensor_size
         return cls(width, height, scale_z=scale_z)
 
@@ -95,9 +110,19 @@ class SensorTraits:
 
 @dataclass(frozen=True)
 class Splat:
-    """How wide a point is spread over columns: c (a z + b), in world units.
+    """How wide a point is spread over columns: c (a z + b), in the length unit.
 
-    ``a`` and ``b`` give the distance of neighbouring points at height z; ``c`` is a factor on it.
+    Attributes
+    ----------
+    a, b : float
+        Give the distance of neighbouring points at height z.
+    c : float
+        A factor on it; 0 puts each point into one cell.
+
+    Examples
+    --------
+    >>> planex.Splat(0.0, 0.1)
+    Splat(a=0.0, b=0.1, c=1.0)
     """
 
     a: float
@@ -110,6 +135,20 @@ class Grid:
     """The cells of a height map, and what columns and levels stand for.
 
         x = x_scale * column + x_origin,   z = z_scale * level + z_origin
+
+    Attributes
+    ----------
+    columns : int
+        1 to 2^20.
+    x_scale, x_origin, z_scale, z_origin : float
+        In the length unit; scales are not negative.
+    splat : Splat
+        How wide points are spread.
+
+    Examples
+    --------
+    >>> planex.Grid(100, 0.5, -25.0, 0.001, 0.0, planex.Splat(0, 0)).columns
+    100
     """
 
     columns: int
@@ -135,6 +174,23 @@ class Grid:
         """The grid whose first and last columns stand for the two x.
 
         Level 1 and the last one stand for the two z; 0 is kept for cells without a height.
+
+        Parameters
+        ----------
+        x, z : tuple of two floats
+            In the length unit.
+        columns : int
+            2 to 2^20.
+        splat : Splat
+            How wide points are spread.
+        levels : int
+            3 to 65536.
+
+        Examples
+        --------
+        >>> grid = planex.Grid.from_limits((0, 10), (0, 1), 11, splat=planex.Splat(0, 0))
+        >>> grid.x_scale, grid.x_origin
+        (1.0, 0.0)
         """
         require_whole("columns", columns, 2, _MOST_COLUMNS)
         require_whole("levels", levels, 3, LEVELS)
@@ -145,7 +201,23 @@ class Grid:
 
 @dataclass(frozen=True)
 class Bounds:
-    """The part of the laser plane that a sensor region sees, and how wide its points lie apart."""
+    """The part of the laser plane that a sensor region sees, and how wide its points lie apart.
+
+    Attributes
+    ----------
+    x, z : tuple of two floats
+        Least and most, in the length unit.
+    splat : Splat
+        Distance of neighbouring points.
+    image_columns : int
+        Of the images that were asked for.
+
+    Examples
+    --------
+    >>> bounds = planex.Bounds((0.0, 9.0), (0.0, 5.0), planex.Splat(0.0, 0.1), 10)
+    >>> bounds.grid().x_scale
+    1.0
+    """
 
     x: tuple[float, float]
     z: tuple[float, float]
@@ -163,8 +235,33 @@ class Bounds:
     ) -> Grid:
         """A grid over these bounds, or over the narrower ``x`` and ``z``.
 
-        Without ``columns`` or ``pixel_size`` it has the columns of the image. ``pixel_size`` is
-        the distance of columns in world units. ``c`` is the factor on the width of points.
+        Parameters
+        ----------
+        columns : int, optional
+            Without it, and without ``pixel_size``, those of the image.
+        pixel_size : float, optional
+            The distance of columns, in the length unit.
+        x, z : tuple of two floats, optional
+            Limits, in the length unit.
+        c : float
+            The factor on the width of points.
+
+        Returns
+        -------
+        Grid
+
+        Raises
+        ------
+        TypeError
+            ``columns`` and ``pixel_size`` are both given.
+        ValueError
+            There is no extent, or too many columns.
+
+        Examples
+        --------
+        >>> bounds = planex.Bounds((0.0, 9.0), (0.0, 5.0), planex.Splat(0.0, 0.1), 10)
+        >>> bounds.grid(pixel_size=0.5, x=(2.0, 4.0)).columns
+        4
         """
         if columns is not None and pixel_size is not None:
             raise TypeError("grid() takes columns or pixel_size, not both")
@@ -187,7 +284,22 @@ class Bounds:
 
 @dataclass(frozen=True)
 class Rectangle:
-    """A rectangle in the plane: centre, side lengths, and rotation about the centre in radians."""
+    """A rectangle in the plane.
+
+    Attributes
+    ----------
+    center : tuple of two floats
+        In the units of its system: pixels, or the length unit.
+    width, height : float
+        Of the sides.
+    rotation : float
+        About the centre, in radians.
+
+    Examples
+    --------
+    >>> planex.Rectangle((0.0, 0.0), 4.0, 2.0).rotation
+    0.0
+    """
 
     center: tuple[float, float]
     width: float

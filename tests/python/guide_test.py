@@ -1,14 +1,25 @@
-"""The examples of the guide, run from the first to the last."""
+"""The examples of the guide, run from the first to the last, and those of the docstrings."""
 
+import doctest
+import importlib
+import inspect
 import re
 import shutil
 
+import numpy
+import pytest
 from conftest import ROOT
 
+import planex
 
-def test_guide(tmp_path, monkeypatch):
+
+@pytest.fixture(autouse=True)
+def folder(tmp_path, monkeypatch):
     shutil.copy(ROOT / "examples/models/simulated_camera.json", tmp_path / "camera.json")
     monkeypatch.chdir(tmp_path)
+
+
+def test_guide():
     guide = ROOT / "docs/python.md"
     text = guide.read_text(encoding="utf-8")
     names = {}
@@ -16,3 +27,13 @@ def test_guide(tmp_path, monkeypatch):
         line = text.count("\n", 0, block.start(1))
         exec(compile("\n" * line + block[1], guide, "exec"), names)
     assert "heights" in names
+
+
+@pytest.mark.parametrize("name", ["functions", "heights", "model", "records"])
+def test_docstrings_have_examples_that_run(name):
+    module = importlib.import_module(f"planex.{name}")
+    for public in vars(planex).values():
+        if getattr(public, "__module__", "") == module.__name__:
+            assert ">>> " in inspect.getdoc(public), public
+    outcome = doctest.testmod(module, extraglobs={"planex": planex, "np": numpy})
+    assert outcome.failed == 0 and outcome.attempted > 3, "the report stands above"
