@@ -71,6 +71,7 @@ std::vector<std::pair<std::string, std::string>> faultsOf(const CalibrationModel
     return true;
   });
   std::vector<std::pair<std::string, std::string>> pairs;
+  pairs.reserve(faults.size());
   for (const planex::io::Fault& fault : faults) pairs.emplace_back(fault.path, fault.text);
   return pairs;
 }
