@@ -44,8 +44,8 @@ step_tools() { # what the command writes, in Open3D
 step_stubs() { # the stub of the extension beside what it is
   cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null
   cmake --build --preset release --target planex_python
-  PYTHONPATH=build/release/python MYPYPATH=build/release/python stubtest planex._core \
-    --allowlist tests/python/stubtest_allowed.txt
+  export PYTHONPATH=build/release/python MYPYPATH=build/release/python MYPY_CACHE_DIR=build/mypy
+  stubtest planex._core --allowlist tests/python/stubtest_allowed.txt
 }
 step_clone() { # the commands of the README, in a clone whose path is no plain word
   clone=$(mktemp -d)
