@@ -354,9 +354,9 @@ def test_outputs_that_are_given_are_all_that_is_allocated(model, sensor):
             (lambda: planex.rectify(x, z, GRID, **options), 200_000),
             (lambda: planex.map_points(model, points, "calibrated", "aligned", out=points),
              200_000),
-            # X, Z and reduced intensities of half a million pixels at a time
+            # X, Z and reduced intensities of half a million pixels at a time, in large pages
             (lambda: planex.height_map(model, scan, sensor, GRID, **options | {"intensity": scan}),
-             5_000_000)):
+             12_000_000)):
         call()
         ctypes.CDLL(None).malloc_trim(0)  # what a copy in the first call left would hide the next
         with open("/proc/self/clear_refs", "w", encoding="ascii") as peak:
