@@ -39,8 +39,9 @@ backend "$clone" build_sdist "$scratch"
 tar -xf planex-*.tar.gz
 backend "$scratch"/planex-*[0-9]/ build_wheel "$scratch" >/dev/null
 # What the wheel holds and its digests stand in RECORD, to which pip adds what it makes itself.
-unzip -p planex-*.whl '*/RECORD' >record
-if grep -vxFf venv/lib/python3*/site-packages/planex-*.dist-info/RECORD record; then
+"$python" -m zipfile -e planex-*.whl unpacked
+if grep -vxFf venv/lib/python3*/site-packages/planex-*.dist-info/RECORD \
+  unpacked/planex-*.dist-info/RECORD; then
   exit 1
 fi
 
