@@ -40,8 +40,11 @@ tar -xf planex-*.tar.gz
 backend "$scratch"/planex-*[0-9]/ build_wheel "$scratch" >/dev/null
 # What the wheel holds and its digests stand in RECORD, to which pip adds what it makes itself.
 "$python" -m zipfile -e planex-*.whl unpacked
-if grep -vxFf venv/lib/python3*/site-packages/planex-*.dist-info/RECORD \
-  unpacked/planex-*.dist-info/RECORD; then
+digests() { tr -d '\r' <"$(find "$1" -path '*/planex-*.dist-info/RECORD')" | sort; }
+digests venv >installed
+digests unpacked | comm -23 - installed >different
+if [ -s different ]; then
+  cat different >&2
   exit 1
 fi
 
