@@ -131,7 +131,16 @@ def read_image(path: Path, rows: slice = slice(None)) -> NDArray[Any]:
 
 
 class Sidecar(NamedTuple):
-    """What the JSON file beside a range image says of it."""
+    """What the JSON file beside a range image says of it, as :func:`read_sidecar` gives it.
+
+    Examples
+    --------
+    >>> import planex
+    >>> with open("scan.png.json", "w") as file:
+    ...     count = file.write('{"rows": {"scaleY": 0.5, "originY": -1.0}}')
+    >>> planex.read_sidecar("scan.png.json").y(3).tolist()
+    [-1.0, -0.5, 0.0]
+    """
 
     #: where on the sensor it lies; None where the file says nothing of it
     sensor: SensorTraits | None

@@ -1,4 +1,3 @@
-import doctest
 import json
 import os
 import pathlib
@@ -379,10 +378,3 @@ def test_sidecars(model, tmp_path):
         with pytest.raises(planex.ImageError, match=problem):
             planex.SensorTraits.from_sidecar(path, model)
     assert planex.read_sidecar(path).y(3).tolist() == [0, 2, 4]
-
-
-@pytest.mark.parametrize("module", [planex.files, planex.heights, planex.records])
-def test_examples(tmp_path, monkeypatch, module):
-    monkeypatch.chdir(tmp_path)
-    done = doctest.testmod(module)
-    assert done.attempted > 0 and done.failed == 0

@@ -29,7 +29,7 @@ def test_guide():
     assert "heights" in names
 
 
-@pytest.mark.parametrize("name", ["functions", "heights", "model", "records"])
+@pytest.mark.parametrize("name", ["files", "functions", "heights", "model", "records"])
 def test_docstrings_have_examples_that_run(name):
     module = importlib.import_module(f"planex.{name}")
     for public in vars(planex).values():
