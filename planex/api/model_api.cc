@@ -22,8 +22,9 @@ CalibrationModel modelFrom(const char* json) {
   CalibrationModel model;
   base::JsonVisitingDeSerializer reader(json, false);
   reader.DeserializeIntoExistingObject(model);
-  CalibrationException::throwUnless(!reader.HasError() || datafusion::planex::sensorSizeConfirms(json, model),
-                                    "The json buffer does not contain valid json");
+  CalibrationException::throwUnless(
+      !reader.HasError() || datafusion::planex::sensorSizeConfirms(json, model),
+      "The json buffer does not contain valid json");
   CalibrationException::throwUnless(model.IsConsistent(),
                                     "The json data does not describe a valid model");
   return model;
