@@ -10,7 +10,8 @@ declare -A packages=(
   [test]="libgtest-dev libgmock-dev libbenchmark-dev groff-base python3 python3-numpy
     python3-tifffile python3-pil"
   [python]="python3-dev python3-numpy pybind11-dev python3-pytest python3-hypothesis
-    python3-xarray python3-matplotlib python3-venv mypy"
+    python3-xarray python3-matplotlib python3-dask python3-distributed python3-zarr python3-venv
+    mypy"
   [lint]="git clang-format-14 clang-tidy-14 libomp-19-dev"
   [clang]="clang-19 libclang-rt-19-dev libomp-19-dev"
   [abi]="abigail-tools"

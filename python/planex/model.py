@@ -419,6 +419,9 @@ class Model:
     def __reduce__(self) -> tuple[Any, ...]:
         return _from_bits, self._all_bits()
 
+    def __dask_tokenize__(self) -> tuple[str, bytes, bytes]:
+        return "planex.Model", *self._all_bits()
+
     def __copy__(self) -> Model:
         return self
 

@@ -1,0 +1,486 @@
+"""The functions of planex on Dask arrays: scans longer than memory, on threads or on machines.
+
+    scan = planex.dask.open_image("scan.tif")
+    heights = planex.dask.height_map(model, scan, sensor, grid, mode="highest")
+    planex.dask.to_zarr(heights, "heights.zarr")
+
+Everything is lazy, and every block is whole profiles. The bits are those of :mod:`planex` on the
+whole array, whatever the blocks and the scheduler. A block is computed on one thread: Dask divides
+the work.
+"""
+
+from __future__ import annotations
+
+import math
+import os
+from dataclasses import dataclass
+from typing import Any, NamedTuple
+
+import dask
+import dask.array as da
+import numpy as np
+from dask.base import tokenize
+from dask.graph_manipulation import clone
+from numpy.typing import DTypeLike, NDArray
+
+import planex
+from planex import _core
+from planex.functions import Mode, Precision, _limit_pair, _require
+from planex.model import Model
+from planex.records import Grid, SensorTraits, require_whole
+
+#: Of a block that is read, unless its rows are given.
+_BLOCK_BYTES = 4 << 20
+
+
+class Points(NamedTuple):
+    """Calibrated points, as :class:`planex.Points` in blocks."""
+
+    x: da.Array
+    z: da.Array
+
+
+class AlignedPoints(NamedTuple):
+    """Points in the aligned system, as :class:`planex.AlignedPoints` in blocks."""
+
+    x: da.Array
+    y: da.Array
+    z: da.Array
+
+
+@dataclass(frozen=True, eq=False)
+class HeightMap:
+    """A height map whose cells are computed when they are asked for.
+
+    The fields are those of :class:`planex.HeightMap`, ``z`` and ``intensity`` being Dask arrays.
+
+    Examples
+    --------
+    >>> heights = planex.dask.height_map(model, scan, sensor)
+    >>> heights[100:200].compute().z.shape
+    (100, 2560)
+    """
+
+    z: da.Array
+    grid: Grid
+    intensity: da.Array | None = None
+    missing: float = math.nan
+    y_scale: float = 1.0
+    y_origin: float = 0.0
+    unit: str = "mm"
+
+    @property
+    def x(self) -> NDArray[np.float64]:
+        """Of the columns, in world units."""
+        return self.grid.x_origin + self.grid.x_scale * np.arange(self.z.shape[1])
+
+    @property
+    def y(self) -> NDArray[np.float64]:
+        """Of the rows."""
+        return self.y_origin + self.y_scale * np.arange(self.z.shape[0])
+
+    @property
+    def mask(self) -> da.Array:
+        """True where no point fell into a cell."""
+        return da.isnan(self.z) if math.isnan(self.missing) else self.z == np.float32(self.missing)
+
+    def __getitem__(self, rows: slice) -> HeightMap:
+        """The map of a range of rows."""
+        if not isinstance(rows, slice):
+            raise TypeError(f"a height map is indexed by a slice of rows, not {rows!r}")
+        first, _, step = rows.indices(self.z.shape[0])
+        return HeightMap(
+            self.z[rows],
+            self.grid,
+            None if self.intensity is None else self.intensity[rows],
+            self.missing,
+            self.y_scale * step,
+            self.y_origin + self.y_scale * first,
+            self.unit,
+        )
+
+    def heights(self) -> da.Array:
+        """Heights in world units: z itself, or the heights of its levels, NaN for none."""
+        if self.z.dtype != np.uint16:
+            return self.z
+        return da.blockwise(
+            _world_heights,
+            "ij",
+            self.z,
+            "ij",
+            token="planex-heights",
+            meta=_meta(np.float32),
+            scale=self.grid.z_scale,
+            origin=self.grid.z_origin,
+        )
+
+    def compute(self, **options: Any) -> planex.HeightMap:
+        """The map in memory. Options go to ``dask.compute``, ``scheduler=`` for one."""
+        z, intensity = dask.compute(self.z, self.intensity, **options)
+        return planex.HeightMap(
+            z, self.grid, intensity, self.missing, self.y_scale, self.y_origin, self.unit
+        )
+
+    def to_xarray(self) -> Any:
+        """An xarray.DataArray of the heights over y and x, lazy as they are."""
+        import xarray
+
+        return xarray.DataArray(
+            self.heights(),
+            dims=("y", "x"),
+            coords={"y": self.y, "x": self.x},
+            name="z",
+            attrs={"units": self.unit},
+        )
+
+
+@dataclass(frozen=True)
+class _Call:
+    """What the blocks of a call have in common: one key of its graph, which each worker gets once.
+
+    The calibrated region, the larger part of a model by far, stays at home: nothing computes
+    with it.
+    """
+
+    model: Model
+    options: dict[str, Any]
+
+    def key(self) -> Any:
+        return dask.delayed(self, name="planex-call-" + tokenize(self), traverse=False)
+
+
+def _call(model: Model, **options: Any) -> Any:
+    return _Call(model.replace(region=None), options).key()
+
+
+def _meta(dtype: DTypeLike, dimensions: int = 2) -> NDArray[Any]:
+    return np.empty((0,) * dimensions, dtype)
+
+
+def _require_blocks(name: str, array: Any, function: str, dimensions: int = 2) -> da.Array:
+    """Checks what a graph can tell, so that it need not run to be refused."""
+    if isinstance(array, np.ndarray):
+        raise TypeError(
+            f"{name} is a numpy.ndarray, which planex.{function} takes; "
+            f"here pass dask.array.from_array({name}, chunks=...)"
+        )
+    if not isinstance(array, da.Array):
+        kind = type(array)
+        remedy = f"{name}.data" if hasattr(array, "data") else "a dask.array.Array"
+        raise TypeError(f"{name} is a {kind.__module__}.{kind.__qualname__}; pass {remedy}")
+    if isinstance(array._meta, np.ma.MaskedArray):
+        raise TypeError(f"{name} has masked blocks; pass dask.array.ma.filled({name}, 0)")
+    if type(array._meta) is not np.ndarray:
+        raise TypeError(f"{name} has blocks of {type(array._meta).__qualname__}, not numpy.ndarray")
+    if array.ndim != dimensions:
+        wanted = "two dimensions, profiles and columns" if dimensions == 2 else "one dimension"
+        raise ValueError(f"{name} has {array.ndim} dimensions; it must have {wanted}")
+    if any(math.isnan(size) for sizes in array.chunks for size in sizes):
+        raise ValueError(
+            f"{name} has blocks of unknown size; call {name}.compute_chunk_sizes() before"
+        )
+    if dimensions == 2 and array.numblocks[1] > 1:
+        raise ValueError(
+            f"{name} is cut along its columns, but a block is whole profiles; "
+            f"pass {name}.rechunk({{1: -1}})"
+        )
+    return array
+
+
+def _sample(array: da.Array) -> NDArray[Any]:
+    """A profile of its type: what planex refuses in it, it refuses in all."""
+    return np.zeros((1, *array.shape[1:]), array.dtype)
+
+
+def _in_place(block: NDArray[Any]) -> NDArray[Any]:
+    """Blocks from the network may begin at any address, those of a view lie apart."""
+    return np.require(block, requirements=["C", "A"])
+
+
+def _part(parts: tuple[NDArray[Any], ...], index: int) -> NDArray[Any]:
+    return parts[index]
+
+
+def _parts(whole: da.Array, *dtypes: DTypeLike) -> list[da.Array]:
+    """The arrays whose blocks a task gives together."""
+    return [
+        da.blockwise(
+            _part, "ij", whole, "ij", token="planex-part", meta=_meta(dtype), index=index
+        )
+        for index, dtype in enumerate(dtypes)
+    ]
+
+
+def _calibrate_block(call: _Call, range_image: NDArray[Any]) -> tuple[NDArray[np.float32], ...]:
+    return planex.calibrate(call.model, _in_place(range_image), threads=1, **call.options)
+
+
+def _align_block(
+    call: _Call, x: NDArray[Any], z: NDArray[Any], y: NDArray[Any]
+) -> tuple[NDArray[np.float32], ...]:
+    arrays = _in_place(x), _in_place(z), _in_place(y)
+    return planex.align(call.model, *arrays, threads=1, **call.options)
+
+
+def _map_block(
+    call: _Call,
+    range_image: NDArray[Any],
+    intensity: NDArray[Any] | None,
+    limits: NDArray[np.uint16] | None,
+) -> Any:
+    options = call.options
+    if limits is not None:
+        options = {**options, "intensity_limits": tuple(limits.tolist())}
+    if intensity is None:
+        return planex.height_map(call.model, _in_place(range_image), threads=1, **options).z
+    intensity = _in_place(intensity)
+    heights = planex.height_map(
+        call.model, _in_place(range_image), intensity=intensity, threads=1, **options
+    )
+    return heights.z, heights.intensity
+
+
+def _world_heights(levels: NDArray[np.uint16], scale: float, origin: float) -> NDArray[np.float32]:
+    return _core.world_heights(_in_place(levels), scale, origin, math.nan)
+
+
+def calibrate(
+    model: Model,
+    range_image: da.Array,
+    sensor: SensorTraits,
+    *,
+    aligned: bool = False,
+    precision: Precision = "single",
+) -> Points:
+    """Turns a range image into world X and Z, as :func:`planex.calibrate` does.
+
+    Parameters
+    ----------
+    range_image : dask.array.Array
+        Profiles x columns, of uint8, uint16, uint32, uint64, float32 or float64, in blocks of
+        whole profiles.
+
+    Returns
+    -------
+    Points
+        ``x`` and ``z``, float32, in the same blocks.
+
+    Raises
+    ------
+    TypeError, ValueError, planex.Error
+        As there, before anything is computed.
+
+    Examples
+    --------
+    >>> x, z = planex.dask.calibrate(model, scan, sensor)
+    >>> float(dask.array.nanmax(z)) < 80
+    True
+    """
+    blocks = _require_blocks("range_image", range_image, "calibrate")
+    options: dict[str, Any] = dict(sensor=sensor, aligned=aligned, precision=precision)
+    planex.calibrate(model, _sample(blocks), threads=1, **options)
+    call = _call(model, **options)
+    whole = da.blockwise(
+        _calibrate_block, "ij", call, None, blocks, "ij", token="planex-calibrate", meta=_meta("O")
+    )
+    return Points._make(_parts(whole, np.float32, np.float32))
+
+
+def align(
+    model: Model, x: da.Array, z: da.Array, y: da.Array, *, aligned: bool = False
+) -> AlignedPoints:
+    """Carries calibrated points into the aligned system, as :func:`planex.align` does.
+
+    Parameters
+    ----------
+    x, z : dask.array.Array
+        Profiles x columns, float32 or float64; ``x`` may be one profile that serves all.
+    y : dask.array.Array
+        Position along the scan, one float64 a profile.
+    aligned : bool
+        Whether they were calibrated with ``aligned=True``.
+
+    Returns
+    -------
+    AlignedPoints
+        ``x``, ``y`` and ``z``, float32.
+
+    Raises
+    ------
+    TypeError, ValueError, planex.Error
+        As there, before anything is computed.
+
+    Examples
+    --------
+    >>> x, z = planex.dask.calibrate(model, scan, sensor)
+    >>> y = 0.2 * dask.array.arange(len(z), chunks=z.chunks[0], dtype=float)
+    >>> planex.dask.align(model, x, z, y).y.dtype
+    dtype('float32')
+    """
+    x = _require_blocks("x", x, "align")
+    z = _require_blocks("z", z, "align")
+    y = _require_blocks("y", y, "align", 1)
+    if x.shape not in (z.shape, (1, z.shape[1])) or y.shape != z.shape[:1]:
+        raise ValueError(
+            f"x, z and y have the shapes {x.shape}, {z.shape} and {y.shape}; "
+            "they must be of one size, with one y a profile"
+        )
+    planex.align(model, _sample(x), _sample(z), _sample(y), aligned=aligned, threads=1)
+    call = _call(model, aligned=aligned)
+    arguments = (call, None, x, "ij", z, "ij", y, "i")
+    whole = da.blockwise(_align_block, "ij", *arguments, token="planex-align", meta=_meta("O"))
+    return AlignedPoints._make(_parts(whole, np.float32, np.float32, np.float32))
+
+
+def height_map(
+    model: Model,
+    range_image: da.Array,
+    sensor: SensorTraits,
+    grid: Grid | None = None,
+    *,
+    aligned: bool = False,
+    precision: Precision = "single",
+    mode: Mode = "mean",
+    intensity: da.Array | None = None,
+    intensity_limits: tuple[int, int] | da.Array | None = None,
+    missing: float = float("nan"),
+    dtype: DTypeLike = np.float32,
+    y_scale: float = 1.0,
+    y_origin: float = 0.0,
+) -> HeightMap:
+    """A height map from a range image, as :func:`planex.height_map` makes it.
+
+    One task makes a block of heights from a block of ranges. Without ``intensity_limits``,
+    intensities of 16 bits are read twice: for the limits of the whole scan, and for the map.
+
+    Parameters
+    ----------
+    range_image, intensity : dask.array.Array
+        Profiles x columns, in blocks of whole profiles.
+    intensity_limits : pair of int, or dask.array.Array, optional
+        Such as :func:`intensity_limits` gives.
+
+    Returns
+    -------
+    HeightMap
+        Its arrays have the blocks of the range image, and the columns of the grid.
+
+    Raises
+    ------
+    TypeError, ValueError, planex.Error
+        As there, before anything is computed.
+
+    Examples
+    --------
+    >>> grid = planex.bounds(model, sensor, scan.shape[1]).grid(pixel_size=0.1)
+    >>> heights = planex.dask.height_map(model, scan, sensor, grid, mode="highest")
+    >>> heights.compute(scheduler="threads")
+    ... # doctest: +ELLIPSIS
+    HeightMap(z=array(...
+    """
+    blocks = _require_blocks("range_image", range_image, "height_map")
+    _require("sensor", sensor, SensorTraits)
+    if grid is None and not aligned:
+        grid = planex.bounds(model, sensor, blocks.shape[1]).grid()
+    options: dict[str, Any] = dict(
+        sensor=sensor,
+        grid=grid,
+        aligned=aligned,
+        precision=precision,
+        mode=mode,
+        missing=missing,
+        dtype=np.dtype(dtype),
+    )
+    limits = None
+    if isinstance(intensity_limits, da.Array):
+        if intensity_limits.shape != (2,) or intensity_limits.dtype.kind not in "iu":
+            raise ValueError("intensity_limits must be two integers")
+        limits = intensity_limits.rechunk(-1)
+    else:
+        options["intensity_limits"] = _limit_pair(intensity_limits)
+    sample = None
+    if intensity is not None:
+        intensity = _require_blocks("intensity", intensity, "height_map")
+        if intensity.shape != blocks.shape:
+            raise ValueError("intensity must have a value for each point")
+        sample = _sample(intensity)
+        if intensity.dtype == np.uint16 and intensity_limits is None and intensity.size:
+            limits = _limits(intensity)
+    planex.height_map(model, _sample(blocks), intensity=sample, threads=1, **options)
+    assert grid is not None
+    call = _call(model, **options)
+    whole = da.blockwise(
+        _map_block,
+        "ij",
+        *(call, None, blocks, "ij"),
+        *(intensity, None if intensity is None else "ij"),
+        *(limits, None if limits is None else "k"),
+        token="planex-height_map",
+        adjust_chunks={"j": grid.columns},
+        concatenate=True,
+        meta=_meta(dtype if intensity is None else "O"),
+    )
+    missing_value = 0 if np.dtype(dtype) == np.uint16 else missing
+    if intensity is None:
+        return HeightMap(whole, grid, None, missing_value, y_scale, y_origin)
+    z, intensities = _parts(whole, dtype, np.uint8)
+    return HeightMap(z, grid, intensities, missing_value, y_scale, y_origin)
+
+
+def _limits_of_block(block: NDArray[np.uint16]) -> NDArray[np.uint16]:
+    if not block.size:
+        return np.array([[65535, 0]], np.uint16)
+    return np.array([planex.intensity_limits(_in_place(block))], np.uint16)
+
+
+def _limits_of_pairs(
+    pairs: NDArray[np.uint16], axis: Any = None, keepdims: bool = False
+) -> NDArray[np.uint16]:
+    limits = np.array([pairs[:, 0].min(), pairs[:, 1].max()], np.uint16)
+    return limits[np.newaxis] if keepdims else limits
+
+
+def _limits(intensity: da.Array) -> da.Array:
+    # Blocks that were shared with a map would wait in memory until the last of them is read.
+    apart = clone(intensity, seed="planex-limits")
+    pairs = da.map_blocks(
+        _limits_of_block,
+        apart,
+        chunks=((1,) * apart.numblocks[0], (2,)),
+        token="planex-limits",
+        meta=_meta(np.uint16),
+    )
+    return da.reduction(
+        pairs, _limits_of_pairs, _limits_of_pairs, axis=0, dtype=np.uint16, meta=_meta("u2", 1)
+    )
+
+
+def intensity_limits(intensity: da.Array) -> da.Array:
+    """The smallest and the largest of 16-bit intensities: two numbers, as :func:`height_map` takes.
+
+    Parameters
+    ----------
+    intensity : dask.array.Array
+        Profiles x columns, uint16, in blocks of whole profiles.
+
+    Returns
+    -------
+    dask.array.Array
+        Two numbers.
+
+    Raises
+    ------
+    TypeError, ValueError
+        As :func:`planex.intensity_limits`, and where there are no intensities.
+
+    Examples
+    --------
+    >>> least, most = planex.dask.intensity_limits(scan).compute()
+    >>> least < most
+    True
+    """
+    blocks = _require_blocks("intensity", intensity, "intensity_limits")
+    if not blocks.size:
+        raise ValueError("intensity is empty and has no limits")
+    planex.intensity_limits(_sample(blocks))
+    return _limits(blocks)
