@@ -244,6 +244,195 @@ def _world_heights(levels: NDArray[np.uint16], scale: float, origin: float) -> N
     return _core.world_heights(_in_place(levels), scale, origin, math.nan)
 
 
+@dataclass(frozen=True)
+class _Source:
+    """An image by its path. Each task opens it for itself, on whichever machine it runs."""
+
+    path: str
+    shape: tuple[int, int]
+    dtype: np.dtype[Any]
+    ndim = 2
+
+    @staticmethod
+    def reader(path: str) -> Any:
+        """What has a shape and a dtype, and gives its rows."""
+        if not os.path.isdir(path):
+            return planex.ImageFile(path)
+        import zarr  # type: ignore[import]
+
+        try:
+            return zarr.open_array(path, mode="r")
+        except ValueError as error:
+            raise planex.ImageError(f"{path} is no Zarr array: {error}") from None
+
+    def __getitem__(self, index: tuple[slice, ...]) -> NDArray[Any]:
+        reader = self.reader(self.path)
+        if reader.shape != self.shape or reader.dtype != self.dtype:
+            raise planex.ImageError(
+                f"{self.path} is {reader.shape} {reader.dtype} here, "
+                f"but was {self.shape} {self.dtype} where the graph was made"
+            )
+        block: NDArray[Any] = reader[index[0]]
+        return block
+
+
+def _read(source: _Source, index: tuple[slice, ...]) -> NDArray[Any]:
+    return source[index]
+
+
+def _version(path: str) -> tuple[int, ...]:
+    status = os.stat(path)
+    return status.st_mtime_ns, status.st_size, status.st_ino
+
+
+def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> da.Array:
+    """A range image, or intensities, in a file, to be read block by block.
+
+    Parameters
+    ----------
+    path : str or os.PathLike
+        A TIFF, NPY, binary PGM or PNG, or the folder of a Zarr array. Tasks read it where they
+        run, so workers of other machines need it under the same absolute path.
+    rows : int, optional
+        Profiles of a block. Without it there are some 4 MB in one, and whole chunks of Zarr. PNG
+        can only be read from its first row on, and is refused in more than one block.
+
+    Returns
+    -------
+    dask.array.Array
+        Profiles x columns.
+
+    Raises
+    ------
+    FileNotFoundError
+        There is no such file; if only a worker lacks it, when it is computed.
+    planex.ImageError
+        The file is no such image, damaged, or cut off.
+
+    Examples
+    --------
+    >>> numpy.save("scan.npy", numpy.arange(12, dtype=numpy.uint16).reshape(4, 3))
+    >>> planex.dask.open_image("scan.npy", rows=3).chunks
+    ((3, 1), (3,))
+    """
+    name = os.path.abspath(os.fspath(path))
+    reader = _Source.reader(name)
+    if len(reader.shape) != 2:
+        raise ValueError(f"{name} has {len(reader.shape)} dimensions; an image has two")
+    source = _Source(name, tuple(reader.shape), np.dtype(reader.dtype))
+    height, width = source.shape
+    if rows is None:
+        step = reader.chunks[0] if hasattr(reader, "chunks") else 1
+        row_bytes = max(width * source.dtype.itemsize, 1)
+        rows = max(_BLOCK_BYTES // (row_bytes * step), 1) * step
+    else:
+        require_whole("rows", rows, 1, 2**31 - 1)
+    if rows < height and not os.path.isdir(name):
+        with open(name, "rb") as file:
+            if file.read(4) == b"\x89PNG":
+                raise ValueError(
+                    f"{name} is a PNG, which is read from its first row on: pass rows={height}, "
+                    "or convert it to an uncompressed TIFF, NPY or Zarr"
+                )
+    return da.from_array(
+        source,
+        chunks=(min(rows, max(height, 1)), -1),
+        name="planex-open_image-" + tokenize(source, _version(name), rows),
+        getitem=_read,
+        inline_array=True,
+        meta=_meta(source.dtype),
+    )
+
+
+def _even(array: da.Array) -> da.Array:
+    """In blocks of one height, but for the last: chunks of Zarr, which tasks write apart."""
+    heights = array.chunks[0]
+    even = len(set(heights[:-1])) < 2 and heights[-1] <= heights[0]
+    return array if even else array.rechunk({0: max(heights)})
+
+
+def to_zarr(
+    heights: HeightMap,
+    path: str | os.PathLike[str],
+    *,
+    overwrite: bool = False,
+    compute: bool = True,
+    **options: Any,
+) -> Any:
+    """Writes a height map as a Zarr group, block by block and side by side.
+
+    It has the arrays ``z``, ``x`` and ``y``, and ``intensity`` where there is one.
+    ``xarray.open_zarr`` reads it: cells without a height become NaN, levels heights.
+
+    Parameters
+    ----------
+    heights : HeightMap
+        What to write.
+    path : str or os.PathLike
+        A folder that all workers see.
+    overwrite : bool
+        Replace a group that is there.
+    compute : bool
+        Write it. Otherwise the result is a ``dask.delayed.Delayed`` that does when it is computed.
+    **options
+        Go to ``dask.compute``, ``scheduler=`` for one.
+
+    Raises
+    ------
+    FileExistsError
+        There is something at the path, and ``overwrite`` does not allow to replace it.
+
+    Examples
+    --------
+    >>> import xarray
+    >>> heights = planex.dask.height_map(model, scan, sensor, y_scale=0.2)
+    >>> planex.dask.to_zarr(heights, "heights.zarr", scheduler="threads")
+    >>> xarray.open_zarr("heights.zarr").z.sel(y=slice(0, 1)).shape
+    (6, 2560)
+    """
+    import zarr
+
+    if not isinstance(heights, HeightMap):
+        raise TypeError(
+            f"heights must be a planex.dask.HeightMap, not {type(heights).__qualname__}"
+        )
+    name = os.path.abspath(os.fspath(path))
+    if os.path.lexists(name):
+        if not overwrite:
+            raise FileExistsError(f"{name} exists; overwrite=True replaces it")
+        if not os.path.exists(os.path.join(name, ".zgroup")):
+            raise FileExistsError(f"{name} is no Zarr group; remove it yourself")
+    group = zarr.open_group(name, mode="w")
+    grid = heights.grid
+    levels = heights.z.dtype == np.uint16
+    scaling = {"scale_factor": grid.z_scale, "add_offset": grid.z_origin} if levels else {}
+    rasters = {"z": (heights.z, {"units": heights.unit, **scaling})}
+    if heights.intensity is not None:
+        rasters["intensity"] = (heights.intensity, {})
+    sources, targets = [], []
+    for key, (array, attributes) in rasters.items():
+        array = _even(array)
+        target = group.create_dataset(
+            key,
+            shape=array.shape,
+            chunks=tuple(max(size, 1) for size in array.chunksize),
+            dtype=array.dtype,
+            fill_value=heights.missing if key == "z" else None,
+        )
+        target.attrs.update(attributes, _ARRAY_DIMENSIONS=["y", "x"])
+        sources.append(array)
+        targets.append(target)
+    for key, places, unit in (("x", heights.x, heights.unit), ("y", heights.y, None)):
+        axis = group.array(key, places, fill_value=None)
+        axis.attrs.update({"units": unit} if unit else {}, _ARRAY_DIMENSIONS=[key])
+    zarr.consolidate_metadata(group.store)
+    work = da.store(sources, targets, lock=False, compute=False)
+    if not compute:
+        return work
+    work.compute(**options)
+    return None
+
+
 def calibrate(
     model: Model,
     range_image: da.Array,
@@ -326,6 +515,9 @@ def align(
             "they must be of one size, with one y a profile"
         )
     planex.align(model, _sample(x), _sample(z), _sample(y), aligned=aligned, threads=1)
+    if len(x) == len(z):
+        x = x.rechunk(z.chunks)
+    y = y.rechunk(z.chunks[:1])
     call = _call(model, aligned=aligned)
     arguments = (call, None, x, "ij", z, "ij", y, "i")
     whole = da.blockwise(_align_block, "ij", *arguments, token="planex-align", meta=_meta("O"))
@@ -403,6 +595,7 @@ def height_map(
         intensity = _require_blocks("intensity", intensity, "height_map")
         if intensity.shape != blocks.shape:
             raise ValueError("intensity must have a value for each point")
+        intensity = intensity.rechunk(blocks.chunks)
         sample = _sample(intensity)
         if intensity.dtype == np.uint16 and intensity_limits is None and intensity.size:
             limits = _limits(intensity)
@@ -443,11 +636,13 @@ def _limits_of_pairs(
 def _limits(intensity: da.Array) -> da.Array:
     # Blocks that were shared with a map would wait in memory until the last of them is read.
     apart = clone(intensity, seed="planex-limits")
-    pairs = da.map_blocks(
+    pairs = da.blockwise(
         _limits_of_block,
+        "ij",
         apart,
-        chunks=((1,) * apart.numblocks[0], (2,)),
+        "ij",
         token="planex-limits",
+        adjust_chunks={"i": 1, "j": 2},
         meta=_meta(np.uint16),
     )
     return da.reduction(
