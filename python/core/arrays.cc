@@ -39,9 +39,13 @@ py::array requireArray(py::handle object, const char* name) {
   } else if (py::hasattr(object, "to_numpy")) {
     remedy = "; pass " + std::string(name) + ".to_numpy()";
   } else if (py::hasattr(object, "compute")) {
-    remedy = "; pass one block at a time, " + std::string(name) + ".compute()";
+    remedy = "; use the function of this name in planex.dask, or pass " + std::string(name) +
+             ".compute()";
   }
-  refuseType(name, "is a " + textOf(py::type::of(object).attr("__qualname__")) + remedy);
+  const py::type kind = py::type::of(object);
+  std::string from = textOf(kind.attr("__module__")) + ".";
+  if (from == "builtins.") from.clear();
+  refuseType(name, "is a " + from + textOf(kind.attr("__qualname__")) + remedy);
 }
 
 ImageType typeOf(const py::array& array) {

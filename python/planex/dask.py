@@ -16,10 +16,9 @@ import os
 from dataclasses import dataclass
 from typing import Any, NamedTuple
 
-import dask
-import dask.array as da
+import dask.array
 import numpy as np
-from dask.base import tokenize
+from dask.array.core import Array
 from dask.graph_manipulation import clone
 from numpy.typing import DTypeLike, NDArray
 
@@ -29,6 +28,9 @@ from planex.functions import Mode, Precision, _limit_pair, _require
 from planex.model import Model
 from planex.records import Grid, SensorTraits, require_whole
 
+dk: Any = dask  # most of it has no annotations
+da: Any = dask.array
+
 #: Of a block that is read, unless its rows are given.
 _BLOCK_BYTES = 4 << 20
 
@@ -36,16 +38,16 @@ _BLOCK_BYTES = 4 << 20
 class Points(NamedTuple):
     """Calibrated points, as :class:`planex.Points` in blocks."""
 
-    x: da.Array
-    z: da.Array
+    x: Array
+    z: Array
 
 
 class AlignedPoints(NamedTuple):
     """Points in the aligned system, as :class:`planex.AlignedPoints` in blocks."""
 
-    x: da.Array
-    y: da.Array
-    z: da.Array
+    x: Array
+    y: Array
+    z: Array
 
 
 @dataclass(frozen=True, eq=False)
@@ -61,9 +63,9 @@ class HeightMap:
     (100, 2560)
     """
 
-    z: da.Array
+    z: Array
     grid: Grid
-    intensity: da.Array | None = None
+    intensity: Array | None = None
     missing: float = math.nan
     y_scale: float = 1.0
     y_origin: float = 0.0
@@ -80,9 +82,11 @@ class HeightMap:
         return self.y_origin + self.y_scale * np.arange(self.z.shape[0])
 
     @property
-    def mask(self) -> da.Array:
+    def mask(self) -> Array:
         """True where no point fell into a cell."""
-        return da.isnan(self.z) if math.isnan(self.missing) else self.z == np.float32(self.missing)
+        missing = self.z.dtype.type(self.missing)
+        empty: Array = da.isnan(self.z) if math.isnan(missing) else self.z == missing
+        return empty
 
     def __getitem__(self, rows: slice) -> HeightMap:
         """The map of a range of rows."""
@@ -99,24 +103,16 @@ class HeightMap:
             self.unit,
         )
 
-    def heights(self) -> da.Array:
+    def heights(self) -> Array:
         """Heights in world units: z itself, or the heights of its levels, NaN for none."""
         if self.z.dtype != np.uint16:
             return self.z
-        return da.blockwise(
-            _world_heights,
-            "ij",
-            self.z,
-            "ij",
-            token="planex-heights",
-            meta=_meta(np.float32),
-            scale=self.grid.z_scale,
-            origin=self.grid.z_origin,
-        )
+        axis = dict(scale=self.grid.z_scale, origin=self.grid.z_origin)
+        return _blockwise(_world_heights, np.float32, self.z, "ij", **axis)
 
     def compute(self, **options: Any) -> planex.HeightMap:
         """The map in memory. Options go to ``dask.compute``, ``scheduler=`` for one."""
-        z, intensity = dask.compute(self.z, self.intensity, **options)
+        z, intensity = dk.compute(self.z, self.intensity, **options)
         return planex.HeightMap(
             z, self.grid, intensity, self.missing, self.y_scale, self.y_origin, self.unit
         )
@@ -146,7 +142,7 @@ class _Call:
     options: dict[str, Any]
 
     def key(self) -> Any:
-        return dask.delayed(self, name="planex-call-" + tokenize(self), traverse=False)
+        return dk.delayed(self, name="planex-call-" + dk.base.tokenize(self), traverse=False)
 
 
 def _call(model: Model, **options: Any) -> Any:
@@ -157,14 +153,28 @@ def _meta(dtype: DTypeLike, dimensions: int = 2) -> NDArray[Any]:
     return np.empty((0,) * dimensions, dtype)
 
 
-def _require_blocks(name: str, array: Any, function: str, dimensions: int = 2) -> da.Array:
+def _blockwise(function: Any, dtype: DTypeLike, *arguments: Any, **options: Any) -> Array:
+    """An array whose blocks the function makes of those of the arguments."""
+    name = "planex" + function.__name__
+    blocks: Array = da.blockwise(
+        function, "ij", *arguments, token=name, meta=_meta(dtype), concatenate=True, **options
+    )
+    return blocks
+
+
+def _rechunk(array: Any, chunks: Any) -> Array:
+    result: Array = array.rechunk(chunks)
+    return result
+
+
+def _require_blocks(name: str, array: Any, function: str, dimensions: int = 2) -> Array:
     """Checks what a graph can tell, so that it need not run to be refused."""
     if isinstance(array, np.ndarray):
         raise TypeError(
             f"{name} is a numpy.ndarray, which planex.{function} takes; "
             f"here pass dask.array.from_array({name}, chunks=...)"
         )
-    if not isinstance(array, da.Array):
+    if not isinstance(array, Array):
         kind = type(array)
         remedy = f"{name}.data" if hasattr(array, "data") else "a dask.array.Array"
         raise TypeError(f"{name} is a {kind.__module__}.{kind.__qualname__}; pass {remedy}")
@@ -187,7 +197,7 @@ def _require_blocks(name: str, array: Any, function: str, dimensions: int = 2) -
     return array
 
 
-def _sample(array: da.Array) -> NDArray[Any]:
+def _sample(array: Array) -> NDArray[Any]:
     """A profile of its type: what planex refuses in it, it refuses in all."""
     return np.zeros((1, *array.shape[1:]), array.dtype)
 
@@ -201,14 +211,9 @@ def _part(parts: tuple[NDArray[Any], ...], index: int) -> NDArray[Any]:
     return parts[index]
 
 
-def _parts(whole: da.Array, *dtypes: DTypeLike) -> list[da.Array]:
+def _parts(whole: Array, *dtypes: DTypeLike) -> list[Array]:
     """The arrays whose blocks a task gives together."""
-    return [
-        da.blockwise(
-            _part, "ij", whole, "ij", token="planex-part", meta=_meta(dtype), index=index
-        )
-        for index, dtype in enumerate(dtypes)
-    ]
+    return [_blockwise(_part, dtype, whole, "ij", index=i) for i, dtype in enumerate(dtypes)]
 
 
 def _calibrate_block(call: _Call, range_image: NDArray[Any]) -> tuple[NDArray[np.float32], ...]:
@@ -251,7 +256,6 @@ class _Source:
     path: str
     shape: tuple[int, int]
     dtype: np.dtype[Any]
-    ndim = 2
 
     @staticmethod
     def reader(path: str) -> Any:
@@ -285,7 +289,7 @@ def _version(path: str) -> tuple[int, ...]:
     return status.st_mtime_ns, status.st_size, status.st_ino
 
 
-def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> da.Array:
+def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> Array:
     """A range image, or intensities, in a file, to be read block by block.
 
     Parameters
@@ -319,8 +323,8 @@ def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> da.A
     reader = _Source.reader(name)
     if len(reader.shape) != 2:
         raise ValueError(f"{name} has {len(reader.shape)} dimensions; an image has two")
-    source = _Source(name, tuple(reader.shape), np.dtype(reader.dtype))
-    height, width = source.shape
+    height, width = reader.shape
+    source = _Source(name, (height, width), np.dtype(reader.dtype))
     if rows is None:
         step = reader.chunks[0] if hasattr(reader, "chunks") else 1
         row_bytes = max(width * source.dtype.itemsize, 1)
@@ -334,21 +338,22 @@ def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> da.A
                     f"{name} is a PNG, which is read from its first row on: pass rows={height}, "
                     "or convert it to an uncompressed TIFF, NPY or Zarr"
                 )
-    return da.from_array(
+    image: Array = da.from_array(
         source,
         chunks=(min(rows, max(height, 1)), -1),
-        name="planex-open_image-" + tokenize(source, _version(name), rows),
+        name="planex-open_image-" + dk.base.tokenize(source, _version(name), rows),
         getitem=_read,
         inline_array=True,
         meta=_meta(source.dtype),
     )
+    return image
 
 
-def _even(array: da.Array) -> da.Array:
+def _even(array: Array) -> Array:
     """In blocks of one height, but for the last: chunks of Zarr, which tasks write apart."""
     heights = array.chunks[0]
     even = len(set(heights[:-1])) < 2 and heights[-1] <= heights[0]
-    return array if even else array.rechunk({0: max(heights)})
+    return array if even else _rechunk(array, {0: max(heights)})
 
 
 def to_zarr(
@@ -406,11 +411,12 @@ def to_zarr(
     grid = heights.grid
     levels = heights.z.dtype == np.uint16
     scaling = {"scale_factor": grid.z_scale, "add_offset": grid.z_origin} if levels else {}
-    rasters = {"z": (heights.z, {"units": heights.unit, **scaling})}
+    attributes: dict[str, Any] = {"units": heights.unit, **scaling}
+    rasters: list[tuple[str, Array, dict[str, Any]]] = [("z", heights.z, attributes)]
     if heights.intensity is not None:
-        rasters["intensity"] = (heights.intensity, {})
+        rasters.append(("intensity", heights.intensity, {}))
     sources, targets = [], []
-    for key, (array, attributes) in rasters.items():
+    for key, array, attributes in rasters:
         array = _even(array)
         target = group.create_dataset(
             key,
@@ -435,7 +441,7 @@ def to_zarr(
 
 def calibrate(
     model: Model,
-    range_image: da.Array,
+    range_image: Array,
     sensor: SensorTraits,
     *,
     aligned: bool = False,
@@ -468,15 +474,12 @@ def calibrate(
     blocks = _require_blocks("range_image", range_image, "calibrate")
     options: dict[str, Any] = dict(sensor=sensor, aligned=aligned, precision=precision)
     planex.calibrate(model, _sample(blocks), threads=1, **options)
-    call = _call(model, **options)
-    whole = da.blockwise(
-        _calibrate_block, "ij", call, None, blocks, "ij", token="planex-calibrate", meta=_meta("O")
-    )
+    whole = _blockwise(_calibrate_block, "O", _call(model, **options), None, blocks, "ij")
     return Points._make(_parts(whole, np.float32, np.float32))
 
 
 def align(
-    model: Model, x: da.Array, z: da.Array, y: da.Array, *, aligned: bool = False
+    model: Model, x: Array, z: Array, y: Array, *, aligned: bool = False
 ) -> AlignedPoints:
     """Carries calibrated points into the aligned system, as :func:`planex.align` does.
 
@@ -516,25 +519,24 @@ def align(
         )
     planex.align(model, _sample(x), _sample(z), _sample(y), aligned=aligned, threads=1)
     if len(x) == len(z):
-        x = x.rechunk(z.chunks)
-    y = y.rechunk(z.chunks[:1])
+        x = _rechunk(x, z.chunks)
+    y = _rechunk(y, z.chunks[:1])
     call = _call(model, aligned=aligned)
-    arguments = (call, None, x, "ij", z, "ij", y, "i")
-    whole = da.blockwise(_align_block, "ij", *arguments, token="planex-align", meta=_meta("O"))
+    whole = _blockwise(_align_block, "O", call, None, x, "ij", z, "ij", y, "i")
     return AlignedPoints._make(_parts(whole, np.float32, np.float32, np.float32))
 
 
 def height_map(
     model: Model,
-    range_image: da.Array,
+    range_image: Array,
     sensor: SensorTraits,
     grid: Grid | None = None,
     *,
     aligned: bool = False,
     precision: Precision = "single",
     mode: Mode = "mean",
-    intensity: da.Array | None = None,
-    intensity_limits: tuple[int, int] | da.Array | None = None,
+    intensity: Array | None = None,
+    intensity_limits: tuple[int, int] | Array | None = None,
     missing: float = float("nan"),
     dtype: DTypeLike = np.float32,
     y_scale: float = 1.0,
@@ -584,10 +586,10 @@ def height_map(
         dtype=np.dtype(dtype),
     )
     limits = None
-    if isinstance(intensity_limits, da.Array):
+    if isinstance(intensity_limits, Array):
         if intensity_limits.shape != (2,) or intensity_limits.dtype.kind not in "iu":
             raise ValueError("intensity_limits must be two integers")
-        limits = intensity_limits.rechunk(-1)
+        limits = _rechunk(intensity_limits, -1)
     else:
         options["intensity_limits"] = _limit_pair(intensity_limits)
     sample = None
@@ -595,23 +597,20 @@ def height_map(
         intensity = _require_blocks("intensity", intensity, "height_map")
         if intensity.shape != blocks.shape:
             raise ValueError("intensity must have a value for each point")
-        intensity = intensity.rechunk(blocks.chunks)
+        intensity = _rechunk(intensity, blocks.chunks)
         sample = _sample(intensity)
         if intensity.dtype == np.uint16 and intensity_limits is None and intensity.size:
             limits = _limits(intensity)
     planex.height_map(model, _sample(blocks), intensity=sample, threads=1, **options)
     assert grid is not None
     call = _call(model, **options)
-    whole = da.blockwise(
+    whole = _blockwise(
         _map_block,
-        "ij",
+        dtype if intensity is None else "O",
         *(call, None, blocks, "ij"),
         *(intensity, None if intensity is None else "ij"),
         *(limits, None if limits is None else "k"),
-        token="planex-height_map",
         adjust_chunks={"j": grid.columns},
-        concatenate=True,
-        meta=_meta(dtype if intensity is None else "O"),
     )
     missing_value = 0 if np.dtype(dtype) == np.uint16 else missing
     if intensity is None:
@@ -633,24 +632,16 @@ def _limits_of_pairs(
     return limits[np.newaxis] if keepdims else limits
 
 
-def _limits(intensity: da.Array) -> da.Array:
+def _limits(intensity: Array) -> Array:
     # Blocks that were shared with a map would wait in memory until the last of them is read.
     apart = clone(intensity, seed="planex-limits")
-    pairs = da.blockwise(
-        _limits_of_block,
-        "ij",
-        apart,
-        "ij",
-        token="planex-limits",
-        adjust_chunks={"i": 1, "j": 2},
-        meta=_meta(np.uint16),
-    )
-    return da.reduction(
-        pairs, _limits_of_pairs, _limits_of_pairs, axis=0, dtype=np.uint16, meta=_meta("u2", 1)
-    )
+    pairs = _blockwise(_limits_of_block, "u2", apart, "ij", adjust_chunks={"i": 1, "j": 2})
+    both = _limits_of_pairs, _limits_of_pairs
+    limits: Array = da.reduction(pairs, *both, axis=0, dtype="u2", meta=_meta("u2", 1))
+    return limits
 
 
-def intensity_limits(intensity: da.Array) -> da.Array:
+def intensity_limits(intensity: Array) -> Array:
     """The smallest and the largest of 16-bit intensities: two numbers, as :func:`height_map` takes.
 
     Parameters
