@@ -3,14 +3,20 @@
 import pathlib
 import sys
 
-sys.path.insert(0, sys.argv[1])
-try:
-    import hypothesis  # noqa: F401
-    import pytest
-except ImportError as error:
-    print(f"skipped: there is no {error.name}; scripts/setup.sh python installs it")
-    sys.exit(77)
-import planex
 
-assert pathlib.Path(planex.__file__).is_relative_to(sys.argv[1]), planex.__file__
-sys.exit(pytest.main(["-q", "-p", "no:cacheprovider", "--tb=short", sys.argv[2]]))
+def main():
+    sys.path.insert(0, sys.argv[1])
+    try:
+        import hypothesis  # noqa: F401
+        import pytest
+    except ImportError as error:
+        print(f"skipped: there is no {error.name}; scripts/setup.sh python installs it")
+        return 77
+    import planex
+
+    assert pathlib.Path(planex.__file__).is_relative_to(sys.argv[1]), planex.__file__
+    return pytest.main(["-q", "-p", "no:cacheprovider", "--tb=short", sys.argv[2]])
+
+
+if __name__ == "__main__":  # a worker process imports it, too
+    sys.exit(main())
