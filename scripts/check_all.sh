@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 wheel stubs clone)
+steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 wheel stubs dask clone)
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -46,6 +46,12 @@ step_stubs() { # the stub of the extension beside what it is
   cmake --build --preset release --target planex_python
   export PYTHONPATH=build/release/python MYPYPATH=build/release/python MYPY_CACHE_DIR=build/mypy
   stubtest planex._core --allowlist tests/python/stubtest_allowed.txt
+}
+step_dask() { # height maps of scans larger than the memory of the workers
+  scripts/setup.sh python
+  cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null
+  cmake --build --preset release --target planex_python
+  timeout 300 /usr/bin/python3 -B tests/python/cluster_check.py build/release/python
 }
 step_clone() { # the commands of the README, in a clone whose path is no plain word
   clone=$(mktemp -d)
