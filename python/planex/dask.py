@@ -32,7 +32,7 @@ dk: Any = dask  # most of it has no annotations
 da: Any = dask.array
 
 #: Of a block that is read, unless its rows are given.
-_BLOCK_BYTES = 4 << 20
+_BLOCK_BYTES = 8 << 20
 
 
 class Points(NamedTuple):
@@ -298,7 +298,7 @@ def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> Arra
         A TIFF, NPY, binary PGM or PNG, or the folder of a Zarr array. Tasks read it where they
         run, so workers of other machines need it under the same absolute path.
     rows : int, optional
-        Profiles of a block. Without it there are some 4 MB in one, and whole chunks of Zarr. PNG
+        Profiles of a block. Without it there are some 8 MB in one, and whole chunks of Zarr. PNG
         can only be read from its first row on, and is refused in more than one block.
 
     Returns
