@@ -13,7 +13,7 @@ from __future__ import annotations
 
 import math
 import os
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Any, NamedTuple
 
 import dask.array
@@ -24,7 +24,7 @@ from numpy.typing import DTypeLike, NDArray
 
 import planex
 from planex import _core
-from planex.functions import Mode, Precision, _limit_pair, _require
+from planex.functions import Mode, Precision, _limit_pair, _require, _y_axis
 from planex.model import Model
 from planex.records import Grid, SensorTraits, require_whole
 
@@ -70,6 +70,8 @@ class HeightMap:
     y_scale: float = 1.0
     y_origin: float = 0.0
     unit: str = "mm"
+    y_unit: str | None = None
+    aligned: bool = False
 
     @property
     def x(self) -> NDArray[np.float64]:
@@ -93,14 +95,12 @@ class HeightMap:
         if not isinstance(rows, slice):
             raise TypeError(f"a height map is indexed by a slice of rows, not {rows!r}")
         first, _, step = rows.indices(self.z.shape[0])
-        return HeightMap(
-            self.z[rows],
-            self.grid,
-            None if self.intensity is None else self.intensity[rows],
-            self.missing,
-            self.y_scale * step,
-            self.y_origin + self.y_scale * first,
-            self.unit,
+        return replace(
+            self,
+            z=self.z[rows],
+            intensity=None if self.intensity is None else self.intensity[rows],
+            y_scale=self.y_scale * step,
+            y_origin=self.y_origin + self.y_scale * first,
         )
 
     def heights(self) -> Array:
@@ -113,9 +113,7 @@ class HeightMap:
     def compute(self, **options: Any) -> planex.HeightMap:
         """The map in memory. Options go to ``dask.compute``, ``scheduler=`` for one."""
         z, intensity = dk.compute(self.z, self.intensity, **options)
-        return planex.HeightMap(
-            z, self.grid, intensity, self.missing, self.y_scale, self.y_origin, self.unit
-        )
+        return planex.HeightMap(**{**vars(self), "z": z, "intensity": intensity})
 
     def to_xarray(self) -> Any:
         """An xarray.DataArray of the heights over y and x, lazy as they are."""
@@ -428,9 +426,10 @@ def to_zarr(
         target.attrs.update(attributes, _ARRAY_DIMENSIONS=["y", "x"])
         sources.append(array)
         targets.append(target)
-    for key, places, unit in (("x", heights.x, heights.unit), ("y", heights.y, None)):
+    y_unit = heights.y_unit or heights.unit
+    for key, places, unit in (("x", heights.x, heights.unit), ("y", heights.y, y_unit)):
         axis = group.array(key, places, fill_value=None)
-        axis.attrs.update({"units": unit} if unit else {}, _ARRAY_DIMENSIONS=[key])
+        axis.attrs.update(units=unit, _ARRAY_DIMENSIONS=[key])
     zarr.consolidate_metadata(group.store)
     work = da.store(sources, targets, lock=False, compute=False)
     if not compute:
@@ -539,7 +538,7 @@ def height_map(
     intensity_limits: tuple[int, int] | Array | None = None,
     missing: float = float("nan"),
     dtype: DTypeLike = np.float32,
-    y_scale: float = 1.0,
+    y_scale: float | None = None,
     y_origin: float = 0.0,
 ) -> HeightMap:
     """A height map from a range image, as :func:`planex.height_map` makes it.
@@ -612,11 +611,11 @@ def height_map(
         *(limits, None if limits is None else "k"),
         adjust_chunks={"j": grid.columns},
     )
+    z, *rest = [whole] if intensity is None else _parts(whole, dtype, np.uint8)
+    intensities = rest[0] if rest else None
     missing_value = 0 if np.dtype(dtype) == np.uint16 else missing
-    if intensity is None:
-        return HeightMap(whole, grid, None, missing_value, y_scale, y_origin)
-    z, intensities = _parts(whole, dtype, np.uint8)
-    return HeightMap(z, grid, intensities, missing_value, y_scale, y_origin)
+    y_axis = _y_axis(y_scale, y_origin)
+    return HeightMap(z, grid, intensities, missing_value, **y_axis, aligned=bool(aligned))
 
 
 def _limits_of_block(block: NDArray[np.uint16]) -> NDArray[np.uint16]:

@@ -22,7 +22,7 @@ def folder(tmp_path, monkeypatch):
 def test_guide():
     guide = ROOT / "docs/python.md"
     text = guide.read_text(encoding="utf-8")
-    names = {}
+    names = {"__name__": "__main__"}
     for block in re.finditer("^```python\n(.*?)^```", text, re.DOTALL | re.MULTILINE):
         line = text.count("\n", 0, block.start(1))
         exec(compile("\n" * line + block[1], guide, "exec"), names)
