@@ -9,6 +9,7 @@ import pytest
 from hypothesis import given, settings, strategies
 
 import planex
+from models_test import with_region
 
 dask = pytest.importorskip("dask")
 da = pytest.importorskip("dask.array")
@@ -28,27 +29,28 @@ def cut(array, rows):
     return da.from_array(array, chunks=(rows, *array.shape[1:]))
 
 
-def few(scan):
-    return scan[:ROWS, 1000:1100].copy(), planex.SensorTraits(100, 1024, origin_x=1000.0)
-
-
 @settings(max_examples=30)
 @given(CHUNKS, CHUNKS, strategies.sampled_from([None, numpy.uint8, numpy.uint16]),
        strategies.sampled_from(["f4", "u2"]), strategies.booleans(),
+       strategies.sampled_from([0, 100, 100]),
        strategies.sampled_from([lambda b: numpy.frombuffer(b"\0" + b.tobytes(), b.dtype, offset=1)
                                 .reshape(b.shape), numpy.asfortranarray, numpy.asarray]))
-def test_blocks_give_the_bits_of_the_whole(model, scan, rows, others, kind, dtype, given, stored):
-    image, sensor = few(scan)
+def test_blocks_give_the_bits_of_the_whole(model, scan, rows, others, kind, dtype, given, columns,
+                                                 stored):
+    image = scan[:ROWS, 1000:1000 + columns].copy()
+    sensor = planex.SensorTraits(100, 1024, origin_x=1000.0)
     grey = None if kind is None else (image // 3 if kind is numpy.uint16 else image // 90)
     grey = None if kind is None else grey.astype(kind)
     options = dict(mode="highest" if kind is None else "darkest", dtype=dtype, missing=-9.0)
     grid = planex.bounds(model, sensor, 100).grid(pixel_size=0.5)
     want = planex.height_map(model, image, sensor, grid, intensity=grey, **options)
 
+    limited = given and columns and kind is numpy.uint16
+
     def lazy(**other):
         blocks = cut(image, rows).map_blocks(stored, meta=image[:0])
         colours = None if kind is None else cut(grey, others).map_blocks(stored, meta=grey[:0])
-        limits = planex.dask.intensity_limits(colours) if given and kind is numpy.uint16 else None
+        limits = planex.dask.intensity_limits(colours) if limited else None
         return planex.dask.height_map(model, blocks, sensor, grid, intensity=colours,
                                       intensity_limits=limits, y_scale=2.0, **{**options, **other})
 
@@ -60,8 +62,9 @@ def test_blocks_give_the_bits_of_the_whole(model, scan, rows, others, kind, dtyp
     assert numpy.array_equal(heights.mask.compute(), want.mask)
     part = heights[20:50:10]
     assert part.y.tolist() == [40, 60, 80] and bits(part.compute().z) == bits(want.z[20:50:10])
-    with dask.config.set({"tokenize.ensure-deterministic": True}):
-        assert lazy().z.name == heights.z.name != lazy(missing=-8.0).z.name
+    if columns:  # Dask has no lasting names for blocks of nothing
+        with dask.config.set({"tokenize.ensure-deterministic": True}):
+            assert lazy().z.name == heights.z.name != lazy(missing=-8.0).z.name
 
     points = planex.calibrate(model, image, sensor)
     blocks = planex.dask.calibrate(model, cut(image, rows), sensor)
@@ -131,12 +134,13 @@ def test_schedulers_write_the_same_map(model, sensor, scan, files, tmp_path, sch
 
 
 def test_a_block_is_one_task_and_the_model_one_key(model, sensor, files):
+    model = with_region(model)
     image = planex.dask.open_image(files / "a.tif", rows=1)
     graph, = dask.optimize(planex.dask.height_map(model, image, sensor).z)
     tasks = dict(graph.__dask_graph__())
     assert len(tasks) == 301
-    held = [task for task in tasks.values() if not isinstance(task, tuple)]
-    assert [call.model for call in held] == [model.replace(region=None)]
+    held = [task.model for task in tasks.values() if not isinstance(task, tuple)]
+    assert held == [model.replace(region=None)] != [model]
     assert dask.base.tokenize(model) == dask.base.tokenize(pickle.loads(pickle.dumps(model)))
     assert dask.base.tokenize(model) != dask.base.tokenize(model.replace(focal_length=1.0))
 
