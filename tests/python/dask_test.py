@@ -29,7 +29,7 @@ def cut(array, rows):
     return da.from_array(array, chunks=(rows, *array.shape[1:]))
 
 
-@settings(max_examples=30)
+@settings(max_examples=60)
 @given(CHUNKS, CHUNKS, strategies.sampled_from([None, numpy.uint8, numpy.uint16]),
        strategies.sampled_from(["f4", "u2"]), strategies.booleans(),
        strategies.sampled_from([0, 100, 100]),
@@ -39,7 +39,8 @@ def test_blocks_give_the_bits_of_the_whole(model, scan, rows, others, kind, dtyp
                                                  stored):
     image = scan[:ROWS, 1000:1000 + columns].copy()
     sensor = planex.SensorTraits(100, 1024, origin_x=1000.0)
-    grey = None if kind is None else (image // 3 if kind is numpy.uint16 else image // 90)
+    darker = 100 * numpy.arange(ROWS, 0, -1, numpy.uint16)[:, None]  # the limits are in two blocks
+    grey = None if kind is None else ((image // 3 + darker) // (1 if kind is numpy.uint16 else 90))
     grey = None if kind is None else grey.astype(kind)
     options = dict(mode="highest" if kind is None else "darkest", dtype=dtype, missing=-9.0)
     grid = planex.bounds(model, sensor, 100).grid(pixel_size=0.5)
@@ -72,7 +73,9 @@ def test_blocks_give_the_bits_of_the_whole(model, scan, rows, others, kind, dtyp
     y = numpy.arange(ROWS) / 7
     for x in (points.x, points.x[3:4]):
         want = planex.align(model, x, points.z, y)
-        got = planex.dask.align(model, da.from_array(x), blocks.z, cut(y, others))
+        apart = cut(x, others if len(x) > 1 else 1)
+        got = planex.dask.align(model, apart, blocks.z, cut(y, others))
+        assert got.y.chunks == blocks.z.chunks
         assert bits(*dask.compute(*got, scheduler="sync")) == bits(*want)
 
 
@@ -130,6 +133,8 @@ def test_schedulers_write_the_same_map(model, sensor, scan, files, tmp_path, sch
     with xarray.open_zarr(other) as world:
         numpy.testing.assert_allclose(world.z, levels.heights().compute(), atol=1e-5)
     assert zarr.open(path)["z"].chunks[0] == 50
+    uneven = planex.dask._even(image[20:97])  # tasks do not share a chunk
+    assert image[20:97].chunks[0] == (30, 47) and uneven.chunks[0] == (47, 30)
     assert bits(levels.to_xarray().values) == bits(levels.compute().heights())
 
 
@@ -195,6 +200,8 @@ def test_workers_without_the_file_name_it(tmp_path, scan):
     path = tmp_path / "scan.npy"
     numpy.save(path, scan)
     image = planex.dask.open_image(path)
+    numpy.save(path, scan + 1)
+    assert planex.dask.open_image(path).name != image.name
     numpy.save(path, scan[:7])
     with pytest.raises(planex.ImageError, match=r"scan.npy is \(7, 2560\) uint16 here, but was"):
         image.compute()
