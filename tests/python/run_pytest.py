@@ -15,7 +15,8 @@ def main():
     import planex
 
     assert pathlib.Path(planex.__file__).is_relative_to(sys.argv[1]), planex.__file__
-    return pytest.main(["-q", "-p", "no:cacheprovider", "--tb=short", sys.argv[2]])
+    status = pytest.main(["-q", "-p", "no:cacheprovider", "--tb=short", sys.argv[2]])
+    return 77 if status == pytest.ExitCode.NO_TESTS_COLLECTED else status
 
 
 if __name__ == "__main__":  # a worker process imports it, too
