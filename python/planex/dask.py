@@ -28,8 +28,8 @@ from planex.functions import Mode, Precision, _limit_pair, _require, _y_axis
 from planex.model import Model
 from planex.records import Grid, SensorTraits, require_whole
 
-dk: Any = dask  # most of it has no annotations
-da: Any = dask.array
+_dask: Any = dask  # most of it has no annotations
+_da: Any = dask.array
 
 #: Of a block that is read, unless its rows are given.
 _BLOCK_BYTES = 8 << 20
@@ -87,7 +87,7 @@ class HeightMap:
     def mask(self) -> Array:
         """True where no point fell into a cell."""
         missing = self.z.dtype.type(self.missing)
-        empty: Array = da.isnan(self.z) if math.isnan(missing) else self.z == missing
+        empty: Array = _da.isnan(self.z) if math.isnan(missing) else self.z == missing
         return empty
 
     def __getitem__(self, rows: slice) -> HeightMap:
@@ -112,8 +112,9 @@ class HeightMap:
 
     def compute(self, **options: Any) -> planex.HeightMap:
         """The map in memory. Options go to ``dask.compute``, ``scheduler=`` for one."""
-        z, intensity = dk.compute(self.z, self.intensity, **options)
-        return planex.HeightMap(**{**vars(self), "z": z, "intensity": intensity})
+        z, intensity = _dask.compute(self.z, self.intensity, **options)
+        intensity = None if intensity is None else _in_place(intensity)
+        return planex.HeightMap(**{**vars(self), "z": _in_place(z), "intensity": intensity})
 
     def to_xarray(self) -> Any:
         """An xarray.DataArray of the heights over y and x, lazy as they are."""
@@ -140,7 +141,7 @@ class _Call:
     options: dict[str, Any]
 
     def key(self) -> Any:
-        return dk.delayed(self, name="planex-call-" + dk.base.tokenize(self), traverse=False)
+        return _dask.delayed(self, name="planex-call-" + _dask.base.tokenize(self), traverse=False)
 
 
 def _call(model: Model, **options: Any) -> Any:
@@ -154,7 +155,7 @@ def _meta(dtype: DTypeLike, dimensions: int = 2) -> NDArray[Any]:
 def _blockwise(function: Any, dtype: DTypeLike, *arguments: Any, **options: Any) -> Array:
     """An array whose blocks the function makes of those of the arguments."""
     name = "planex" + function.__name__
-    blocks: Array = da.blockwise(
+    blocks: Array = _da.blockwise(
         function, "ij", *arguments, token=name, meta=_meta(dtype), concatenate=True, **options
     )
     return blocks
@@ -178,7 +179,7 @@ def _require_blocks(name: str, array: Any, function: str, dimensions: int = 2) -
         raise TypeError(f"{name} is a {kind.__module__}.{kind.__qualname__}; pass {remedy}")
     if isinstance(array._meta, np.ma.MaskedArray):
         raise TypeError(f"{name} has masked blocks; pass dask.array.ma.filled({name}, 0)")
-    if type(array._meta) is not np.ndarray:
+    if not isinstance(array._meta, np.ndarray):
         raise TypeError(f"{name} has blocks of {type(array._meta).__qualname__}, not numpy.ndarray")
     if array.ndim != dimensions:
         wanted = "two dimensions, profiles and columns" if dimensions == 2 else "one dimension"
@@ -336,10 +337,10 @@ def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> Arra
                     f"{name} is a PNG, which is read from its first row on: pass rows={height}, "
                     "or convert it to an uncompressed TIFF, NPY or Zarr"
                 )
-    image: Array = da.from_array(
+    image: Array = _da.from_array(
         source,
         chunks=(min(rows, max(height, 1)), -1),
-        name="planex-open_image-" + dk.base.tokenize(source, _version(name), rows),
+        name="planex-open_image-" + _dask.base.tokenize(source, _version(name), rows),
         getitem=_read,
         inline_array=True,
         meta=_meta(source.dtype),
@@ -431,7 +432,7 @@ def to_zarr(
         axis = group.array(key, places, fill_value=None)
         axis.attrs.update(units=unit, _ARRAY_DIMENSIONS=[key])
     zarr.consolidate_metadata(group.store)
-    work = da.store(sources, targets, lock=False, compute=False)
+    work = _da.store(sources, targets, lock=False, compute=False)
     if not compute:
         return work
     work.compute(**options)
@@ -636,7 +637,7 @@ def _limits(intensity: Array) -> Array:
     apart = clone(intensity, seed="planex-limits")
     pairs = _blockwise(_limits_of_block, "u2", apart, "ij", adjust_chunks={"i": 1, "j": 2})
     both = _limits_of_pairs, _limits_of_pairs
-    limits: Array = da.reduction(pairs, *both, axis=0, dtype="u2", meta=_meta("u2", 1))
+    limits: Array = _da.reduction(pairs, *both, axis=0, dtype="u2", meta=_meta("u2", 1))
     return limits
 
 
