@@ -4,9 +4,10 @@
     bench/dask_bench.py [--build DIR] [--profiles N] [--rounds N]
 
 In each round one process of Dask, two of them, and `planex rectify --threads 1` make the same map
-of levels from the same uncompressed TIFF, each into an NPY file; the maps are compared. Starting
-workers and interpreters does not count, and the file is in the cache. Elapsed time is the least of
-all rounds, processor time that of the process, or of all workers. Build type Release, and
+of levels from the same uncompressed TIFF, each into an NPY file; the maps are compared. The command
+reads and writes on further threads, so one process stands beside it with two threads, too. Starting
+workers does not count, and the file is in the cache. Elapsed time is the least of all rounds,
+processor time that of the process, or of all workers. Build type Release, and
 -DPLANEX_BUILD_PYTHON=ON.
 """
 
@@ -77,15 +78,15 @@ class Command:
 
 
 class Workers:
-    """planex.dask on so many processes of one thread."""
+    """planex.dask on so many processes of so many threads."""
 
-    def __init__(self, count, scan, out):
+    def __init__(self, count, threads, scan, out):
         import distributed
 
         import planex.dask
 
         self.cluster = distributed.LocalCluster(
-            n_workers=count, threads_per_worker=1, memory_limit=0, dashboard_address=":0")
+            n_workers=count, threads_per_worker=threads, memory_limit=0, dashboard_address=":0")
         self.client = self.cluster.get_client()
         self.planex, self.scan, self.out = planex, scan, out
         self.model = planex.Model.from_file(MODEL)
@@ -126,8 +127,9 @@ def main():
         write_scan(scan, options.profiles)
         contestants = {
             "planex rectify --threads 1": Command(options.build, scan, folder / "command.npy"),
-            "planex.dask, one process": Workers(1, scan, folder / "one.npy"),
-            "planex.dask, two processes": Workers(2, scan, folder / "two.npy"),
+            "planex.dask, one process": Workers(1, 1, scan, folder / "one.npy"),
+            "one process of two threads": Workers(1, 2, scan, folder / "threads.npy"),
+            "planex.dask, two processes": Workers(2, 1, scan, folder / "two.npy"),
         }
         elapsed, used = collections.defaultdict(list), collections.defaultdict(list)
         for number in range(options.rounds):
@@ -137,17 +139,19 @@ def main():
                 used[work].append(processor)
         for contestant in contestants.values():
             contestant.close()
-        command, *others = (numpy.load(folder / f"{n}.npy", "r") for n in ("command", "one", "two"))
+        names = "command", "one", "threads", "two"
+        command, *others = (numpy.load(folder / f"{name}.npy", "r") for name in names)
         if not all(numpy.array_equal(command, other) for other in others):
             sys.exit("the maps differ")
     print(f"load average {os.getloadavg()[0]:.1f} at the end, {os.cpu_count()} processors")
     for work in contestants:
         print(f"{work:28}{min(elapsed[work]):6.2f} s elapsed{min(used[work]):6.2f} s of processor")
-    command, one, two = (min(elapsed[work]) for work in contestants)
-    of_command, of_one, _ = (min(used[work]) for work in contestants)
+    command, one, threads, two = (min(elapsed[work]) for work in contestants)
+    of_command, of_one, *_ = (min(used[work]) for work in contestants)
     print(f"two processes: {one / two:.2f} times as fast as one")
     print(f"one process: {one / command:.2f} times the time of the command, "
-          f"{of_one / of_command:.2f} times its processor time")
+          f"{of_one / of_command:.2f} times its processor time; "
+          f"of two threads: {threads / command:.2f} times")
 
 
 if __name__ == "__main__":
