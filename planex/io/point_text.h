@@ -22,8 +22,11 @@ struct CoordinateNames {
   std::array<std::string_view, 3> others;  ///< what else is read
 };
 
+/// @{
+/// Of sensor pixels, and of the laser plane and aligned coordinates.
 inline constexpr CoordinateNames kPixelNames = {{"column", "profile", "row"}, {"u", "p", "v"}};
 inline constexpr CoordinateNames kWorldNames = {{"X", "Y", "Z"}, {"X", "Y", "Z"}};
+/// @}
 
 /// Reads points from text: one a line, in columns that commas or semicolons separate, or blanks and
 /// tabs where a line has neither.

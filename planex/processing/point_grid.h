@@ -37,11 +37,12 @@ struct PlacedGridPoints {
   /// The column of a point that is not used.
   static constexpr std::int32_t kNone = -1000;
 
-  std::vector<std::int32_t> column, row;
-  std::vector<std::uint8_t> halfWidth;
-  std::int64_t points = 0;          ///< those that are numbers
-  std::int64_t inGrid = 0;          ///< those of them that lie in a column and a row
-  std::int64_t outsideHeights = 0;  ///< those of these that are dropped for their height
+  std::vector<std::int32_t> column;     ///< of the grid
+  std::vector<std::int32_t> row;        ///< likewise
+  std::vector<std::uint8_t> halfWidth;  ///< columns on either side that a point reaches
+  std::int64_t points = 0;              ///< those that are numbers
+  std::int64_t inGrid = 0;              ///< those of them that lie in a column and a row
+  std::int64_t outsideHeights = 0;      ///< those of these that are dropped for their height
 };
 
 /// Places points:
@@ -84,8 +85,11 @@ class PLANEX_EXPORT PointGrid {
   /// @param channels numbers that every point carries along; DARKEST and BRIGHTEST need one
   PointGrid(int width, int height, RectificationMode mode, int channels);
   ~PointGrid();
+  /// @{
+  /// Cells change their owner; the other one is only fit for destruction.
   PointGrid(PointGrid&&) noexcept;
   PointGrid& operator=(PointGrid&&) noexcept;
+  /// @}
 
   /// Adds points to the columns within their half-width, in the rows within `rowHalfWidth`. Rows
   /// that have been taken are passed over.

@@ -46,8 +46,11 @@ struct GridRows {
   /// Where row `row` of the lists lies.
   datafusion::planex::GridRow at(int row, int width);
 
-  int rows = 0;
+  int rows = 0;  ///< how many
+  /// @{
+  /// See datafusion::planex::GridRow.
   std::vector<float> height, count, spread, deviation;
+  /// @}
   std::vector<std::uint8_t> mask;  ///< see fillHoles(); with GridLayers::fill
   /// The residual, where it is wanted, NaN where no point fell; then intensities.
   std::vector<std::vector<float>> channels;
@@ -56,14 +59,15 @@ struct GridRows {
 /// How points in space become the cells of a map in floats.
 struct Gridding {
   datafusion::planex::PointPlacement placement;  ///< one row of height: profiles are the rows
-  datafusion::planex::RectificationMode mode{};
-  GridLayers layers;
-  bool aligned = false;                  ///< points behind the pose of the model
-  bool wideIntensities = false;          ///< intensities of 16 bits stay so
+  datafusion::planex::RectificationMode mode{};  ///< what a cell that several points hit gets
+  GridLayers layers;                             ///< what there is beside heights
+  bool aligned = false;                          ///< points behind the pose of the model
+  bool wideIntensities = false;                  ///< intensities of 16 bits stay so
   std::vector<int> rowHalfWidth;         ///< of each profile; empty where profiles are the rows
   std::vector<int> rowsBefore;           ///< rows that neither a profile nor a later one reaches
   std::optional<ResidualMap> residuals;  ///< with GridLayers::residual
 
+  /// Whether every profile is a row of the map.
   bool profilesAreRows() const { return rowHalfWidth.empty(); }
 };
 
@@ -108,8 +112,11 @@ class PLANEX_EXPORT GriddedRows : public SpatialRows {
 /// Turns blocks of a scan, in their order, into the rows of a map, in theirs.
 class PLANEX_EXPORT GridMap {
  public:
+  /// Takes rows of the map, from the first to the last.
   using Sink = std::function<void(const GridRows& rows)>;
 
+  /// @param gridding     outlives the object
+  /// @param intensities  images that go along
   GridMap(const Gridding& gridding, std::size_t intensities);
   /// Passes on the rows that are complete.
   void add(const GriddedRows& block, const Sink& sink);

@@ -15,15 +15,24 @@ namespace planex::scan {
 
 /// A rectangle in the world.
 struct WorldRectangle {
+  /// @{
+  /// Its sides.
   double xMin, yMin, xMax, yMax;
+  /// @}
 };
 
 /// Columns firstColumn ... endColumn - 1 of rows firstRow ... endRow - 1 of a map.
 struct CellRange {
+  /// @{
+  /// Its sides; those at the end do not belong to it.
   int firstColumn, endColumn, firstRow, endRow;
+  /// @}
 
+  /// @{
+  /// How many there are.
   int columns() const { return endColumn - firstColumn; }
   int rows() const { return endRow - firstRow; }
+  /// @}
 };
 
 /// A height map in a file: levels of 16 bits, or float32 in a TIFF or NPY. What its
@@ -38,12 +47,16 @@ struct CellRange {
 /// finite numbers, 0 where they are scales of X and Y, or not above 0 as the scale of Z.
 class PLANEX_EXPORT HeightMap {
  public:
+  /// Opens a map, and reads the file beside it.
   explicit HeightMap(const std::string& path);
 
   /// The name of the file, as it was given.
   const std::string& path() const { return image_->path(); }
+  /// @{
+  /// Cells along X and along Y.
   int columns() const { return image_->shape().width; }
   int rows() const { return image_->shape().height; }
+  /// @}
   /// @{
   /// Where the centres of the cells lie, and what stored values mean.
   const io::Axis& x() const { return x_; }
@@ -54,6 +67,7 @@ class PLANEX_EXPORT HeightMap {
   const std::string& unit() const { return unit_; }
   /// Of Y; another one, such as "rows", where nobody said how far rows are apart.
   const std::string& yUnit() const { return yUnit_; }
+  /// Whether Y is a length.
   bool isYLength() const { return yUnit_ == unit_; }
 
   /// Whether the coordinates are aligned ones, and not calibrated.

@@ -13,8 +13,10 @@ namespace planex::scan {
 
 /// Z = a + b X + c Y.
 struct HeightPlane {
+  /// @{
+  /// Coefficients, in the unit of Z, and per unit of X and of Y.
   double a, b, c;
-
+  /// @}
   /// @{
   /// Angles in degrees at which the plane rises along X, along Y, and along its steepest line.
   PLANEX_EXPORT double tiltX() const;
@@ -33,7 +35,10 @@ struct HeightPlane {
 ///
 /// Source: ISO 25178-2:2021, section 4.3, with sums over measured cells for the integrals.
 struct Roughness {
+  /// @{
+  /// In the unit of Z.
   double sq, sa, sz, sp, sv;
+  /// @}
   /// @{
   /// Nothing where e is rounding alone: Sq at most 2^-46 of the largest stored number times scaleZ.
   std::optional<double> ssk, sku;
@@ -48,7 +53,10 @@ inline constexpr std::array<int, 7> kPercents = {1, 5, 25, 50, 75, 95, 99};
 struct MapStatistics {
   std::int64_t cells = 0;   ///< of the range
   std::int64_t filled = 0;  ///< with a height
+  /// @{
+  /// Of the heights.
   double minimum = 0, maximum = 0, mean = 0;
+  /// @}
 
   /// The heights below which there are kPercents of the cells: with the filled cells sorted,
   ///
@@ -56,10 +64,13 @@ struct MapStatistics {
   ///
   /// Source: Hyndman and Fan, Sample quantiles in statistical packages, 1996, definition 7.
   std::array<double, kPercents.size()> percentiles{};
+  /// @{
   /// The least-squares plane, and what remains without it; nothing for cells on one line.
   std::optional<HeightPlane> plane;
   std::optional<Roughness> roughness;
+  /// @}
 
+  /// That of kPercents which is 50.
   double median() const { return percentiles[3]; }
 };
 

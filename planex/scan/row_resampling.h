@@ -32,9 +32,11 @@ class PLANEX_EXPORT RowResampling {
   int sourceOf(int row) const {
     return sources_.empty() ? first_ + row : sources_[static_cast<std::size_t>(row)];
   }
+  /// @{
   /// Rows of the image that no row of the map shows, and rows of the map that show none.
   int leftOut() const { return leftOut_; }
   int emptyRows() const { return emptyRows_; }
+  /// @}
 
  private:
   int first_;
