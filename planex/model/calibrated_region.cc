@@ -177,6 +177,28 @@ bool CalibratedRegion::Update(const etl::Vector<PointList>& pointLists,
   return Update(points, residuals);
 }
 
+bool CalibratedRegion::SetImages(const Image& count, const Image& averageX, const Image& averageZ,
+                                 const Image& maximumX, const Image& maximumZ) {
+  std::array<ImagePointer, 5> images;
+  const Image* const given[] = {&count, &averageX, &averageZ, &maximumX, &maximumZ};
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    const Image& from = *given[i];
+    const auto type = i == kPointCount ? cmnalg::IMAGE_TYPE_INT32 : cmnalg::IMAGE_TYPE_FLOAT32;
+    if (from.GetType() != type || from.GetWidth() != count.GetWidth() ||
+        from.GetHeight() != count.GetHeight()) {
+      return refuseToChange(
+          "The images of a calibrated region must be of one size, counts in INT32 and residuals in "
+          "FLOAT32.");
+    }
+    const auto copy = std::make_shared<Image>(from);
+    if (from.GetImageData().IsValid() && !copy->GetImageData().IsValid()) return false;
+    cmnalg::impro::CopyImageMetadata(count, *copy);
+    images[i] = copy;
+  }
+  images_ = images;
+  return true;
+}
+
 bool CalibratedRegion::IsValid() const {
   return AreOfOneSize() && cmnalg::impro::HoldsPixels(*images_[kPointCount]);
 }

@@ -48,6 +48,17 @@ class PLANEX_EXPORT CalibratedRegion {
   bool Update(const etl::Vector<etl::Vector<cmnalg::Vec<2, double>>>& pointLists,
               const etl::Vector<etl::Vector<cmnalg::Vec<2, double>>>& residualLists);
 
+  /// Takes copies of five images, as another calibration has made them. PixelSize and Origin are
+  /// those of the counts.
+  /// @param count  INT32
+  /// @param averageX, averageZ, maximumX, maximumZ  FLOAT32
+  /// @return false, the region unchanged: with a warning on "Image.Planex.Model", "The images of a
+  ///         calibrated region must be of one size, counts in INT32 and residuals in FLOAT32."; or
+  ///         with the image's own, without memory for the copies
+  bool SetImages(const cmnalg::Image& count, const cmnalg::Image& averageX,
+                 const cmnalg::Image& averageZ, const cmnalg::Image& maximumX,
+                 const cmnalg::Image& maximumZ);
+
   /// Whether there are point counts, with pixels and a PixelSize that is nowhere negative or NaN,
   /// and no image has another size than they have.
   bool IsValid() const;

@@ -117,6 +117,29 @@ TEST(CalibratedRegion, RefusesWithoutChange) {
   EXPECT_EQ(contents(region)[1], (Pixels{0.5, 0, 0, 10}));
 }
 
+TEST(CalibratedRegion, TakesImagesOfOneSize) {
+  CalibratedRegion region = regionOf(3, 2);
+  ASSERT_TRUE(region.Update({{-5, 1}, {7, 7}, {1, 6}}, {{1, -3}, {-2, 0.75}, {9, 8}}));
+  Image count, mean[2], maximum[2];
+  ASSERT_TRUE(region.GetPointCount(count) && region.GetAverageResiduals(mean[0], mean[1]) &&
+              region.GetMaximumResiduals(maximum[0], maximum[1]));
+  CalibratedRegion other = regionOf(1, 1);
+  const CalibratedRegion before = other;
+  mean[1].Origin.x = 1e6;  // of no matter
+  const struct {
+    const Image &count, &mean;
+  } wrong[] = {{mean[0], mean[0]}, {count, count}, {count, Image()}};
+  for (const auto& row : wrong) {
+    test::LogCapture log;
+    EXPECT_FALSE(other.SetImages(row.count, row.mean, mean[1], maximum[0], maximum[1]));
+    EXPECT_EQ(log.TakeOne(), test::warning("The images of a calibrated region must be of one size, "
+                                           "counts in INT32 and residuals in FLOAT32."));
+  }
+  EXPECT_EQ(contents(other), contents(before));
+  ASSERT_TRUE(other.SetImages(count, mean[0], mean[1], maximum[0], maximum[1]));
+  EXPECT_EQ(contents(other), contents(region));
+}
+
 TEST(CalibratedRegion, CopiesShareUntilOneChanges) {
   CalibratedRegion region = regionOf(2, 2);
   ASSERT_TRUE(region.Update({{0, 0}, {10, 10}}, PointList(2)));

@@ -6,12 +6,10 @@
 #include <planex/io/library_warnings.h>
 #include <planex/io/model_file.h>
 #include <planex/model/coordinate_system.h>
+#include <planex/model/model_difference.h>
 #include <planex/model/point_mapping.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cmath>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -26,11 +24,7 @@ namespace {
 
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::CoordinateSystem;
-using Point = cmnalg::Vec<2, double>;
-using PointList = etl::Vector<Point>;
-
-constexpr double kMostPoints = 1 << 22;  // compared without --step
-constexpr std::int64_t kBlock = 65536;   // points mapped at a time
+using datafusion::planex::ModelDifference;
 
 struct DiffOptions {
   std::string a, b;
@@ -39,83 +33,33 @@ struct DiffOptions {
   std::optional<double> tolerance;
 };
 
-/// How two models differ over pixels of the sensor, in the length unit.
-struct Difference {
-  std::int64_t points = 0;     // that both models map to finite places
-  std::int64_t unmatched = 0;  // that only one does
-  double squares = 0;
-  double largest = 0;
-  Point pixel, worldA, worldB;  // where it is largest
-
-  double rms() const { return std::sqrt(squares / static_cast<double>(points)); }
-
-  void include(const Point& at, const Point& a, const Point& b) {
-    const bool finiteA = std::isfinite(a.x) && std::isfinite(a.y);
-    const bool finiteB = std::isfinite(b.x) && std::isfinite(b.y);
-    if (finiteA != finiteB) ++unmatched;
-    if (!finiteA || !finiteB) return;
-    const double distance = std::hypot(b.x - a.x, b.y - a.y);
-    squares += distance * distance;
-    if (points++ > 0 && !(distance > largest)) return;
-    largest = distance;
-    pixel = at;
-    worldA = a;
-    worldB = b;
-  }
-};
-
-/// Maps some pixels of a row.
-PointList mapped(const CalibrationModel& model, const std::string& file, const PointList& pixels,
-                 bool aligned) {
-  PointList points;
-  if (!datafusion::planex::mapPoints<double>(
-          model, pixels, points, CoordinateSystem::Pixel,
-          aligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated)) {
+/// A Failure for a model that maps nothing.
+void requireMapping(const CalibrationModel& model, const std::string& file,
+                    CoordinateSystem system) {
+  etl::Vector<cmnalg::Vec<2, double>> point(1);
+  if (!datafusion::planex::mapPoints<double>(model, point, point, CoordinateSystem::Pixel,
+                                             system)) {
     io::failWithLibraryWarnings(file, "cannot be mapped with", "see: planex check " + file);
   }
-  return points;
 }
 
-/// The places 0, step, 2 step, ... and the last one of a side of the sensor.
-struct Places {
-  std::int64_t last, step;
-
-  Places(int size, int step_) : last(size - 1), step(step_) {}
-  std::int64_t count() const { return (last + step - 1) / step + 1; }
-  double at(std::int64_t i) const { return static_cast<double>(std::min(i * step, last)); }
-};
-
-int stepFor(const DiffOptions& options, const cmnalg::Vec<2, std::int32_t>& sensor) {
-  if (options.step > 0) return options.step;
-  const double pixels = static_cast<double>(sensor.x) * sensor.y;
-  const double longest = std::max(sensor.x, sensor.y);  // of sensors that are but a line
-  return static_cast<int>(
-      std::ceil(std::max(std::sqrt(pixels / kMostPoints), longest / kMostPoints)));
-}
-
-Difference compare(const CalibrationModel& a, const CalibrationModel& b, int step,
-                   const DiffOptions& options, const Context& context) {
-  const Places columns(a.SensorSize.x, step), rows(a.SensorSize.y, step);
-  Progress progress(context, "comparing", columns.count() * rows.count(), "points");
-  Difference difference;
-  PointList pixels;
-  for (std::int64_t row = 0; row < rows.count(); ++row) {
-    for (std::int64_t column = 0; column < columns.count();) {
-      pixels.clear();
-      const std::int64_t end = std::min(column + kBlock, columns.count());
-      for (; column < end; ++column) pixels.push_back({columns.at(column), rows.at(row)});
-      const PointList worldA = mapped(a, options.a, pixels, options.aligned);
-      const PointList worldB = mapped(b, options.b, pixels, options.aligned);
-      for (std::size_t i = 0; i < pixels.size(); ++i) {
-        difference.include(pixels[i], worldA[i], worldB[i]);
-      }
-      progress.advance(static_cast<std::int64_t>(pixels.size()));
-    }
+ModelDifference compare(const CalibrationModel& a, const CalibrationModel& b, int step,
+                        const DiffOptions& options, const Context& context) {
+  const auto system = options.aligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated;
+  requireMapping(a, options.a, system);
+  requireMapping(b, options.b, system);
+  const auto placesOf = [step](std::int64_t size) { return (size + step - 2) / step + 1; };
+  Progress progress(context, "comparing", placesOf(a.SensorSize.x) * placesOf(a.SensorSize.y),
+                    "points");
+  ModelDifference difference;
+  if (!compareModels(a, b, system, step, difference,
+                     [&](std::int64_t pixels) { progress.advance(pixels); })) {
+    io::failWithLibraryWarnings(options.b, "cannot be compared", "see: planex check " + options.b);
   }
   return difference;
 }
 
-std::string plainText(const Difference& d, const std::string& unit) {
+std::string plainText(const ModelDifference& d, const std::string& unit) {
   std::string text = fmt::format("compared           {} pixels of the sensor\n", d.points);
   if (d.unmatched > 0) {
     text +=
@@ -128,16 +72,16 @@ std::string plainText(const Difference& d, const std::string& unit) {
              "{} ({:+.3g})\n"
              "rms                {:.6g} {}\n",
              d.largest, unit, d.pixel.x, d.pixel.y, d.worldA.x, unit, d.worldB.x - d.worldA.x,
-             d.worldA.y, unit, d.worldB.y - d.worldA.y, d.rms(), unit);
+             d.worldA.y, unit, d.worldB.y - d.worldA.y, d.rms, unit);
 }
 
-std::string jsonText(const Difference& d, const std::string& unit, int step) {
+std::string jsonText(const ModelDifference& d, const std::string& unit, int step) {
   io::JsonText root;
   root.add("unit", unit);
   root.add("step", step);
   root.add("points", static_cast<double>(d.points));
   root.add("notComparable", static_cast<double>(d.unmatched));
-  root.add("rms", d.rms());
+  root.add("rms", d.rms);
   const io::JsonObject largest = root.addObject("largest");
   largest.add("distance", d.largest);
   largest.add("column", d.pixel.x);
@@ -164,8 +108,9 @@ void runDiff(const DiffOptions& options, const Context& context) {
   if (a.SensorSize.x < 1 || a.SensorSize.y < 1) {
     throw io::Failure(options.a, "has a sensor without size; see: planex check " + options.a);
   }
-  const int step = stepFor(options, a.SensorSize);
-  const Difference difference = compare(a, b, step, options, context);
+  const int step =
+      options.step > 0 ? options.step : datafusion::planex::differenceStep(a.SensorSize);
+  const ModelDifference difference = compare(a, b, step, options, context);
   const std::string text =
       options.json ? jsonText(difference, context.unit, step) : plainText(difference, context.unit);
   std::fputs(text.c_str(), stdout);
