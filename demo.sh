@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds planex, simulates a scan, measures it, and turns it into a height map and a point cloud with
-# the command planex. Installs what is missing.
+# Builds planex, simulates a scan, measures it, turns it into a height map and a point cloud with the
+# command planex, and into a labelled array with Python. Installs what is missing.
 set -euo pipefail
 cd "$(dirname "$0")"
 
-scripts/setup.sh build
+scripts/setup.sh build python
 cmake --preset demo
-cmake --build --preset demo --target simulate_scan height_map planex_command
+cmake --build --preset demo --target simulate_scan height_map planex_command planex_python
 
 programs=build/release/examples
 scan=build/demo
@@ -31,4 +31,8 @@ shown stats "$scan/map.tif" --rect -47,18,-19,28 # the highest step of the gauge
 shown profile "$scan/map.tif" --at 50 -o "$scan/profile.png" --force
 shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
   --aligned -o "$scan/points.ply" --force
-echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png and view.png; $PWD/$scan/points.ply opens in any viewer of point clouds"
+echo
+echo "\$ python3 examples/measure_step.py"
+PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_step.py "$scan" \
+  "$scan/python.png"
+echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png and python.png; $PWD/$scan/points.ply opens in any viewer of point clouds"
