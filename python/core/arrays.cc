@@ -58,6 +58,8 @@ ImageType typeOf(const py::array& array) {
              : size == 2 ? cmnalg::IMAGE_TYPE_UINT16
              : size == 4 ? cmnalg::IMAGE_TYPE_UINT32
                          : cmnalg::IMAGE_TYPE_UINT64;
+    case 'i':
+      return size == 4 ? cmnalg::IMAGE_TYPE_INT32 : cmnalg::IMAGE_TYPE_INVALID;
     case 'f':
       return size == 4   ? cmnalg::IMAGE_TYPE_FLOAT32
              : size == 8 ? cmnalg::IMAGE_TYPE_FLOAT64
@@ -195,8 +197,8 @@ void Output::Allocate() {
   array = made;
 }
 
-void requireDisjoint(std::initializer_list<const Profiles*> inputs,
-                     std::initializer_list<const Profiles*> outputs) {
+void requireDisjoint(const std::vector<const Profiles*>& inputs,
+                     const std::vector<const Profiles*>& outputs) {
   for (auto output = outputs.begin(); output != outputs.end(); ++output) {
     const auto check = [&](const Profiles* other) {
       if ((*output)->data == nullptr || other->data == nullptr) return;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <vector>
 
 #include "planex/foundation/image.h"
 
@@ -68,8 +69,8 @@ struct Output {
 };
 
 /// ValueError where an output shares memory with an input or another output.
-void requireDisjoint(std::initializer_list<const Profiles*> inputs,
-                     std::initializer_list<const Profiles*> outputs);
+void requireDisjoint(const std::vector<const Profiles*>& inputs,
+                     const std::vector<const Profiles*>& outputs);
 
 /// A one-dimensional array of float64, contiguous, of that length.
 const double* readNumbers(py::handle object, const char* name, std::int64_t length);

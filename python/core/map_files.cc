@@ -57,15 +57,16 @@ class MapFiles {
       throw py::value_error("heights in float32 have no place in a .png; take a .tif or .npy");
     }
     const py::object intensity = map.attr("intensity");
-    if (!intensity.is_none()) {
-      intensity_ = readProfiles(intensity, "intensity", kIntensities);
-      requireSize(*intensity_, z_);
+    if (py::hasattr(intensity, "values")) {
+      for (const py::handle one : py::list(intensity.attr("values")())) addIntensity(one);
+    } else if (!intensity.is_none()) {
+      addIntensity(intensity);
     }
     describe(map);
   }
 
-  void Write(const std::string& intensityPath, io::Compression compression, int threads,
-             bool overwrite) {
+  void Write(const std::vector<std::string>& intensityPaths, io::Compression compression,
+             int threads, bool overwrite) {
     if (compression != io::Compression::kNone && format_ != io::RasterFormat::kTiff) {
       throw py::value_error("compress needs a .tif");
     }
@@ -77,14 +78,16 @@ class MapFiles {
     std::vector<std::unique_ptr<MapRaster>> rasters;
     rasters.push_back(std::make_unique<MapRaster>(path_, "height map", format_, z_, raster_,
                                                   encoding, overwrite));
-    if (intensity_) {
+    if (intensityPaths.size() != intensities_.size()) throw py::value_error("a path an intensity");
+    for (std::size_t i = 0; i < intensities_.size(); ++i) {
       io::RasterDescription raster = raster_;
-      raster.layers = {"intensity"};
-      raster.sample = sampleOf(intensity_->type);
+      raster.layers = {"intensity" + (intensities_.size() > 1 ? std::to_string(i + 1) : "")};
+      raster.sample = sampleOf(intensities_[i].type);
       raster.values.reset();
       raster.missing.reset();
-      rasters.push_back(std::make_unique<MapRaster>(intensityPath, "rectified intensity", format_,
-                                                    *intensity_, raster, encoding, overwrite));
+      rasters.push_back(std::make_unique<MapRaster>(intensityPaths[i], "rectified intensity",
+                                                    format_, intensities_[i], raster, encoding,
+                                                    overwrite));
     }
     for (const auto& raster : rasters) {
       forEachBlock(z_.rows, profilesPerBlock(kWrittenPerBlock, {&z_}), 0,
@@ -112,6 +115,11 @@ class MapFiles {
     if (std::isfinite(axis.scale) && std::isfinite(axis.origin) && axis.scale != 0) return axis;
     throw py::value_error(std::string(scale) + " and " + origin +
                           " must be finite, and the scale not 0");
+  }
+
+  void addIntensity(py::handle array) {
+    intensities_.push_back(readProfiles(array, "intensity", kIntensities));
+    requireSize(intensities_.back(), z_);
   }
 
   void describe(py::handle map) {
@@ -167,18 +175,18 @@ class MapFiles {
   const Profiles z_;
   const bool aligned_;
   io::RasterFormat format_{};
-  std::optional<Profiles> intensity_;
+  std::vector<Profiles> intensities_;
   io::RasterDescription raster_;  // of the heights
   io::Axis levels_;
   std::vector<double> splat_;
   std::vector<char> room_;
 };
 
-void writeMap(const std::string& path, const std::string& intensityPath, py::handle map,
-              int compression, int threads, bool overwrite) {
+void writeMap(const std::string& path, const std::vector<std::string>& intensityPaths,
+              py::handle map, int compression, int threads, bool overwrite) {
   MapFiles files(path, map);
   write([&] {
-    files.Write(intensityPath, static_cast<io::Compression>(compression), threads, overwrite);
+    files.Write(intensityPaths, static_cast<io::Compression>(compression), threads, overwrite);
   });
 }
 

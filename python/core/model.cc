@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/arrays.h"
 #include "core/bindings.h"
 #include "core/call.h"
 #include "planex/infra/json_deserializer.h"
@@ -221,6 +222,27 @@ Matrix matrixOf(const Numbers& values) {
                           values.data());
 }
 
+/// Five arrays and the places of the cells; without them an empty region.
+CalibratedRegion regionOf(py::handle given) {
+  CalibratedRegion region;
+  if (given.is_none()) return region;
+  const auto parts = py::cast<py::tuple>(given);
+  Image images[5];
+  for (std::size_t i = 0; i < 5; ++i) {
+    const TypeSet type = oneOf({i == 0 ? cmnalg::IMAGE_TYPE_INT32 : cmnalg::IMAGE_TYPE_FLOAT32});
+    const Profiles cells = readProfiles(parts[i], "region", type);
+    if (cells.rows > (1 << 15) || cells.columns > (1 << 15)) {
+      throw py::value_error("region must have at most 32768 rows and columns");
+    }
+    if (!cells.IsEmpty()) cells.View(0, static_cast<int>(cells.rows), images[i]);
+  }
+  const auto number = [&](std::size_t i) { return py::cast<double>(parts[i]); };
+  images[0].Origin = {number(5), number(6), 0.0};
+  images[0].PixelSize = {number(7), number(8), 1.0};
+  call([&] { return region.SetImages(images[0], images[1], images[2], images[3], images[4]); });
+  return region;
+}
+
 /// A copy with some of the document's fields changed. Python has checked names and shapes.
 CalibrationModel replaced(const CalibrationModel& model, const py::dict& fields) {
   CalibrationModel copy = model;
@@ -248,7 +270,7 @@ CalibrationModel replaced(const CalibrationModel& model, const py::dict& fields)
       const Numbers curve = numbers();
       copy.SheetCurve.assign(curve.data(), curve.data() + curve.size());
     }
-    if (name == "region") copy.CalibratedRegion = CalibratedRegion();
+    if (name == "region") copy.CalibratedRegion = regionOf(value);
   }
   return copy;
 }
@@ -287,8 +309,8 @@ py::object residualsOf(const CalibrationModel& model) {
   }
   return py::make_tuple(pixelsOf<std::int32_t>(count), pixelsOf<float>(average[0]),
                         pixelsOf<float>(average[1]), pixelsOf<float>(maximum[0]),
-                        pixelsOf<float>(maximum[1]), count.Origin.x, count.PixelSize.x,
-                        count.Origin.y, count.PixelSize.y);
+                        pixelsOf<float>(maximum[1]), py::make_tuple(count.Origin.x, count.Origin.y),
+                        py::make_tuple(count.PixelSize.x, count.PixelSize.y));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "core/bindings.h"
 #include "core/call.h"
+#include "planex/model/model_difference.h"
 #include "planex/model/point_mapping.h"
 #include "planex/model/shape_mapping.h"
 #include "planex/model/world_bounds.h"
@@ -17,6 +18,7 @@ namespace {
 using cmnalg::Vec;
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::CoordinateSystem;
+using datafusion::planex::ModelDifference;
 
 /// The way that points take.
 struct Way {
@@ -114,6 +116,18 @@ py::tuple bounds(const CalibrationModel& model, py::handle sensor, int columns) 
                         bounds.lateralSpacing.x, bounds.lateralSpacing.y);
 }
 
+py::tuple compare(const CalibrationModel& a, const CalibrationModel& b, bool aligned, int step) {
+  ModelDifference difference;
+  call([&] {
+    const int every = step > 0 ? step : datafusion::planex::differenceStep(a.SensorSize);
+    return compareModels(a, b, aligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated,
+                         every, difference);
+  });
+  const auto pair = [](const cmnalg::Vec<2, double>& p) { return py::make_tuple(p.x, p.y); };
+  return py::make_tuple(difference.points, difference.unmatched, difference.rms, difference.largest,
+                        pair(difference.pixel), pair(difference.worldA), pair(difference.worldB));
+}
+
 }  // namespace
 
 void bindPoints(py::module_& module) {
@@ -121,6 +135,7 @@ void bindPoints(py::module_& module) {
   module.def("map_rectangle", &mapRectangleOutline);
   module.def("map_box", &mapBoxSurface);
   module.def("bounds", &bounds);
+  module.def("compare_models", &compare);
 }
 
 }  // namespace planex_python

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <deque>
 #include <optional>
 #include <string>
 #include <utility>
@@ -54,8 +55,11 @@ IntensityLimits limitsOf(const Profiles& intensity) {
 
 /// How points become cells: the fields of a planex.Grid, and what else a map is asked for.
 struct Rules {
-  Rules(py::handle grid, int modeNumber, float missingHeight, bool asLevels)
-      : mode(static_cast<RectificationMode>(modeNumber)), missing(missingHeight), levels(asLevels) {
+  Rules(py::handle grid, int modeNumber, float missingHeight, bool asLevels, bool intoOld)
+      : mode(static_cast<RectificationMode>(modeNumber)),
+        missing(missingHeight),
+        levels(asLevels),
+        merges(intoOld) {
     static const FieldName columns("columns"), xScale("x_scale"), xOrigin("x_origin"),
         zScale("z_scale"), zOrigin("z_origin"), a("a"), b("b"), c("c");
     cells.width = static_cast<int>(numberOf(grid, columns));  // 1 to 2^20
@@ -75,112 +79,149 @@ struct Rules {
   RectificationMode mode;
   float missing;
   bool levels;  // uint16 as they are, instead of world heights
+  bool merges;  // into levels that are there
 };
 
-/// A height map that is made of blocks of points.
+/// Intensities that are rectified with the points.
+struct Channel {
+  Channel(const py::handle& given, const Profiles& points, int columns)
+      : name(py::cast<std::string>(given.attr("name"))), outName("out_" + name) {
+    in = readProfiles(given.attr("array"), name.c_str(), kIntensities);
+    if (in.rows != points.rows || in.columns != points.columns) {
+      throw py::value_error(name + " must have a value for each point");
+    }
+    if (const py::object pair = given.attr("limits"); !pair.is_none()) {
+      const auto ends = py::cast<std::pair<std::uint16_t, std::uint16_t>>(pair);
+      limits = IntensityLimits{ends.first, ends.second};
+    }
+    out.emplace(given.attr("out"), outName.c_str(), cmnalg::IMAGE_TYPE_UINT8, points.rows, columns);
+  }
+
+  /// Those of 8 bits where they lie, those of 16 bits reduced.
+  void View(std::int64_t first, int count, std::vector<std::uint8_t>& reduced, Image& image) const {
+    if (in.type == cmnalg::IMAGE_TYPE_UINT8) {
+      in.View(first, count, image);
+      return;
+    }
+    const auto columns = static_cast<std::size_t>(in.columns);
+    reduced.resize(columns * static_cast<std::size_t>(count));
+    for (int row = 0; row < count; ++row) {
+      datafusion::planex::reduceIntensities(
+          wordsAt(in, first + row), columns, *limits,
+          reduced.data() + columns * static_cast<std::size_t>(row));
+    }
+    image.Create(reduced.data(), cmnalg::IMAGE_TYPE_UINT8, static_cast<int>(columns), count, 0,
+                 false, Image::s_defaultImageAllocator, false);
+  }
+
+  const std::string name, outName;  // for messages
+  Profiles in;
+  std::optional<IntensityLimits> limits;
+  std::optional<Output> out;
+};
+
+/// A height map that is made of blocks of points. With intensities the heights are those of the
+/// last of them: modes that choose by intensity let each choose for itself.
 class HeightMap {
  public:
   /// Checks everything that is given; writes nothing.
-  HeightMap(const Profiles& points, const Rules& rules, const py::object& intensity,
-            const py::object& limits, py::object out, py::object outIntensity)
+  /// @param intensities  objects with name, array, limits and out
+  HeightMap(const Profiles& points, const Rules& rules, const py::tuple& intensities,
+            py::object out)
       : rules_(rules),
-        heights_(std::move(out), "out",
+        heights_(std::move(out), rules.merges ? "into" : "out",
                  rules.levels ? cmnalg::IMAGE_TYPE_UINT16 : cmnalg::IMAGE_TYPE_FLOAT32, points.rows,
                  rules.cells.width) {
-    if (!limits.is_none()) {
-      const auto pair = py::cast<std::pair<std::uint16_t, std::uint16_t>>(limits);
-      limits_ = IntensityLimits{pair.first, pair.second};
+    for (const py::handle given : intensities) {
+      channels_.emplace_back(given, points, rules.cells.width);
     }
-    if (intensity.is_none()) {
-      if (!outIntensity.is_none()) throw py::value_error("out_intensity needs an intensity");
-      return;
-    }
-    intensity_ = readProfiles(intensity, "intensity", kIntensities);
-    if (intensity_->rows != points.rows || intensity_->columns != points.columns) {
-      throw py::value_error("intensity must have a value for each point");
-    }
-    rectified_.emplace(std::move(outIntensity), "out_intensity", cmnalg::IMAGE_TYPE_UINT8,
-                       points.rows, rules.cells.width);
   }
 
-  void RequireDisjoint(std::initializer_list<const Profiles*> inputs) {
-    requireDisjoint(inputs, {&heights_.profiles});
-    if (!intensity_) return;
-    requireDisjoint(inputs, {&rectified_->profiles});
-    requireDisjoint({&*intensity_}, {&heights_.profiles, &rectified_->profiles});
+  void RequireDisjoint(std::vector<const Profiles*> inputs) const {
+    std::vector<const Profiles*> outputs = {&heights_.profiles};
+    for (const Channel& channel : channels_) {
+      inputs.push_back(&channel.in);
+      outputs.push_back(&channel.out->profiles);
+    }
+    requireDisjoint(inputs, outputs);
   }
 
   /// Makes the arrays that were not given, and finds the limits of intensities in them all.
   void Begin(const Profiles& points) {
-    if (intensity_ && intensity_->type == cmnalg::IMAGE_TYPE_UINT16 && !limits_) {
-      limits_ = limitsOf(*intensity_);
+    for (Channel& channel : channels_) {
+      if (channel.in.type == cmnalg::IMAGE_TYPE_UINT16 && !channel.limits) {
+        channel.limits = limitsOf(channel.in);
+      }
     }
     heights_.Allocate();
-    if (rectified_) rectified_->Allocate();
-    if (points.columns == 0) Clear();
+    for (Channel& channel : channels_) channel.out->Allocate();
+    if (points.columns == 0 && !rules_.merges) Clear();
   }
 
   std::int64_t ProfilesPerBlock(const Profiles& points) const {
-    return intensity_
-               ? profilesPerBlock(kPixelsPerBlock, {&points, &heights_.profiles, &*intensity_})
-               : profilesPerBlock(kPixelsPerBlock, {&points, &heights_.profiles});
+    std::int64_t least = profilesPerBlock(kPixelsPerBlock, {&points, &heights_.profiles});
+    for (const Channel& channel : channels_) {
+      least = std::min(least, profilesPerBlock(kPixelsPerBlock, {&channel.in}));
+    }
+    return least;
   }
 
   /// Rectifies `count` profiles from `first` on.
   bool Rectify(const Image& x, const Image& z, std::int64_t first, int count) const {
     HeightGrid grid = rules_.cells;
     grid.height = count;
+    if (rules_.levels) return RectifyLevels(x, z, first, grid);
+    ImageOf<float> heights;
+    heights_.profiles.View(first, count, heights);
+    if (channels_.empty()) {
+      return toRectifiedWorld(x, z, rules_.splat, rules_.mode, grid, rules_.missing, heights);
+    }
     Image intensity;
     ImageOf<std::uint8_t> rectified;
     std::vector<std::uint8_t> reduced;
-    if (intensity_) {
-      rectified_->profiles.View(first, count, rectified);
-      ViewIntensity(first, count, reduced, intensity);
+    for (const Channel& channel : channels_) {
+      channel.View(first, count, reduced, intensity);
+      channel.out->profiles.View(first, count, rectified);
+      if (!toRectifiedWorld(x, z, intensity, rules_.splat, rules_.mode, grid, rules_.missing,
+                            &channel == &channels_.back() ? &heights : nullptr, rectified)) {
+        return false;
+      }
     }
-    if (rules_.levels) return RectifyLevels(x, z, intensity, first, grid, rectified);
-    ImageOf<float> heights;
-    heights_.profiles.View(first, count, heights);
-    return intensity_
-               ? toRectifiedWorld(x, z, intensity, rules_.splat, rules_.mode, grid, rules_.missing,
-                                  &heights, rectified)
-               : toRectifiedWorld(x, z, rules_.splat, rules_.mode, grid, rules_.missing, heights);
+    return true;
   }
 
+  /// Heights and a list of intensities.
   py::tuple Result() const {
-    return py::make_tuple(heights_.array, rectified_ ? rectified_->array : py::none());
+    py::list rectified;
+    for (const Channel& channel : channels_) rectified.append(channel.out->array);
+    return py::make_tuple(heights_.array, rectified);
   }
 
  private:
-  bool RectifyLevels(const Image& x, const Image& z, const Image& intensity, std::int64_t first,
-                     const HeightGrid& grid, ImageOf<std::uint8_t>& rectified) const {
+  bool RectifyLevels(const Image& x, const Image& z, std::int64_t first,
+                     const HeightGrid& grid) const {
     ImageOf<std::uint16_t> target;
     heights_.profiles.View(first, grid.height, target);
     target.HandleZeroPixels = cmnalg::ZeroPixels::MissingData;
     target.PixelSize = {grid.x.scale, 1.0, grid.levels.scale};
     target.Origin = {grid.x.origin, 0.0, grid.levels.origin};
     const SplatShape& splat = rules_.splat;
-    return intensity_
-               ? toRectified(x, z, intensity, splat.lateralSpacing, splat.size, rules_.mode, target,
-                             rectified, true)
-               : toRectified(x, z, splat.lateralSpacing, splat.size, rules_.mode, target, true);
-  }
-
-  /// Intensities of 8 bits where they lie, those of 16 bits reduced.
-  void ViewIntensity(std::int64_t first, int count, std::vector<std::uint8_t>& reduced,
-                     Image& intensity) const {
-    if (intensity_->type == cmnalg::IMAGE_TYPE_UINT8) {
-      intensity_->View(first, count, intensity);
-      return;
+    const bool clear = !rules_.merges;
+    if (channels_.empty()) {
+      return toRectified(x, z, splat.lateralSpacing, splat.size, rules_.mode, target, clear);
     }
-    const auto columns = static_cast<std::size_t>(intensity_->columns);
-    reduced.resize(columns * static_cast<std::size_t>(count));
-    for (int row = 0; row < count; ++row) {
-      datafusion::planex::reduceIntensities(
-          wordsAt(*intensity_, first + row), columns, *limits_,
-          reduced.data() + columns * static_cast<std::size_t>(row));
+    Image intensity;
+    ImageOf<std::uint8_t> rectified;
+    std::vector<std::uint8_t> reduced;
+    for (const Channel& channel : channels_) {
+      channel.View(first, grid.height, reduced, intensity);
+      channel.out->profiles.View(first, grid.height, rectified);
+      if (!toRectified(x, z, intensity, splat.lateralSpacing, splat.size, rules_.mode, target,
+                       rectified, clear)) {
+        return false;
+      }
     }
-    intensity.Create(reduced.data(), cmnalg::IMAGE_TYPE_UINT8, static_cast<int>(columns), count, 0,
-                     false, Image::s_defaultImageAllocator, false);
+    return true;
   }
 
   /// Profiles without a point.
@@ -192,26 +233,24 @@ class HeightMap {
     } else {
       std::fill_n(reinterpret_cast<float*>(out.data), cells, rules_.missing);
     }
-    if (rectified_) std::fill_n(rectified_->profiles.data, cells, '\0');
+    for (Channel& channel : channels_) std::fill_n(channel.out->profiles.data, cells, '\0');
   }
 
   const Rules& rules_;
   Output heights_;
-  std::optional<IntensityLimits> limits_;
-  std::optional<Profiles> intensity_;
-  std::optional<Output> rectified_;
+  std::deque<Channel> channels_;
 };
 
 py::tuple rectify(py::handle xIn, py::handle zIn, py::handle grid, int mode,
-                  const py::object& intensity, const py::object& limits, float missing, bool levels,
-                  py::object out, py::object outIntensity, int threads) {
+                  const py::tuple& intensities, float missing, bool levels, bool merges,
+                  py::object out, int threads) {
   const Profiles x = readProfiles(xIn, "x", kFloating);
   const Profiles z = readProfiles(zIn, "z", kFloating);
   if (x.rows != z.rows || x.columns != z.columns) {
     throw py::value_error("x and z must be of one size");
   }
-  const Rules rules(grid, mode, missing, levels);
-  HeightMap map(z, rules, intensity, limits, std::move(out), std::move(outIntensity));
+  const Rules rules(grid, mode, missing, levels, merges);
+  HeightMap map(z, rules, intensities, std::move(out));
   map.RequireDisjoint({&x, &z});
   map.Begin(z);
   if (!z.IsEmpty()) {
@@ -230,12 +269,12 @@ py::tuple rectify(py::handle xIn, py::handle zIn, py::handle grid, int mode,
 /// Calibrates and rectifies by small blocks: X and Z never exist as a whole.
 py::tuple heightMap(const datafusion::planex::CalibrationModel& model, py::handle range,
                     py::handle sensor, bool aligned, bool inDouble, py::handle grid, int mode,
-                    const py::object& intensity, const py::object& limits, float missing,
-                    bool levels, py::object out, py::object outIntensity, int threads) {
+                    const py::tuple& intensities, float missing, bool levels, bool merges,
+                    py::object out, int threads) {
   const RangeScan scan(model, range, sensor, aligned, inDouble);
   const Profiles& in = scan.profiles;
-  const Rules rules(grid, mode, missing, levels);
-  HeightMap map(in, rules, intensity, limits, std::move(out), std::move(outIntensity));
+  const Rules rules(grid, mode, missing, levels, merges);
+  HeightMap map(in, rules, intensities, std::move(out));
   map.RequireDisjoint({&in});
   map.Begin(in);
   if (in.IsEmpty()) return map.Result();

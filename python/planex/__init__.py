@@ -15,10 +15,12 @@ from planex.errors import DocumentError, Error, ImageError
 from planex.files import ImageFile, Sidecar, read_image, read_sidecar, write_points
 from planex.functions import (
     AlignedPoints,
+    Difference,
     Points,
     align,
     bounds,
     calibrate,
+    diff,
     height_map,
     intensity_limits,
     map_box,
@@ -34,6 +36,7 @@ from planex.records import Bounds, Grid, Rectangle, SensorTraits, Splat
 __all__ = [
     "AlignedPoints",
     "Bounds",
+    "Difference",
     "DocumentError",
     "Error",
     "Fault",
@@ -53,6 +56,7 @@ __all__ = [
     "align",
     "bounds",
     "calibrate",
+    "diff",
     "height_map",
     "intensity_limits",
     "map_box",

@@ -5,7 +5,8 @@ from __future__ import annotations
 import contextlib
 import operator
 import threading
-from collections.abc import Iterator
+from collections.abc import Iterator, Mapping
+from dataclasses import dataclass
 from typing import Any, Literal, NamedTuple
 
 import numpy as np
@@ -23,6 +24,10 @@ Mode = Literal["mean", "lowest", "highest", "darkest", "brightest"]
 _SYSTEMS = {"pixel": 0, "calibrated": 1, "aligned": 2}
 _PRECISIONS = {"single": False, "double": True}
 _MODES = {"mean": 0, "lowest": 1, "highest": 2, "darkest": 3, "brightest": 4}
+
+#: Intensities of each point: one array, or several by their names.
+Intensities = NDArray[Any] | Mapping[str, NDArray[Any]]
+Limits = tuple[int, int] | Mapping[str, tuple[int, int]]
 
 _limits = threading.local()
 
@@ -258,6 +263,61 @@ def _limit_pair(limits: tuple[int, int] | None) -> tuple[int, int] | None:
     return int(least), int(most)
 
 
+@dataclass(frozen=True)
+class _Channel:
+    """Intensities that are rectified: what the extension takes."""
+
+    name: str
+    array: Any
+    limits: tuple[int, int] | None
+    out: Any
+
+
+def _channels(intensity: Any, limits: Any, out: Any) -> tuple[_Channel, ...]:
+    if not isinstance(intensity, Mapping):
+        if intensity is None:
+            if out is not None:
+                raise ValueError("out_intensity needs an intensity")
+            return ()
+        return (_Channel("intensity", intensity, _limit_pair(limits), out),)
+    for name, given in (("intensity_limits", limits), ("out_intensity", out)):
+        if given is None:
+            continue
+        if not isinstance(given, Mapping):
+            raise TypeError(f"{name} must be a mapping, as intensity is")
+        unknown = [key for key in given if key not in intensity]
+        if unknown:
+            raise ValueError(f"{name} has {unknown[0]!r}, which intensity has not")
+    return tuple(
+        _Channel(
+            f"intensity[{key!r}]", array, _limit_pair((limits or {}).get(key)), (out or {}).get(key)
+        )
+        for key, array in intensity.items()
+    )
+
+
+def _target(
+    out: Any, into: Any, dtype: DTypeLike, channels: tuple[_Channel, ...]
+) -> tuple[bool, bool, Any]:
+    """Whether levels are wanted, whether they are merged, and the array for them."""
+    if into is None:
+        return _is_levels(dtype), False, out
+    if out is not None:
+        raise ValueError("into is the result; it leaves no place for out")
+    if len(channels) > 1:
+        raise ValueError("into takes one intensity")
+    if channels and channels[0].out is None:
+        raise ValueError("into needs out_intensity, the intensities of the map")
+    return True, True, into
+
+
+def _named(intensity: Any, rectified: list[NDArray[np.uint8]]) -> Any:
+    """Results in the form of the intensities that were given."""
+    if isinstance(intensity, Mapping):
+        return dict(zip(intensity, rectified))
+    return rectified[0] if rectified else None
+
+
 def _is_levels(dtype: DTypeLike) -> bool:
     kind = np.dtype(dtype)
     if kind not in (np.dtype(np.float32), np.dtype(np.uint16)):
@@ -280,12 +340,13 @@ def rectify(
     grid: Grid,
     *,
     mode: Mode = "mean",
-    intensity: NDArray[Any] | None = None,
-    intensity_limits: tuple[int, int] | None = None,
+    intensity: Intensities | None = None,
+    intensity_limits: Limits | None = None,
     missing: float = float("nan"),
     dtype: DTypeLike = np.float32,
     out: NDArray[Any] | None = None,
-    out_intensity: NDArray[np.uint8] | None = None,
+    out_intensity: NDArray[np.uint8] | Mapping[str, NDArray[np.uint8]] | None = None,
+    into: NDArray[np.uint16] | None = None,
     y_scale: float | None = None,
     y_origin: float = 0.0,
     threads: int | None = None,
@@ -300,9 +361,10 @@ def rectify(
         The cells, in the same coordinates, and how wide a point is spread.
     mode : {"mean", "lowest", "highest", "darkest", "brightest"}
         What a cell that several points cover gets; the last two choose by intensity.
-    intensity : ndarray of uint8 or uint16, profiles x columns, optional
-        Of each point. 16 bits are spread over 8 bits between ``intensity_limits``.
-    intensity_limits : tuple of two ints, optional
+    intensity : ndarray of uint8 or uint16, profiles x columns, or a mapping of names to such, optional
+        Of each point. 16 bits are spread over 8 bits between ``intensity_limits``. Of several the
+        last one decides about heights in the modes that choose by intensity.
+    intensity_limits : tuple of two ints, or a mapping, optional
         Without them those of the whole array, as :func:`intensity_limits` finds them.
     missing : float
         Height of a cell without a point.
@@ -310,7 +372,10 @@ def rectify(
         Heights in the length unit, or levels of the grid, 0 for none.
     out, out_intensity : ndarray, optional
         Profiles x ``grid.columns``, of ``dtype`` and of uint8, C-contiguous, that receive heights
-        and intensities.
+        and intensities. Several intensities go into a mapping.
+    into : ndarray of uint16, optional
+        Levels of another map over the same grid, into which the points are merged, in place: its
+        cells take part as points do. With an intensity, ``out_intensity`` has those of that map.
     y_scale, y_origin : float
         Y = y_scale * profile + y_origin; kept in the result. Without a scale rows are
         counted.
@@ -338,23 +403,23 @@ def rectify(
     array([[ 5., -1.,  8., -1.]], dtype=float32)
     """
     _require("grid", grid, Grid)
-    levels = _is_levels(dtype)
+    channels = _channels(intensity, intensity_limits, out_intensity)
+    levels, merges, target = _target(out, into, dtype, channels)
     heights, intensities = _core.rectify(
         x,
         z,
         grid,
         _choice("mode", mode, _MODES),
-        intensity,
-        _limit_pair(intensity_limits),
+        channels,
         missing,
         levels,
-        out,
-        out_intensity,
+        merges,
+        target,
         _threads(threads),
     )
     missing_value = 0 if levels else missing
     y_axis = _y_axis(y_scale, y_origin)
-    return HeightMap(heights, grid, intensities, missing_value, **y_axis)
+    return HeightMap(heights, grid, _named(intensity, intensities), missing_value, **y_axis)
 
 
 def height_map(
@@ -366,12 +431,13 @@ def height_map(
     aligned: bool = False,
     precision: Precision = "single",
     mode: Mode = "mean",
-    intensity: NDArray[Any] | None = None,
-    intensity_limits: tuple[int, int] | None = None,
+    intensity: Intensities | None = None,
+    intensity_limits: Limits | None = None,
     missing: float = float("nan"),
     dtype: DTypeLike = np.float32,
     out: NDArray[Any] | None = None,
-    out_intensity: NDArray[np.uint8] | None = None,
+    out_intensity: NDArray[np.uint8] | Mapping[str, NDArray[np.uint8]] | None = None,
+    into: NDArray[np.uint16] | None = None,
     y_scale: float | None = None,
     y_origin: float = 0.0,
     threads: int | None = None,
@@ -412,7 +478,8 @@ def height_map(
             raise TypeError("aligned=True needs a grid, in aligned coordinates")
         grid = bounds(model, sensor, np.shape(range_image)[-1]).grid()
     _require("grid", grid, Grid)
-    levels = _is_levels(dtype)
+    channels = _channels(intensity, intensity_limits, out_intensity)
+    levels, merges, target = _target(out, into, dtype, channels)
     heights, intensities = _core.height_map(
         native,
         range_image,
@@ -421,17 +488,17 @@ def height_map(
         _choice("precision", precision, _PRECISIONS),
         grid,
         _choice("mode", mode, _MODES),
-        intensity,
-        _limit_pair(intensity_limits),
+        channels,
         missing,
         levels,
-        out,
-        out_intensity,
+        merges,
+        target,
         _threads(threads),
     )
     missing_value = 0 if levels else missing
     y_axis = _y_axis(y_scale, y_origin)
-    return HeightMap(heights, grid, intensities, missing_value, **y_axis, aligned=bool(aligned))
+    named = _named(intensity, intensities)
+    return HeightMap(heights, grid, named, missing_value, **y_axis, aligned=bool(aligned))
 
 
 def bounds(model: Model, sensor: SensorTraits, columns: int) -> Bounds:
@@ -467,6 +534,71 @@ def bounds(model: Model, sensor: SensorTraits, columns: int) -> Bounds:
     _require("sensor", sensor, SensorTraits)
     x_min, x_max, z_min, z_max, a, b = _core.bounds(_native(model), sensor, columns)
     return Bounds((x_min, x_max), (z_min, z_max), Splat(a, b), columns)
+
+
+class Difference(NamedTuple):
+    """How two models differ over their sensor, as :func:`diff` finds it.
+
+    Attributes
+    ----------
+    points : int
+        Pixels that both models map.
+    unmatched : int
+        Pixels that only one does.
+    rms, largest : float
+        Of the distances between the two places of a pixel, in the length unit.
+    pixel : tuple of two floats
+        Column and row where they are farthest apart.
+    a, b : tuple of two floats
+        X and Z of its places.
+
+    Examples
+    --------
+    >>> planex.Difference(1, 0, 0.5, 0.5, (7, 9), (0.0, 1.0), (0.0, 1.5)).largest
+    0.5
+    """
+
+    points: int
+    unmatched: int
+    rms: float
+    largest: float
+    pixel: tuple[float, float]
+    a: tuple[float, float]
+    b: tuple[float, float]
+
+
+def diff(a: Model, b: Model, *, aligned: bool = False, step: int | None = None) -> Difference:
+    """How far two models differ over the sensor, and where.
+
+    Parameters
+    ----------
+    a, b : Model
+        Of one sensor size.
+    aligned : bool
+        Compare behind the poses.
+    step : int, optional
+        Every so many columns and rows are compared; without it all, of large sensors 4 million.
+
+    Returns
+    -------
+    Difference
+
+    Raises
+    ------
+    Error
+        The sensors differ, or a model maps nothing.
+
+    Examples
+    --------
+    >>> model = planex.Model.from_file("camera.json")
+    >>> moved = model.replace(lens_center=model.lens_center + [0.0, 1.0])
+    >>> round(planex.diff(model, moved).rms, 3)  # a row of the sensor, in mm
+    0.091
+    """
+    if step is not None:
+        require_whole("step", step, 1, 65535)
+    found = _core.compare_models(_native(a), _native(b), bool(aligned), int(step or 0))
+    return Difference(*found)
 
 
 def intensity_limits(intensity: NDArray[np.uint16]) -> tuple[int, int]:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import math
 import os
+from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any, Literal
 
@@ -30,7 +31,7 @@ class HeightMap:
         float32 heights in the length unit, or uint16 levels of the grid.
     grid : Grid
         What columns and levels stand for.
-    intensity : ndarray of uint8, rows x columns, or None
+    intensity : ndarray of uint8, rows x columns, a mapping of names to such, or None
         Where the points had intensities.
     missing : float
         What a cell without a point holds; 0 in levels.
@@ -60,7 +61,7 @@ class HeightMap:
 
     z: NDArray[Any]
     grid: Grid
-    intensity: NDArray[np.uint8] | None = None
+    intensity: NDArray[np.uint8] | Mapping[str, NDArray[np.uint8]] | None = None
     missing: float = math.nan
     y_scale: float = 1.0
     y_origin: float = 0.0
@@ -108,7 +109,7 @@ class HeightMap:
         """Writes the map, and PATH.json that says what its numbers mean.
 
         They are the files of ``planex rectify``, for the other commands, too; intensities go to
-        NAME_intensity. All files appear when they are complete.
+        NAME_intensity, several to NAME_intensity1 and on. All files appear when they are complete.
 
         Parameters
         ----------
@@ -144,16 +145,18 @@ class HeightMap:
                 raise ValueError(f"unit must be printable, not {unit!r}")
         name = writable(path, overwrite)
         dot = name.rfind(".")
-        images = [name]
-        if self.intensity is not None:
-            images.append(f"{name[:dot]}_intensity{name[dot:]}")
-        for image in images:
+        count = 0 if self.intensity is None else 1
+        if isinstance(self.intensity, Mapping):
+            count = len(self.intensity)
+        images = [
+            f"{name[:dot]}_intensity{i + 1 if count > 1 else ''}{name[dot:]}" for i in range(count)
+        ]
+        for image in (name, *images):
             for file in (image, image + ".json"):
                 writable(file, overwrite)
         threads = _threads(None) or len(os.sched_getaffinity(0))
-        _core.write_map(
-            os.fsencode(name), os.fsencode(images[-1]), self, scheme, threads, bool(overwrite)
-        )
+        paths = [os.fsencode(image) for image in images]
+        _core.write_map(os.fsencode(name), paths, self, scheme, threads, bool(overwrite))
 
     @property
     def x(self) -> NDArray[np.float64]:
@@ -234,7 +237,7 @@ class HeightMap:
         options = {"extent": extent, "aspect": "auto", **options}
         image = ax.imshow(_masked(self.heights(), self.mask), **options)
         ax.set_xlabel(f"X ({self.unit})")
-        ax.set_ylabel("Y")
+        ax.set_ylabel(f"Y ({self.y_unit or self.unit})")
         ax.figure.colorbar(image, ax=ax, label=f"Z ({self.unit})")
         return ax
 

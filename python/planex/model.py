@@ -5,7 +5,7 @@ from __future__ import annotations
 import enum
 import os
 import sys
-from dataclasses import dataclass
+from dataclasses import dataclass, fields
 from typing import Any, NoReturn
 
 import numpy as np
@@ -60,13 +60,22 @@ class Region:
         In the length unit.
     maximum_residual_x, maximum_residual_z : ndarray of float32, rows x columns
         In the length unit.
-    x, z : ndarray of float64
-        Coordinates of the cells' centres, along columns and rows.
+    origin : tuple of two floats
+        X and Z of the centre of cell (0, 0).
+    cell_size : tuple of two floats
+        Distance of columns along X, and of rows along Z.
 
     Examples
     --------
     >>> planex.Model.from_file("camera.json").region is None  # it was made without one
     True
+    >>> zero = np.zeros((2, 3), np.float32)
+    >>> region = planex.Region(np.ones((2, 3), np.int32), zero, zero, zero, zero, (-1.0, 7.0),
+    ...                        (0.5, 2.0))
+    >>> region.x, region.z
+    (array([-1. , -0.5,  0. ]), array([7., 9.]))
+    >>> planex.Model(region=region).region.point_count.sum()
+    6
     """
 
     point_count: NDArray[np.int32]
@@ -74,8 +83,18 @@ class Region:
     average_residual_z: NDArray[np.float32]
     maximum_residual_x: NDArray[np.float32]
     maximum_residual_z: NDArray[np.float32]
-    x: NDArray[np.float64]
-    z: NDArray[np.float64]
+    origin: tuple[float, float]
+    cell_size: tuple[float, float]
+
+    @property
+    def x(self) -> NDArray[np.float64]:
+        """Coordinates of the cells' centres along the columns."""
+        return self.origin[0] + self.cell_size[0] * np.arange(self.point_count.shape[1])
+
+    @property
+    def z(self) -> NDArray[np.float64]:
+        """Coordinates of the cells' centres along the rows."""
+        return self.origin[1] + self.cell_size[1] * np.arange(self.point_count.shape[0])
 
 
 @dataclass(frozen=True)
@@ -131,9 +150,13 @@ def _checked(name: str, value: Any) -> Any:
         require_whole("sensor height", height, *_INT32)
         return int(width), int(height)
     if name == "region":
-        if value is not None:
-            raise TypeError("region can only be taken away, with None")
-        return None
+        if value is None:
+            return None
+        if not isinstance(value, Region):
+            raise TypeError(f"region must be a planex.Region or None, not {type(value).__name__}")
+        (x, z), (dx, dz) = value.origin, value.cell_size
+        places = tuple(float(number) for number in (x, z, dx, dz))
+        return tuple(getattr(value, field.name) for field in fields(Region)[:5]) + places
     if name not in _SHAPES:
         raise TypeError(f"a model has no field {name!r}")
     array = np.asarray(value, dtype=np.float64)
@@ -390,17 +413,7 @@ class Model:
         parts = self._native.region
         if parts is None:
             return None
-        count, average_x, average_z, maximum_x, maximum_z, x, dx, z, dz = parts
-        rows, columns = count.shape
-        return Region(
-            count,
-            average_x,
-            average_z,
-            maximum_x,
-            maximum_z,
-            x + dx * np.arange(columns),
-            z + dz * np.arange(rows),
-        )
+        return Region(*parts)
 
     def _all_bits(self) -> tuple[bytes, bytes]:
         if self._bits is None:

@@ -92,6 +92,44 @@ def test_height_map_is_calibration_and_rectification(model, sensor, scan, kind, 
         assert bits(half.intensity, half.z) == bits(want.intensity[150:], want.z[150:])
 
 
+@pytest.mark.parametrize("dtype", [FLOAT, numpy.uint16])
+def test_several_intensities_are_each_alone(model, sensor, scan, dtype):
+    grid = planex.bounds(model, sensor, 2560).grid(pixel_size=0.2)
+    images = {"near": (scan * 7 % 251).astype(numpy.uint8), "far": scan // 3, "wide": scan[::-1] + 1}
+    images = {name: numpy.ascontiguousarray(image) for name, image in images.items()}
+    limits, mode = {"wide": (5, 15000)}, "brightest"
+    outs = {"far": numpy.zeros((300, grid.columns), numpy.uint8)}
+    together = planex.height_map(model, scan, sensor, grid, mode=mode, intensity=images, dtype=dtype,
+                                 intensity_limits=limits, out_intensity=outs)
+    for name, image in images.items():
+        alone = planex.height_map(model, scan, sensor, grid, mode=mode, intensity=image, dtype=dtype,
+                                  intensity_limits=limits.get(name))
+        assert bits(together.intensity[name]) == bits(alone.intensity)
+    assert bits(together.z) == bits(alone.z) and together.intensity["far"] is outs["far"]
+    points = planex.calibrate(model, scan, sensor)
+    direct = planex.rectify(*points, grid, mode=mode, intensity=images, dtype=dtype,
+                            intensity_limits=limits)
+    assert bits(direct.z, *direct.intensity.values()) == bits(together.z,
+                                                              *together.intensity.values())
+
+
+def test_maps_are_merged_where_they_lie(model, sensor, scan):
+    grid = planex.bounds(model, sensor, 2560).grid(pixel_size=0.2)
+    other = numpy.roll(scan, 7, axis=1)
+    grey = [(image % 251).astype(numpy.uint8) for image in (scan, other)]
+    want = planex.height_map(model, scan, sensor, grid, mode="lowest", dtype="u2")
+    more = planex.height_map(model, other, sensor, grid, mode="lowest", dtype="u2")
+    least = numpy.where((want.z == 0) | ((more.z > 0) & (more.z < want.z)), more.z, want.z)
+    got = planex.height_map(model, other, sensor, grid, mode="lowest", into=want.z)
+    assert got.z is want.z and got.missing == 0 and numpy.array_equal(got.z, least)
+    bright = [planex.height_map(model, image, sensor, grid, mode="brightest", intensity=i, dtype="u2")
+              for image, i in zip((scan, other), grey)]
+    greatest = numpy.maximum(bright[0].intensity, bright[1].intensity)
+    merged = planex.height_map(model, other, sensor, grid, mode="brightest", intensity=grey[1],
+                               into=bright[0].z, out_intensity=bright[0].intensity)
+    assert numpy.array_equal(merged.intensity, greatest)
+
+
 def test_alignment_and_points_agree(model, sensor, scan):
     x, z = planex.calibrate(model, scan[:4, 1000:1100], planex.SensorTraits(100, 1024, 1.0, 1000.0))
     y = numpy.array([-5.0, 0.0, 1.5, 99.0])
@@ -206,6 +244,20 @@ ONES = numpy.ones((4, 8))
     (lambda m, s, r: planex.rectify(ONES, ONES, GRID, intensity=r, intensity_limits=(0, 65536)),
      ValueError, "from 0 to 65535"),
     (lambda m, s, r: planex.height_map(m, r, s, aligned=True), TypeError, "needs a grid"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, intensity={"a": r, "b": r[:3]}), ValueError,
+     r"intensity\['b'\] must have a value for each point"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, intensity={"a": r}, intensity_limits=(1, 2)),
+     TypeError, "must be a mapping"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, intensity={"a": r}, out_intensity={"c": r}),
+     ValueError, "out_intensity has 'c', which intensity has not"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, into=ONES), TypeError, "into has the type"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, into=r, out=r), ValueError, "no place for"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, into=r, intensity=r), ValueError,
+     "needs out_intensity"),
+    (lambda m, s, r: planex.height_map(m, r, s, GRID, into=r, intensity={"a": r, "b": r}),
+     ValueError, "takes one intensity"),
+    (lambda m, s, r: planex.diff(m, m.replace(sensor_size=(9, 9))), planex.Error, "different sizes"),
+    (lambda m, s, r: planex.diff(m, m, step=0), ValueError, "step"),
     (lambda m, s, r: planex.map_points(m, ONES, "pixel", "aligned"), ValueError, "last axis"),
     (lambda m, s, r: planex.map_points(m, ONES[:, :2], "pixel", "aligned"), ValueError,
      "pass numpy.ascontiguousarray"),

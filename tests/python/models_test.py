@@ -38,6 +38,7 @@ def test_models_are_values(model):
         for again in (pickle.loads(pickle.dumps(value)), copy.deepcopy(value), value.replace()):
             assert again == value and hash(again) == hash(value)
     assert regional.replace(region=None) == model.replace(region=None)
+    assert regional.replace(region=None).replace(region=regional.region) == regional
     region = pickle.loads(pickle.dumps(regional)).region
     assert region.point_count.tolist() == [[0, 1, 2], [3, 4, 5]]
     assert region.average_residual_z[1, 2] == 25 and region.maximum_residual_x[0, 1] == 31
