@@ -2,13 +2,12 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "planex/infra/export.h"
+#include "planex/io/text_table.h"
 
 namespace planex::io {
 
@@ -28,23 +27,16 @@ inline constexpr CoordinateNames kPixelNames = {{"column", "profile", "row"}, {"
 inline constexpr CoordinateNames kWorldNames = {{"X", "Y", "Z"}, {"X", "Y", "Z"}};
 /// @}
 
-/// Reads points from text: one a line, in columns that commas or semicolons separate, or blanks and
-/// tabs where a line has neither.
+/// Reads points from a TextTable, one a line.
 ///
 /// The first line may be a heading, a line without any number: then coordinates stand in the
 /// columns that it names. Otherwise they are the first columns, two where there are two, else
-/// three. Columns beside them may hold anything, also nothing, but quotes; every line has as many
-/// as the first. Empty lines, the byte order mark of UTF-8 and a # before the heading are left out.
-/// Numbers are written as in C, with a point whatever the locale, and may be nan or inf. A line
-/// with commas and semicolons is refused: the commas may be meant as decimal ones. Memory holds one
-/// line, and what belongs to the points read last.
+/// three. Columns beside them may hold anything, also nothing; every line has as many as the first.
+/// Memory holds one line, and what belongs to the points read last.
 class PLANEX_EXPORT PointReader {
  public:
   /// @param path "-": standard input. A Failure when the file cannot be opened
   PointReader(const std::string& path, const CoordinateNames& names);
-  ~PointReader();
-  PointReader(const PointReader&) = delete;
-  PointReader& operator=(const PointReader&) = delete;
 
   /// Reads up to `count` more points into the list, which is emptied first; fewer where the other
   /// columns take much memory.
@@ -57,7 +49,7 @@ class PLANEX_EXPORT PointReader {
   /// Columns of every line, at least as many.
   int columns() const { return static_cast<int>(layout_.size()); }
   /// Whether the first line was a heading.
-  bool hasHeading() const { return !heading_.empty(); }
+  bool hasHeading() const { return !table_.heading().empty(); }
 
   /// The heading with these names for the coordinates, "id,X,Z\n".
   std::string heading(const CoordinateNames& names) const;
@@ -65,23 +57,15 @@ class PLANEX_EXPORT PointReader {
   void append(std::string& text, std::size_t i, const TextPoint& point) const;
 
  private:
-  bool nextLine(std::string& line);
-  void split(std::string_view line);
   void begin();
   void findNames();
   void takePoint(std::vector<TextPoint>& points);
-  [[noreturn]] void refuseLine(const std::string& problem) const;
-  [[noreturn]] void refuseColumn(std::size_t column, const std::string& problem) const;
 
-  std::string path_;
+  TextTable table_;
   const CoordinateNames names_;
-  std::FILE* file_;
-  std::int64_t line_ = 0;
   int dimensions_ = 0;
-  std::vector<int> layout_;               // of each column: which coordinate it is, or kOther
-  std::vector<std::string> heading_;      // names of the columns
-  std::vector<std::string_view> fields_;  // of the current line
-  std::string others_;  // other columns of the points read last, each with a comma
+  std::vector<int> layout_;  // of each column: which coordinate it is, or kOther
+  std::string others_;       // other columns of the points read last, each with a comma
   std::vector<std::size_t> othersOfPoint_;  // where they begin
 };
 
