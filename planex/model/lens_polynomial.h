@@ -28,16 +28,20 @@ inline __attribute__((always_inline)) void denormalise(C f, C cx, C cy, T& x, T&
 /// the radial (c0 to c2) and tangential (c3, c4) terms; c5 and c6 take up a sensor that is tilted
 /// against the lens (Scheimpflug), to first order.
 ///
-/// @tparam C, T arithmetic runs in C; each result is rounded to T, the point's type, once
+/// @tparam C, T arithmetic runs in C, which may be a number that carries derivatives; each result
+///              is rounded to T, the point's type, once
 /// @param c     seven coefficients
 template <typename C, typename T>
 inline __attribute__((always_inline)) void undistort(const C* c, T& x, T& y) {
   const C x0 = static_cast<C>(x);
   const C y0 = static_cast<C>(y);
   const C r2 = x0 * x0 + y0 * y0;
-  const C radial = 1 + r2 * (c[0] + r2 * (c[1] + r2 * c[2]));
-  x = static_cast<T>(x0 * radial + 2 * c[3] * x0 * y0 + c[4] * (r2 + 2 * (x0 * x0)) + c[5] * r2);
-  y = static_cast<T>(y0 * radial + c[3] * (r2 + 2 * (y0 * y0)) + 2 * c[4] * x0 * y0 + c[6] * r2);
+  const C one(1), two(2);
+  const C radial = one + r2 * (c[0] + r2 * (c[1] + r2 * c[2]));
+  x = static_cast<T>(x0 * radial + two * c[3] * x0 * y0 + c[4] * (r2 + two * (x0 * x0)) +
+                     c[5] * r2);
+  y = static_cast<T>(y0 * radial + c[3] * (r2 + two * (y0 * y0)) + two * c[4] * x0 * y0 +
+                     c[6] * r2);
 }
 
 /// Largest number of rounds of distort.

@@ -13,11 +13,14 @@ namespace datafusion::planex {
 /// How two models differ over pixels of their sensor: distances between the places to which they
 /// map a pixel, in the length unit.
 struct ModelDifference {
-  std::int64_t points = 0;                       ///< pixels that both models map to finite places
-  std::int64_t unmatched = 0;                    ///< that only one does
-  double rms = 0;                                ///< root of the mean square of the distances
-  double largest = 0;                            ///< of the distances
-  cmnalg::Vec<2, double> pixel, worldA, worldB;  ///< where it is largest, X and Z in x and y
+  std::int64_t points = 0;     ///< pixels that both models map to finite places
+  std::int64_t unmatched = 0;  ///< that only one does
+  double rms = 0;              ///< root of the mean square of the distances
+  double largest = 0;          ///< of the distances
+  /// @{
+  /// Where it is largest: column and row, and the two places, X and Z.
+  cmnalg::Vec<2, double> pixel, worldA, worldB;
+  /// @}
 };
 
 /// Distance of the columns and rows of a sensor that are compared, so that there are about four

@@ -15,7 +15,7 @@ constexpr int kSheetCurveSteps = 10;
 template <typename C, typename T>
 inline __attribute__((always_inline)) void applySheetCurve(const C* s, T x, T& z) {
   const C z0 = static_cast<C>(z);
-  const C d = (static_cast<C>(x) - s[0]) * (1 + s[1] * z0);
+  const C d = (static_cast<C>(x) - s[0]) * (C(1) + s[1] * z0);
   z = static_cast<T>(z0 + s[2] + s[3] * d + s[4] * (d * d) + s[5] * (d * d * d));
 }
 
