@@ -1,9 +1,8 @@
 // Every property with the stored inputs and with inputs from fixed seeds, for each instruction set
-// that the processor has and with one thread or three. PLANEX_TEST_SEEDS says how many seeds.
+// that the processor has and with one thread or three.
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -14,10 +13,7 @@
 namespace test {
 namespace {
 
-unsigned seedCount() {
-  const char* asked = std::getenv("PLANEX_TEST_SEEDS");
-  return asked == nullptr ? 1000 : static_cast<unsigned>(std::atoi(asked));
-}
+constexpr unsigned kSeeds = 1000;
 
 /// Random bytes, or a stored input with a few bytes changed and its end cut or doubled.
 Input randomInput(unsigned seed, const std::vector<Input>& stored) {
@@ -42,14 +38,13 @@ class Properties : public ::testing::TestWithParam<Property> {};
 
 TEST_P(Properties, Hold) {
   const std::vector<Input> stored = storedInputs(GetParam());
-  const unsigned seeds = seedCount();
   EXPECT_FALSE(stored.empty());
   forEachInstructionSet([&](auto) {
     for (const int threads : {1, 3}) {
       useThreads(threads);
       for (const Input& input : stored) run(GetParam(), input);
     }
-    for (unsigned seed = 0; seed < seeds; ++seed) {
+    for (unsigned seed = 0; seed < kSeeds; ++seed) {
       useThreads(seed % 3 == 0 ? 3 : 1);
       run(GetParam(), randomInput(seed, stored));
     }
