@@ -9,8 +9,8 @@ scripts/setup.sh build test check
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
-# Instrumented code is slow, and says nothing of how time grows. It cannot write its counts where a
-# test limits the size of files.
+# Instrumented code is slow, and says nothing of how time grows. It says so where a test leaves no
+# place for its counts.
 export GCOV_ERROR_FILE=/dev/null
 ctest --preset coverage --quiet --exclude-regex TakesLinearTime
 

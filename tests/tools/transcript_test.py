@@ -53,7 +53,9 @@ def main():
             if line.startswith("#") or not line:
                 actual += line + "\n"
             elif line.startswith("$ "):
-                actual += line + "\n" + run(line[2:], folder, environment)
+                # A program that counts what it runs would cut its counts off with the files.
+                counts = {"GCOV_PREFIX": "/dev/null"} if "ulimit -f" in line else {}
+                actual += line + "\n" + run(line[2:], folder, {**environment, **counts})
     if "--update" in sys.argv:
         transcript.write_text(actual, encoding="utf-8")
         return 0
