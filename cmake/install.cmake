@@ -9,18 +9,22 @@ install(
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILE_SET generated_headers DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-if(TARGET planex_io)
+set(components)
+foreach(component IN ITEMS io estimation)
+  if(NOT TARGET planex_${component})
+    continue()
+  endif()
+  list(APPEND components ${component})
   install(
-    TARGETS planex_io
-    EXPORT planexIoTargets
+    TARGETS planex_${component}
+    EXPORT planex-${component}Targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   install(
-    EXPORT planexIoTargets
+    EXPORT planex-${component}Targets
     NAMESPACE planex::
-    FILE planex-ioTargets.cmake
     DESTINATION ${config_dir})
-endif()
+endforeach()
 install(
   EXPORT planexTargets
   NAMESPACE planex::
@@ -36,7 +40,7 @@ file(RELATIVE_PATH PLANEX_PC_PREFIX /${pkgconfig_dir} /)
 string(REGEX REPLACE "/$" "" PLANEX_PC_PREFIX "${PLANEX_PC_PREFIX}")
 configure_file(cmake/planex.pc.in planex.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/planex.pc DESTINATION ${pkgconfig_dir})
-if(TARGET planex_io)
-  configure_file(cmake/planex-io.pc.in planex-io.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/planex-io.pc DESTINATION ${pkgconfig_dir})
-endif()
+foreach(component IN LISTS components)
+  configure_file(cmake/planex-${component}.pc.in planex-${component}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/planex-${component}.pc DESTINATION ${pkgconfig_dir})
+endforeach()

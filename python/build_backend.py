@@ -80,7 +80,8 @@ def build_and_install(build, prefix):
         if not found:
             fail(f"there is no {tool}")
     generator = ["-G", "Ninja"] if shutil.which("ninja") else []
-    off = [f"-DPLANEX_BUILD_{part}=OFF" for part in ("TESTS", "BENCH", "EXAMPLES", "TOOLS")]
+    unwanted = ("TESTS", "BENCH", "EXAMPLES", "TOOLS", "ESTIMATION")
+    off = [f"-DPLANEX_BUILD_{part}=OFF" for part in unwanted]
     run("cmake", "cmake", "-S", ROOT, "-B", build, *generator, *off, "-DCMAKE_BUILD_TYPE=Release",
         f"-DPython_EXECUTABLE={sys.executable}", "-DPLANEX_BUILD_PYTHON=ON",
         "-DPLANEX_BUILD_IO=ON", "-DPLANEX_PYTHON_BUNDLE=ON", "-DPLANEX_PYTHON_DIR=.",

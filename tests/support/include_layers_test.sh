@@ -14,6 +14,7 @@ grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cc' -
       split("api scan io processing model foundation infra", layers)
       for (i in layers) rank[layers[i]] = i + 0
       rank["report"] = rank["api"]
+      rank["estimation"] = rank["processing"]
       split(lists, files, "\n")
       for (i in files) if (sub("^include/", "", files[i])) installed[files[i]] = 1
     }
@@ -24,15 +25,19 @@ grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cc' -
     from && to && rank[to] < rank[from] { fail("is in a layer before") }
     # Outsiders see what is installed, and the libraries above the core see it of the core.
     $3 ~ /^planex\// && !(from in rank && rank[from] > rank["io"]) && from != "api" &&
-      to !~ /^(io|scan|report)$/ && !($3 in installed) { fail("is not installed") }
-    !from && to ~ /^(io|scan)$/ && !($3 in installed) { fail("is not installed") }
+      to !~ /^(io|scan|report|estimation)$/ && !($3 in installed) { fail("is not installed") }
+    !from && to ~ /^(io|scan|estimation)$/ && !($3 in installed) { fail("is not installed") }
+    to == "estimation" && from != to && from || from == "estimation" && to == "processing" {
+      fail("stands apart")
+    }
     to == "report" && $1 !~ /^(tools|planex\/report)\// { fail("belongs to the command") }
     !from { next }
     $3 ~ /^(tests|bench|examples)\// { fail("is none of the library") }
     $3 ~ /cJSON\.h$/ && $1 !~ /^planex\/(infra\/json_deserializer\.cc|io\/)/ { fail("has its places") }
     $3 == "omp.h" && $1 !~ /^planex\/(processing\/row_parallel|io\/ordered_work)\.cc$/ { fail("has its places") }
     $3 ~ /^cairo/ && $1 != "planex/report/canvas.cc" { fail("has one place") }
-    $1 in installed && $3 ~ /^(Eigen\/.*|omp\.h|.*cJSON\.h|fmt\/.*|png\.h|tiffio\.h|CLI\/.*)$/ {
+    $3 ~ /^ceres\// && $1 !~ /^planex\/estimation\/(camera_terms|robust_fit)\.cc$/ { fail("has its places") }
+    $1 in installed && $3 ~ /^(Eigen\/.*|ceres\/.*|omp\.h|.*cJSON\.h|fmt\/.*|png\.h|tiffio\.h|CLI\/.*)$/ {
       fail("in an installed header")
     }
     END { exit failed || NR < 100 }'

@@ -1,0 +1,192 @@
+#include "planex/estimation/estimation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "planex/estimation/point_estimator.h"
+#include "planex/foundation/matrix.h"
+
+namespace planex::estimation {
+namespace {
+
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::ModelState;
+using Place = cmnalg::Vec<2, double>;
+
+constexpr int kRegionColumns = 64, kRegionRows = 32;
+
+/// Displacement in the plane that a residual on the sensor stands for.
+Place inPlane(const PointFit& fit, std::size_t i) {
+  const PointObservation& point = fit.points[i];
+  MapDerivative d;
+  differentiateByPixel(fit.terms, fit.problem.radius, point.pixel, d);
+  const SensorResidual& r = fit.inPixels[i];
+  if (r.count == 2) {
+    return {d.pixel[0][0] * r.value[0] + d.pixel[0][1] * r.value[1],
+            d.pixel[1][0] * r.value[0] + d.pixel[1][1] * r.value[1]};
+  }
+  const int known = std::isnan(point.point.x) ? 1 : 0;
+  const double by = r.value[0] * std::hypot(d.pixel[known][0], d.pixel[known][1]);
+  return known == 0 ? Place{by, 0} : Place{0, by};
+}
+
+/// Homography, lens and sheet curve for another focal length and origin.
+void setTerms(const PointFit& fit, const EstimationOptions& options, CalibrationModel& model) {
+  const CameraTerms& t = fit.terms;
+  const double focalLength = options.focalLength > 0 ? options.focalLength : fit.problem.radius;
+  const double k = focalLength / fit.problem.radius;
+  const Place& middle = fit.frame.middle;
+  const double h[9] = {t[0], t[1], t[2], t[3], t[4], t[5], t[6], t[7], 1};
+  double out[9];
+  for (int i = 0; i < 3; ++i) {
+    const double scale = i < 2 ? k : 1;
+    out[i] = scale * (h[i] + middle.x * h[6 + i]);
+    out[3 + i] = scale * (h[3 + i] + middle.y * h[6 + i]);
+    out[6 + i] = scale * h[6 + i];
+  }
+  model.Homography = cmnalg::Matrix<double>::FromRows(3, 3, out);
+  model.FocalLength = focalLength;
+  model.LensCenter = {t[kCentreTerms], t[kCentreTerms + 1]};
+  for (std::size_t i = 0; i < 7; ++i) {
+    const double power = i < 3 ? 2.0 * (static_cast<double>(i) + 1) : 1;
+    model.LensCoefficients[i] = t[kLensTerms + i] * std::pow(k, power);
+  }
+  if (!options.hasSheetCurve) return;
+  // Z = z + middle: 1 + s1 z is (1 - s1 middle) (1 + s1 / (1 - s1 middle) Z).
+  const double* const s = t.data() + kCurveTerms;
+  const double q = 1 - s[1] * middle.y;
+  model.SheetCurve = {s[0] + middle.x, s[1] / q, 0, 0, s[2] * q * q, s[3] * q * q * q};
+}
+
+void setPose(const PointFit& fit, CalibrationModel& model) {
+  if (fit.frame.angle == 0) return;
+  const double c = std::cos(fit.frame.angle), s = std::sin(fit.frame.angle);
+  const double pose[16] = {c, 0, -s, 0, 0, 1, 0, 0, s, 0, c, 0, 0, 0, 0, 1};
+  model.Pose = cmnalg::Matrix<double>::FromRows(4, 4, pose);
+  model.CurrentState = ModelState::CALIBRATED_ALIGNED_2D;
+  model.AlignmentError = model.AlignmentErrorMax = 0;
+}
+
+void addScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
+              Estimation& estimation) {
+  double squares = 0;
+  std::size_t place = 0;
+  for (const ScanMeasurement& scan : scans) {
+    ScanFit result;
+    result.name = scan.name;
+    result.given = scan.pixels.size();
+    double ofScan = 0;
+    for (std::size_t i = 0; i < result.given; ++i, ++place) {
+      if (fit.used[place] == 0) {
+        result.rejected.push_back(i);
+        continue;
+      }
+      const Place off = inPlane(fit, place);
+      const double square = off.x * off.x + off.y * off.y;
+      ofScan += square;
+      estimation.largest = std::max(estimation.largest, std::sqrt(square));
+    }
+    const std::size_t used = result.given - result.rejected.size();
+    if (used > 0) result.rms = std::sqrt(ofScan / static_cast<double>(used));
+    squares += ofScan;
+    estimation.given += result.given;
+    estimation.used += used;
+    estimation.scans.push_back(std::move(result));
+  }
+  if (estimation.used > 0)
+    estimation.rms = std::sqrt(squares / static_cast<double>(estimation.used));
+}
+
+MapUncertainty uncertaintyOf(const PointFit& fit) {
+  MapUncertainty::Parts parts;
+  parts.radius = fit.problem.radius;
+  parts.terms = fit.terms;
+  parts.covariance = fit.equations.covariance();
+  for (double& value : parts.covariance) value *= fit.correlation;
+  parts.others = fit.others;
+  for (std::size_t i = 0; i < fit.points.size(); ++i) {
+    if (fit.used[i] != 0) parts.measured.push_back(fit.points[i].pixel);
+  }
+  return MapUncertainty(std::move(parts));
+}
+
+/// Over a grid of the measured part of the sensor.
+double largestRadius95(const MapUncertainty& uncertainty, const EstimationOptions& options) {
+  constexpr int kColumns = 33, kRows = 17;
+  double largest = 0;
+  for (int row = 0; row < kRows; ++row) {
+    for (int column = 0; column < kColumns; ++column) {
+      const Place pixel{(options.sensorSize.x - 1) * (column / (kColumns - 1.0)),
+                        (options.sensorSize.y - 1) * (row / (kRows - 1.0))};
+      if (uncertainty.isMeasured(pixel)) {
+        largest = std::max(largest, uncertainty.at(pixel).radius95());
+      }
+    }
+  }
+  return largest;
+}
+
+}  // namespace
+
+EstimationFailure::~EstimationFailure() = default;
+
+Verdict Estimation::verdict() const {
+  Verdict worst = Verdict::kGood;
+  for (const Finding& finding : findings) worst = std::max(worst, finding.level);
+  return worst;
+}
+
+std::string Estimation::sentence(const std::string& unit) const {
+  const char* const words[] = {"Good", "Doubtful", "Bad"};
+  char text[200];
+  std::snprintf(text, sizeof text,
+                "%s: over %.0f %% of the sensor the map is known to %.2g %s (95 %%).",
+                words[static_cast<int>(verdict())], 100 * measured, largest95, unit.c_str());
+  return text;
+}
+
+CalibrationModel modelOf(const PointFit& fit, const EstimationOptions& options) {
+  CalibrationModel model;
+  model.SensorSize = {options.sensorSize.x, options.sensorSize.y};
+  model.CurrentState = ModelState::CALIBRATED;
+  setTerms(fit, options, model);
+  setPose(fit, model);
+  etl::Vector<etl::Vector<Place>> points, residuals;
+  for (std::size_t i = 0; i < fit.points.size(); ++i) {
+    if (fit.used[i] == 0) continue;
+    const auto scan = static_cast<std::size_t>(fit.points[i].scan);
+    if (points.size() <= scan) {
+      points.resize(scan + 1);
+      residuals.resize(scan + 1);
+    }
+    const Place place = laserFromSensor(fit.terms, fit.problem.radius, fit.points[i].pixel);
+    points[scan].push_back({place.x + fit.frame.middle.x, place.y + fit.frame.middle.y});
+    residuals[scan].push_back(inPlane(fit, i));
+  }
+  datafusion::planex::CalibratedRegion region;
+  if (region.Resize(kRegionColumns, kRegionRows) && region.Update(points, residuals)) {
+    model.CalibratedRegion = region;
+  }
+  return model;
+}
+
+Estimation estimateModel(const std::vector<ScanMeasurement>& scans,
+                         const EstimationOptions& options) {
+  const PointFit fit = fitPoints(scans, options);
+  Estimation estimation;
+  estimation.model = modelOf(fit, options);
+  estimation.uncertainty = uncertaintyOf(fit);
+  addScans(fit, scans, estimation);
+  estimation.model.CalibrationError = estimation.rms;
+  estimation.model.CalibrationErrorMax = estimation.largest;
+  estimation.noise = fit.problem.noise;
+  estimation.correlation = fit.correlation;
+  estimation.heldOut = heldOut(fit);
+  estimation.measured = estimation.uncertainty.measuredShare(options.sensorSize);
+  estimation.largest95 = largestRadius95(estimation.uncertainty, options);
+  estimation.findings = findingsOf(fit, scans, options, estimation);
+  return estimation;
+}
+
+}  // namespace planex::estimation

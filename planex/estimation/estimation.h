@@ -1,0 +1,122 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "planex/estimation/map_uncertainty.h"
+#include "planex/foundation/vec.h"
+#include "planex/infra/export.h"
+#include "planex/model/calibration_model.h"
+
+namespace planex::estimation {
+
+/// What one scan contributes: sensor pixels whose places in the laser plane are known, from any
+/// source; a stage, a pattern held in the plane, a coordinate measuring machine.
+struct ScanMeasurement {
+  std::string name;                            ///< what messages call it
+  std::vector<cmnalg::Vec<2, double>> pixels;  ///< sensor column and row
+  /// As many: X and Z. NaN stands for one that is not known.
+  std::vector<cmnalg::Vec<2, double>> points;
+  /// As many, or none: standard deviations of the pixels, relative to each other.
+  std::vector<double> deviations;
+};
+
+/// How to estimate.
+struct EstimationOptions {
+  cmnalg::Vec<2, int> sensorSize;  ///< columns and rows
+  /// In pixels, a convention: nothing that is measured in one plane determines it. 0: half the
+  /// diagonal of the sensor.
+  double focalLength = 0;
+  double pointTolerance = 0;  ///< standard uncertainty of the points, in X and in Z
+  /// Standard deviation of a pixel, the same along columns and rows; 0: estimated.
+  double noise = 0;
+  double neededUncertainty = std::numeric_limits<double>::infinity();  ///< at 95 %, to be good for
+  bool hasSheetCurve = true;  ///< false: the sheet is plane
+  std::string unit = "mm";    ///< for texts
+};
+
+/// How good a calibration is; a greater one is worse.
+enum class Verdict { kGood, kDoubtful, kBad };
+
+/// A reason of the verdict.
+struct Finding {
+  Verdict level;     ///< kDoubtful or kBad
+  const char* code;  ///< one word: "residual"
+  std::string text;  ///< a sentence
+};
+
+/// How the points of a scan fit.
+struct ScanFit {
+  std::string name;                   ///< that of the measurement
+  std::vector<std::size_t> rejected;  ///< places in the lists of the scan
+  std::size_t given = 0;              ///< points
+  double rms = 0;                     ///< of the distances of those used, in the length unit
+};
+
+/// A model and what is known about it.
+struct PLANEX_EXPORT Estimation {
+  datafusion::planex::CalibrationModel model;  ///< what was estimated
+  MapUncertainty uncertainty;                  ///< of its map from the sensor to the plane
+  std::vector<Finding> findings;               ///< reasons to doubt it
+  std::vector<ScanFit> scans;                  ///< in the order of the measurements
+  double noise = 0;                            ///< standard deviation of a pixel, in pixels
+  double rms = 0;          ///< of the distances of the points used, in the length unit
+  double largest = 0;      ///< of these distances
+  std::size_t given = 0;   ///< measurements
+  std::size_t used = 0;    ///< those that were not rejected
+  double correlation = 1;  ///< by which the covariance of independent residuals was multiplied
+  /// Residuals of a fifth of the measured area, predicted from the others, over their uncertainty;
+  /// root of the mean square.
+  double heldOut = 0;
+  double measured = 0;   ///< part of the sensor that was measured
+  double largest95 = 0;  ///< the longest half axis of a 95 % ellipse in the measured area
+
+  /// The worst level of the findings.
+  Verdict verdict() const;
+  /// "Good: over 84 % of the sensor the map is known to 0.0029 mm (95 %)."
+  std::string sentence(const std::string& unit) const;
+};
+
+/// Why there is no model, in one sentence that says what to do.
+class PLANEX_EXPORT EstimationFailure : public std::runtime_error {
+ public:
+  /// In place of a measurement.
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  /// @param text  one sentence, without the name of a file
+  explicit EstimationFailure(const std::string& text, std::size_t scan = kNone,
+                             std::size_t point = kNone)
+      : std::runtime_error(text), scan_(scan), point_(point) {}
+  ~EstimationFailure() override;
+
+  /// @{
+  /// The measurement that is to blame, by its place in the lists; kNone: none alone.
+  std::size_t scan() const { return scan_; }
+  std::size_t point() const { return point_; }
+  /// @}
+
+ private:
+  std::size_t scan_, point_;
+};
+
+/// Estimates the camera model from measurements of the laser plane.
+///
+/// All terms that measurements can determine are estimated, each held by a weak expectation in
+/// pixels of its effect, and none is selected: what the data are silent about gets a large
+/// uncertainty. Points that contradict the others are left out, and named. The covariance takes in
+/// noise and its correlation between neighbours, the tolerance of the points, and other minima.
+///
+/// The calibrated system is that of the points, unless X is turned against the rows of the sensor
+/// by more than a degree. Then its X runs along the rows, since the sheet curve moves points along
+/// Z, and the pose of the model leads back to the points: ALIGNED states of the model say so.
+///
+/// The same input gives the same bits, on one thread. Any number of threads may call it.
+/// Throws EstimationFailure where no model can be had from such measurements.
+PLANEX_EXPORT Estimation estimateModel(const std::vector<ScanMeasurement>& scans,
+                                       const EstimationOptions& options);
+
+}  // namespace planex::estimation

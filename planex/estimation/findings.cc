@@ -1,0 +1,252 @@
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstdarg>
+#include <cstdio>
+#include <optional>
+
+#include "planex/estimation/point_estimator.h"
+
+namespace planex::estimation {
+namespace {
+
+using Place = cmnalg::Vec<2, double>;
+using Complex = std::complex<double>;
+
+__attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ...) {
+  char text[500];
+  va_list arguments;
+  va_start(arguments, pattern);
+  std::vsnprintf(text, sizeof text, pattern, arguments);
+  va_end(arguments);
+  return text;
+}
+
+/// A limit with two levels.
+struct Limit {
+  double doubtful, bad;
+};
+
+class Findings {
+ public:
+  void add(Verdict level, const char* code, std::string text) {
+    list_.push_back({level, code, std::move(text)});
+  }
+  /// Where a value is above a limit.
+  void judge(double value, const Limit& limit, const char* code, const std::string& text) {
+    if (value > limit.bad) {
+      add(Verdict::kBad, code, text);
+    } else if (value > limit.doubtful) {
+      add(Verdict::kDoubtful, code, text);
+    }
+  }
+  std::vector<Finding> take() { return std::move(list_); }
+
+ private:
+  std::vector<Finding> list_;
+};
+
+/// How given places depart from predicted ones as a whole: given = factor predicted + shift, or of
+/// mirrored ones.
+struct Similarity {
+  bool isMirrored = false;
+  double scale = 1, deviation = 0;  ///< the scale's own standard deviation, at noise 1
+  double shift = 0;                 ///< of the middle, in units of the noise
+};
+
+Similarity similarityOf(const std::vector<Place>& predicted, const std::vector<Place>& given,
+                        double noise) {
+  const auto mean = [](const std::vector<Place>& places) {
+    Complex sum;
+    for (const Place& p : places) sum += Complex(p.x, p.y);
+    return sum / static_cast<double>(places.size());
+  };
+  const Complex from = mean(predicted), to = mean(given);
+  Complex straight, mirrored;
+  double squares = 0;
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    const Complex a = Complex(predicted[i].x, predicted[i].y) - from;
+    const Complex b = Complex(given[i].x, given[i].y) - to;
+    straight += std::conj(a) * b;
+    mirrored += a * b;
+    squares += std::norm(a);
+  }
+  Similarity result;
+  result.isMirrored = std::abs(mirrored) > std::abs(straight);
+  result.scale = std::max(std::abs(mirrored), std::abs(straight)) / squares;
+  result.deviation = noise / std::sqrt(squares);
+  result.shift = std::abs(to - from) / noise;
+  return result;
+}
+
+/// The terms without the points of one scan.
+CameraTerms withoutScan(const PointFit& fit, int scan) {
+  NormalEquations own;
+  for (std::size_t i = 0; i < fit.points.size(); ++i) {
+    if (fit.used[i] != 0 && fit.points[i].scan == scan) own.add(fit.residuals[i]);
+  }
+  NormalEquations others = fit.equations;
+  others.subtract(own);
+  CameraTerms terms = fit.terms;
+  const CameraTerms step = stepOf(others.covariance(), others.gradient);
+  for (std::size_t i = 0; i < terms.size(); ++i) terms[i] += step[i];
+  return terms;
+}
+
+void judgeScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
+                Findings& findings) {
+  constexpr std::size_t kLeast = 8;
+  if (scans.size() < 2) return;
+  MapDerivative d;
+  for (std::size_t s = 0; s < scans.size(); ++s) {
+    const CameraTerms terms = withoutScan(fit, static_cast<int>(s));
+    std::vector<Place> predicted, given;
+    double noise = 0;
+    std::size_t rejected = 0;
+    for (std::size_t i = 0; i < fit.points.size(); ++i) {
+      const PointObservation& point = fit.points[i];
+      if (point.scan != static_cast<int>(s) || point.dimensions() < 2) continue;
+      differentiateByPixel(terms, fit.problem.radius, point.pixel, d);
+      predicted.push_back({d.value[0], d.value[1]});
+      given.push_back(point.point);
+      noise += fit.problem.noise * std::hypot(d.pixel[0][0], d.pixel[1][1]);
+      rejected += fit.used[i] == 0 ? 1 : 0;
+    }
+    if (given.size() < kLeast || 2 * rejected < given.size()) continue;
+    noise /= static_cast<double>(given.size());
+    const Similarity found = similarityOf(predicted, given, noise);
+    const char* const name = scans[s].name.c_str();
+    if (found.isMirrored) {
+      findings.add(Verdict::kBad, "group",
+                   format("The points of %s are mirrored against the others.", name));
+    } else if (std::abs(found.scale - 1) > 0.01 + 5 * found.deviation) {
+      findings.add(Verdict::kBad, "group",
+                   format("The points of %s are %.4g times as large as the others say; is their "
+                          "unit another one?",
+                          name, found.scale));
+    } else if (found.shift > 20) {
+      findings.add(Verdict::kBad, "group",
+                   format("The points of %s lie %.3g away from where the others have them.", name,
+                          found.shift * noise));
+    } else {
+      findings.add(Verdict::kBad, "group",
+                   format("Most points of %s contradict the others.", name));
+    }
+  }
+}
+
+/// Whether the map keeps its orientation all over the sensor.
+bool isMonotone(const PointFit& fit, const EstimationOptions& options) {
+  constexpr int kPlaces = 65;
+  MapDerivative d;
+  double sign = 0;
+  for (int row = 0; row < kPlaces; ++row) {
+    for (int column = 0; column < kPlaces; ++column) {
+      differentiateByPixel(fit.terms, fit.problem.radius,
+                           {(options.sensorSize.x - 1) * (column / (kPlaces - 1.0)),
+                            (options.sensorSize.y - 1) * (row / (kPlaces - 1.0))},
+                           d);
+      const double determinant = d.pixel[0][0] * d.pixel[1][1] - d.pixel[0][1] * d.pixel[1][0];
+      if (sign == 0) sign = determinant;
+      if (!(determinant * sign > 0)) return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+std::vector<Finding> findingsOf(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
+                                const EstimationOptions& options, const Estimation& estimation) {
+  Findings findings;
+  const double rejected =
+      1 - static_cast<double>(estimation.used) / static_cast<double>(estimation.given);
+  findings.judge(
+      rejected, {0.1, 0.35}, "rejected",
+      format("%.0f %% of the points contradict the others and were left out.", 100 * rejected));
+  findings.judge(fit.problem.noise, {1, 6}, "residual",
+                 format("Points scatter by %.2g pixels; see how lines are found, and whether the "
+                        "target stood still.",
+                        fit.problem.noise));
+  if (estimation.measured < 0.5) {
+    findings.add(Verdict::kDoubtful, "support",
+                 format("Only %.0f %% of the sensor was measured.", 100 * estimation.measured));
+  }
+  judgeScans(fit, scans, findings);
+  if (fit.correlation > 25) {
+    findings.add(Verdict::kDoubtful, "misfit",
+                 format("Neighbouring residuals go the same way (%.0f times the variance of "
+                        "independent ones): the model does not describe this camera, or the points "
+                        "are off in common.",
+                        fit.correlation));
+  }
+  for (const MapUncertainty::OtherMinimum& other : fit.others) {
+    if (other.weight < std::exp(-6)) continue;
+    findings.add(Verdict::kDoubtful, "ambiguous",
+                 "Another shape of the laser sheet fits about as well; measure more heights.");
+    break;
+  }
+  MapDerivative d;
+  const Place middle{(options.sensorSize.x - 1) / 2.0, (options.sensorSize.y - 1) / 2.0};
+  differentiateByPixel(fit.terms, fit.problem.radius, middle, d);
+  const double aspect =
+      std::hypot(d.pixel[0][1], d.pixel[1][1]) / std::hypot(d.pixel[0][0], d.pixel[1][0]);
+  if (!(aspect > 0.4 && aspect < 15)) {
+    findings.add(Verdict::kBad, "aspect",
+                 format("A row is %.2g columns wide in the plane; are rows in another unit, or X "
+                        "and Z?",
+                        aspect));
+  }
+  if (!isMonotone(fit, options)) {
+    findings.add(Verdict::kBad, "not-monotone",
+                 "The map folds over, or has its horizon, on the sensor; measure places near the "
+                 "edges.");
+  }
+  if (estimation.largest95 > options.neededUncertainty) {
+    findings.add(Verdict::kBad, "tolerance",
+                 format("The map is known to %.2g %s, not to the %.2g that are needed.",
+                        estimation.largest95, options.unit.c_str(), options.neededUncertainty));
+  }
+  return findings.take();
+}
+
+double heldOut(const PointFit& fit) {
+  constexpr int kFolds = 5, kCells = 8;
+  Place low{1e300, 1e300}, high{-1e300, -1e300};
+  for (const PointObservation& point : fit.points) {
+    low = {std::min(low.x, point.pixel.x), std::min(low.y, point.pixel.y)};
+    high = {std::max(high.x, point.pixel.x), std::max(high.y, point.pixel.y)};
+  }
+  const auto foldOf = [&](const Place& pixel) {
+    const auto cell = [](double value, double from, double to) {
+      return std::min(static_cast<int>(kCells * (value - from) / (to - from)), kCells - 1);
+    };
+    return (cell(pixel.x, low.x, high.x) + 2 * cell(pixel.y, low.y, high.y)) % kFolds;
+  };
+  double squares = 0;
+  int count = 0;
+  for (int fold = 0; fold < kFolds; ++fold) {
+    NormalEquations own;
+    for (std::size_t i = 0; i < fit.points.size(); ++i) {
+      if (fit.used[i] != 0 && foldOf(fit.points[i].pixel) == fold) own.add(fit.residuals[i]);
+    }
+    NormalEquations others = fit.equations;
+    others.subtract(own);
+    const TermMatrix covariance = others.covariance();
+    const CameraTerms step = stepOf(covariance, others.gradient);
+    for (std::size_t i = 0; i < fit.points.size(); ++i) {
+      if (fit.used[i] == 0 || foldOf(fit.points[i].pixel) != fold) continue;
+      const SensorResidual& r = fit.residuals[i];
+      const std::array<double, 3> spread = propagate(r.terms, covariance);
+      for (int k = 0; k < r.count; ++k) {
+        double value = r.value[k];
+        for (std::size_t t = 0; t < step.size(); ++t) value += r.terms[k][t] * step[t];
+        squares += value * value / (1 + spread[k == 0 ? 0 : 2]);
+        ++count;
+      }
+    }
+  }
+  return count == 0 ? 0 : std::sqrt(squares / count);
+}
+
+}  // namespace planex::estimation

@@ -1,0 +1,378 @@
+#include "planex/estimation/estimation.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "planex/infra/json_serializer.h"
+#include "planex/infra/out_stream.h"
+#include "planex/model/point_mapping.h"
+#include "tests/estimation/simulated_camera.h"
+
+namespace test {
+namespace {
+
+using datafusion::planex::CalibrationModel;
+using datafusion::planex::CoordinateSystem;
+using planex::estimation::estimateModel;
+using planex::estimation::Estimation;
+using planex::estimation::EstimationFailure;
+using planex::estimation::EstimationOptions;
+using planex::estimation::PlaceCovariance;
+using planex::estimation::ScanMeasurement;
+using planex::estimation::Verdict;
+
+/// Simulated calibrations of a row: few here, more where PLANEX_TEST_TRIALS says so.
+int trialCount() {
+  const char* asked = std::getenv("PLANEX_TEST_TRIALS");
+  return asked == nullptr ? PLANEX_TEST_TRIALS : std::atoi(asked);
+}
+
+Place mapped(const CalibrationModel& model, Place pixel, CoordinateSystem system) {
+  etl::Vector<Place> points = {pixel};
+  EXPECT_TRUE(datafusion::planex::mapPoints<double>(model, points, points, CoordinateSystem::Pixel,
+                                                    system));
+  return points[0];
+}
+
+/// Places over all of the sensor.
+std::vector<Place> gridOf(const SimulatedCamera& camera) {
+  std::vector<Place> pixels;
+  for (int i = 0; i < 17 * 9; ++i) {
+    pixels.push_back({(camera.columns - 1) * (i % 17) / 16.0, (camera.rows - 1) * (i / 17) / 8.0});
+  }
+  return pixels;
+}
+
+struct Campaign {
+  const char* name;
+  int points;
+  double tolerance;  // mm
+  double share;      // of the sensor's sides that is measured
+  double wrong;      // share of points that belong elsewhere
+};
+
+class Campaigns : public ::testing::TestWithParam<Campaign> {};
+
+/// What campaigns add up: errors of the map over their bound, and how often the truth is in the
+/// ellipse that should hold it in 95 % of cases.
+struct Tally {
+  double squares = 0, worst = 0;
+  double inside = 0, outside = 0, places = 0, placesOutside = 0;
+
+  void add(const SimulatedCamera& camera, const std::vector<Place>& pixels, const Campaign& row,
+           double noise, const Estimation& found) {
+    const auto bound = camera.Bound(pixels, noise, row.tolerance);
+    double error = 0, least = 0;
+    for (const Place& pixel : gridOf(camera)) {
+      const Place truth = camera.Map(pixel);
+      const Place place = mapped(found.model, pixel, CoordinateSystem::Calibrated);
+      const double x = place.x - truth.x, z = place.y - truth.y;
+      const PlaceCovariance c = found.uncertainty.at(pixel);
+      const double distance =
+          (c.zz * x * x - 2 * c.xz * x * z + c.xx * z * z) / (c.xx * c.zz - c.xz * c.xz);
+      const bool holds = distance < 5.991;
+      if (!found.uncertainty.isMeasured(pixel)) {
+        outside += holds;
+        ++placesOutside;
+        continue;
+      }
+      inside += holds;
+      ++places;
+      error += x * x + z * z;
+      const auto d = camera.ByParameters(pixel);
+      least += (d * bound * d.transpose()).trace();
+    }
+    squares += error / least;
+    worst = std::max(worst, std::sqrt(error / least));
+  }
+};
+
+TEST_P(Campaigns, AreAsGoodAsTheBoundAndSayHowGood) {
+  const Campaign& row = GetParam();
+  const int trials = trialCount();
+  constexpr double kNoise = 0.05;
+  Tally tally;
+  std::size_t wrong = 0, named = 0, falselyNamed = 0;
+  for (int trial = 0; trial < trials; ++trial) {
+    Random random(static_cast<unsigned>(trial) + 1);
+    const SimulatedCamera camera(random);
+    std::vector<Place> pixels = camera.Pixels(random, row.points, row.share);
+    ScanMeasurement scan = camera.Measure(random, pixels, kNoise, row.tolerance);
+    std::set<std::size_t> spoiled;
+    const auto toSpoil = static_cast<int>(row.wrong * row.points);
+    for (int i = 0; i < toSpoil; ++i) {
+      spoiled.insert(static_cast<std::size_t>(random.Between(0, row.points)));
+    }
+    std::vector<Place> good;
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+      if (spoiled.count(i) == 0) good.push_back(pixels[i]);
+    }
+    for (const std::size_t i : spoiled) scan.points[i] = camera.Map(camera.Pixels(random, 1)[0]);
+    const Estimation found = estimateModel({scan}, camera.Options(row.tolerance));
+    for (const std::size_t i : found.scans[0].rejected) {
+      (spoiled.count(i) == 1 ? named : falselyNamed) += 1;
+    }
+    wrong += spoiled.size();
+    tally.add(camera, good, row, kNoise, found);
+  }
+  const double slack = 1.3 / std::sqrt(trials), slackOfShare = 0.4 / std::sqrt(trials);
+  EXPECT_LT(std::sqrt(tally.squares / trials), 1.15 + slack);
+  EXPECT_LT(tally.worst, 3.5);
+  const double inside = tally.inside / tally.places;
+  EXPECT_GT(inside, 0.91 - slackOfShare);
+  EXPECT_LT(inside, 0.985 + slackOfShare);
+  if (tally.placesOutside > 0) {
+    EXPECT_GT(tally.outside / tally.placesOutside, 0.91 - slackOfShare);
+  }
+  EXPECT_GE(static_cast<double>(named), 0.95 * static_cast<double>(wrong));
+  EXPECT_LE(static_cast<double>(falselyNamed), 0.01 * trials * row.points);
+  RecordProperty("ratio", std::to_string(std::sqrt(tally.squares / trials)));
+  RecordProperty("inside", std::to_string(inside));
+  RecordProperty("outside", std::to_string(tally.outside / std::max(tally.placesOutside, 1.0)));
+}
+
+INSTANTIATE_TEST_SUITE_P(, Campaigns,
+                         ::testing::Values(Campaign{"Points", 512, 0, 1, 0},
+                                           Campaign{"FewPoints", 126, 0, 1, 0},
+                                           Campaign{"Tolerance", 512, 0.003, 1, 0},
+                                           Campaign{"MiddleThird", 512, 0, 1.0 / 3, 0},
+                                           Campaign{"FifthWrong", 512, 0, 1, 0.2}),
+                         [](const auto& row) { return row.param.name; });
+
+/// A camera and what was measured with it.
+struct Scene {
+  Scene() : random(5), camera(random) {
+    pixels = camera.Pixels(random, 240);
+    const ScanMeasurement all = camera.Measure(random, pixels, 0.05, 0);
+    scans.resize(3);
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+      scans[i % 3].pixels.push_back(all.pixels[i]);
+      scans[i % 3].points.push_back(all.points[i]);
+    }
+    for (std::size_t s = 0; s < 3; ++s) scans[s].name = std::string(1, static_cast<char>('a' + s));
+    options = camera.Options();
+  }
+
+  Random random;
+  SimulatedCamera camera;
+  std::vector<Place> pixels;
+  std::vector<ScanMeasurement> scans;
+  EstimationOptions options;
+};
+
+std::string documentOf(const Estimation& estimation) {
+  CalibrationModel model = estimation.model;
+  etl::MemoryOutStream stream;
+  base::JsonVisitingSerializer writer(stream, true);
+  EXPECT_TRUE(writer.Serialize(model));
+  return std::string(stream.GetText());
+}
+
+TEST(Estimation, IsTheSameEveryTimeAndForAnyFocalLengthAndPlace) {
+  Scene scene;
+  const Estimation first = estimateModel(scene.scans, scene.options);
+  EXPECT_EQ(documentOf(first), documentOf(estimateModel(scene.scans, scene.options)));
+  EXPECT_EQ(first.verdict(), Verdict::kGood);
+  EXPECT_TRUE(first.model.CalibratedRegion.IsValid());
+  EXPECT_NEAR(first.heldOut, 1, 0.15);
+  EXPECT_NEAR(first.noise, 0.05, 0.005);
+  for (ScanMeasurement& scan : scene.scans) {
+    for (Place& point : scan.points) point = {point.x + 5000, point.y - 700};
+  }
+  scene.options.focalLength = 7000;
+  const Estimation moved = estimateModel(scene.scans, scene.options);
+  EXPECT_EQ(moved.model.FocalLength, 7000);
+  for (const Place& pixel : gridOf(scene.camera)) {
+    const Place a = mapped(first.model, pixel, CoordinateSystem::Calibrated);
+    const Place b = mapped(moved.model, pixel, CoordinateSystem::Calibrated);
+    EXPECT_NEAR(a.x + 5000, b.x, 2e-6);
+    EXPECT_NEAR(a.y - 700, b.y, 2e-6);
+  }
+}
+
+TEST(Estimation, KeepsTheFrameOfThePointsInThePose) {
+  for (const double angle : {0.3, 35.0, -80.0, 170.0}) {
+    SCOPED_TRACE(angle);
+    Scene scene;
+    const double c = std::cos(angle * 3.141592653589793 / 180);
+    const double s = std::sin(angle * 3.141592653589793 / 180);
+    const auto turned = [&](Place p) { return Place{c * p.x - s * p.y, s * p.x + c * p.y}; };
+    for (ScanMeasurement& scan : scene.scans) {
+      for (Place& point : scan.points) point = turned(point);
+    }
+    const Estimation found = estimateModel(scene.scans, scene.options);
+    const bool isAligned = std::abs(angle) > 1;
+    EXPECT_EQ(found.model.CurrentState == datafusion::planex::ModelState::CALIBRATED, !isAligned);
+    const auto system = isAligned ? CoordinateSystem::Aligned : CoordinateSystem::Calibrated;
+    for (const Place& pixel : gridOf(scene.camera)) {
+      const Place truth = turned(scene.camera.Map(pixel));
+      const Place place = mapped(found.model, pixel, system);
+      const double limit = 2 * found.uncertainty.at(pixel).radius95();
+      EXPECT_LT(std::hypot(place.x - truth.x, place.y - truth.y), limit);
+    }
+  }
+}
+
+TEST(Estimation, TakesPointsWithOneCoordinate) {
+  Scene scene;
+  constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+  const double before = estimateModel(scene.scans, scene.options).largest95;
+  scene.scans.resize(4);
+  scene.scans[3].name = "gauge";
+  for (const Place& pixel : scene.camera.Pixels(scene.random, 800)) {
+    scene.scans[3].pixels.push_back(
+        {pixel.x + 0.05 * scene.random.Normal(), pixel.y + 0.05 * scene.random.Normal()});
+    scene.scans[3].points.push_back({kNone, scene.camera.Map(pixel).y});
+  }
+  const Estimation found = estimateModel(scene.scans, scene.options);
+  EXPECT_EQ(found.used, found.given);
+  EXPECT_LT(found.largest95, before);
+  for (const Place& pixel : gridOf(scene.camera)) {
+    const Place truth = scene.camera.Map(pixel);
+    const Place place = mapped(found.model, pixel, CoordinateSystem::Calibrated);
+    EXPECT_LT(std::hypot(place.x - truth.x, place.y - truth.y),
+              2 * found.uncertainty.at(pixel).radius95());
+  }
+}
+
+struct Spoiled {
+  const char* name;
+  std::function<void(Scene&)> spoil;
+  const char* code;  // of the finding, or the text of the refusal
+};
+
+void eachPoint(ScanMeasurement& scan, const std::function<void(Place& pixel, Place& point)>& body) {
+  for (std::size_t i = 0; i < scan.pixels.size(); ++i) body(scan.pixels[i], scan.points[i]);
+}
+
+class Doubts : public ::testing::TestWithParam<Spoiled> {};
+
+TEST_P(Doubts, AreTold) {
+  Scene scene;
+  GetParam().spoil(scene);
+  const Estimation found = estimateModel(scene.scans, scene.options);
+  std::vector<std::string> codes;
+  for (const auto& finding : found.findings) codes.emplace_back(finding.code);
+  EXPECT_THAT(codes, ::testing::Contains(GetParam().code));
+  EXPECT_NE(found.verdict(), Verdict::kGood);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , Doubts,
+    ::testing::Values(
+        Spoiled{"OtherUnit",
+                [](Scene& s) {
+                  eachPoint(s.scans[1], [](Place&, Place& p) { p = {p.x * 25.4, p.y * 25.4}; });
+                },
+                "group"},
+        Spoiled{"Mirrored",
+                [](Scene& s) { eachPoint(s.scans[2], [](Place&, Place& p) { p.x = -p.x; }); },
+                "group"},
+        Spoiled{"Shifted",
+                [](Scene& s) { eachPoint(s.scans[0], [](Place&, Place& p) { p.x += 4; }); },
+                "group"},
+        Spoiled{"Noisy",
+                [](Scene& s) {
+                  for (auto& scan : s.scans) {
+                    eachPoint(scan, [&](Place& q, Place&) {
+                      q.x = std::min(std::max(q.x + 2 * s.random.Normal(), 0.0),
+                                     s.camera.columns - 1.0);
+                      q.y =
+                          std::min(std::max(q.y + 2 * s.random.Normal(), 0.0), s.camera.rows - 1.0);
+                    });
+                  }
+                },
+                "residual"},
+        Spoiled{"ZInMicrometres",
+                [](Scene& s) {
+                  for (auto& scan : s.scans) eachPoint(scan, [](Place&, Place& p) { p.y *= 1000; });
+                },
+                "aspect"},
+        Spoiled{"TooCoarse", [](Scene& s) { s.options.neededUncertainty = 1e-5; }, "tolerance"},
+        Spoiled{"SmallPart",
+                [](Scene& s) {
+                  Random r(2);
+                  s.pixels = s.camera.Pixels(r, 200, 0.5);
+                  s.scans = {s.camera.Measure(r, s.pixels, 0.05, 0)};
+                },
+                "support"}),
+    [](const auto& row) { return row.param.name; });
+
+class Refusals : public ::testing::TestWithParam<Spoiled> {};
+
+TEST_P(Refusals, SayWhatToDo) {
+  Scene scene;
+  GetParam().spoil(scene);
+  try {
+    estimateModel(scene.scans, scene.options);
+    FAIL() << "a model was found";
+  } catch (const EstimationFailure& failure) {
+    EXPECT_THAT(failure.what(), ::testing::HasSubstr(GetParam().code));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , Refusals,
+    ::testing::Values(
+        Spoiled{"Sixteenths",
+                [](Scene& s) { eachPoint(s.scans[1], [](Place& q, Place&) { q.y *= 16; }); },
+                "are rows in sixteenths, or u and v exchanged?"},
+        Spoiled{"NotFinite", [](Scene& s) { s.scans[2].pixels[3].x = std::nan(""); },
+                "is not finite"},
+        Spoiled{"NoCoordinate",
+                [](Scene& s) {
+                  s.scans[2].points[3] = {std::nan(""), std::nan("")};
+                },
+                "is not finite"},
+        Spoiled{"SevenPoints",
+                [](Scene& s) {
+                  s.scans.resize(1);
+                  s.scans[0].pixels.resize(7);
+                  s.scans[0].points.resize(7);
+                },
+                "needs 12 points or more, and has 7"},
+        Spoiled{"OneHeight",
+                [](Scene& s) {
+                  s.scans.resize(1);
+                  eachPoint(s.scans[0], [&](Place& q, Place& p) {
+                    q.y = 300;
+                    p = s.camera.Map(q);
+                  });
+                },
+                "on one line; move the target"},
+        Spoiled{"HeightsAlone",
+                [](Scene& s) {
+                  for (auto& scan : s.scans)
+                    eachPoint(scan, [](Place&, Place& p) { p.x = std::nan(""); });
+                },
+                "X or Z is not determined"},
+        Spoiled{"OnePlace",
+                [](Scene& s) {
+                  for (auto& scan : s.scans)
+                    eachPoint(scan, [](Place& q, Place& p) {
+                      q = {5, 5};
+                      p = {1, 1};
+                    });
+                },
+                "on one line"},
+        Spoiled{"NoPoints", [](Scene& s) { s.scans[0].points.clear(); },
+                "needs a point for each pixel"},
+        Spoiled{"NoDeviation", [](Scene& s) { s.scans[0].deviations.assign(80, 0); },
+                "not above 0"},
+        Spoiled{"NoSensor",
+                [](Scene& s) {
+                  s.options.sensorSize = {1, 0};
+                },
+                "two columns and two rows"},
+        Spoiled{"NegativeNoise", [](Scene& s) { s.options.noise = -1; }, "must be 0 or more"}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace test
