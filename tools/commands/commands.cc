@@ -14,7 +14,8 @@ void addCommands(CLI::App& app, Context& context) {
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
   for (const auto addCommand :
        {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addProfileCommand,
-        addStatsCommand, addMapCommand, addBoundsCommand, addConvertCommand, addDiffCommand}) {
+        addStatsCommand, addMapCommand, addBoundsCommand, addConvertCommand, addDiffCommand,
+        addEstimateCommand}) {
     addCommand(app, context);
   }
 }

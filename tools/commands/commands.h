@@ -18,6 +18,7 @@ void addCalibrateCommand(CLI::App& app, Context& context);
 void addCheckCommand(CLI::App& app, Context& context);
 void addConvertCommand(CLI::App& app, Context& context);
 void addDiffCommand(CLI::App& app, Context& context);
+void addEstimateCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 void addMapCommand(CLI::App& app, Context& context);
 void addProfileCommand(CLI::App& app, Context& context);

@@ -1,0 +1,349 @@
+#include <fmt/format.h>
+#include <planex/estimation/estimation.h>
+#include <planex/infra/json_serializer.h>
+#include <planex/infra/out_stream.h>
+#include <planex/io/failure.h>
+#include <planex/io/json.h>
+#include <planex/io/measured_points.h>
+#include <planex/io/output_file.h>
+#include <planex/io/raster_writer.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/cli/made.h"
+#include "tools/cli/warnings.h"
+#include "tools/commands/commands.h"
+
+namespace planex::tools {
+namespace {
+
+using estimation::Estimation;
+using estimation::EstimationFailure;
+using estimation::EstimationOptions;
+using estimation::MapUncertainty;
+using estimation::PlaceCovariance;
+using estimation::ScanMeasurement;
+using estimation::Verdict;
+using Pixel = cmnalg::Vec<2, double>;
+using SensorSize = cmnalg::Vec<2, int>;
+
+constexpr int kMostSensor = 65535;
+// Of the uncertainty in the JSON text: places of the sensor, its corners among them.
+constexpr int kJsonColumns = 33, kJsonRows = 9;
+const char* const kVerdicts[] = {"good", "doubtful", "bad"};
+
+struct EstimateOptions {
+  std::vector<std::string> points;
+  std::string output, sensor, uncertainty;
+  std::optional<double> focalLength, pointTolerance, noise, tolerance;
+  bool isPlane = false, json = false, evenIfBad = false;
+};
+
+/// The measurements of all files, and where they stand in them.
+struct Measurements {
+  struct Source {
+    std::string file;
+    std::vector<std::int64_t> lines;
+  };
+
+  std::vector<ScanMeasurement> scans;
+  std::vector<Source> sources;  // of the scans
+};
+
+SensorSize sensorSizeOf(const std::string& text) {
+  SensorSize size;
+  const char* const end = text.data() + text.size();
+  const auto width = std::from_chars(text.data(), end, size.x);
+  const bool hasWidth = width.ec == std::errc() && width.ptr != end && *width.ptr == 'x';
+  const auto height = std::from_chars(hasWidth ? width.ptr + 1 : end, end, size.y);
+  if (!hasWidth || height.ec != std::errc() || height.ptr != end || size.x < 2 || size.y < 2 ||
+      size.x > kMostSensor || size.y > kMostSensor) {
+    throw CLI::ValidationError(
+        "--sensor", "'" + text + "' is not COLUMNSxROWS, such as 2560x1024, of 2 to 65535 each");
+  }
+  return size;
+}
+
+Measurements read(const EstimateOptions& options) {
+  Measurements all;
+  for (const std::string& file : options.points) {
+    const io::MeasuredPoints points = io::readMeasuredPoints(file);
+    const std::size_t first = all.scans.size();
+    for (const std::string& name : points.scans) {
+      all.scans.push_back({name, {}, {}, {}});
+      all.sources.push_back({file, {}});
+    }
+    for (const io::MeasuredPoint& point : points.points) {
+      const std::size_t place = first + static_cast<std::size_t>(point.scan);
+      ScanMeasurement& scan = all.scans[place];
+      scan.pixels.push_back({point.u, point.v});
+      scan.points.push_back({point.x, point.z});
+      if (!std::isnan(point.sigma)) scan.deviations.push_back(point.sigma);
+      all.sources[place].lines.push_back(point.line);
+    }
+  }
+  return all;
+}
+
+Estimation estimate(const EstimateOptions& options, const Measurements& measurements,
+                    const SensorSize& size, const std::string& unit) {
+  EstimationOptions how;
+  how.sensorSize = size;
+  how.focalLength = options.focalLength.value_or(0);
+  how.pointTolerance = options.pointTolerance.value_or(0);
+  how.noise = options.noise.value_or(0);
+  how.neededUncertainty = options.tolerance.value_or(std::numeric_limits<double>::infinity());
+  how.hasSheetCurve = !options.isPlane;
+  how.unit = unit;
+  try {
+    return estimateModel(measurements.scans, how);
+  } catch (const EstimationFailure& failure) {
+    if (failure.scan() == EstimationFailure::kNone) {
+      throw io::Failure(options.points.front(), failure.what());
+    }
+    const Measurements::Source& source = measurements.sources[failure.scan()];
+    if (failure.point() == EstimationFailure::kNone) throw io::Failure(source.file, failure.what());
+    throw io::Failure(source.file,
+                      fmt::format("line {} {}", source.lines[failure.point()], failure.what()));
+  }
+}
+
+/// The place of one of `count` on a line of the sensor that has `size` pixels.
+double spread(int i, int count, int size) { return (size - 1.0) * i / (count - 1.0); }
+
+void addUncertainty(const io::JsonObject& root, const MapUncertainty& uncertainty,
+                    const SensorSize& size) {
+  std::vector<double> columns, rows, supported;
+  std::vector<double> parts[3];
+  for (int row = 0; row < kJsonRows; ++row) rows.push_back(spread(row, kJsonRows, size.y));
+  for (int i = 0; i < kJsonColumns; ++i) columns.push_back(spread(i, kJsonColumns, size.x));
+  for (const double row : rows) {
+    for (const double column : columns) {
+      const PlaceCovariance covariance = uncertainty.at({column, row});
+      parts[0].push_back(covariance.xx);
+      parts[1].push_back(covariance.xz);
+      parts[2].push_back(covariance.zz);
+      supported.push_back(uncertainty.isMeasured({column, row}) ? 1 : 0);
+    }
+  }
+  const io::JsonObject object = root.addObject("uncertainty");
+  object.add("frame", "fixed");
+  object.addList("columns", columns);
+  object.addList("rows", rows);
+  const char* const names[] = {"xx", "xz", "zz"};
+  for (std::size_t i = 0; i < 3; ++i) object.addList(names[i], parts[i]);
+  object.addList("supported", supported);
+}
+
+std::string jsonText(const Estimation& result, const Measurements& measurements,
+                     const SensorSize& size, const std::string& unit) {
+  const io::JsonText root;
+  root.add("verdict", kVerdicts[static_cast<int>(result.verdict())]);
+  root.addList("reasons", nullptr, 0);
+  for (const estimation::Finding& finding : result.findings) {
+    const io::JsonObject reason = root.appendTo("reasons");
+    reason.add("level", finding.level == Verdict::kBad ? "bad" : "warning");
+    reason.add("code", finding.code);
+    reason.add("text", finding.text);
+  }
+  root.add("unit", unit);
+  root.add("noise", result.noise);
+  const io::JsonObject residual = root.addObject("residual");
+  residual.add("rms", result.rms);
+  residual.add("max", result.largest);
+  const io::JsonObject observations = root.addObject("observations");
+  observations.add("given", static_cast<double>(result.given));
+  observations.add("used", static_cast<double>(result.used));
+  root.add("correlation", result.correlation);
+  root.add("largest95", result.largest95);
+  root.add("support", result.measured);
+  root.addList("rejectedLines", nullptr, 0);
+  root.addList("scans", nullptr, 0);
+  for (std::size_t i = 0; i < result.scans.size(); ++i) {
+    const estimation::ScanFit& fit = result.scans[i];
+    const io::JsonObject scan = root.appendTo("scans");
+    scan.add("name", fit.name);
+    scan.add("used", static_cast<double>(fit.given - fit.rejected.size()));
+    scan.add("rejected", static_cast<double>(fit.rejected.size()));
+    scan.add("rms", fit.rms);
+    for (const std::size_t point : fit.rejected) {
+      const io::JsonObject line = root.appendTo("rejectedLines");
+      line.add("file", measurements.sources[i].file);
+      line.add("scan", fit.name);
+      line.add("line", static_cast<double>(measurements.sources[i].lines[point]));
+    }
+  }
+  const io::JsonObject heldOut = root.addObject("heldOut");
+  heldOut.add("kind", "patches");
+  heldOut.add("rms", result.heldOut);
+  addUncertainty(root, result.uncertainty, size);
+  return root.print();
+}
+
+std::string plainText(const Estimation& result, const std::string& unit) {
+  std::string text = result.sentence(unit) + "\n";
+  for (const estimation::Finding& finding : result.findings) {
+    text +=
+        fmt::format("  {}: {}\n", finding.level == Verdict::kBad ? "bad" : "warning", finding.text);
+  }
+  text += fmt::format(
+      "points     {} used of {}\n"
+      "noise      {:.3g} pixels\n"
+      "residuals  {:.3g} {} rms, {:.3g} at most\n"
+      "held out   {:.2f}, residuals predicted from elsewhere over their uncertainty\n",
+      result.used, result.given, result.noise, result.rms, unit, result.largest, result.heldOut);
+  return text;
+}
+
+/// Standard uncertainties of X and Z and their correlation, a value for each pixel of the sensor.
+class UncertaintyFile {
+ public:
+  UncertaintyFile(const std::string& path, const Context& context)
+      : file_(path, context.force), sidecar_(path + ".json", context.force) {
+    if (io::rasterFormatOf(path) != io::RasterFormat::kTiff) {
+      throw CLI::ValidationError("--uncertainty", "must end in .tif or .tiff");
+    }
+  }
+
+  void write(const Estimation& result, const SensorSize& size, const Context& context) {
+    io::RasterDescription raster;
+    raster.width = size.x;
+    raster.height = size.y;
+    raster.sample = io::SampleType::kFloat32;
+    raster.layers = {"uncertainty of X", "uncertainty of Z", "correlation"};
+    raster.unit = context.unit;
+    const auto writer = io::RasterWriter::create(io::RasterFormat::kTiff, file_, raster);
+    std::vector<float> layers[3];
+    for (auto& layer : layers) layer.resize(static_cast<std::size_t>(size.x));
+    for (int row = 0; row < size.y; ++row) {
+      for (int column = 0; column < size.x; ++column) {
+        const PlaceCovariance at =
+            result.uncertainty.at({static_cast<double>(column), static_cast<double>(row)});
+        const auto i = static_cast<std::size_t>(column);
+        layers[0][i] = static_cast<float>(at.ofX());
+        layers[1][i] = static_cast<float>(at.ofZ());
+        layers[2][i] = static_cast<float>(at.correlation());
+      }
+      writer->writeRows(1, {layers[0].data(), layers[1].data(), layers[2].data()});
+    }
+    writer->finish();
+    OutputSidecar sidecar(sidecar_.path(), "uncertainty of a model over its sensor", context);
+    sidecar.root().add("unit", context.unit);
+    sidecar.root().addTexts("layers", raster.layers);
+    sidecar.addMade({});
+    sidecar.addOutput("uncertainty of a model over its sensor", file_.path(), file_.size());
+    sidecar_.write(sidecar.print());
+  }
+
+  void commit() {
+    file_.commit();
+    sidecar_.commit();
+  }
+
+ private:
+  io::OutputFile file_, sidecar_;
+};
+
+std::string documentOf(datafusion::planex::CalibrationModel model, const std::string& path) {
+  etl::MemoryOutStream stream;
+  base::JsonVisitingSerializer writer(stream, true);
+  if (!writer.Serialize(model)) {
+    throw io::Failure(path, "cannot be written (" + writer.GetErrorDescription() + ")");
+  }
+  return std::string(stream.GetText()) + "\r\n";
+}
+
+void runEstimate(const EstimateOptions& options, const Context& context) {
+  const SensorSize size = sensorSizeOf(options.sensor);
+  io::requireNoInput(options.output, options.points);
+  if (!options.uncertainty.empty()) {
+    io::requireNoInput(options.uncertainty, options.points);
+  }
+  io::OutputFile document(options.output, context.force);
+  std::optional<UncertaintyFile> uncertainty;
+  if (!options.uncertainty.empty()) uncertainty.emplace(options.uncertainty, context);
+
+  const Measurements measurements = read(options);
+  const Estimation result = estimate(options, measurements, size, context.unit);
+  if (options.json || !context.quiet) {
+    const std::string text = options.json ? jsonText(result, measurements, size, context.unit)
+                                          : plainText(result, context.unit);
+    std::fputs(text.c_str(), stdout);
+  }
+  if (result.verdict() == Verdict::kBad && !options.evenIfBad) {
+    throw io::Failure(options.output,
+                      "was not written, since the model is bad; see the reasons above");
+  }
+  document.write(documentOf(result.model, options.output));
+  if (uncertainty) {
+    uncertainty->write(result, size, context);
+    uncertainty->commit();
+  }
+  document.commit();
+}
+
+}  // namespace
+
+void addEstimateCommand(CLI::App& app, Context& context) {
+  const auto options = std::make_shared<EstimateOptions>();
+  CLI::App* command = app.add_subcommand(
+      "estimate", "Estimate a model from measured points, and tell how well it is known");
+  command
+      ->add_option("POINTS", options->points,
+                   "Measured points: text with columns u and v (sensor column and row), x and z "
+                   "(in the laser plane; one of them may be empty), and where there are several "
+                   "measurements, scan; sigma, in pixels, weights the points")
+      ->required();
+  command->add_option("-o,--output", options->output, "Model document to write")
+      ->required()
+      ->type_name("MODEL");
+  command->add_option("--sensor", options->sensor, "Columns and rows of the sensor: 2560x1024")
+      ->required()
+      ->type_name("WxH");
+  const NumberRule positive{[](double value) { return value > 0; }, "must be above 0"};
+  const NumberRule notNegative{[](double value) { return value >= 0; }, "must be 0 or more"};
+  addNumberOption(*command, "--focal", options->focalLength,
+                  "Focal length of the document in pixels, a convention: nothing measured in one "
+                  "plane determines it [half the diagonal of the sensor]",
+                  positive);
+  addNumberOption(*command, "--point-tolerance", options->pointTolerance,
+                  "Standard uncertainty of the points, in X and in Z [0]", notNegative);
+  addNumberOption(*command, "--noise", options->noise,
+                  "Standard deviation of u and v in pixels [from the residuals]", positive);
+  addNumberOption(*command, "--tolerance", options->tolerance,
+                  "Uncertainty (95 %) that is needed; beyond it the model is bad", positive);
+  command->add_flag("--no-sheet-curve", options->isPlane, "Take the laser sheet for a plane");
+  command
+      ->add_option("--uncertainty", options->uncertainty,
+                   "Standard uncertainties of X and of Z and their correlation, a value for each "
+                   "pixel of the sensor; FILE.json describes it")
+      ->type_name("FILE.tif");
+  command->add_flag("--even-if-bad", options->evenIfBad, "Write the model also when it is bad");
+  command->add_flag("--json", options->json, "Print JSON");
+  addUnitOption(*command, context);
+  addForceOption(*command, context);
+  addQuietOption(*command, context);
+  command->footer(
+      "Points come from any source: a stage, a pattern held in the laser plane, a coordinate "
+      "measuring machine. A good set has some hundred of them all over the sensor. Points that "
+      "contradict the others are left out, and named with --json.\n\n"
+      "The verdict is good, doubtful (there are warnings) or bad; then there is no model, and the "
+      "exit status is 1.\n\n"
+      "Examples:\n"
+      "  planex estimate points.csv --sensor 2560x1024 -o model.json\n"
+      "  planex estimate stage.csv cmm.csv --sensor 2560x1024 --point-tolerance 0.002 "
+      "--uncertainty map.tif -o model.json");
+  command->callback([options, &context] { runEstimate(*options, context); });
+}
+
+}  // namespace planex::tools
