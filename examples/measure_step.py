@@ -19,7 +19,7 @@ folder, picture = pathlib.Path(sys.argv[1]), sys.argv[2]
 # The scan: profiles x columns, where on the sensor it was taken, and how far profiles are apart.
 model = planex.Model.from_file(folder / "model.json")
 scan = planex.read_image(folder / "range.pgm")
-beside = planex.read_sidecar(folder / "range.pgm.json")
+beside = planex.read_sidecar(folder / "range.pgm")
 
 # Heights in mm over a grid of 0.1 mm along the laser line, a row a profile.
 grid = planex.bounds(model, beside.sensor, scan.shape[1]).grid(pixel_size=0.1)

@@ -109,10 +109,10 @@ io::JsonValue parse(const std::string& path) {
   const std::string text = io::readTextFile(path);
   io::JsonValue json(cJSON_ParseWithOpts(text.c_str(), nullptr, 1));
   if (json == nullptr || text.find('\0') != std::string::npos) {
-    throw io::Failure(path, "is not JSON; correct it or name another --sensor");
+    throw io::Failure(path, "is not JSON; correct it or name another sidecar");
   }
   if (cJSON_IsObject(json.get())) return json;
-  throw io::Failure(path, "is no JSON object; correct it or name another --sensor");
+  throw io::Failure(path, "is no JSON object; correct it or name another sidecar");
 }
 
 /// Whether it tells of an output of planex: see docs/guide.md.

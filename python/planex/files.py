@@ -173,7 +173,8 @@ def read_sidecar(path: Path, model: Model | None = None) -> Sidecar:
     Parameters
     ----------
     path : str or os.PathLike
-        The JSON file. That of a height map or of points says how their scan was taken.
+        The JSON file, or the image that it stands beside. That of a height map or of points says
+        how their scan was taken.
     model : Model, optional
         Gives the sizes of a region that the file leaves out: up to the edge of the sensor.
 
@@ -190,13 +191,14 @@ def read_sidecar(path: Path, model: Model | None = None) -> Sidecar:
     ...     '"width": 2560, "height": 704}, "rows": {"scaleY": 0.1}}')
     >>> with open("scan.png.json", "w") as file:
     ...     count = file.write(text)
-    >>> sidecar = planex.read_sidecar("scan.png.json")
+    >>> sidecar = planex.read_sidecar("scan.png")
     >>> sidecar.sensor.origin_z, sidecar.y_scale, sidecar.y(3).tolist()
     (160.0, 0.1, [0.0, 0.1, 0.2])
     """
     if model is not None and not isinstance(model, Model):
         raise TypeError(f"model must be a planex.Model, not {type(model).__name__}")
-    name = readable(path)
+    beside = os.fsdecode(path)
+    name = readable(beside if beside.endswith(".json") else beside + ".json")
     native = None if model is None else model._native
     numbers, y_scale, y_origin, positions = _core.read_sidecar(os.fsencode(name), native)
     sensor = None
