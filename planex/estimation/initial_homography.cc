@@ -98,8 +98,8 @@ std::optional<PlaneHomography> initialHomography(const std::vector<PlacePair>& p
   std::optional<Matrix3d> best;
   double least = std::numeric_limits<double>::infinity();
   for (int draw = 0; draw < kDraws; ++draw) {
-    std::vector<PlacePair> four;
-    for (int i = 0; i < 4; ++i) four.push_back(pairs[random() % pairs.size()]);
+    std::vector<PlacePair> four(4);
+    for (PlacePair& pair : four) pair = pairs[random() % pairs.size()];
     const std::optional<Matrix3d> homography = fit(four);
     if (!homography) continue;
     const double quantile = quantileOf(distances(scored, *homography));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <vector>
 
 #include "planex/estimation/robust_fit.h"
@@ -8,7 +9,7 @@
 namespace planex::estimation {
 
 /// A symmetric matrix over the terms, row by row.
-using TermMatrix = std::array<double, kTermCount * kTermCount>;
+using TermMatrix = std::array<double, std::size_t{kTermCount} * kTermCount>;
 
 /// Sums of least squares over observations and priors: J^T J, J^T r and r^T r of residuals over
 /// their standard deviations.

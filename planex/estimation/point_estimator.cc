@@ -270,6 +270,7 @@ class Search {
       }
     }
     std::vector<double> squares;
+    squares.reserve(minima.size());
     for (const CameraTerms& terms : minima) {
       squares.push_back(limitedSquares(terms, some, rough.noise, 0));
     }
@@ -356,8 +357,9 @@ class Search {
   bool isApart(const CameraTerms& terms, const TermMatrix& covariance) const {
     constexpr int kPlaces = 9;
     for (int i = 0; i < kPlaces * kPlaces; ++i) {
-      const Place pixel{(options_.sensorSize.x - 1.0) * (i % kPlaces) / (kPlaces - 1),
-                        (options_.sensorSize.y - 1.0) * (i / kPlaces) / (kPlaces - 1)};
+      const int column = i % kPlaces, row = i / kPlaces;
+      const Place pixel{(options_.sensorSize.x - 1.0) * column / (kPlaces - 1),
+                        (options_.sensorSize.y - 1.0) * row / (kPlaces - 1)};
       const MapDerivative d = differentiate(fit_.terms, fit_.problem.radius, pixel);
       const Place other = laserFromSensor(terms, fit_.problem.radius, pixel);
       const std::array<double, 3> spread = propagate(d.terms, covariance);

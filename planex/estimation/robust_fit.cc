@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <memory>
 
 namespace planex::estimation {
@@ -32,7 +33,7 @@ class PointCost final : public ceres::CostFunction {
     std::copy_n(residual.value, residual.count, residuals);
     if (wantsJacobian) {
       for (int i = 0; i < residual.count; ++i) {
-        std::copy_n(residual.terms[i], kTermCount, jacobians[0] + i * kTermCount);
+        std::copy_n(residual.terms[i], kTermCount, jacobians[0] + std::ptrdiff_t{i} * kTermCount);
       }
     }
     return true;
