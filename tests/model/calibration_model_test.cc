@@ -49,6 +49,7 @@ const struct {
     {[](auto& m) { return m.setSkew(0, 0, 0); }, kSkew},
     {[](auto& m) { return m.setSkew(1, -1e-13, 0); }, kSkew},
     {[](auto& m) { return m.setSkew(0, 2e-13, 0) && m.Skew.y == 2e-13; }, nullptr},
+    {[](auto& m) { return m.setSkew(1, 1, 0) && m.setSkew(0, 1, 1) && m.Skew.y == 1; }, nullptr},
     {[](auto& m) { return m.setSkew(3, -4, 5) && m.Skew.x == 3 && m.Skew.z == 5; }, nullptr},
     {[](auto& m) { return setPose(m, TransformType::AFFINE); }, kPose},
     {[](auto& m) { return setPose(m, TransformType::SIMILARITY) && m.Pose[0][1] == -1; }, nullptr},
@@ -175,6 +176,8 @@ TEST(CameraMatrix, TestsCentreBeforeFocalLength) {
     const cmnalg::Matrix<double> k = model.getK();
     EXPECT_EQ(log.TakeOne(), test::warning(row.refusal));
     EXPECT_EQ(Numbers(k.Data(), k.Data() + k.Width() * k.Height()), row.want);
+    cmnalg::Matrix<double> same;
+    EXPECT_EQ(getK(row.focal, row.cx, row.cy, same), row.refusal == nullptr);
   }
 }
 

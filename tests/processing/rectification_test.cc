@@ -134,6 +134,11 @@ TEST(Rectification, WorldTargetsMayBePadded) {
   EXPECT_TRUE(toRectifiedWorld(a.x, a.z, {{0, 0}, 1}, Mode::HIGHEST, a.grid, -1, a.world));
   EXPECT_EQ(heights, (std::vector<float>{-1, 3, -1, -1, -1, -1, 77, 77,  //
                                          -1, 1, -1, -1, -1, -1, 77, 77}));
+  a.world.Create(1, 2, kAllocator);
+  a.grid.width = 1;
+  a.grid.x.origin = 1;
+  EXPECT_TRUE(toRectifiedWorld(a.x, a.z, {{0, 0}, 1}, Mode::HIGHEST, a.grid, -1, a.world));
+  EXPECT_EQ(a.world.Pix(0, 1), 1);
 }
 
 TEST(IntensityReduction, TakesTheNearestLimits) {
