@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstddef>
 #include <limits>
 #include <string>
 #include <vector>
@@ -175,7 +176,7 @@ TEST(CameraMatrix, TestsCentreBeforeFocalLength) {
     model.LensCenter = {row.cx, row.cy};
     const cmnalg::Matrix<double> k = model.getK();
     EXPECT_EQ(log.TakeOne(), test::warning(row.refusal));
-    EXPECT_EQ(Numbers(k.Data(), k.Data() + k.Width() * k.Height()), row.want);
+    EXPECT_EQ(Numbers(k.Data(), k.Data() + std::ptrdiff_t{k.Width()} * k.Height()), row.want);
     cmnalg::Matrix<double> same;
     EXPECT_EQ(getK(row.focal, row.cx, row.cy, same), row.refusal == nullptr);
   }
