@@ -43,9 +43,14 @@ Place mapped(const CalibrationModel& model, Place pixel, CoordinateSystem system
 
 /// Places over all of the sensor.
 std::vector<Place> gridOf(const SimulatedCamera& camera) {
+  constexpr int kColumns = 17, kRows = 9;
   std::vector<Place> pixels;
-  for (int i = 0; i < 17 * 9; ++i) {
-    pixels.push_back({(camera.columns - 1) * (i % 17) / 16.0, (camera.rows - 1) * (i / 17) / 8.0});
+  pixels.reserve(std::size_t{kColumns} * kRows);
+  for (int row = 0; row < kRows; ++row) {
+    for (int column = 0; column < kColumns; ++column) {
+      pixels.push_back({(camera.columns - 1) * (column / (kColumns - 1.0)),
+                        (camera.rows - 1) * (row / (kRows - 1.0))});
+    }
   }
   return pixels;
 }
