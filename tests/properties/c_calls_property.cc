@@ -23,7 +23,7 @@ using Mode = datafusion::planex::RectificationMode;
 const auto& kAllocator = cmnalg::Image::s_defaultImageAllocator;
 
 constexpr int kMaxWidth = 63, kMaxHeight = 31;
-constexpr std::uint64_t kMaxPixels = kMaxWidth * kMaxHeight;
+constexpr std::uint64_t kMaxPixels = std::uint64_t{kMaxWidth} * kMaxHeight;
 constexpr int kMaxCalls = 48;
 constexpr std::uint32_t kMono8 = PLANEX_PIXEL_FORMAT_MONO8, kMono16 = PLANEX_PIXEL_FORMAT_MONO16;
 /// Filters refer to up to three that follow each other.

@@ -156,7 +156,7 @@ class CalibrationPlay {
 
   /// E, or with x and z in the aligned plane already E times the inverse of its part in the plane.
   Matrix AlignmentTransform() const {
-    const Matrix pose = planex::skewedPose(model_);
+    Matrix pose = planex::skewedPose(model_);
     if (!aligned_) return pose;
     Matrix plane = pose;
     for (int i = 0; i < 4; ++i) plane[1][i] = plane[i][1] = i == 1 ? 1.0 : 0.0;

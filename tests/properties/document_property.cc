@@ -85,7 +85,7 @@ std::string exported(uint32_t model, test::CheckedLog& log) {
   for (std::size_t size = 4096; !exportTo(buffer, size, model, log); size *= 2) {
     CHECK_HOLDS(size < (std::size_t{1} << 28));
   }
-  const std::string text = buffer.c_str();
+  std::string text = buffer.c_str();
   CHECK_HOLDS(!exportTo(buffer, text.size(), model, log));
   CHECK_HOLDS(exportTo(buffer, text.size() + 1, model, log) && buffer.c_str() == text);
   return text;

@@ -240,10 +240,11 @@ class ImagePlay {
     const State after = stateOf(other);
     const bool fits = CanBecome(image, after);
     image = std::move(other);
+    // NOLINTBEGIN(bugprone-use-after-move): a state of its own
     CHECK_HOLDS(stateOf(image) == (fits ? after : State()) && sameMetadata(image, other));
     const State empty{cmnalg::IMAGE_TYPE_INVALID, 0, 0, 0, nullptr, false, true};
-    // NOLINTNEXTLINE(bugprone-use-after-move): a state of its own
     CHECK_HOLDS(&image == &other || stateOf(other) == (fits ? empty : after));
+    // NOLINTEND(bugprone-use-after-move)
   }
 
   /// Writes to one pixel, as in an image of that one alone, and then to all that are shown.

@@ -59,7 +59,9 @@ TEST(HeightPicture, ShowsEachCellWhereItIs) {
     const auto pixels = decoded(quarters().draw({map}, PictureFormat::kPng), width);
     // 600 pixels of map, behind the numbers on the left and below the title.
     const auto expect = [&](int x, int y, Color wanted) {
-      const Color color = pixels.at(static_cast<std::size_t>((y + 48) * width + x + 60));
+      const Color color =
+          pixels.at(static_cast<std::size_t>(y + 48) * static_cast<std::size_t>(width) +
+                    static_cast<std::size_t>(x + 60));
       EXPECT_EQ(std::tuple(color.r, color.g, color.b), std::tuple(wanted.r, wanted.g, wanted.b));
     };
     expect(150, 150, map->missing());
