@@ -25,6 +25,7 @@ from numpy.typing import DTypeLike, NDArray
 import planex
 from planex import _core
 from planex.functions import Mode, Precision, _limit_pair, _require, _y_axis
+from planex.heights import PlacedMap
 from planex.model import Model
 from planex.records import Grid, SensorTraits, require_whole
 
@@ -51,7 +52,7 @@ class AlignedPoints(NamedTuple):
 
 
 @dataclass(frozen=True, eq=False)
-class HeightMap:
+class HeightMap(PlacedMap):
     """A height map whose cells are computed when they are asked for.
 
     The fields are those of :class:`planex.HeightMap`, ``z`` and ``intensity`` being Dask arrays.
@@ -72,16 +73,6 @@ class HeightMap:
     unit: str = "mm"
     y_unit: str | None = None
     aligned: bool = False
-
-    @property
-    def x(self) -> NDArray[np.float64]:
-        """Of the columns, in world units."""
-        return self.grid.x_origin + self.grid.x_scale * np.arange(self.z.shape[1])
-
-    @property
-    def y(self) -> NDArray[np.float64]:
-        """Of the rows."""
-        return self.y_origin + self.y_scale * np.arange(self.z.shape[0])
 
     @property
     def mask(self) -> Array:
@@ -115,18 +106,6 @@ class HeightMap:
         z, intensity = _dask.compute(self.z, self.intensity, **options)
         intensity = None if intensity is None else _in_place(intensity)
         return planex.HeightMap(**{**vars(self), "z": _in_place(z), "intensity": intensity})
-
-    def to_xarray(self) -> Any:
-        """An xarray.DataArray of the heights over y and x, lazy as they are."""
-        import xarray
-
-        return xarray.DataArray(
-            self.heights(),
-            dims=("y", "x"),
-            coords={"y": self.y, "x": self.x},
-            name="z",
-            attrs={"units": self.unit},
-        )
 
 
 @dataclass(frozen=True)

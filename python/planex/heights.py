@@ -21,8 +21,55 @@ _COMPRESSIONS = {"deflate": 1, "zstd": 2}
 _masked: Any = np.ma.MaskedArray  # NumPy has no types for it
 
 
+class PlacedMap:
+    """What height maps in memory and those in blocks have in common: where their cells lie."""
+
+    z: Any
+    grid: Grid
+    y_scale: float
+    y_origin: float
+    unit: str
+
+    def heights(self) -> Any:
+        """Heights in world units."""
+        raise NotImplementedError
+
+    @property
+    def x(self) -> NDArray[np.float64]:
+        """Of the columns, in world units."""
+        return self.grid.x_origin + self.grid.x_scale * np.arange(self.z.shape[1])
+
+    @property
+    def y(self) -> NDArray[np.float64]:
+        """Of the rows."""
+        return self.y_origin + self.y_scale * np.arange(self.z.shape[0])
+
+    def to_xarray(self) -> Any:
+        """An xarray.DataArray over y and x that shares the heights, lazy where they are.
+
+        Returns
+        -------
+        xarray.DataArray
+            float32, named z, NaN or ``missing`` where there is none; the unit stands in ``attrs``.
+
+        Raises
+        ------
+        ImportError
+            There is no xarray.
+        """
+        import xarray
+
+        return xarray.DataArray(
+            self.heights(),
+            dims=("y", "x"),
+            coords={"y": self.y, "x": self.x},
+            name="z",
+            attrs={"units": self.unit},
+        )
+
+
 @dataclass(frozen=True, eq=False)
-class HeightMap:
+class HeightMap(PlacedMap):
     """Heights over a regular grid: a row a profile, a column a place along the laser line.
 
     Attributes
@@ -159,16 +206,6 @@ class HeightMap:
         _core.write_map(os.fsencode(name), paths, self, scheme, threads, bool(overwrite))
 
     @property
-    def x(self) -> NDArray[np.float64]:
-        """Of the columns, in world units."""
-        return self.grid.x_origin + self.grid.x_scale * np.arange(self.z.shape[1])
-
-    @property
-    def y(self) -> NDArray[np.float64]:
-        """Of the rows."""
-        return self.y_origin + self.y_scale * np.arange(self.z.shape[0])
-
-    @property
     def mask(self) -> NDArray[np.bool_]:
         """True where no point fell into a cell."""
         empty = np.isnan(self.z) if math.isnan(self.missing) else self.z == np.float32(self.missing)
@@ -183,29 +220,6 @@ class HeightMap:
         if self.z.dtype != np.uint16:
             return self.z
         return _core.world_heights(self.z, self.grid.z_scale, self.grid.z_origin, math.nan)
-
-    def to_xarray(self) -> Any:
-        """An xarray.DataArray over y and x that shares the heights.
-
-        Returns
-        -------
-        xarray.DataArray
-            float32, named z, NaN or ``missing`` where there is none; the unit stands in ``attrs``.
-
-        Raises
-        ------
-        ImportError
-            There is no xarray.
-        """
-        import xarray
-
-        return xarray.DataArray(
-            self.heights(),
-            dims=("y", "x"),
-            coords={"y": self.y, "x": self.x},
-            name="z",
-            attrs={"units": self.unit},
-        )
 
     def plot(self, ax: Any = None, **options: Any) -> Any:
         """Draws the heights with Matplotlib, cells in their places.
