@@ -21,7 +21,7 @@ Place inPlane(const PointFit& fit, std::size_t i) {
   const PointObservation& point = fit.points[i];
   MapDerivative d;
   differentiateByPixel(fit.terms, fit.problem.radius, point.pixel, d);
-  const SensorResidual& r = fit.inPixels[i];
+  const SensorResidual r = residualOf(fit.terms, fit.problem.radius, point, Derivatives::kNone);
   if (r.count == 2) {
     return {d.pixel[0][0] * r.value[0] + d.pixel[0][1] * r.value[1],
             d.pixel[1][0] * r.value[0] + d.pixel[1][1] * r.value[1]};

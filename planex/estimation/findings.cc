@@ -83,7 +83,7 @@ Similarity similarityOf(const std::vector<Place>& predicted, const std::vector<P
 CameraTerms withoutScan(const PointFit& fit, int scan) {
   NormalEquations own;
   for (std::size_t i = 0; i < fit.points.size(); ++i) {
-    if (fit.used[i] != 0 && fit.points[i].scan == scan) own.add(fit.residuals[i]);
+    if (fit.used[i] != 0 && fit.points[i].scan == scan) own.add(fit.residual(i));
   }
   NormalEquations others = fit.equations;
   others.subtract(own);
@@ -228,7 +228,7 @@ double heldOut(const PointFit& fit) {
   for (int fold = 0; fold < kFolds; ++fold) {
     NormalEquations own;
     for (std::size_t i = 0; i < fit.points.size(); ++i) {
-      if (fit.used[i] != 0 && foldOf(fit.points[i].pixel) == fold) own.add(fit.residuals[i]);
+      if (fit.used[i] != 0 && foldOf(fit.points[i].pixel) == fold) own.add(fit.residual(i));
     }
     NormalEquations others = fit.equations;
     others.subtract(own);
@@ -236,7 +236,7 @@ double heldOut(const PointFit& fit) {
     const CameraTerms step = stepOf(covariance, others.gradient);
     for (std::size_t i = 0; i < fit.points.size(); ++i) {
       if (fit.used[i] == 0 || foldOf(fit.points[i].pixel) != fold) continue;
-      const SensorResidual& r = fit.residuals[i];
+      const SensorResidual r = fit.residual(i);
       const std::array<double, 3> spread = propagate(r.terms, covariance);
       for (int k = 0; k < r.count; ++k) {
         double value = r.value[k];

@@ -372,13 +372,9 @@ class Search {
   /// Residuals, which of them count, and what they say together.
   void finish() {
     NormalEquations& equations = fit_.equations;
-    for (const PointObservation& point : fit_.points) {
-      SensorResidual residual = residualOf(fit_.terms, fit_.problem.radius, point);
-      fit_.inPixels.push_back(residual);
-      Whitening::of(residual, point.weight, fit_.problem.noise, fit_.problem.tolerance)
-          .apply(residual);
+    for (std::size_t i = 0; i < fit_.points.size(); ++i) {
+      const SensorResidual residual = fit_.residual(i);
       fit_.used.push_back(sizeOf(residual) < kRejected ? 1 : 0);
-      fit_.residuals.push_back(residual);
       if (fit_.used.back() != 0) equations.add(residual);
     }
     equations.add(fit_.problem.priors, fit_.terms);
@@ -404,8 +400,9 @@ class Search {
       double sum = 0;
       int inGroup = 0;
       for (const std::size_t i : order) {
-        if (coordinate >= fit_.residuals[i].count) continue;
-        const double value = fit_.residuals[i].value[coordinate];
+        const SensorResidual residual = fit_.residual(i, Derivatives::kNone);
+        if (coordinate >= residual.count) continue;
+        const double value = residual.value[coordinate];
         squares += value * value;
         ++count;
         sum += value;
@@ -431,6 +428,13 @@ Place FitFrame::fromPoint(Place point) const {
   // A coordinate that is not known leaves the other one alone where nothing is turned.
   if (angle == 0) return {point.x - middle.x, point.y - middle.y};
   return {c * point.x + s * point.y - middle.x, c * point.y - s * point.x - middle.y};
+}
+
+SensorResidual PointFit::residual(std::size_t i, Derivatives wanted) const {
+  SensorResidual residual = residualOf(terms, problem.radius, points[i], wanted);
+  Whitening::of(residual, points[i].weight, problem.noise, problem.tolerance)
+      .apply(residual, wanted);
+  return residual;
 }
 
 PointFit fitPoints(const std::vector<ScanMeasurement>& scans, const EstimationOptions& options) {

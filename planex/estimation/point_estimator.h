@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "planex/estimation/estimation.h"
@@ -20,15 +21,17 @@ struct FitFrame {
 /// A fit of all terms to points.
 struct PointFit {
   FitFrame frame;
-  FitProblem problem;                     ///< with the noise found
-  CameraTerms terms{};                    ///< the best
-  std::vector<PointObservation> points;   ///< in the frame
-  std::vector<char> used;                 ///< of each point
-  std::vector<SensorResidual> residuals;  ///< of each point, over their deviations
-  std::vector<SensorResidual> inPixels;   ///< the same in pixels
-  NormalEquations equations;              ///< of the points used, with the priors
+  FitProblem problem;                    ///< with the noise found
+  CameraTerms terms{};                   ///< the best
+  std::vector<PointObservation> points;  ///< in the frame
+  std::vector<char> used;                ///< of each point
+  NormalEquations equations;             ///< of the points used, with the priors
   double correlation = 1;
   std::vector<MapUncertainty::OtherMinimum> others;
+
+  /// The residual of a point over its deviation. Computed each time: with its derivatives it is ten
+  /// times as large as the point.
+  SensorResidual residual(std::size_t i, Derivatives wanted = Derivatives::kAll) const;
 };
 
 /// Finds the terms, from no start. See estimateModel().
