@@ -155,12 +155,15 @@ def span_of(work):
 
 
 def side_by_side(works):
-    """The longest of them, each on a thread that begins when all are there."""
-    ready, spans = threading.Barrier(len(works)), []
+    """The longest of them, each on a thread, from when all threads are there."""
+    starts, spans = [], []
+    ready = threading.Barrier(len(works), lambda: starts.append(time.perf_counter()))
 
     def run(work):
+        before = waited()
         ready.wait()
-        spans.append(span_of(work))
+        work()
+        spans.append(time.perf_counter() - starts[0] - (waited() - before))
 
     threads = [threading.Thread(target=run, args=(work,)) for work in works]
     for thread in threads:

@@ -33,7 +33,7 @@ _dask: Any = dask  # most of it has no annotations
 _da: Any = dask.array
 
 #: Of a block that is read, unless its rows are given.
-_BLOCK_BYTES = 8 << 20
+_BLOCK_BYTES = 32 << 20
 
 
 class Points(NamedTuple):
@@ -276,7 +276,7 @@ def open_image(path: str | os.PathLike[str], *, rows: int | None = None) -> Arra
         A TIFF, NPY, binary PGM or PNG, or the folder of a Zarr array. Tasks read it where they
         run, so workers of other machines need it under the same absolute path.
     rows : int, optional
-        Profiles of a block. Without it there are some 8 MB in one, and whole chunks of Zarr. PNG
+        Profiles of a block. Without it there are some 32 MB in one, and whole chunks of Zarr. PNG
         can only be read from its first row on, and is refused in more than one block.
 
     Returns
