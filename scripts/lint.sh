@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over all sources, or over those named as arguments. With --changed: over the
-# sources of what is installed and, of tests, benchmarks and examples, those that differ from the
-# main branch; on the main branch, from the commit before.
+# Runs clang-tidy over all sources, or over those named as arguments. With --changed: over those that
+# differ from the main branch, or on it from the commit before, and those that include a header that
+# does.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -9,11 +9,12 @@ cmake --preset tidy >/dev/null
 if [ "${1:-}" = --changed ]; then
   base=$(git merge-base HEAD origin/main 2>/dev/null || true)
   [ "${base:-$(git rev-parse HEAD)}" != "$(git rev-parse HEAD)" ] || base=HEAD~
-  mapfile -t sources < <(
-    git ls-files '*.cc' '*.c' ':!tests' ':!fuzz' ':!bench' ':!examples'
-    git diff --name-only --diff-filter=d "$base" -- \
-      {tests,fuzz,bench,examples}/{'*.cc','*.c'}
-  )
+  changed() { git diff --name-only --diff-filter=d "$base" -- "$@"; }
+  mapfile -t sources < <({
+    changed '*.cc' '*.c'
+    git grep -lF -f <(changed '*.h' | sed 's/.*/#include "&"/') -- '*.cc' '*.c'
+  } | sort -u)
+  [ ${#sources[@]} -gt 0 ] || exit 0
   set -- "${sources[@]}"
 elif [ $# -eq 0 ]; then
   mapfile -t sources < <(git ls-files '*.cc' '*.c')
