@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "planex/estimation/point_estimator.h"
+#include "planex/estimation/model_fit.h"
 #include "planex/foundation/matrix.h"
 
 namespace planex::estimation {
@@ -17,23 +17,26 @@ using Place = cmnalg::Vec<2, double>;
 constexpr int kRegionColumns = 64, kRegionRows = 32;
 
 /// Displacement in the plane that a residual on the sensor stands for.
-Place inPlane(const PointFit& fit, std::size_t i) {
-  const PointObservation& point = fit.points[i];
+Place inPlane(const ModelFit& fit, std::size_t i) {
+  const Observation& observation = fit.observations[i];
   MapDerivative d;
-  differentiateByPixel(fit.terms, fit.problem.radius, point.pixel, d);
-  const SensorResidual r = residualOf(fit.terms, fit.problem.radius, point, Derivatives::kNone);
-  if (r.count == 2) {
-    return {d.pixel[0][0] * r.value[0] + d.pixel[0][1] * r.value[1],
-            d.pixel[1][0] * r.value[0] + d.pixel[1][1] * r.value[1]};
-  }
-  const int known = std::isnan(point.point.x) ? 1 : 0;
+  differentiateByPixel(fit.terms(), fit.problem.radius, observation.pixel, d);
+  const SensorResidual r =
+      residualOf(fit.unknowns, fit.problem.radius, observation, Derivatives::kNone);
+  const auto displaced = [&](double columns, double rows) {
+    return Place{d.pixel[0][0] * columns + d.pixel[0][1] * rows,
+                 d.pixel[1][0] * columns + d.pixel[1][1] * rows};
+  };
+  if (r.count == 2) return displaced(r.value[0], r.value[1]);
+  if (observation.edge != Observation::kPoint) return displaced(0, r.value[0]);
+  const int known = std::isnan(observation.point.x) ? 1 : 0;
   const double by = r.value[0] * std::hypot(d.pixel[known][0], d.pixel[known][1]);
   return known == 0 ? Place{by, 0} : Place{0, by};
 }
 
 /// Homography, lens and sheet curve for another focal length and origin.
-void setTerms(const PointFit& fit, const EstimationOptions& options, CalibrationModel& model) {
-  const CameraTerms& t = fit.terms;
+void setTerms(const ModelFit& fit, const EstimationOptions& options, CalibrationModel& model) {
+  const CameraTerms t = fit.terms();
   const double focalLength = options.focalLength > 0 ? options.focalLength : fit.problem.radius;
   const double k = focalLength / fit.problem.radius;
   const Place& middle = fit.frame.middle;
@@ -59,7 +62,7 @@ void setTerms(const PointFit& fit, const EstimationOptions& options, Calibration
   model.SheetCurve = {s[0] + middle.x, s[1] / q, 0, 0, s[2] * q * q, s[3] * q * q * q};
 }
 
-void setPose(const PointFit& fit, CalibrationModel& model) {
+void setPose(const ModelFit& fit, CalibrationModel& model) {
   if (fit.frame.angle == 0) return;
   const double c = std::cos(fit.frame.angle), s = std::sin(fit.frame.angle);
   const double pose[16] = {c, 0, -s, 0, 0, 1, 0, 0, s, 0, c, 0, 0, 0, 0, 1};
@@ -68,7 +71,18 @@ void setPose(const PointFit& fit, CalibrationModel& model) {
   model.AlignmentError = model.AlignmentErrorMax = 0;
 }
 
-void addScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
+/// Where the target of a scan stands, in the calibrated system.
+void addPlacement(const ModelFit& fit, std::size_t scan, ScanFit& result) {
+  const Unknowns::Scan& place = fit.unknowns.scans[scan];
+  if (place.target < 0) return;
+  const double* const values = fit.unknowns.at(place.placement);
+  result.isFound = place.isFound;
+  result.x = values[kPlaceX] + fit.frame.middle.x;
+  result.z = values[kPlaceZ] + fit.frame.middle.y;
+  result.angle = values[kPlaceAngle];
+}
+
+void addScans(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
               Estimation& estimation) {
   double squares = 0;
   std::size_t place = 0;
@@ -78,6 +92,10 @@ void addScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
     result.given = scan.pixels.size();
     double ofScan = 0;
     for (std::size_t i = 0; i < result.given; ++i, ++place) {
+      if (fit.observations[place].edge == Observation::kNothing) {
+        ++result.leftOut;
+        continue;
+      }
       if (fit.used[place] == 0) {
         result.rejected.push_back(i);
         continue;
@@ -87,26 +105,40 @@ void addScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
       ofScan += square;
       estimation.largest = std::max(estimation.largest, std::sqrt(square));
     }
-    const std::size_t used = result.given - result.rejected.size();
+    const std::size_t used = result.given - result.leftOut - result.rejected.size();
     if (used > 0) result.rms = std::sqrt(ofScan / static_cast<double>(used));
     squares += ofScan;
-    estimation.given += result.given;
+    estimation.given += result.given - result.leftOut;
     estimation.used += used;
+    addPlacement(fit, estimation.scans.size(), result);
     estimation.scans.push_back(std::move(result));
   }
   if (estimation.used > 0)
     estimation.rms = std::sqrt(squares / static_cast<double>(estimation.used));
 }
 
-MapUncertainty uncertaintyOf(const PointFit& fit) {
+void addHeldOut(const ModelFit& fit, Estimation& estimation) {
+  const std::vector<double> heldOut = heldOutScans(fit);
+  double squares = 0;
+  int count = 0;
+  for (std::size_t i = 0; i < heldOut.size(); ++i) {
+    estimation.scans[i].heldOut = heldOut[i];
+    squares += heldOut[i] * heldOut[i];
+    count += heldOut[i] > 0 ? 1 : 0;
+  }
+  if (count > 0) estimation.heldOut = std::sqrt(squares / count);
+}
+
+MapUncertainty uncertaintyOf(const ModelFit& fit) {
   MapUncertainty::Parts parts;
   parts.radius = fit.problem.radius;
-  parts.terms = fit.terms;
-  parts.covariance = fit.equations.covariance();
+  parts.terms = fit.terms();
+  parts.covariance = termsOf(fit.equations.covariance());
   for (double& value : parts.covariance) value *= fit.correlation;
   parts.others = fit.others;
-  for (std::size_t i = 0; i < fit.points.size(); ++i) {
-    if (fit.used[i] != 0) parts.measured.push_back(fit.points[i].pixel);
+  if (fit.isFrameFree) parts.frame = MapUncertainty::Frame::kRigid;
+  for (std::size_t i = 0; i < fit.observations.size(); ++i) {
+    if (fit.used[i] != 0) parts.measured.push_back(fit.observations[i].pixel);
   }
   return MapUncertainty(std::move(parts));
 }
@@ -146,21 +178,21 @@ std::string Estimation::sentence(const std::string& unit) const {
   return text;
 }
 
-CalibrationModel modelOf(const PointFit& fit, const EstimationOptions& options) {
+CalibrationModel modelOf(const ModelFit& fit, const EstimationOptions& options) {
   CalibrationModel model;
   model.SensorSize = {options.sensorSize.x, options.sensorSize.y};
   model.CurrentState = ModelState::CALIBRATED;
   setTerms(fit, options, model);
   setPose(fit, model);
   etl::Vector<etl::Vector<Place>> points, residuals;
-  for (std::size_t i = 0; i < fit.points.size(); ++i) {
+  for (std::size_t i = 0; i < fit.observations.size(); ++i) {
     if (fit.used[i] == 0) continue;
-    const auto scan = static_cast<std::size_t>(fit.points[i].scan);
+    const auto scan = static_cast<std::size_t>(fit.observations[i].scan);
     if (points.size() <= scan) {
       points.resize(scan + 1);
       residuals.resize(scan + 1);
     }
-    const Place place = laserFromSensor(fit.terms, fit.problem.radius, fit.points[i].pixel);
+    const Place place = fit.inPlane(fit.observations[i].pixel);
     points[scan].push_back({place.x + fit.frame.middle.x, place.y + fit.frame.middle.y});
     residuals[scan].push_back(inPlane(fit, i));
   }
@@ -173,16 +205,24 @@ CalibrationModel modelOf(const PointFit& fit, const EstimationOptions& options) 
 
 Estimation estimateModel(const std::vector<ScanMeasurement>& scans,
                          const EstimationOptions& options) {
-  const PointFit fit = fitPoints(scans, options);
+  const ModelFit fit = fitModel(scans, options);
   Estimation estimation;
   estimation.model = modelOf(fit, options);
   estimation.uncertainty = uncertaintyOf(fit);
+  estimation.isFrameFree = fit.isFrameFree;
   addScans(fit, scans, estimation);
   estimation.model.CalibrationError = estimation.rms;
   estimation.model.CalibrationErrorMax = estimation.largest;
   estimation.noise = fit.problem.noise;
   estimation.correlation = fit.correlation;
-  estimation.heldOut = heldOut(fit);
+  if (fit.unknowns.targets.empty()) {
+    estimation.heldOut = heldOutPatches(fit);
+  } else {
+    addHeldOut(fit, estimation);
+    for (std::size_t i = 0; i < fit.unknowns.targets.size(); ++i) {
+      estimation.stretches.push_back(stretchOf(fit, i, options));
+    }
+  }
   estimation.measured = estimation.uncertainty.measuredShare(options.sensorSize);
   estimation.largest95 = largestRadius95(estimation.uncertainty, options);
   estimation.findings = findingsOf(fit, scans, options, estimation);

@@ -3,11 +3,13 @@
 #include <array>
 #include <cstddef>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "planex/estimation/map_uncertainty.h"
+#include "planex/estimation/target_profile.h"
 #include "planex/foundation/vec.h"
 #include "planex/infra/export.h"
 #include "planex/model/calibration_model.h"
@@ -15,14 +17,17 @@
 namespace planex::estimation {
 
 /// What one scan contributes: sensor pixels whose places in the laser plane are known, from any
-/// source; a stage, a pattern held in the plane, a coordinate measuring machine.
+/// source; a stage, a pattern held in the plane, a coordinate measuring machine. Or the profile of
+/// a target, which stood still, anywhere.
 struct ScanMeasurement {
   std::string name;                            ///< what messages call it
   std::vector<cmnalg::Vec<2, double>> pixels;  ///< sensor column and row
-  /// As many: X and Z. NaN stands for one that is not known.
+  /// As many: X and Z. NaN stands for one that is not known. None where there is a target.
   std::vector<cmnalg::Vec<2, double>> points;
   /// As many, or none: standard deviations of the pixels, relative to each other.
   std::vector<double> deviations;
+  /// What was measured, if no points are given. Scans of one target share it.
+  std::shared_ptr<const TargetProfile> target;
 };
 
 /// How to estimate.
@@ -36,7 +41,14 @@ struct EstimationOptions {
   double noise = 0;
   double neededUncertainty = std::numeric_limits<double>::infinity();  ///< at 95 %, to be good for
   bool hasSheetCurve = true;  ///< false: the sheet is plane
-  std::string unit = "mm";    ///< for texts
+  /// @{
+  /// Which way Z and X go on the sensor: 1 with the rows and columns, -1 against them; 0: as the
+  /// targets look, and where they look the same, Z against the rows and X with the columns.
+  int up = 0, right = 0;
+  /// @}
+  /// Standard uncertainty of how far targets are turned out of the laser plane, in radians.
+  double turn = 0.008726646259971648;
+  std::string unit = "mm";  ///< for texts
 };
 
 /// How good a calibration is; a greater one is worse.
@@ -49,12 +61,27 @@ struct Finding {
   std::string text;  ///< a sentence
 };
 
-/// How the points of a scan fit.
+/// How a scan fits.
 struct ScanFit {
   std::string name;                   ///< that of the measurement
   std::vector<std::size_t> rejected;  ///< places in the lists of the scan
-  std::size_t given = 0;              ///< points
+  std::size_t given = 0;              ///< pixels
+  std::size_t leftOut = 0;            ///< those near corners of the target, or beside it
   double rms = 0;                     ///< of the distances of those used, in the length unit
+  /// @{
+  /// Of a target: whether it was found, and where it stands, the angle in radians.
+  bool isFound = true;
+  double x = 0, z = 0, angle = 0;
+  /// @}
+  /// Of a target: residuals as the other scans predict them, over their uncertainty; 0: too short
+  /// to tell.
+  double heldOut = 0;
+};
+
+/// By which part a target is wider than its description says, if heights are what it says.
+struct TargetStretch {
+  double stretch = 0;
+  double deviation = 0;  ///< standard uncertainty
 };
 
 /// A model and what is known about it.
@@ -63,14 +90,18 @@ struct PLANEX_EXPORT Estimation {
   MapUncertainty uncertainty;                  ///< of its map from the sensor to the plane
   std::vector<Finding> findings;               ///< reasons to doubt it
   std::vector<ScanFit> scans;                  ///< in the order of the measurements
-  double noise = 0;                            ///< standard deviation of a pixel, in pixels
+  std::vector<TargetStretch> stretches;        ///< of the targets, as scans name them first
+  /// Whether nothing but targets in unknown poses says where the frame is: it is that of one of
+  /// them, and the uncertainty that of shapes.
+  bool isFrameFree = false;
+  double noise = 0;        ///< standard deviation of a pixel, in pixels
   double rms = 0;          ///< of the distances of the points used, in the length unit
   double largest = 0;      ///< of these distances
-  std::size_t given = 0;   ///< measurements
+  std::size_t given = 0;   ///< measurements, without those left out
   std::size_t used = 0;    ///< those that were not rejected
   double correlation = 1;  ///< by which the covariance of independent residuals was multiplied
   /// Residuals of a fifth of the measured area, predicted from the others, over their uncertainty;
-  /// root of the mean square.
+  /// root of the mean square. Where there are targets, of scans.
   double heldOut = 0;
   double measured = 0;   ///< part of the sensor that was measured
   double largest95 = 0;  ///< the longest half axis of a 95 % ellipse in the measured area

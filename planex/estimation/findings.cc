@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <optional>
 
-#include "planex/estimation/point_estimator.h"
+#include "planex/estimation/model_fit.h"
 
 namespace planex::estimation {
 namespace {
@@ -80,31 +80,33 @@ Similarity similarityOf(const std::vector<Place>& predicted, const std::vector<P
 }
 
 /// The terms without the points of one scan.
-CameraTerms withoutScan(const PointFit& fit, int scan) {
-  NormalEquations own;
-  for (std::size_t i = 0; i < fit.points.size(); ++i) {
-    if (fit.used[i] != 0 && fit.points[i].scan == scan) own.add(fit.residual(i));
+CameraTerms withoutScan(const ModelFit& fit, int scan) {
+  NormalEquations own(fit.unknowns.values.size());
+  for (std::size_t i = 0; i < fit.observations.size(); ++i) {
+    if (fit.used[i] != 0 && fit.observations[i].scan == scan)
+      own.add(fit.residual(i), fit.observations[i], fit.unknowns);
   }
   NormalEquations others = fit.equations;
   others.subtract(own);
-  CameraTerms terms = fit.terms;
-  const CameraTerms step = stepOf(others.covariance(), others.gradient);
+  CameraTerms terms = fit.terms();
+  const std::vector<double> step = stepOf(others.covariance(), others.gradient);
   for (std::size_t i = 0; i < terms.size(); ++i) terms[i] += step[i];
   return terms;
 }
 
-void judgeScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
-                Findings& findings) {
+void judgeGroups(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
+                 Findings& findings) {
   constexpr std::size_t kLeast = 8;
   if (scans.size() < 2) return;
   MapDerivative d;
   for (std::size_t s = 0; s < scans.size(); ++s) {
+    if (scans[s].target) continue;
     const CameraTerms terms = withoutScan(fit, static_cast<int>(s));
     std::vector<Place> predicted, given;
     double noise = 0;
     std::size_t rejected = 0;
-    for (std::size_t i = 0; i < fit.points.size(); ++i) {
-      const PointObservation& point = fit.points[i];
+    for (std::size_t i = 0; i < fit.observations.size(); ++i) {
+      const Observation& point = fit.observations[i];
       if (point.scan != static_cast<int>(s) || point.dimensions() < 2) continue;
       differentiateByPixel(terms, fit.problem.radius, point.pixel, d);
       predicted.push_back({d.value[0], d.value[1]});
@@ -135,14 +137,74 @@ void judgeScans(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
   }
 }
 
+/// Names of scans for which something holds, and how many there are.
+template <typename Holds>
+std::pair<std::string, int> namesOf(const Estimation& estimation, const Holds& holds) {
+  std::string names;
+  int count = 0;
+  for (const ScanFit& scan : estimation.scans) {
+    if (!holds(scan)) continue;
+    names += (count == 0 ? "" : ", ") + scan.name;
+    ++count;
+  }
+  return {names, count};
+}
+
+void judgeTargets(const ModelFit& fit, const Estimation& estimation,
+                  const EstimationOptions& options, Findings& findings) {
+  const auto lost = namesOf(estimation, [](const ScanFit& scan) { return !scan.isFound; });
+  if (lost.second > 0) {
+    findings.add(Verdict::kDoubtful, "left-out",
+                 "The target was not found in " + lost.first + ", which was left out.");
+  }
+  const auto odd = namesOf(estimation, [](const ScanFit& scan) { return scan.heldOut > 2.5; });
+  if (odd.second > 0) {
+    const bool isBad = 4 * static_cast<std::size_t>(odd.second) > estimation.scans.size();
+    findings.add(isBad ? Verdict::kBad : Verdict::kDoubtful, "scan",
+                 odd.first + (odd.second == 1 ? " contradicts" : " contradict") +
+                     " the other scans; did the target move, is it turned, or another one?");
+  }
+  for (std::size_t i = 0; i < estimation.stretches.size(); ++i) {
+    const TargetStretch& found = estimation.stretches[i];
+    const TargetProfile& profile = fit.unknowns.targets[i].profile;
+    double low = profile.corners[0].y, high = low;
+    for (const auto& corner : profile.corners) {
+      low = std::min(low, corner.y);
+      high = std::max(high, corner.y);
+    }
+    const double allowed = 3 * profile.tolerance / std::max(high - low, 1e-300) + 2e-4;
+    if (std::abs(found.stretch) > 5 * found.deviation && std::abs(found.stretch) > allowed) {
+      findings.add(Verdict::kBad, "target",
+                   format("The target is %.4g times as wide as its description says (+-%.2g), for "
+                          "its height; measure it again.",
+                          1 + found.stretch, 2 * found.deviation));
+    } else if (found.deviation > 1e-3) {
+      findings.add(Verdict::kDoubtful, "target-unchecked",
+                   "Nothing checks the width of the target against its height; add scans in which "
+                   "it is tilted by some 10 degrees in the laser plane.");
+    }
+  }
+  if (fit.isLookGuessed) {
+    findings.add(Verdict::kBad, "upside-down",
+                 "The target looks the same upside down or mirrored; say how the sensor looks at "
+                 "it with --up and --right.");
+  }
+  if (!estimation.stretches.empty() && fit.problem.noise > (options.noise > 0 ? 1e300 : 0.5)) {
+    findings.add(fit.problem.noise > 3 ? Verdict::kBad : Verdict::kDoubtful, "residual",
+                 format("Profiles scatter by %.2g pixels about the edges of the target; see how "
+                        "lines are found, and whether it stood still.",
+                        fit.problem.noise));
+  }
+}
+
 /// Whether the map keeps its orientation all over the sensor.
-bool isMonotone(const PointFit& fit, const EstimationOptions& options) {
+bool isMonotone(const ModelFit& fit, const EstimationOptions& options) {
   constexpr int kPlaces = 65;
   MapDerivative d;
   double sign = 0;
   for (int row = 0; row < kPlaces; ++row) {
     for (int column = 0; column < kPlaces; ++column) {
-      differentiateByPixel(fit.terms, fit.problem.radius,
+      differentiateByPixel(fit.terms(), fit.problem.radius,
                            {(options.sensorSize.x - 1) * (column / (kPlaces - 1.0)),
                             (options.sensorSize.y - 1) * (row / (kPlaces - 1.0))},
                            d);
@@ -156,7 +218,7 @@ bool isMonotone(const PointFit& fit, const EstimationOptions& options) {
 
 }  // namespace
 
-std::vector<Finding> findingsOf(const PointFit& fit, const std::vector<ScanMeasurement>& scans,
+std::vector<Finding> findingsOf(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
                                 const EstimationOptions& options, const Estimation& estimation) {
   Findings findings;
   const double rejected =
@@ -164,15 +226,17 @@ std::vector<Finding> findingsOf(const PointFit& fit, const std::vector<ScanMeasu
   findings.judge(
       rejected, {0.1, 0.35}, "rejected",
       format("%.0f %% of the points contradict the others and were left out.", 100 * rejected));
-  findings.judge(fit.problem.noise, {1, 6}, "residual",
-                 format("Points scatter by %.2g pixels; see how lines are found, and whether the "
-                        "target stood still.",
-                        fit.problem.noise));
+  if (fit.unknowns.targets.empty())
+    findings.judge(fit.problem.noise, {1, 6}, "residual",
+                   format("Points scatter by %.2g pixels; see how lines are found, and whether the "
+                          "target stood still.",
+                          fit.problem.noise));
   if (estimation.measured < 0.5) {
     findings.add(Verdict::kDoubtful, "support",
                  format("Only %.0f %% of the sensor was measured.", 100 * estimation.measured));
   }
-  judgeScans(fit, scans, findings);
+  judgeGroups(fit, scans, findings);
+  judgeTargets(fit, estimation, options, findings);
   if (fit.correlation > 25) {
     findings.add(Verdict::kDoubtful, "misfit",
                  format("Neighbouring residuals go the same way (%.0f times the variance of "
@@ -188,7 +252,7 @@ std::vector<Finding> findingsOf(const PointFit& fit, const std::vector<ScanMeasu
   }
   MapDerivative d;
   const Place middle{(options.sensorSize.x - 1) / 2.0, (options.sensorSize.y - 1) / 2.0};
-  differentiateByPixel(fit.terms, fit.problem.radius, middle, d);
+  differentiateByPixel(fit.terms(), fit.problem.radius, middle, d);
   const double aspect =
       std::hypot(d.pixel[0][1], d.pixel[1][1]) / std::hypot(d.pixel[0][0], d.pixel[1][0]);
   if (!(aspect > 0.4 && aspect < 15)) {
@@ -208,45 +272,6 @@ std::vector<Finding> findingsOf(const PointFit& fit, const std::vector<ScanMeasu
                         estimation.largest95, options.unit.c_str(), options.neededUncertainty));
   }
   return findings.take();
-}
-
-double heldOut(const PointFit& fit) {
-  constexpr int kFolds = 5, kCells = 8;
-  Place low{1e300, 1e300}, high{-1e300, -1e300};
-  for (const PointObservation& point : fit.points) {
-    low = {std::min(low.x, point.pixel.x), std::min(low.y, point.pixel.y)};
-    high = {std::max(high.x, point.pixel.x), std::max(high.y, point.pixel.y)};
-  }
-  const auto foldOf = [&](const Place& pixel) {
-    const auto cell = [](double value, double from, double to) {
-      return std::min(static_cast<int>(kCells * (value - from) / (to - from)), kCells - 1);
-    };
-    return (cell(pixel.x, low.x, high.x) + 2 * cell(pixel.y, low.y, high.y)) % kFolds;
-  };
-  double squares = 0;
-  int count = 0;
-  for (int fold = 0; fold < kFolds; ++fold) {
-    NormalEquations own;
-    for (std::size_t i = 0; i < fit.points.size(); ++i) {
-      if (fit.used[i] != 0 && foldOf(fit.points[i].pixel) == fold) own.add(fit.residual(i));
-    }
-    NormalEquations others = fit.equations;
-    others.subtract(own);
-    const TermMatrix covariance = others.covariance();
-    const CameraTerms step = stepOf(covariance, others.gradient);
-    for (std::size_t i = 0; i < fit.points.size(); ++i) {
-      if (fit.used[i] == 0 || foldOf(fit.points[i].pixel) != fold) continue;
-      const SensorResidual r = fit.residual(i);
-      const std::array<double, 3> spread = propagate(r.terms, covariance);
-      for (int k = 0; k < r.count; ++k) {
-        double value = r.value[k];
-        for (std::size_t t = 0; t < step.size(); ++t) value += r.terms[k][t] * step[t];
-        squares += value * value / (1 + spread[k == 0 ? 0 : 2]);
-        ++count;
-      }
-    }
-  }
-  return count == 0 ? 0 : std::sqrt(squares / count);
 }
 
 }  // namespace planex::estimation

@@ -85,6 +85,12 @@ double quantileOf(std::vector<double> values) {
   return *place;
 }
 
+PlaneHomography listOf(const Matrix3d& matrix) {
+  PlaneHomography list;
+  for (int i = 0; i < 9; ++i) list[static_cast<std::size_t>(i)] = matrix(i / 3, i % 3);
+  return list;
+}
+
 }  // namespace
 
 std::optional<PlaneHomography> initialHomography(const std::vector<PlacePair>& pairs) {
@@ -118,10 +124,20 @@ std::optional<PlaneHomography> initialHomography(const std::vector<PlacePair>& p
     if (!refined) break;
     best = refined;
   }
-  if (!best) return std::nullopt;
-  PlaneHomography result;
-  for (int i = 0; i < 9; ++i) result[static_cast<std::size_t>(i)] = (*best)(i / 3, i % 3);
-  return result;
+  return best ? std::optional(listOf(*best)) : std::nullopt;
+}
+
+std::optional<PlaneHomography> fitHomography(const std::vector<PlacePair>& pairs) {
+  const std::optional<Matrix3d> homography = fit(pairs);
+  return homography ? std::optional(listOf(*homography)) : std::nullopt;
+}
+
+double rmsOnSensor(const std::vector<PlacePair>& pairs, const PlaneHomography& homography) {
+  Matrix3d matrix;
+  for (int i = 0; i < 9; ++i) matrix(i / 3, i % 3) = homography[static_cast<std::size_t>(i)];
+  double sum = 0;
+  for (const double square : distances(pairs, matrix)) sum += square;
+  return std::sqrt(sum / static_cast<double>(pairs.size()));
 }
 
 }  // namespace planex::estimation

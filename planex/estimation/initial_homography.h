@@ -27,4 +27,11 @@ using PlaneHomography = std::array<double, 9>;
 /// @return nothing where there are less than four pairs, or none of the draws gives a homography
 std::optional<PlaneHomography> initialHomography(const std::vector<PlacePair>& pairs);
 
+/// The homography of all pairs, by the same transformation.
+/// @return nothing where there are less than four, or they lie so that they have none
+std::optional<PlaneHomography> fitHomography(const std::vector<PlacePair>& pairs);
+
+/// Root mean square of the distances on the sensor.
+double rmsOnSensor(const std::vector<PlacePair>& pairs, const PlaneHomography& homography);
+
 }  // namespace planex::estimation

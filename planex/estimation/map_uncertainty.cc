@@ -1,5 +1,6 @@
 #include "planex/estimation/map_uncertainty.h"
 
+#include <Eigen/Dense>
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -54,15 +55,67 @@ double PlaceCovariance::radius95() const {
 
 MapUncertainty::MapUncertainty(Parts parts) : parts_(std::move(parts)) {
   if (parts_.measured.size() > 2) parts_.measured = convexHull(std::move(parts_.measured));
+  ofOthers_.resize(parts_.others.size());
+  if (parts_.frame == Frame::kRigid) fitMotions();
+}
+
+// Least squares: the displacements of places by each term, and to each other minimum, are taken up
+// by motions as far as these can.
+void MapUncertainty::fitMotions() {
+  constexpr int kColumns = 33, kRows = 17;
+  const std::vector<Pixel>& hull = parts_.measured;
+  Pixel low{1e300, 1e300}, high{-1e300, -1e300};
+  for (const Pixel& pixel : hull) {
+    low = {std::min(low.x, pixel.x), std::min(low.y, pixel.y)};
+    high = {std::max(high.x, pixel.x), std::max(high.y, pixel.y)};
+  }
+  const std::size_t others = parts_.others.size();
+  const auto sides = static_cast<Eigen::Index>(kTermCount + others);
+  Eigen::Matrix3d square = Eigen::Matrix3d::Zero();
+  Eigen::Matrix3Xd right = Eigen::Matrix3Xd::Zero(3, sides);
+  for (int i = 0; i < kColumns * kRows; ++i) {
+    const int column = i % kColumns, row = i / kColumns;
+    const Pixel pixel{low.x + (high.x - low.x) * column / (kColumns - 1),
+                      low.y + (high.y - low.y) * row / (kRows - 1)};
+    if (!isMeasured(pixel)) continue;
+    const MapDerivative d = differentiate(parts_.terms, parts_.radius, pixel);
+    const Eigen::Vector3d rows[2] = {{1, 0, -d.value[1]}, {0, 1, d.value[0]}};
+    for (int k = 0; k < 2; ++k) {
+      square += rows[k] * rows[k].transpose();
+      for (int term = 0; term < kTermCount; ++term) right.col(term) += rows[k] * d.terms[k][term];
+    }
+    for (std::size_t other = 0; other < others; ++other) {
+      const Pixel place = laserFromSensor(parts_.others[other].terms, parts_.radius, pixel);
+      right.col(static_cast<Eigen::Index>(kTermCount + other)) +=
+          rows[0] * (place.x - d.value[0]) + rows[1] * (place.y - d.value[1]);
+    }
+  }
+  const Eigen::Matrix3Xd motions = square.ldlt().solve(right);
+  for (Eigen::Index side = 0; side < sides; ++side) {
+    const auto i = static_cast<std::size_t>(side);
+    Motion& motion = i < kTermCount ? ofTerms_[i] : ofOthers_[i - kTermCount];
+    for (std::size_t k = 0; k < kMotions; ++k) {
+      motion[k] = motions(static_cast<Eigen::Index>(k), side);
+    }
+  }
 }
 
 PlaceCovariance MapUncertainty::at(Pixel pixel) const {
-  const MapDerivative d = differentiate(parts_.terms, parts_.radius, pixel);
+  MapDerivative d = differentiate(parts_.terms, parts_.radius, pixel);
+  const auto without = [&d](const Motion& motion, double& x, double& z) {
+    x -= motion[0] - motion[2] * d.value[1];
+    z -= motion[1] + motion[2] * d.value[0];
+  };
+  for (std::size_t i = 0; i < kTermCount; ++i) {
+    without(ofTerms_[i], d.terms[0][i], d.terms[1][i]);
+  }
   const std::array<double, 3> own = propagate(d.terms, parts_.covariance);
   PlaceCovariance sum{own[0], own[1], own[2]};
-  for (const OtherMinimum& other : parts_.others) {
+  for (std::size_t i = 0; i < parts_.others.size(); ++i) {
+    const OtherMinimum& other = parts_.others[i];
     const Pixel place = laserFromSensor(other.terms, parts_.radius, pixel);
-    const double x = place.x - d.value[0], z = place.y - d.value[1];
+    double x = place.x - d.value[0], z = place.y - d.value[1];
+    without(ofOthers_[i], x, z);
     const double share = other.weight / (1 + other.weight);
     sum.xx += share * x * x;
     sum.xz += share * x * z;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,9 @@ struct PLANEX_EXPORT PlaceCovariance {
 ///     S(u, v) = D C D^T + sum over other minima of  w / (1 + w) d d^T
 ///
 /// D is the derivative of the place by the terms of the model, C their covariance, d the difference
-/// to the place that the other minimum gives, and w how likely it is beside the best.
+/// to the place that the other minimum gives, and w how likely it is beside the best. Where the
+/// frame is free, D and d are less that motion of the plane which makes them least over what was
+/// measured.
 ///
 /// Source: JCGM 102:2011, Extension to any number of output quantities, section 6.2; model
 /// averaging for the other minima.
@@ -44,6 +47,11 @@ class PLANEX_EXPORT MapUncertainty {
     double weight;                 ///< exp of half the difference of chi-square, at most 1
     std::array<double, 21> terms;  ///< as those of Parts
   };
+  /// Which frame the covariance is in.
+  enum class Frame {
+    kFixed,  ///< that of the places that were given: the calibrated system, or behind the pose
+    kRigid,  ///< any: places of the plane are known but for a motion of all of them together
+  };
   /// What the object is made of. Terms are in a frame of their own, whose axes are those of the
   /// calibrated system.
   struct Parts {
@@ -52,6 +60,7 @@ class PLANEX_EXPORT MapUncertainty {
     std::array<double, 441> covariance{};          ///< of the terms, row by row
     std::vector<OtherMinimum> others;              ///< beside the estimate
     std::vector<cmnalg::Vec<2, double>> measured;  ///< corners of the convex hull of all pixels
+    Frame frame = Frame::kFixed;
   };
 
   /// Without parts: of no model.
@@ -71,7 +80,15 @@ class PLANEX_EXPORT MapUncertainty {
   const Parts& parts() const { return parts_; }
 
  private:
+  /// Of a motion: a shift of X and of Z, and a turn.
+  static constexpr std::size_t kMotions = 3;
+  using Motion = std::array<double, kMotions>;
+
+  void fitMotions();
+
   Parts parts_;
+  std::array<Motion, 21> ofTerms_{};  ///< that follow from a change of each term by 1
+  std::vector<Motion> ofOthers_;      ///< that lead from the best to the other minima
 };
 
 }  // namespace planex::estimation

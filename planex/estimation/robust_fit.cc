@@ -6,67 +6,120 @@
 #include <cmath>
 #include <cstddef>
 #include <memory>
+#include <optional>
+#include <vector>
 
 namespace planex::estimation {
 namespace {
 
-/// One observation over its standard deviation.
-class PointCost final : public ceres::CostFunction {
+/// One observation over its standard deviation. The parameter blocks of an edge are the terms, its
+/// placement, its size and, unless they are known exactly, its two corners.
+class ObservationCost final : public ceres::CostFunction {
  public:
-  PointCost(const FitProblem& problem, const PointObservation& observation,
-            const CameraTerms& terms)
-      : radius_(problem.radius), observation_(observation) {
-    const SensorResidual now = residualOf(terms, radius_, observation_, Derivatives::kNone);
+  ObservationCost(const FitProblem& problem, const Observation& observation,
+                  const Unknowns& unknowns)
+      : radius_(problem.radius), observation_(observation), unknowns_(unknowns) {
+    const SensorResidual now = residualOf(unknowns, radius_, observation_, Derivatives::kNone);
     whitening_ = Whitening::of(now, observation_.weight, problem.noise, problem.tolerance);
     set_num_residuals(now.count);
-    mutable_parameter_block_sizes()->push_back(kTermCount);
+    std::vector<int>& sizes = *mutable_parameter_block_sizes();
+    sizes = {kTermCount};
+    if (observation.edge < 0) return;
+    sizes.insert(sizes.end(), {kPlacementCount, kSizeCount});
+    if (target().corners >= 0) sizes.insert(sizes.end(), {2, 2});
+  }
+
+  /// The blocks in the values of the unknowns.
+  std::vector<double*> blocks(Unknowns& unknowns) const {
+    std::vector<double*> blocks = {unknowns.at(0)};
+    if (observation_.edge < 0) return blocks;
+    blocks.push_back(unknowns.at(scan().placement));
+    blocks.push_back(unknowns.at(target().size));
+    for (int i = 0; target().corners >= 0 && i < 2; ++i) {
+      blocks.push_back(unknowns.at(target().corners + 2 * (observation_.edge + i)));
+    }
+    return blocks;
   }
 
   bool Evaluate(double const* const* parameters, double* residuals,
                 double** jacobians) const override {
     CameraTerms terms;
     std::copy_n(parameters[0], kTermCount, terms.begin());
-    const bool wantsJacobian = jacobians != nullptr && jacobians[0] != nullptr;
-    const Derivatives wanted = wantsJacobian ? Derivatives::kAll : Derivatives::kNone;
-    SensorResidual residual = residualOf(terms, radius_, observation_, wanted);
+    std::optional<PlacedEdge> edge;
+    if (observation_.edge >= 0) edge = edgeOf(parameters);
+    const Derivatives wanted = jacobians == nullptr ? Derivatives::kNone : Derivatives::kAll;
+    SensorResidual residual =
+        residualOf(terms, radius_, observation_, edge ? &*edge : nullptr, wanted);
     whitening_.apply(residual, wanted);
     std::copy_n(residual.value, residual.count, residuals);
-    if (wantsJacobian) {
-      for (int i = 0; i < residual.count; ++i) {
-        std::copy_n(residual.terms[i], kTermCount, jacobians[0] + std::ptrdiff_t{i} * kTermCount);
-      }
+    if (jacobians == nullptr) return true;
+    for (int i = 0; jacobians[0] != nullptr && i < residual.count; ++i) {
+      std::copy_n(residual.terms[i], kTermCount, jacobians[0] + std::ptrdiff_t{i} * kTermCount);
+    }
+    const double* const others[] = {residual.placement, residual.size, residual.corners,
+                                    residual.corners + 2};
+    const std::vector<int>& sizes = parameter_block_sizes();
+    for (std::size_t block = 1; block < sizes.size(); ++block) {
+      if (jacobians[block] == nullptr) continue;
+      std::copy_n(others[block - 1], sizes[block], jacobians[block]);
     }
     return true;
   }
 
  private:
+  const Unknowns::Scan& scan() const {
+    return unknowns_.scans[static_cast<std::size_t>(observation_.scan)];
+  }
+  const Unknowns::Target& target() const { return unknowns_.targetOf(scan()); }
+
+  PlacedEdge edgeOf(double const* const* parameters) const {
+    cmnalg::Vec<2, double> ends[2];
+    for (int i = 0; i < 2; ++i) {
+      ends[i] = target().corners < 0
+                    ? unknowns_.corner(target(), observation_.edge + i)
+                    : cmnalg::Vec<2, double>{parameters[3 + i][0], parameters[3 + i][1]};
+    }
+    return {parameters[1], parameters[2], ends[0], ends[1]};
+  }
+
   const double radius_;
-  const PointObservation& observation_;
+  const Observation& observation_;
+  const Unknowns& unknowns_;
   Whitening whitening_;
 };
 
+/// What is expected of a block.
 class PriorCost final : public ceres::CostFunction {
  public:
-  explicit PriorCost(const TermPriors& priors) : priors_(priors) {
-    set_num_residuals(kTermCount - kLensTerms);
-    mutable_parameter_block_sizes()->push_back(kTermCount);
+  PriorCost(const Unknowns& unknowns, int first, int count)
+      : unknowns_(unknowns), first_(first), count_(count) {
+    for (int i = 0; i < count; ++i) {
+      if (deviation(i) > 0) expected_.push_back(i);
+    }
+    set_num_residuals(static_cast<int>(expected_.size()));
+    mutable_parameter_block_sizes()->push_back(count);
   }
+
+  bool isEmpty() const { return expected_.empty(); }
 
   bool Evaluate(double const* const* parameters, double* residuals,
                 double** jacobians) const override {
     const bool wantsJacobian = jacobians != nullptr && jacobians[0] != nullptr;
-    if (wantsJacobian) std::fill_n(jacobians[0], num_residuals() * kTermCount, 0.0);
-    for (int i = kLensTerms; i < kTermCount; ++i) {
-      const auto term = static_cast<std::size_t>(i);
-      const int row = i - kLensTerms;
-      residuals[row] = (parameters[0][i] - priors_.mean[term]) / priors_.deviation[term];
-      if (wantsJacobian) jacobians[0][row * kTermCount + i] = 1 / priors_.deviation[term];
+    if (wantsJacobian) std::fill_n(jacobians[0], num_residuals() * count_, 0.0);
+    for (int row = 0; row < num_residuals(); ++row) {
+      const int i = expected_[static_cast<std::size_t>(row)];
+      residuals[row] = (parameters[0][i] - unknowns_.meanOf(first_ + i)) / deviation(i);
+      if (wantsJacobian) jacobians[0][row * count_ + i] = 1 / deviation(i);
     }
     return true;
   }
 
  private:
-  const TermPriors& priors_;
+  double deviation(int i) const { return unknowns_.deviationOf(first_ + i); }
+
+  const Unknowns& unknowns_;
+  const int first_, count_;
+  std::vector<int> expected_;
 };
 
 std::unique_ptr<ceres::LossFunction> lossOf(Loss loss) {
@@ -80,31 +133,53 @@ std::unique_ptr<ceres::LossFunction> lossOf(Loss loss) {
   }
 }
 
+/// Adds what is expected of those blocks that observations depend on.
+void addPriors(ceres::Problem& solver, const Unknowns& unknowns, Unknowns& tried) {
+  const auto add = [&](int first, int count) {
+    if (!solver.HasParameterBlock(tried.at(first))) return;
+    auto prior = std::make_unique<PriorCost>(unknowns, first, count);
+    if (!prior->isEmpty()) solver.AddResidualBlock(prior.release(), nullptr, tried.at(first));
+  };
+  add(0, kTermCount);
+  for (const Unknowns::Scan& scan : unknowns.scans) {
+    if (scan.placement >= 0) add(scan.placement, kPlacementCount);
+  }
+  for (const Unknowns::Target& target : unknowns.targets) {
+    add(target.size, kSizeCount);
+    const auto corners = static_cast<int>(target.profile.corners.size());
+    for (int i = 0; target.corners >= 0 && i < corners; ++i) add(target.corners + 2 * i, 2);
+  }
+}
+
 }  // namespace
 
-double fitTerms(const FitProblem& problem, const std::vector<const PointObservation*>& observations,
-                CameraTerms& terms) {
+void fitUnknowns(const FitProblem& problem, const std::vector<const Observation*>& observations,
+                 Unknowns& unknowns) {
   ceres::Problem::Options owned;
   owned.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
   ceres::Problem solver(owned);
   const std::unique_ptr<ceres::LossFunction> loss = lossOf(problem.loss);
-  CameraTerms values = terms;
-  for (const PointObservation* observation : observations) {
-    solver.AddResidualBlock(new PointCost(problem, *observation, terms), loss.get(), values.data());
+  Unknowns tried = unknowns;
+  for (const Observation* observation : observations) {
+    auto cost = std::make_unique<ObservationCost>(problem, *observation, unknowns);
+    const std::vector<double*> blocks = cost->blocks(tried);
+    solver.AddResidualBlock(cost.release(), loss.get(), blocks);
   }
-  solver.AddResidualBlock(new PriorCost(problem.priors), nullptr, values.data());
+  addPriors(solver, unknowns, tried);
   ceres::Solver::Options options;
-  options.linear_solver_type = ceres::DENSE_NORMAL_CHOLESKY;
+  const bool isOneBlock = unknowns.targets.empty();
+  options.linear_solver_type =
+      isOneBlock ? ceres::DENSE_NORMAL_CHOLESKY : ceres::SPARSE_NORMAL_CHOLESKY;
   options.dense_linear_algebra_library_type = ceres::EIGEN;
+  options.sparse_linear_algebra_library_type = ceres::EIGEN_SPARSE;
   options.initial_trust_region_radius = 1e10;
-  options.function_tolerance = problem.loss == Loss::kSquares ? 1e-12 : 1e-6;
+  options.function_tolerance = problem.precision;
   options.max_num_iterations = 60;
   options.num_threads = 1;
   options.logging_type = ceres::SILENT;
   ceres::Solver::Summary summary;
   ceres::Solve(options, &solver, &summary);
-  if (summary.IsSolutionUsable()) terms = values;
-  return summary.final_cost;
+  if (summary.IsSolutionUsable()) unknowns.values = tried.values;
 }
 
 }  // namespace planex::estimation

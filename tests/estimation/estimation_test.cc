@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
@@ -150,6 +151,164 @@ INSTANTIATE_TEST_SUITE_P(, Campaigns,
                                            Campaign{"MiddleThird", 512, 0, 1.0 / 3, 0},
                                            Campaign{"FifthWrong", 512, 0, 1, 0.2}),
                          [](const auto& row) { return row.param.name; });
+
+/// Scans of a sawtooth in unknown poses: the map is compared but for a motion of the plane.
+struct ScanCampaign {
+  const char* name;
+  double tolerance, correlation;  // see SawtoothScene
+  double most;                    // error over the bound; 0: the bound does not know of this
+};
+
+class ScanCampaigns : public ::testing::TestWithParam<ScanCampaign> {};
+
+TEST_P(ScanCampaigns, AreAsGoodAsTheBoundAndSayHowGood) {
+  const ScanCampaign& row = GetParam();
+  const int trials = trialCount();
+  constexpr double kNoise = 0.1;
+  double squares = 0, inside = 0, places = 0;
+  for (int trial = 0; trial < trials; ++trial) {
+    SCOPED_TRACE(trial);
+    SawtoothScene scene(static_cast<unsigned>(trial) + 1);
+    const SimulatedCamera& camera = scene.camera;
+    scene.tolerance = row.tolerance * camera.halfWidth;
+    scene.correlation = row.correlation;
+    scene.Measure(kNoise);
+    const Estimation found = estimateModel(scene.scans, scene.options);
+    ASSERT_NE(found.verdict(), Verdict::kBad);
+    std::vector<Place> pixels;
+    for (const Place& pixel : gridOf(camera)) {
+      if (found.uncertainty.isMeasured(pixel)) pixels.push_back(pixel);
+    }
+    const auto count = static_cast<Eigen::Index>(pixels.size());
+    // The motion that takes the estimate to the truth, first as it is, then what is left of it.
+    Eigen::Matrix2Xd truth(2, count), place(2, count);
+    Eigen::MatrixXd motions(2 * count, 3), derivatives(2 * count, SimulatedCamera::kParameters);
+    for (Eigen::Index i = 0; i < count; ++i) {
+      const Place& pixel = pixels[static_cast<std::size_t>(i)];
+      const Place t = camera.Map(pixel);
+      const Place p = mapped(found.model, pixel, CoordinateSystem::Calibrated);
+      truth.col(i) << t.x, t.y;
+      place.col(i) << p.x, p.y;
+      motions.middleRows(2 * i, 2) << 1, 0, -t.y, 0, 1, t.x;
+      derivatives.middleRows(2 * i, 2) = camera.ByParameters(pixel);
+    }
+    const Eigen::Matrix3d motion = Eigen::umeyama(place, truth, false);
+    const Eigen::Matrix2Xd moved =
+        (motion.topLeftCorner(2, 2) * place).colwise() + motion.topRightCorner<2, 1>();
+    Eigen::MatrixXd error = moved - truth;
+    error.resize(2 * count, 1);
+    const Eigen::MatrixXd basis = Eigen::HouseholderQR<Eigen::MatrixXd>(motions).householderQ() *
+                                  Eigen::MatrixXd::Identity(2 * count, 3);
+    error -= basis * (basis.transpose() * error);
+    derivatives -= basis * (basis.transpose() * derivatives);
+    const auto bound = camera.BoundOfScans(scene.seen, kNoise);
+    squares += error.squaredNorm() / (derivatives * bound * derivatives.transpose()).trace();
+    for (Eigen::Index i = 0; i < count; ++i) {
+      const PlaceCovariance c = found.uncertainty.at(pixels[static_cast<std::size_t>(i)]);
+      const Eigen::Matrix2d turn = motion.topLeftCorner(2, 2);
+      Eigen::Matrix2d covariance;
+      covariance << c.xx, c.xz, c.xz, c.zz;
+      const Eigen::Vector2d off = turn.transpose() * error.block(2 * i, 0, 2, 1);
+      inside += off.dot(covariance.inverse() * off) < 5.991;
+      ++places;
+    }
+  }
+  const double slack = 1.3 / std::sqrt(trials), slackOfShare = 0.4 / std::sqrt(trials);
+  if (row.most > 0) {
+    EXPECT_LT(std::sqrt(squares / trials), row.most + slack);
+  }
+  EXPECT_GT(inside / places, 0.91 - slackOfShare);
+  EXPECT_LT(inside / places, 0.985 + slackOfShare);
+  RecordProperty("ratio", std::to_string(std::sqrt(squares / trials)));
+  RecordProperty("inside", std::to_string(inside / places));
+}
+
+INSTANTIATE_TEST_SUITE_P(, ScanCampaigns,
+                         ::testing::Values(ScanCampaign{"Noise", 0, 0, 1.3},
+                                           ScanCampaign{"Tolerance", 5e-5, 0, 0},
+                                           ScanCampaign{"Correlated", 0, 0.8, 0}),
+                         [](const auto& row) { return row.param.name; });
+
+struct OddScans {
+  const char* name;
+  std::function<void(SawtoothScene&)> spoil;
+  const char* code;   // of the finding
+  const char* names;  // the scan that it names, if one
+};
+
+class ScanDoubts : public ::testing::TestWithParam<OddScans> {};
+
+TEST_P(ScanDoubts, AreTold) {
+  SawtoothScene scene(3);
+  GetParam().spoil(scene);
+  if (scene.scans.empty()) scene.Measure(0.1);
+  const Estimation found = estimateModel(scene.scans, scene.options);
+  const auto finding =
+      std::find_if(found.findings.begin(), found.findings.end(),
+                   [](const auto& f) { return f.code == std::string(GetParam().code); });
+  ASSERT_NE(finding, found.findings.end()) << found.findings.size();
+  EXPECT_THAT(finding->text, ::testing::HasSubstr(GetParam().names));
+  if (scene.stretch != 1) {
+    EXPECT_NEAR(found.stretches[0].stretch, scene.stretch - 1,
+                5e-4 + 0.05 * std::abs(scene.stretch - 1));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ScanDoubts,
+    ::testing::Values(
+        OddScans{"Wider", [](SawtoothScene& s) { s.stretch = 1.003; }, "target", "1.003"},
+        OddScans{"Narrower", [](SawtoothScene& s) { s.stretch = 0.9; }, "target", "0.9"},
+        OddScans{"Level",
+                 [](SawtoothScene& s) {
+                   for (auto& pose : s.poses) pose.angle = 0;
+                 },
+                 "target-unchecked", "Nothing checks"},
+        OddScans{"OtherPitch",
+                 [](SawtoothScene& s) {
+                   s.Measure(0.1);
+                   SawtoothScene other(3);
+                   other.stretch = 1.03;
+                   other.Measure(0.1);
+                   s.scans[4].pixels = other.scans[4].pixels;
+                 },
+                 "scan", "e contradicts"},
+        OddScans{"Moved",
+                 [](SawtoothScene& s) {
+                   s.Measure(0.1);
+                   auto& pixels = s.scans[7].pixels;
+                   for (std::size_t i = 0; i < pixels.size(); ++i) {
+                     pixels[i].y += 2.0 * static_cast<double>(i) * static_cast<double>(i) /
+                                    static_cast<double>(pixels.size() * pixels.size());
+                   }
+                 },
+                 "scan", "h contradicts"},
+        OddScans{"NoTarget",
+                 [](SawtoothScene& s) {
+                   s.Measure(0.1);
+                   for (auto& pixel : s.scans[2].pixels) pixel.y = 300 + s.random.Normal();
+                 },
+                 "left-out", "in c,"},
+        OddScans{"LooksTheSame",
+                 [](SawtoothScene& s) {
+                   s.Measure(0.1);
+                   s.options.up = s.options.right = 0;
+                 },
+                 "upside-down", "--up"},
+        OddScans{"Spikes",
+                 [](SawtoothScene& s) {
+                   s.Measure(0.1);
+                   for (auto& scan : s.scans) {
+                     for (auto& pixel : scan.pixels) {
+                       if (s.random.Between(0, 1) < 0.04) {
+                         pixel.y = s.random.Between(1, s.camera.rows - 2);
+                       }
+                     }
+                   }
+                   s.options.neededUncertainty = 1e-9;
+                 },
+                 "tolerance", "needed"}),
+    [](const auto& row) { return row.param.name; });
 
 /// A camera and what was measured with it.
 struct Scene {

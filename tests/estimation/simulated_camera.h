@@ -3,7 +3,10 @@
 #include <Eigen/Dense>
 #include <array>
 #include <cmath>
+#include <memory>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "planex/estimation/estimation.h"
@@ -108,11 +111,23 @@ struct SimulatedCamera {
     return d / (2 * h);
   }
 
+  /// Where a target stands, and how it is turned.
+  struct Pose {
+    double x, z, angle;
+    Place place(Place own) const {
+      const double c = std::cos(angle), s = std::sin(angle);
+      return {x + c * own.x - s * own.y, z + s * own.x + c * own.y};
+    }
+  };
+  /// A sensor pixel that shows an edge, and the unit normal of that edge in the plane.
+  struct EdgePixel {
+    Place pixel;
+    Eigen::Vector2d normal;
+  };
+
   /// The Cramer-Rao bound of the parameters, with what is known of cameras before.
-  Eigen::Matrix<double, kParameters, kParameters> Bound(const std::vector<Place>& pixels,
-                                                        double noise, double tolerance) const {
-    Eigen::Matrix<double, kParameters, kParameters> information;
-    information.setZero();
+  Eigen::MatrixXd Bound(const std::vector<Place>& pixels, double noise, double tolerance) const {
+    Eigen::MatrixXd information = Eigen::MatrixXd::Zero(kParameters, kParameters);
     for (const Place& pixel : pixels) {
       const auto d = ByParameters(pixel);
       const Eigen::Matrix2d j = ByPixel(pixel);
@@ -120,11 +135,37 @@ struct SimulatedCamera {
           noise * noise * j * j.transpose() + tolerance * tolerance * Eigen::Matrix2d::Identity();
       information += d.transpose() * spread.inverse() * d;
     }
+    return Inverted(information);
+  }
+  /// Of scans of targets in unknown poses: of the parameters alone.
+  Eigen::MatrixXd BoundOfScans(const std::vector<std::vector<EdgePixel>>& scans,
+                               double noise) const {
+    const auto count = static_cast<Eigen::Index>(kParameters + 3 * scans.size());
+    Eigen::MatrixXd information = Eigen::MatrixXd::Zero(count, count);
+    Eigen::Index pose = kParameters;
+    for (const auto& scan : scans) {
+      for (const EdgePixel& seen : scan) {
+        const Place place = Map(seen.pixel);
+        Eigen::VectorXd row = Eigen::VectorXd::Zero(count);
+        row.head(kParameters) = ByParameters(seen.pixel).transpose() * seen.normal;
+        row.segment(pose, 3) << seen.normal[0], seen.normal[1],
+            seen.normal.dot(Eigen::Vector2d(-place.y, place.x));
+        row /= noise * seen.normal.dot(ByPixel(seen.pixel).col(1));
+        information += row * row.transpose();
+      }
+      pose += 3;
+    }
+    // The frame is that of one of the scans.
+    information.block(kParameters, kParameters, 3, 3) += 1e12 * Eigen::Matrix3d::Identity();
+    return Inverted(information).topLeftCorner(kParameters, kParameters);
+  }
+  /// With what is known of cameras before.
+  Eigen::MatrixXd Inverted(Eigen::MatrixXd information) const {
     for (int i = 8; i < kParameters; ++i) information(i, i) += 1 / std::pow(Deviation(i), 2);
-    const Parameters scale = information.diagonal().cwiseSqrt().cwiseInverse();
+    const Eigen::VectorXd scale = information.diagonal().cwiseSqrt().cwiseInverse();
     const Eigen::MatrixXd scaled = scale.asDiagonal() * information * scale.asDiagonal();
-    return scale.asDiagonal() * scaled.ldlt().solve(Eigen::MatrixXd::Identity(21, 21)) *
-           scale.asDiagonal();
+    const auto one = Eigen::MatrixXd::Identity(information.rows(), information.cols());
+    return scale.asDiagonal() * scaled.ldlt().solve(one) * scale.asDiagonal();
   }
 
   /// Measured points: noise in the pixels, tolerance in the points.
@@ -139,6 +180,49 @@ struct SimulatedCamera {
           {point.x + tolerance * random.Normal(), point.y + tolerance * random.Normal()});
     }
     return scan;
+  }
+
+  /// The pixel that shows a place of the plane, by Newton's method.
+  Place Inverse(Place place, Place pixel) const {
+    for (int i = 0; i < 20; ++i) {
+      const Place now = Map(pixel);
+      const Eigen::Vector2d step =
+          ByPixel(pixel).inverse() * Eigen::Vector2d(now.x - place.x, now.y - place.y);
+      pixel = {pixel.x - step[0], pixel.y - step[1]};
+      if (step.norm() < 1e-9) break;
+    }
+    return pixel;
+  }
+
+  /// What every `step`-th column sees of a target, without noise.
+  std::vector<EdgePixel> Profile(const std::vector<Place>& corners, const Pose& pose,
+                                 int step) const {
+    std::vector<EdgePixel> seen;
+    const Place middle{columns / 2.0, rows / 2.0};
+    for (std::size_t i = 1; i < corners.size(); ++i) {
+      const Place a = pose.place(corners[i - 1]), b = pose.place(corners[i]);
+      const auto at = [&](double part) {
+        return Inverse({a.x + part * (b.x - a.x), a.y + part * (b.y - a.y)}, middle);
+      };
+      const double from = at(0).x, to = at(1).x;
+      const bool isSeen = std::abs(from - middle.x) < columns && std::abs(to - middle.x) < columns;
+      if (!isSeen) continue;  // or far beyond what the lens can show
+      const Eigen::Vector2d normal = Eigen::Vector2d(a.y - b.y, b.x - a.x).normalized();
+      const double first = std::max(std::ceil(std::min(from, to) / step) * step, 0.0);
+      for (double u = first; u < std::max(from, to) && u < columns; u += step) {
+        double low = 0, high = 1, part = (u - from) / (to - from);
+        Place pixel = at(part);
+        for (int k = 0; k < 30 && std::abs(pixel.x - u) > 1e-7; ++k) {  // Newton, bracketed
+          ((pixel.x < u) == (from < to) ? low : high) = part;
+          part += (u - pixel.x) / ((at(part + 1e-6).x - pixel.x) / 1e-6);
+          if (!(part > low && part < high)) part = (low + high) / 2;
+          pixel = at(part);
+        }
+        const bool isSolved = std::abs(pixel.x - u) < 1e-6;
+        if (isSolved && pixel.y > 0 && pixel.y < rows - 1) seen.push_back({pixel, normal});
+      }
+    }
+    return seen;
   }
 
   /// Places all over the part of the sensor around its middle that has this share of its sides.
@@ -162,6 +246,70 @@ struct SimulatedCamera {
     options.pointTolerance = tolerance;
     return options;
   }
+};
+
+/// Twelve scans of a sawtooth that fills the field: at four heights, level and tilted either way.
+struct SawtoothScene {
+  explicit SawtoothScene(unsigned seed) : random(seed), camera(random) {
+    double low = 1e300, high = -1e300;
+    for (const double v : {0.0, camera.rows - 1.0}) {
+      for (const double u : {0.0, camera.columns / 2.0, camera.columns - 1.0}) {
+        const double z = camera.Map({u, v}).y;
+        low = std::min(low, z);
+        high = std::max(high, z);
+      }
+    }
+    pitch = camera.halfWidth / 5;
+    for (int i = -14; i <= 14; ++i) profile.corners.push_back({i * pitch / 2, i % 2 * 0.4 * pitch});
+    for (auto& corner : profile.corners) corner.y = std::abs(corner.y);
+    profile.tolerance = 0;
+    profile.margin = 0.03 * pitch;
+    const double middle = camera.Map({camera.columns / 2.0, camera.rows / 2.0}).x;
+    for (int i = 0; i < 12; ++i) {
+      const int level = i / 3;
+      const double height = low + (high - low) * (0.18 + 0.64 * level / 3) - 0.2 * pitch;
+      const double x = middle + 0.1 * pitch * random.Normal();
+      poses.push_back({x, height, tilt * (i % 3 - 1)});
+    }
+  }
+
+  /// What the scans see of a target that is not quite as it is described.
+  void Measure(double noise) {
+    std::vector<Place> real = profile.corners;
+    for (Place& corner : real) {
+      corner.x = stretch * corner.x + tolerance * random.Normal();
+      corner.y += tolerance * random.Normal();
+    }
+    profile.tolerance = tolerance;
+    const auto target = std::make_shared<planex::estimation::TargetProfile>(profile);
+    for (const auto& pose : poses) {
+      seen.push_back(camera.Profile(real, pose, 8));
+      planex::estimation::ScanMeasurement scan;
+      scan.name = std::string(1, static_cast<char>('a' + scans.size()));
+      scan.target = target;
+      double before = 0;
+      for (const SimulatedCamera::EdgePixel& edge : seen.back()) {
+        // Noise of neighbours goes together where it is correlated.
+        before = correlation * before + std::sqrt(1 - correlation * correlation) * random.Normal();
+        scan.pixels.push_back({edge.pixel.x, edge.pixel.y + noise * before});
+      }
+      scans.push_back(std::move(scan));
+    }
+    options = camera.Options();
+    const Eigen::Matrix2d j = camera.ByPixel({camera.columns / 2.0, camera.rows / 2.0});
+    options.up = j(1, 1) > 0 ? 1 : -1;
+    options.right = j(0, 0) > 0 ? 1 : -1;
+    options.turn = 0;
+  }
+
+  Random random;
+  SimulatedCamera camera;
+  double pitch, tilt = 0.15, stretch = 1, tolerance = 0, correlation = 0;
+  planex::estimation::TargetProfile profile;
+  std::vector<SimulatedCamera::Pose> poses;
+  std::vector<std::vector<SimulatedCamera::EdgePixel>> seen;
+  std::vector<planex::estimation::ScanMeasurement> scans;
+  planex::estimation::EstimationOptions options;
 };
 
 }  // namespace test

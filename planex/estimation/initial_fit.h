@@ -1,0 +1,32 @@
+#pragma once
+
+#include <vector>
+
+#include "planex/estimation/model_fit.h"
+
+namespace planex::estimation {
+
+/// The middle of the sensor.
+cmnalg::Vec<2, double> middleOf(const EstimationOptions& options);
+
+/// Throws EstimationFailure where measurements or options are such that no fit can begin.
+void requireMeasurements(const std::vector<ScanMeasurement>& scans,
+                         const EstimationOptions& options);
+
+/// A fit that has its frame, what is expected of its unknowns, and values near enough to go on
+/// from: by a homography from known points, or from the corners of one target; then the other
+/// targets one after another.
+ModelFit initialFit(const std::vector<ScanMeasurement>& scans, const EstimationOptions& options);
+
+/// Says of each pixel of a scan of a target on which edge it lies, as things stand: on the nearest
+/// that is not too steep to be seen, and farther from its corners than the margin.
+void associate(ModelFit& fit);
+
+/// Every k-th of those that lie on something, so that no more than `most` are left.
+std::vector<const Observation*> thinned(const std::vector<Observation>& observations,
+                                        std::size_t most);
+
+/// The standard deviation of a pixel of weight 1, from the median of the residuals.
+double medianNoise(const ModelFit& fit, const std::vector<const Observation*>& observations);
+
+}  // namespace planex::estimation
