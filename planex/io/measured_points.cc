@@ -38,8 +38,9 @@ Layout layoutOf(TextTable& table) {
       layout[i] = column;
     }
   }
+  const bool havePlaces = layout[kX] < heading.size() || layout[kZ] < heading.size();
   for (const std::size_t wanted : {kU, kV, kX, kZ}) {
-    if (layout[wanted] == heading.size()) {
+    if (layout[wanted] == heading.size() && (havePlaces || wanted < kX)) {
       table.refuseLine(" names no column " + shown(kNames[wanted]) +
                        "; write a heading such as u,v,x,z above the points");
     }
@@ -56,6 +57,7 @@ MeasuredPoints readMeasuredPoints(const std::string& path) {
   const Layout layout = layoutOf(table);
   const std::size_t columns = table.heading().size();
   MeasuredPoints result;
+  result.havePlaces = layout[kX] != columns;
   std::map<std::string, int, std::less<>> places;
   const auto placeOf = [&](std::string_view name) {
     const auto known = places.find(name);
@@ -85,11 +87,12 @@ MeasuredPoints readMeasuredPoints(const std::string& path) {
       if (!std::isfinite(numberOf(column))) table.refuseColumn(layout[column], "is not finite");
     }
     for (const Column column : {kX, kZ}) {
-      if (!table.fields()[layout[column]].empty() && !std::isfinite(numberOf(column))) {
+      if (result.havePlaces && !table.fields()[layout[column]].empty() &&
+          !std::isfinite(numberOf(column))) {
         table.refuseColumn(layout[column], "is not finite; leave it empty where it is not known");
       }
     }
-    if (std::isnan(point.x) && std::isnan(point.z)) {
+    if (result.havePlaces && std::isnan(point.x) && std::isnan(point.z)) {
       table.refuseLine(" has neither x nor z; leave it out");
     }
     if (layout[kSigma] != columns && !(point.sigma > 0 && std::isfinite(point.sigma))) {

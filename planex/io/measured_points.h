@@ -27,11 +27,13 @@ struct MeasuredPoint {
 struct MeasuredPoints {
   std::vector<MeasuredPoint> points;  ///< in the order of the file
   std::vector<std::string> scans;     ///< names, in the order in which they appear
+  bool havePlaces = true;             ///< false: no X and no Z of any; profiles of a target
 };
 
-/// Reads measured points from a TextTable whose first line names the columns: u and v, x and z, and
-/// where they are given, `scan`, a name of the group that the point belongs to, and `sigma`, the
-/// standard deviation of the pixel. Other columns are passed over, and so are lines that begin with
+/// Reads measured points from a TextTable whose first line names the columns: u and v, x and z
+/// unless the places are not known, and where they are given, `scan`, a name of the group that the
+/// point belongs to, and `sigma`, the standard deviation of the pixel. Other columns are passed
+/// over, and so are lines that begin with
 /// #. One of x and z may be empty: that coordinate is not known.
 ///
 /// Without `scan` all points belong to one scan, which is called by the name of the file.

@@ -11,77 +11,16 @@
 
 #include "planex/io/failure.h"
 #include "planex/io/input_file.h"
+#include "planex/io/json_member.h"
 #include "planex/io/json_value.h"
 #include "planex/io/model_file.h"
 
 namespace planex::scan {
 namespace {
 
-using Names = std::vector<const char*>;
+using io::JsonMember;
 
-/// A value of the file and where it stands. Each check throws a Failure that names the place.
-class Member {
- public:
-  Member(const std::string& file, std::string path, const cJSON* json)
-      : file_(file), path_(std::move(path)), json_(json) {}
-
-  explicit operator bool() const { return json_ != nullptr; }
-
-  [[noreturn]] void refuse(const std::string& fault) const {
-    throw io::Failure(file_, fmt::format("{} {}; correct it", path_, fault));
-  }
-
-  /// A member of an object, which may be missing.
-  Member at(const char* name) const {
-    return {file_, path_.empty() ? name : path_ + "." + name,
-            cJSON_GetObjectItemCaseSensitive(json_, name)};
-  }
-  Member required(const char* name) const {
-    Member member = at(name);
-    if (!member) member.refuse("is missing");
-    return member;
-  }
-
-  /// Requires an object with no other members than these, each once.
-  void requireObject(const Names& names) const {
-    if (!cJSON_IsObject(json_)) refuse("is no object");
-    for (const cJSON* item = json_->child; item != nullptr; item = item->next) {
-      const auto isSame = [item](const char* name) { return std::strcmp(item->string, name) == 0; };
-      const Member member(file_, path_.empty() ? item->string : path_ + "." + item->string, item);
-      if (std::none_of(names.begin(), names.end(), isSame)) {
-        member.refuse(fmt::format("is none of the members {}", fmt::join(names, ", ")));
-      }
-      if (at(item->string).json_ != item) member.refuse("is there more than once");
-    }
-  }
-
-  double number() const {
-    if (!cJSON_IsNumber(json_) || !std::isfinite(json_->valuedouble)) refuse("is not a number");
-    return json_->valuedouble;
-  }
-  double scale() const {
-    const double value = number();
-    if (value == 0) refuse("is 0");
-    return value;
-  }
-  std::optional<double> size() const {
-    if (!*this) return std::nullopt;
-    const double value = number();
-    if (!(value >= 1 && value <= 65535 && std::floor(value) == value)) refuse("is not 1 to 65535");
-    return value;
-  }
-  std::string text() const {
-    if (!cJSON_IsString(json_) || *json_->valuestring == 0) refuse("is no text");
-    return json_->valuestring;
-  }
-
- private:
-  const std::string& file_;
-  std::string path_;
-  const cJSON* json_;
-};
-
-void readSensor(const Member& sensor, ScanSidecar& sidecar) {
+void readSensor(const JsonMember& sensor, ScanSidecar& sidecar) {
   sensor.requireObject({"scaleX", "originX", "scaleZ", "originZ", "width", "height"});
   sidecar.scaleX = sensor.required("scaleX").scale();
   sidecar.originX = sensor.required("originX").number();
@@ -91,18 +30,18 @@ void readSensor(const Member& sensor, ScanSidecar& sidecar) {
   sidecar.height = sensor.at("height").size();
 }
 
-void readRows(const Member& rows, ScanSidecar& sidecar) {
+void readRows(const JsonMember& rows, ScanSidecar& sidecar) {
   rows.requireObject({"scaleY", "originY", "positions"});
-  if (const Member positions = rows.at("positions")) {
+  if (const JsonMember positions = rows.at("positions")) {
     for (const char* name : {"scaleY", "originY"}) {
-      if (const Member other = rows.at(name)) other.refuse("is there beside rows.positions");
+      if (const JsonMember other = rows.at(name)) other.refuse("is there beside rows.positions");
     }
     const auto folder = std::filesystem::path(sidecar.path).parent_path();
     sidecar.positions = (folder / positions.text()).string();
     return;
   }
   sidecar.scaleY = rows.required("scaleY").scale();
-  if (const Member origin = rows.at("originY")) sidecar.originY = origin.number();
+  if (const JsonMember origin = rows.at("originY")) sidecar.originY = origin.number();
 }
 
 io::JsonValue parse(const std::string& path) {
@@ -134,10 +73,10 @@ ScanSidecar readScanSidecar(const std::string& named, const std::string& image) 
   const bool own = tellsOfOutput(json.get());
   if (own && named.empty()) return sidecar;
   sidecar.path = path;
-  const Member root(path, "", json.get());
-  const Member said = own ? root.required("made") : root;
+  const JsonMember root(path, "", json.get());
+  const JsonMember said = own ? root.required("made") : root;
   if (!own) root.requireObject({"sensor", "rows"});
-  const Member sensor = said.at("sensor"), rows = said.at("rows");
+  const JsonMember sensor = said.at("sensor"), rows = said.at("rows");
   if (!sensor && !rows) sensor.refuse("is missing");
   if (sensor) readSensor(sensor, sidecar);
   if (rows) readRows(rows, sidecar);

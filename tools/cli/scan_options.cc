@@ -37,9 +37,8 @@ bool isSize(double value) { return value >= 1 && value <= 65535 && std::floor(va
 
 }  // namespace
 
-void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
+void addRangeOptions(CLI::App& command, scan::SensorSettings& settings) {
   const NumberRule scale{isScale, "must not be 0"};
-  const NumberRule size{isSize, "must be 1 to 65535"};
   const auto number = [&](const char* name, std::optional<double>& value, const char* text,
                           const NumberRule& rule) {
     addNumberOption(command, name, value, text, rule)->group("Sensor");
@@ -49,10 +48,17 @@ void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
   number("--scale-z", settings.scaleZ,
          "Sensor rows per step of the range values [1/16, of 8-bit values and floats 1]", scale);
   number("--origin-z", settings.originZ, "Sensor row of range value 0 [0]", {});
-  number("--sensor-width", settings.width,
-         "Columns of the sensor region [up to the edge of the sensor]", size);
-  number("--sensor-height", settings.height,
-         "Rows of the sensor region [up to the edge of the sensor]", size);
+}
+
+void addSensorOptions(CLI::App& command, scan::SensorSettings& settings) {
+  addRangeOptions(command, settings);
+  const NumberRule size{isSize, "must be 1 to 65535"};
+  addNumberOption(command, "--sensor-width", settings.width,
+                  "Columns of the sensor region [up to the edge of the sensor]", size)
+      ->group("Sensor");
+  addNumberOption(command, "--sensor-height", settings.height,
+                  "Rows of the sensor region [up to the edge of the sensor]", size)
+      ->group("Sensor");
   command
       .add_option("--sensor", settings.sidecar,
                   "JSON file whose object \"sensor\" has scaleX, originX, scaleZ, originZ, width, "

@@ -15,7 +15,10 @@
 
 namespace planex::tools {
 
-/// Adds --scale-x, --origin-x, --scale-z, --origin-z, --sensor-width, --sensor-height and --sensor.
+/// Adds --scale-x, --origin-x, --scale-z and --origin-z.
+void addRangeOptions(CLI::App& command, scan::SensorSettings& settings);
+
+/// The same, and --sensor-width, --sensor-height and --sensor.
 void addSensorOptions(CLI::App& command, scan::SensorSettings& settings);
 
 /// Adds --compress.

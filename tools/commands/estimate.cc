@@ -5,8 +5,11 @@
 #include <planex/io/failure.h>
 #include <planex/io/json.h>
 #include <planex/io/measured_points.h>
+#include <planex/io/measured_target.h>
 #include <planex/io/output_file.h>
 #include <planex/io/raster_writer.h>
+#include <planex/scan/resting_profile.h>
+#include <planex/scan/sensor.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -17,10 +20,12 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tools/cli/made.h"
+#include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 
@@ -33,6 +38,7 @@ using estimation::EstimationOptions;
 using estimation::MapUncertainty;
 using estimation::PlaceCovariance;
 using estimation::ScanMeasurement;
+using estimation::TargetProfile;
 using estimation::Verdict;
 using Pixel = cmnalg::Vec<2, double>;
 using SensorSize = cmnalg::Vec<2, int>;
@@ -45,7 +51,9 @@ const char* const kVerdicts[] = {"good", "doubtful", "bad"};
 struct EstimateOptions {
   std::vector<std::string> points;
   std::string output, sensor, uncertainty;
-  std::optional<double> focalLength, pointTolerance, noise, tolerance;
+  std::string target, up, right;
+  std::optional<double> focalLength, pointTolerance, noise, tolerance, turn;
+  scan::SensorSettings range;
   bool isPlane = false, json = false, evenIfBad = false;
 };
 
@@ -53,7 +61,7 @@ struct EstimateOptions {
 struct Measurements {
   struct Source {
     std::string file;
-    std::vector<std::int64_t> lines;
+    std::vector<std::int64_t> lines;  // none of an image
   };
 
   std::vector<ScanMeasurement> scans;
@@ -74,25 +82,92 @@ SensorSize sensorSizeOf(const std::string& text) {
   return size;
 }
 
-Measurements read(const EstimateOptions& options) {
+bool isImage(const std::string& file) {
+  const std::string ending = io::endingOf(file);
+  return ending == ".png" || ending == ".tif" || ending == ".tiff" || ending == ".pgm" ||
+         ending == ".npy";
+}
+
+std::shared_ptr<const TargetProfile> readTarget(const std::string& file) {
+  if (file.empty()) return nullptr;
+  const io::MeasuredTarget target = io::readMeasuredTarget(file);
+  auto profile = std::make_shared<TargetProfile>();
+  profile->corners = target.profile;
+  profile->tolerance = target.tolerance;
+  profile->scaleTolerance = target.scaleTolerance;
+  profile->margin = target.margin;
+  try {
+    requireTarget(*profile);
+  } catch (const std::invalid_argument& refusal) {
+    throw io::Failure(file, refusal.what());
+  }
+  return profile;
+}
+
+/// A range image, which is one scan of a target that stood still.
+void addImage(const std::string& file, const EstimateOptions& options, const SensorSize& size,
+              Measurements& all) {
+  datafusion::planex::CalibrationModel sensor;
+  sensor.SensorSize = {size.x, size.y};
+  const auto image = io::ImageReader::open(file, io::Samples::kRanges);
+  const auto region =
+      scan::resolveSensor(options.range, file, sensor, "--sensor", image->shape().type);
+  scan::RestingProfile profile = scan::readRestingProfile(*image, region, size);
+  constexpr double kMostDrift = 0.25;  // sensor rows
+  if (std::abs(profile.drift) > kMostDrift) {
+    warn(file,
+         fmt::format("its rows drift by {:.3g} sensor rows; did the target move?", profile.drift));
+  }
+  ScanMeasurement scan;
+  scan.name = file;
+  scan.pixels = std::move(profile.pixels);
+  all.scans.push_back(std::move(scan));
+  all.sources.push_back({file, {}});
+}
+
+void addList(const std::string& file, const std::shared_ptr<const TargetProfile>& target,
+             Measurements& all) {
+  const io::MeasuredPoints points = io::readMeasuredPoints(file);
+  if (!points.havePlaces && !target) {
+    throw io::Failure(file,
+                      "names no columns x and z; give them, or what was measured with --target");
+  }
+  const std::size_t first = all.scans.size();
+  for (const std::string& name : points.scans) {
+    ScanMeasurement scan;
+    scan.name = name;
+    if (!points.havePlaces) scan.target = target;
+    all.scans.push_back(std::move(scan));
+    all.sources.push_back({file, {}});
+  }
+  for (const io::MeasuredPoint& point : points.points) {
+    const std::size_t place = first + static_cast<std::size_t>(point.scan);
+    ScanMeasurement& scan = all.scans[place];
+    scan.pixels.push_back({point.u, point.v});
+    if (points.havePlaces) scan.points.push_back({point.x, point.z});
+    if (!std::isnan(point.sigma)) scan.deviations.push_back(point.sigma);
+    all.sources[place].lines.push_back(point.line);
+  }
+}
+
+Measurements read(const EstimateOptions& options, const SensorSize& size) {
+  const auto target = readTarget(options.target);
   Measurements all;
   for (const std::string& file : options.points) {
-    const io::MeasuredPoints points = io::readMeasuredPoints(file);
-    const std::size_t first = all.scans.size();
-    for (const std::string& name : points.scans) {
-      all.scans.push_back({name, {}, {}, {}});
-      all.sources.push_back({file, {}});
+    if (!isImage(file)) {
+      addList(file, target, all);
+      continue;
     }
-    for (const io::MeasuredPoint& point : points.points) {
-      const std::size_t place = first + static_cast<std::size_t>(point.scan);
-      ScanMeasurement& scan = all.scans[place];
-      scan.pixels.push_back({point.u, point.v});
-      scan.points.push_back({point.x, point.z});
-      if (!std::isnan(point.sigma)) scan.deviations.push_back(point.sigma);
-      all.sources[place].lines.push_back(point.line);
-    }
+    if (!target) throw io::Failure(file, "is an image; say what was measured with --target");
+    addImage(file, options, size, all);
+    all.scans.back().target = target;
   }
   return all;
+}
+
+/// 1 along the axis of the sensor, -1 against it, 0 where nobody says.
+int directionOf(const std::string& text) {
+  return text.empty() ? 0 : text.compare(0, 5, "with-") == 0 ? 1 : -1;
 }
 
 Estimation estimate(const EstimateOptions& options, const Measurements& measurements,
@@ -105,6 +180,10 @@ Estimation estimate(const EstimateOptions& options, const Measurements& measurem
   how.neededUncertainty = options.tolerance.value_or(std::numeric_limits<double>::infinity());
   how.hasSheetCurve = !options.isPlane;
   how.unit = unit;
+  how.up = directionOf(options.up);
+  how.right = directionOf(options.right);
+  constexpr double kDegree = 0.017453292519943295;
+  if (options.turn) how.turn = *options.turn * kDegree;
   try {
     return estimateModel(measurements.scans, how);
   } catch (const EstimationFailure& failure) {
@@ -112,7 +191,9 @@ Estimation estimate(const EstimateOptions& options, const Measurements& measurem
       throw io::Failure(options.points.front(), failure.what());
     }
     const Measurements::Source& source = measurements.sources[failure.scan()];
-    if (failure.point() == EstimationFailure::kNone) throw io::Failure(source.file, failure.what());
+    if (failure.point() == EstimationFailure::kNone || source.lines.empty()) {
+      throw io::Failure(source.file, failure.what());
+    }
     throw io::Failure(source.file,
                       fmt::format("line {} {}", source.lines[failure.point()], failure.what()));
   }
@@ -137,7 +218,8 @@ void addUncertainty(const io::JsonObject& root, const MapUncertainty& uncertaint
     }
   }
   const io::JsonObject object = root.addObject("uncertainty");
-  object.add("frame", "fixed");
+  const bool isFree = uncertainty.parts().frame == MapUncertainty::Frame::kRigid;
+  object.add("frame", isFree ? "rigid" : "fixed");
   object.addList("columns", columns);
   object.addList("rows", rows);
   const char* const names[] = {"xx", "xz", "zz"};
@@ -173,9 +255,18 @@ std::string jsonText(const Estimation& result, const Measurements& measurements,
     const estimation::ScanFit& fit = result.scans[i];
     const io::JsonObject scan = root.appendTo("scans");
     scan.add("name", fit.name);
-    scan.add("used", static_cast<double>(fit.given - fit.rejected.size()));
+    scan.add("used", static_cast<double>(fit.given - fit.leftOut - fit.rejected.size()));
     scan.add("rejected", static_cast<double>(fit.rejected.size()));
     scan.add("rms", fit.rms);
+    if (measurements.scans[i].target) {
+      scan.add("leftOut", static_cast<double>(fit.leftOut));
+      scan.add("found", fit.isFound ? 1.0 : 0.0);
+      scan.add("x", fit.x);
+      scan.add("z", fit.z);
+      scan.add("angle", fit.angle);
+      scan.add("heldOut", fit.heldOut);
+    }
+    if (measurements.sources[i].lines.empty()) continue;
     for (const std::size_t point : fit.rejected) {
       const io::JsonObject line = root.appendTo("rejectedLines");
       line.add("file", measurements.sources[i].file);
@@ -183,8 +274,14 @@ std::string jsonText(const Estimation& result, const Measurements& measurements,
       line.add("line", static_cast<double>(measurements.sources[i].lines[point]));
     }
   }
+  if (!result.stretches.empty()) root.addList("stretch", nullptr, 0);
+  for (const estimation::TargetStretch& target : result.stretches) {
+    const io::JsonObject stretch = root.appendTo("stretch");
+    stretch.add("stretch", target.stretch);
+    stretch.add("sigma", target.deviation);
+  }
   const io::JsonObject heldOut = root.addObject("heldOut");
-  heldOut.add("kind", "patches");
+  heldOut.add("kind", result.stretches.empty() ? "patches" : "scans");
   heldOut.add("rms", result.heldOut);
   addUncertainty(root, result.uncertainty, size);
   return root.print();
@@ -197,11 +294,12 @@ std::string plainText(const Estimation& result, const std::string& unit) {
         fmt::format("  {}: {}\n", finding.level == Verdict::kBad ? "bad" : "warning", finding.text);
   }
   text += fmt::format(
-      "points     {} used of {}\n"
+      "{} {} used of {}\n"
       "noise      {:.3g} pixels\n"
       "residuals  {:.3g} {} rms, {:.3g} at most\n"
       "held out   {:.2f}, residuals predicted from elsewhere over their uncertainty\n",
-      result.used, result.given, result.noise, result.rms, unit, result.largest, result.heldOut);
+      result.stretches.empty() ? "points    " : "columns   ", result.used, result.given,
+      result.noise, result.rms, unit, result.largest, result.heldOut);
   return text;
 }
 
@@ -265,15 +363,15 @@ std::string documentOf(datafusion::planex::CalibrationModel model, const std::st
 
 void runEstimate(const EstimateOptions& options, const Context& context) {
   const SensorSize size = sensorSizeOf(options.sensor);
-  io::requireNoInput(options.output, options.points);
-  if (!options.uncertainty.empty()) {
-    io::requireNoInput(options.uncertainty, options.points);
-  }
+  std::vector<std::string> inputs = options.points;
+  if (!options.target.empty()) inputs.push_back(options.target);
+  io::requireNoInput(options.output, inputs);
+  if (!options.uncertainty.empty()) io::requireNoInput(options.uncertainty, inputs);
   io::OutputFile document(options.output, context.force);
   std::optional<UncertaintyFile> uncertainty;
   if (!options.uncertainty.empty()) uncertainty.emplace(options.uncertainty, context);
 
-  const Measurements measurements = read(options);
+  const Measurements measurements = read(options, size);
   const Estimation result = estimate(options, measurements, size, context.unit);
   if (options.json || !context.quiet) {
     const std::string text = options.json ? jsonText(result, measurements, size, context.unit)
@@ -297,13 +395,36 @@ void runEstimate(const EstimateOptions& options, const Context& context) {
 void addEstimateCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<EstimateOptions>();
   CLI::App* command = app.add_subcommand(
-      "estimate", "Estimate a model from measured points, and tell how well it is known");
+      "estimate", "Estimate a model from what was measured, and tell how well it is known");
   command
-      ->add_option("POINTS", options->points,
-                   "Measured points: text with columns u and v (sensor column and row), x and z "
-                   "(in the laser plane; one of them may be empty), and where there are several "
-                   "measurements, scan; sigma, in pixels, weights the points")
+      ->add_option(
+          "POINTS", options->points,
+          "Measured points: text with columns u and v (sensor column and row), x and z "
+          "(in the laser plane; one of them may be empty), and where there are several "
+          "measurements, scan; sigma, in pixels, weights the points. Or scans of a target: "
+          "the same without x and z, or range images, one a scan")
       ->required();
+  command
+      ->add_option(
+          "--target", options->target,
+          "What was scanned: JSON with the corners of its section from left to right, the "
+          "material below, and the standard uncertainty of a corner: {\"profile\": "
+          "[[0, 0], [5, 4], ...], \"tolerance\": 0.003}; also scaleTolerance [0], relative, "
+          "and margin [0.5], what is left out beside corners")
+      ->type_name("FILE.json");
+  const auto direction = [&](const char* name, std::string& value, const char* axis,
+                             const char* lines) {
+    command
+        ->add_option(name, value,
+                     fmt::format("Which way {} goes on the sensor, where the target looks the same "
+                                 "another way round",
+                                 axis))
+        ->check(CLI::IsMember({fmt::format("with-{}", lines), fmt::format("against-{}", lines)}))
+        ->type_name("WAY");
+  };
+  direction("--up", options->up, "Z", "rows");
+  direction("--right", options->right, "X", "columns");
+  addRangeOptions(*command, options->range);
   command->add_option("-o,--output", options->output, "Model document to write")
       ->required()
       ->type_name("MODEL");
@@ -320,6 +441,10 @@ void addEstimateCommand(CLI::App& app, Context& context) {
                   "Standard uncertainty of the points, in X and in Z [0]", notNegative);
   addNumberOption(*command, "--noise", options->noise,
                   "Standard deviation of u and v in pixels [from the residuals]", positive);
+  addNumberOption(*command, "--turn", options->turn,
+                  "Standard uncertainty of how far targets are turned out of the laser plane, in "
+                  "degrees [0.5]",
+                  notNegative);
   addNumberOption(*command, "--tolerance", options->tolerance,
                   "Uncertainty (95 %) that is needed; beyond it the model is bad", positive);
   command->add_flag("--no-sheet-curve", options->isPlane, "Take the laser sheet for a plane");
@@ -337,12 +462,18 @@ void addEstimateCommand(CLI::App& app, Context& context) {
       "Points come from any source: a stage, a pattern held in the laser plane, a coordinate "
       "measuring machine. A good set has some hundred of them all over the sensor. Points that "
       "contradict the others are left out, and named with --json.\n\n"
+      "A target is machined, of straight edges: a sawtooth with flanks of 20 to 60 degrees that "
+      "fills the field. It is scanned at rest, at four heights over the whole range, at each level "
+      "and tilted by some 10 degrees either way in the laser plane; where it stands need not be "
+      "known.\n\n"
       "The verdict is good, doubtful (there are warnings) or bad; then there is no model, and the "
       "exit status is 1.\n\n"
       "Examples:\n"
       "  planex estimate points.csv --sensor 2560x1024 -o model.json\n"
       "  planex estimate stage.csv cmm.csv --sensor 2560x1024 --point-tolerance 0.002 "
-      "--uncertainty map.tif -o model.json");
+      "--uncertainty map.tif -o model.json\n"
+      "  planex estimate scan*.png --target saw.json --up against-rows --right with-columns "
+      "--sensor 2560x1024 -o model.json");
   command->callback([options, &context] { runEstimate(*options, context); });
 }
 
