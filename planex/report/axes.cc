@@ -140,10 +140,15 @@ void ColorBar::drawUpright(Canvas& canvas, const Box& area) const {
       canvas,
       {{{area.left, area.bottom()}, {middle, area.bottom() + tip}, {area.right(), area.bottom()}}},
       {{{area.right(), area.top}, {middle, area.top - tip}, {area.left, area.top}}});
-  const Axes axes(area, {}, {scale_.low, scale_.high, {}});
-  const Ticks ticks = ticksInColumn(scale_.low, scale_.high, area.height, kBarRows);
+  const auto placeOf = [this](double value) {
+    return scale_.isLogarithmic ? std::log(value) : value;
+  };
+  const Axes axes(area, {}, {placeOf(scale_.low), placeOf(scale_.high), {}});
+  const auto most = std::max(1, static_cast<int>(area.height / kBarRows));
+  const Ticks ticks = scale_.isLogarithmic ? ratioTicks(scale_.low, scale_.high, most)
+                                           : roundTicks(scale_.low, scale_.high, most);
   for (std::size_t i = 0; i < ticks.values.size(); ++i) {
-    const double y = std::clamp(axes.row(ticks.values[i]), area.top, area.bottom() - 1);
+    const double y = std::clamp(axes.row(placeOf(ticks.values[i])), area.top, area.bottom() - 1);
     canvas.rule({area.right(), y}, {area.right() + kTick, y}, kInk);
     canvas.text({area.right() + kTick + kGap + 1, y}, ticks.labels[i], kNumber);
   }

@@ -118,6 +118,7 @@ ColorScale ColorScale::of(const ColorMap& colors, double low, double high) {
 }
 
 Color ColorScale::at(double value) const {
+  if (isLogarithmic) return ColorScale{colors, std::log(low), std::log(high)}.at(std::log(value));
   // Halves, because the distance of two numbers may exceed all numbers.
   const double span = high / 2 - low / 2;
   if (span > 0 && std::isfinite(span)) return colors->at((value / 2 - low / 2) / span);

@@ -60,6 +60,7 @@ struct ColorScale {
   const ColorMap* colors = nullptr;
   double low = 0, high = 1;
   bool lowerValues = false, higherValues = false;  ///< whether there are values beyond the ends
+  bool isLogarithmic = false;  ///< equal ratios are equal steps of colour; both ends are above 0
 
   /// A scale from low to high; for a diverging map from -x to x with both of them inside.
   static ColorScale of(const ColorMap& colors, double low, double high);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace planex::report {
 namespace {
@@ -46,6 +47,28 @@ Ticks multiples(double from, double to, double step) {
 }
 
 }  // namespace
+
+Ticks ratioTicks(double from, double to, int most) {
+  if (!(from > 0 && from <= to && std::isfinite(to)) || most < 1) return {};
+  const double decades = std::log10(to) - std::log10(from);
+  std::vector<double> factors = {1};
+  // The closest that stay over half of an equal share apart.
+  for (const auto& [gap, closer] : {std::pair<double, std::vector<double>>{0.47, {1, 3}},
+                                    {0.30, {1, 2, 5}},
+                                    {0.096, {1, 1.5, 2, 3, 4, 6, 8}}}) {
+    if (gap * most >= 0.6 * decades) factors = closer;
+  }
+  Ticks ticks;
+  for (int exponent = exponentOf(from); exponent <= exponentOf(to); ++exponent) {
+    for (const double factor : factors) {
+      const double value = factor * std::pow(10.0, exponent);
+      if (value < from || value > to) continue;
+      ticks.values.push_back(value);
+      ticks.labels.push_back(numberText(value));
+    }
+  }
+  return ticks.values.size() < 2 ? roundTicks(from, to, most) : ticks;
+}
 
 double roundStep(double span) {
   if (!(span > 0) || !std::isfinite(span)) return 0;

@@ -16,6 +16,10 @@ struct Ticks {
 /// small for a step, its middle. None where an end, or the distance of the ends, is not finite.
 Ticks roundTicks(double from, double to, int most);
 
+/// The same for an axis on which equal ratios are equally long: some round digits times powers of
+/// ten, such as 1, 2 and 5; of a range too small for two of them, roundTicks(). 0 < from <= to.
+Ticks ratioTicks(double from, double to, int most);
+
 /// The largest of 1, 2, 5 times a power of ten that is at most `span`; 0 unless span is positive
 /// and finite.
 double roundStep(double span);

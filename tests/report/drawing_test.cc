@@ -4,6 +4,7 @@
 #include <cmath>
 #include <tuple>
 
+#include "planex/report/estimation_plot.h"
 #include "planex/report/height_picture.h"
 #include "planex/report/model_plot.h"
 #include "planex/report/plain_text.h"
@@ -31,6 +32,33 @@ TEST(Ticks, AreRoundAndToldApart) {
     for (const std::string& label : roundTicks(from, to, most).labels) labels += label + " ";
     EXPECT_EQ(labels, wanted);
   }
+  const std::tuple<double, double, int, const char*> ratios[] = {
+      {0.9, 9.1, 7, "1 1.5 2 3 4 6 8 "},
+      {0.9, 130, 7, "1 2 5 10 20 50 100 "},
+      {1, 1e4, 4, "1 10 100 1000 10000 "},
+      {8.3, 8.9, 3, "8.4 8.6 8.8 "},
+      {7, 7, 3, "7 "},
+      {0, 1, 5, ""}};
+  for (const auto& [from, to, most, wanted] : ratios) {
+    std::string labels;
+    for (const std::string& label : ratioTicks(from, to, most).labels) labels += label + " ";
+    EXPECT_EQ(labels, wanted);
+  }
+}
+
+TEST(EvenChoice, SpreadsOverTheSensor) {
+  EvenChoice few(2560, 1024, 40), many(2560, 1024, 40);
+  for (int i = 0; i < 40; ++i) few.offer({0, 0});
+  EXPECT_EQ(few.chosen().size(), 40U);
+  for (int i = 0; i < 51200; ++i) many.offer({0.1 * (i % 25600), i < 25600 ? 250.0 : 750.0});
+  int lower = 0, right = 0;
+  for (const std::size_t i : many.chosen()) {
+    lower += i < 25600 ? 0 : 1;
+    right += i % 25600 < 12800 ? 0 : 1;
+  }
+  EXPECT_EQ(many.chosen().size(), 20U);  // in two of four rows of ten cells
+  EXPECT_EQ(lower, 10);
+  EXPECT_EQ(right, 10);
 }
 
 std::vector<Color> decoded(const std::string& bytes, int& width) {
@@ -98,6 +126,17 @@ TEST(Drawing, BearsEverything) {
     const ModelFigure figure = {
         hostile, hostile, line[0], line[1], line, {line}, {{line[1], hostile}}, line, {cells}};
     expectSound([&](auto format) { return drawModel(figure, *colors, format); });
+    const Outline outline{hostile, line};
+    const SensorMap map{3, 9, 2, 2, {kNan, scale, 1, -scale}, hostile, 5, outline};
+    expectSound([&](auto format) { return drawSensorMap(map, format); });
+    const ArrowFigure arrows = {{0, scale, hostile},
+                                {scale, 0, hostile},
+                                hostile,
+                                {{line[1], {1, scale}}, {{0, 0}, {0, 0}}},
+                                line,
+                                hostile,
+                                {outline}};
+    expectSound([&](auto format) { return drawArrows(arrows, format); });
   }
 }
 
