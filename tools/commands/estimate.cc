@@ -28,6 +28,7 @@
 #include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/estimation_report.h"
 
 namespace planex::tools {
 namespace {
@@ -50,7 +51,7 @@ const char* const kVerdicts[] = {"good", "doubtful", "bad"};
 
 struct EstimateOptions {
   std::vector<std::string> points;
-  std::string output, sensor, uncertainty;
+  std::string output, sensor, uncertainty, report;
   std::string target, up, right;
   std::optional<double> focalLength, pointTolerance, noise, tolerance, turn;
   scan::SensorSettings range;
@@ -352,6 +353,33 @@ class UncertaintyFile {
   io::OutputFile file_, sidecar_;
 };
 
+/// The page for people.
+class ReportFile {
+ public:
+  ReportFile(const std::string& path, const Context& context) : file_(path, context.force) {
+    const std::string ending = io::endingOf(path);
+    if (ending != ".html" && ending != ".htm") {
+      throw CLI::ValidationError("--report", "must end in .html or .htm");
+    }
+  }
+
+  void write(const Estimation& result, const Measurements& measurements,
+             const EstimateOptions& options, const Context& context) {
+    ReportSource source;
+    source.files = options.points;
+    source.unit = context.unit;
+    source.pointTolerance = options.pointTolerance.value_or(0);
+    source.isNoiseGiven = options.noise.has_value();
+    source.isPlane = options.isPlane;
+    file_.write(estimationReport(result, shownResiduals(result, measurements.scans), source));
+  }
+
+  void commit() { file_.commit(); }
+
+ private:
+  io::OutputFile file_;
+};
+
 std::string documentOf(datafusion::planex::CalibrationModel model, const std::string& path) {
   etl::MemoryOutStream stream;
   base::JsonVisitingSerializer writer(stream, true);
@@ -367,9 +395,12 @@ void runEstimate(const EstimateOptions& options, const Context& context) {
   if (!options.target.empty()) inputs.push_back(options.target);
   io::requireNoInput(options.output, inputs);
   if (!options.uncertainty.empty()) io::requireNoInput(options.uncertainty, inputs);
+  if (!options.report.empty()) io::requireNoInput(options.report, inputs);
   io::OutputFile document(options.output, context.force);
   std::optional<UncertaintyFile> uncertainty;
   if (!options.uncertainty.empty()) uncertainty.emplace(options.uncertainty, context);
+  std::optional<ReportFile> report;
+  if (!options.report.empty()) report.emplace(options.report, context);
 
   const Measurements measurements = read(options, size);
   const Estimation result = estimate(options, measurements, size, context.unit);
@@ -378,7 +409,9 @@ void runEstimate(const EstimateOptions& options, const Context& context) {
                                           : plainText(result, context.unit);
     std::fputs(text.c_str(), stdout);
   }
+  if (report) report->write(result, measurements, options, context);
   if (result.verdict() == Verdict::kBad && !options.evenIfBad) {
+    if (report) report->commit();  // it helps then
     throw io::Failure(options.output,
                       "was not written, since the model is bad; see the reasons above");
   }
@@ -387,6 +420,7 @@ void runEstimate(const EstimateOptions& options, const Context& context) {
     uncertainty->write(result, size, context);
     uncertainty->commit();
   }
+  if (report) report->commit();
   document.commit();
 }
 
@@ -453,6 +487,11 @@ void addEstimateCommand(CLI::App& app, Context& context) {
                    "Standard uncertainties of X and of Z and their correlation, a value for each "
                    "pixel of the sensor; FILE.json describes it")
       ->type_name("FILE.tif");
+  command
+      ->add_option("--report", options->report,
+                   "Page for people: verdict, pictures of uncertainty and residuals, tables of "
+                   "scans and terms; also written when the model is bad")
+      ->type_name("FILE.html");
   command->add_flag("--even-if-bad", options->evenIfBad, "Write the model also when it is bad");
   command->add_flag("--json", options->json, "Print JSON");
   addUnitOption(*command, context);
@@ -469,7 +508,7 @@ void addEstimateCommand(CLI::App& app, Context& context) {
       "The verdict is good, doubtful (there are warnings) or bad; then there is no model, and the "
       "exit status is 1.\n\n"
       "Examples:\n"
-      "  planex estimate points.csv --sensor 2560x1024 -o model.json\n"
+      "  planex estimate points.csv --sensor 2560x1024 -o model.json --report report.html\n"
       "  planex estimate stage.csv cmm.csv --sensor 2560x1024 --point-tolerance 0.002 "
       "--uncertainty map.tif -o model.json\n"
       "  planex estimate scan*.png --target saw.json --up against-rows --right with-columns "
