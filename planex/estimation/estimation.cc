@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 #include "planex/estimation/model_fit.h"
 #include "planex/foundation/matrix.h"
@@ -84,6 +85,7 @@ void addPlacement(const ModelFit& fit, std::size_t scan, ScanFit& result) {
 
 void addScans(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
               Estimation& estimation) {
+  constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
   double squares = 0;
   std::size_t place = 0;
   for (const ScanMeasurement& scan : scans) {
@@ -92,15 +94,18 @@ void addScans(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
     result.given = scan.pixels.size();
     double ofScan = 0;
     for (std::size_t i = 0; i < result.given; ++i, ++place) {
+      const bool isOnTarget = scan.target != nullptr;
       if (fit.observations[place].edge == Observation::kNothing) {
+        result.residuals.push_back({kNone, kNone});
         ++result.leftOut;
         continue;
       }
+      const Place off = fit.used[place] != 0 || isOnTarget ? inPlane(fit, place) : Place{};
+      if (isOnTarget) result.residuals.push_back({-off.x, -off.y});
       if (fit.used[place] == 0) {
         result.rejected.push_back(i);
         continue;
       }
-      const Place off = inPlane(fit, place);
       const double square = off.x * off.x + off.y * off.y;
       ofScan += square;
       estimation.largest = std::max(estimation.largest, std::sqrt(square));

@@ -73,6 +73,9 @@ struct ScanFit {
   bool isFound = true;
   double x = 0, z = 0, angle = 0;
   /// @}
+  /// Of a target: from where the model puts each pixel to the edge, in the calibrated system; NaN
+  /// where it was left out.
+  std::vector<cmnalg::Vec<2, double>> residuals;
   /// Of a target: residuals as the other scans predict them, over their uncertainty; 0: too short
   /// to tell.
   double heldOut = 0;

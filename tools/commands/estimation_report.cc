@@ -57,7 +57,8 @@ td.figure { white-space: nowrap; }
 .group { padding-top: 12px; }
 .terms th, .terms td { padding: 4px 6px; overflow-wrap: normal; }
 .terms td { white-space: nowrap; }
-.scans { width: 75%; }
+.scans { width: 100%; }
+.scans td:first-child { min-width: 8em; }
 .facts td:first-child { width: 26%; font-weight: bold; }
 footer { margin-top: 36px; color: #495057; font-size: 12px; }
 @media print {
@@ -119,7 +120,7 @@ std::string verdictText(const Estimation& result, const std::string& unit) {
 }
 
 /// What the residuals of places that were kept back say, in words.
-std::string heldOutText(double heldOut) {
+std::string heldOutText(double heldOut, bool ofScans) {
   const char* meaning = "that is near 1, as it should be.";
   if (!(heldOut <= 1.3)) {
     meaning =
@@ -129,8 +130,10 @@ std::string heldOutText(double heldOut) {
     meaning = "that is well below 1: the stated uncertainty is cautious.";
   }
   return fmt::format(
-      "Each part of the measured area was predicted from the points of the others. The points lie "
-      "{:.2f} times as far from these predictions as the stated uncertainty lets expect; {}",
+      "{} The points lie {:.2f} times as far from these predictions as the stated uncertainty lets "
+      "expect; {}",
+      ofScans ? "Each scan was predicted from the others, wherever the target stood."
+              : "Each part of the measured area was predicted from the points of the others.",
       heldOut, meaning);
 }
 
@@ -154,6 +157,7 @@ std::string factsText(const Estimation& result, const ReportSource& source) {
   if (source.files.size() > kMostFiles) {
     files += fmt::format("<br>and {} more", source.files.size() - kMostFiles);
   }
+  const bool onTarget = !result.stretches.empty();
   const std::size_t rejected = result.given - result.used;
   std::string points = fmt::format("{} of {} were used.", result.used, result.given);
   if (rejected > 0) {
@@ -162,7 +166,8 @@ std::string factsText(const Estimation& result, const ReportSource& source) {
                           rejected == 1 ? "it contradicts" : "they contradict");
   }
   const std::string tolerance =
-      source.pointTolerance > 0
+      onTarget ? "They lie on edges of the target, whose place in each scan was estimated."
+      : source.pointTolerance > 0
           ? fmt::format("The places of the points are known to {} (standard uncertainty).",
                         small.withName(source.pointTolerance))
           : "The places of the points were taken as exact.";
@@ -172,6 +177,11 @@ std::string factsText(const Estimation& result, const ReportSource& source) {
                                       result.model.SensorSize.x, result.model.SensorSize.y,
                                       figureText(100 * result.measured, 2))});
   table.addRow({"Points", points + " " + tolerance});
+  for (const estimation::TargetStretch& target : result.stretches) {
+    table.addRow({"Target", fmt::format("Against its height it is {:.5f} times as wide as its "
+                                        "description says, with a standard uncertainty of {}.",
+                                        1 + target.stretch, figureText(target.deviation, 2))});
+  }
   table.addRow(
       {"Noise", fmt::format("{} pixels (standard deviation), {}.", figureText(result.noise, 3),
                             source.isNoiseGiven ? "as it was given"
@@ -183,7 +193,7 @@ std::string factsText(const Estimation& result, const ReportSource& source) {
   table.addRow({"Neighbours", correlationText(result.correlation)});
   constexpr std::size_t kTerms = 21;
   table.addRow({"Test", result.used < kTerms ? "There are fewer points than the model has terms."
-                                             : heldOutText(result.heldOut)});
+                                             : heldOutText(result.heldOut, onTarget)});
   return "<h2>What was used</h2>\n" + table.print();
 }
 
@@ -205,17 +215,37 @@ std::vector<std::size_t> listedScans(const std::vector<ScanFit>& scans) {
 
 std::string scansHtml(const Estimation& result, const std::string& unit) {
   const SmallUnit small(unit);
-  HtmlTable table({"Scan", "Used", "Left out", "Residuals (" + htmlText(small.name) + " rms)"}, 1,
-                  "scans");
+  std::vector<std::string> heads = {"Scan", "Used", "Left out",
+                                    "Residuals (" + htmlText(small.name) + " rms)"};
+  const bool onTarget = !result.stretches.empty();
+  if (onTarget) {
+    const std::string inUnit = " (" + htmlText(unit) + ")";
+    heads.insert(heads.end(), {"Target at X" + inUnit, "Z" + inUnit, "tilt (\u00b0)", "Test"});
+  }
+  HtmlTable table(heads, 1, "scans");
   const std::vector<std::size_t> listed = listedScans(result.scans);
   for (const std::size_t i : listed) {
     const ScanFit& scan = result.scans[i];
-    const std::size_t used = scan.given - scan.rejected.size();
-    table.addRow({htmlText(scan.name, 128), std::to_string(used),
-                  std::to_string(scan.rejected.size()),
-                  used == 0 ? "\xE2\x80\x93" : small.text(scan.rms)});
+    const std::size_t used = scan.given - scan.leftOut - scan.rejected.size();
+    constexpr char kNone[] = "\xE2\x80\x93";
+    std::vector<std::string> cells = {htmlText(scan.name, 128), std::to_string(used),
+                                      std::to_string(scan.rejected.size()),
+                                      used == 0 ? kNone : small.text(scan.rms)};
+    constexpr double kDegrees = 57.29577951308232;
+    if (onTarget && scan.isFound) {
+      cells.insert(cells.end(), {fmt::format("{:.3f}", scan.x), fmt::format("{:.3f}", scan.z),
+                                 fmt::format("{:.2f}", kDegrees * scan.angle),
+                                 scan.heldOut > 0 ? fmt::format("{:.2f}", scan.heldOut) : kNone});
+    }
+    cells.resize(onTarget ? 8 : 4, kNone);
+    table.addRow(cells);
   }
   std::string text = "<h2>Scans</h2>\n" + table.print();
+  if (onTarget) {
+    text +=
+        "<p class=\"note\">Test: how far a scan lies from what the others predict, over what is "
+        "to be expected; near 1 is right, above 2.5 it contradicts them.</p>\n";
+  }
   if (listed.size() < result.scans.size()) {
     text += fmt::format("<p class=\"note\">Listed are those {} of {} that fit worst.</p>\n",
                         listed.size(), result.scans.size());

@@ -3,6 +3,7 @@
 #include <planex/model/point_mapping.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "planex/report/estimation_plot.h"
@@ -43,7 +44,8 @@ class PointWalk {
       for (std::size_t i = 0; i < scans_[s].pixels.size(); ++i) {
         const bool isRejected = next != rejected.end() && *next == i;
         if (isRejected) ++next;
-        visit(s, i, !isRejected);
+        const bool isLeftOut = scans_[s].target && std::isnan(result_.scans[s].residuals[i].x);
+        if (!isLeftOut) visit(s, i, !isRejected);
       }
     }
   }
@@ -89,18 +91,22 @@ std::vector<PlaceResidual> shownResiduals(const Estimation& result,
   });
   Selection ofUsed(used.chosen()), ofRejected(rejected.chosen());
   std::vector<PlaceResidual> residuals;
-  std::vector<Place> places, given;
+  std::vector<Place> places;
+  std::vector<std::size_t> members;
   points.visit([&](std::size_t scan, std::size_t i, bool isUsed) {
     if (!(isUsed ? ofUsed : ofRejected).takesNext()) return;
     residuals.push_back({scans[scan].pixels[i], {}, 0, 0, isUsed, scan});
     places.push_back(scans[scan].pixels[i]);
-    given.push_back(scans[scan].points[i]);
+    members.push_back(i);
   });
   mapToPoints(result.model, places);
   for (std::size_t i = 0; i < residuals.size(); ++i) {
     residuals[i].place = places[i];
-    residuals[i].dx = given[i].x - places[i].x;
-    residuals[i].dz = given[i].y - places[i].y;
+    const ScanMeasurement& scan = scans[residuals[i].scan];
+    const Place to = scan.target ? result.scans[residuals[i].scan].residuals[members[i]]
+                                 : scan.points[members[i]];
+    residuals[i].dx = scan.target ? to.x : to.x - places[i].x;
+    residuals[i].dz = scan.target ? to.y : to.y - places[i].y;
   }
   return residuals;
 }
