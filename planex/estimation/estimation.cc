@@ -134,7 +134,7 @@ void addHeldOut(const ModelFit& fit, Estimation& estimation) {
   if (count > 0) estimation.heldOut = std::sqrt(squares / count);
 }
 
-MapUncertainty uncertaintyOf(const ModelFit& fit) {
+MapUncertainty uncertaintyOf(const ModelFit& fit, const EstimationOptions& options) {
   MapUncertainty::Parts parts;
   parts.radius = fit.problem.radius;
   parts.terms = fit.terms();
@@ -142,26 +142,13 @@ MapUncertainty uncertaintyOf(const ModelFit& fit) {
   for (double& value : parts.covariance) value *= fit.correlation;
   parts.others = fit.others;
   if (fit.isFrameFree) parts.frame = MapUncertainty::Frame::kRigid;
+  parts.shift = fit.frame.middle;
+  parts.sensorSize = options.sensorSize;
+  parts.noise = fit.problem.noise;
   for (std::size_t i = 0; i < fit.observations.size(); ++i) {
     if (fit.used[i] != 0) parts.measured.push_back(fit.observations[i].pixel);
   }
   return MapUncertainty(std::move(parts));
-}
-
-/// Over a grid of the measured part of the sensor.
-double largestRadius95(const MapUncertainty& uncertainty, const EstimationOptions& options) {
-  constexpr int kColumns = 33, kRows = 17;
-  double largest = 0;
-  for (int row = 0; row < kRows; ++row) {
-    for (int column = 0; column < kColumns; ++column) {
-      const Place pixel{(options.sensorSize.x - 1) * (column / (kColumns - 1.0)),
-                        (options.sensorSize.y - 1) * (row / (kRows - 1.0))};
-      if (uncertainty.isMeasured(pixel)) {
-        largest = std::max(largest, uncertainty.at(pixel).radius95());
-      }
-    }
-  }
-  return largest;
 }
 
 }  // namespace
@@ -213,7 +200,7 @@ Estimation estimateModel(const std::vector<ScanMeasurement>& scans,
   const ModelFit fit = fitModel(scans, options);
   Estimation estimation;
   estimation.model = modelOf(fit, options);
-  estimation.uncertainty = uncertaintyOf(fit);
+  estimation.uncertainty = uncertaintyOf(fit, options);
   estimation.isFrameFree = fit.isFrameFree;
   addScans(fit, scans, estimation);
   estimation.model.CalibrationError = estimation.rms;
@@ -229,7 +216,7 @@ Estimation estimateModel(const std::vector<ScanMeasurement>& scans,
     }
   }
   estimation.measured = estimation.uncertainty.measuredShare(options.sensorSize);
-  estimation.largest95 = largestRadius95(estimation.uncertainty, options);
+  estimation.largest95 = estimation.uncertainty.largestRadius95();
   estimation.findings = findingsOf(fit, scans, options, estimation);
   return estimation;
 }

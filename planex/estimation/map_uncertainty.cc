@@ -39,6 +39,16 @@ std::vector<Pixel> convexHull(std::vector<Pixel> pixels) {
   return hull;
 }
 
+/// Leaves so many corners that a document of them stays small.
+void thin(std::vector<Pixel>& hull) {
+  const std::size_t step =
+      (hull.size() + MapUncertainty::kMostCorners - 1) / MapUncertainty::kMostCorners;
+  if (step < 2) return;
+  std::vector<Pixel> some;
+  for (std::size_t i = 0; i < hull.size(); i += step) some.push_back(hull[i]);
+  hull = std::move(some);
+}
+
 }  // namespace
 
 double PlaceCovariance::ofX() const { return std::sqrt(xx); }
@@ -55,6 +65,13 @@ double PlaceCovariance::radius95() const {
 
 MapUncertainty::MapUncertainty(Parts parts) : parts_(std::move(parts)) {
   if (parts_.measured.size() > 2) parts_.measured = convexHull(std::move(parts_.measured));
+  thin(parts_.measured);
+  // A document holds one half of it.
+  for (std::size_t row = 0; row < kTermCount; ++row) {
+    for (std::size_t column = 0; column < row; ++column) {
+      parts_.covariance[column * kTermCount + row] = parts_.covariance[row * kTermCount + column];
+    }
+  }
   ofOthers_.resize(parts_.others.size());
   if (parts_.frame == Frame::kRigid) fitMotions();
 }
@@ -137,6 +154,23 @@ double MapUncertainty::measuredShare(cmnalg::Vec<2, int> sensorSize) const {
   double area = 0;
   for (std::size_t i = 1; i + 1 < hull.size(); ++i) area += turn(hull[0], hull[i], hull[i + 1]) / 2;
   return area / (static_cast<double>(sensorSize.x) * sensorSize.y);
+}
+
+const char* MapUncertainty::frameName() const {
+  return parts_.frame == Frame::kRigid ? "rigid" : "fixed";
+}
+
+double MapUncertainty::largestRadius95() const {
+  constexpr int kColumns = 33, kRows = 17;
+  double largest = 0;
+  for (int row = 0; row < kRows; ++row) {
+    for (int column = 0; column < kColumns; ++column) {
+      const Pixel pixel{(parts_.sensorSize.x - 1) * (column / (kColumns - 1.0)),
+                        (parts_.sensorSize.y - 1) * (row / (kRows - 1.0))};
+      if (isMeasured(pixel)) largest = std::max(largest, at(pixel).radius95());
+    }
+  }
+  return largest;
 }
 
 }  // namespace planex::estimation

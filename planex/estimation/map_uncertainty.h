@@ -60,8 +60,13 @@ class PLANEX_EXPORT MapUncertainty {
     std::array<double, 441> covariance{};          ///< of the terms, row by row
     std::vector<OtherMinimum> others;              ///< beside the estimate
     std::vector<cmnalg::Vec<2, double>> measured;  ///< corners of the convex hull of all pixels
-    Frame frame = Frame::kFixed;
+    cmnalg::Vec<2, double> shift;                  ///< their origin, in the calibrated system
+    cmnalg::Vec<2, int> sensorSize;                ///< columns and rows
+    double noise = 0;                              ///< of a pixel, in pixels
+    Frame frame = Frame::kFixed;                   ///< of the covariance
   };
+  /// Corners of a hull that are kept, spread over it; more would be of no use.
+  static constexpr std::size_t kMostCorners = 4096;
 
   /// Without parts: of no model.
   MapUncertainty() = default;
@@ -75,6 +80,10 @@ class PLANEX_EXPORT MapUncertainty {
   bool isMeasured(cmnalg::Vec<2, double> pixel) const;
   /// The part of the sensor that was measured.
   double measuredShare(cmnalg::Vec<2, int> sensorSize) const;
+  /// The longest half axis of a 95 % ellipse over a grid of the measured part.
+  double largestRadius95() const;
+  /// Which frame the covariance is in: "fixed" or "rigid".
+  const char* frameName() const;
 
   /// What it is made of.
   const Parts& parts() const { return parts_; }

@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "planex/estimation/uncertainty_document.h"
+#include "planex/estimation/uncertainty_table.h"
+#include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
 #include "planex/model/point_mapping.h"
@@ -25,8 +28,11 @@ using planex::estimation::estimateModel;
 using planex::estimation::Estimation;
 using planex::estimation::EstimationFailure;
 using planex::estimation::EstimationOptions;
+using planex::estimation::MapUncertainty;
 using planex::estimation::PlaceCovariance;
 using planex::estimation::ScanMeasurement;
+using planex::estimation::uncertaintyIn;
+using planex::estimation::UncertaintyTable;
 using planex::estimation::Verdict;
 
 /// Simulated calibrations of a row: few here, more where PLANEX_TEST_TRIALS says so.
@@ -537,6 +543,147 @@ INSTANTIATE_TEST_SUITE_P(
                 "two columns and two rows"},
         Spoiled{"NegativeNoise", [](Scene& s) { s.options.noise = -1; }, "must be 0 or more"}),
     [](const auto& row) { return row.param.name; });
+
+/// An uncertainty with all that a document may hold.
+MapUncertainty withAnotherMinimum(const MapUncertainty& uncertainty) {
+  MapUncertainty::Parts parts = uncertainty.parts();
+  parts.others.push_back({0.3, parts.terms});
+  parts.others[0].terms[20] *= 1.5;
+  parts.frame = MapUncertainty::Frame::kRigid;
+  return MapUncertainty(parts);
+}
+
+TEST(UncertaintyDocument, HoldsTheSameBits) {
+  const Scene scene;
+  const Estimation found = estimateModel(scene.scans, scene.options);
+  const MapUncertainty uncertainty = withAnotherMinimum(found.uncertainty);
+  const std::string text = documentOf(found.model, uncertainty), without = documentOf(found);
+  EXPECT_EQ(uncertaintyIn(without), std::nullopt);
+  EXPECT_EQ(text.substr(0, without.size() - 8) + "\r\n  }\r\n}", without);
+  const auto read = uncertaintyIn(text);
+  ASSERT_TRUE(read.has_value());
+  EXPECT_EQ(documentOf(found.model, *read), text);
+  EXPECT_EQ(read->parts().frame, MapUncertainty::Frame::kRigid);
+  EXPECT_EQ(read->largestRadius95(), uncertainty.largestRadius95());
+  EXPECT_EQ(read->measuredShare(scene.options.sensorSize), found.measured);
+  for (const Place& pixel : gridOf(scene.camera)) {
+    const PlaceCovariance a = uncertainty.at(pixel), b = read->at(pixel);
+    EXPECT_TRUE(a.xx == b.xx && a.xz == b.xz && a.zz == b.zz);
+    EXPECT_GT(a.zz, found.uncertainty.at(pixel).zz * 0.999);
+  }
+  CalibrationModel model;
+  base::JsonVisitingDeSerializer reader(text.c_str(), true);
+  EXPECT_TRUE(reader.DeserializeIntoExistingObject(model)) << reader.GetErrorDescription();
+  EXPECT_EQ(model.Homography[2][0], found.model.Homography[2][0]);
+}
+
+struct Damage {
+  const char* name;
+  const char* member;  // whose value is damaged
+  std::function<std::string(const std::string& value)> spoil;
+  const char* text;  // of the refusal
+};
+
+class DamagedUncertainties : public ::testing::TestWithParam<Damage> {};
+
+/// Where the value of the last member of a name stands: to the bracket that ends it, or the line.
+std::string spoiled(const std::string& text, const Damage& damage) {
+  const std::size_t begin = text.rfind("\"" + std::string(damage.member) + "\": ") +
+                            std::string(damage.member).size() + 4;
+  std::size_t end = text.find_first_of(",\r", begin);
+  if (text[begin] == '[' || text[begin] == '{') {
+    int depth = 0;
+    end = begin;
+    do {
+      depth += text[end] == '[' || text[end] == '{' ? 1 : 0;
+      depth -= text[end] == ']' || text[end] == '}' ? 1 : 0;
+      ++end;
+    } while (depth > 0);
+  }
+  return text.substr(0, begin) + damage.spoil(text.substr(begin, end - begin)) + text.substr(end);
+}
+
+TEST_P(DamagedUncertainties, AreRefusedInWords) {
+  const Scene scene;
+  const Estimation found = estimateModel(scene.scans, scene.options);
+  const std::string text =
+      spoiled(documentOf(found.model, withAnotherMinimum(found.uncertainty)), GetParam());
+  try {
+    uncertaintyIn(text);
+    FAIL() << "an uncertainty was found";
+  } catch (const planex::estimation::UncertaintyFault& fault) {
+    EXPECT_THAT(fault.what(), ::testing::HasSubstr(GetParam().text));
+  }
+}
+
+std::function<std::string(const std::string&)> becomes(const std::string& value) {
+  return [value](const std::string&) { return value; };
+}
+/// Puts a text in the place of the first number of a list.
+std::function<std::string(const std::string&)> begins(const std::string& text) {
+  return [text](const std::string& value) {
+    const std::size_t begin = value.find_first_of("-0123456789");
+    return value.substr(0, begin) + text + value.substr(value.find_first_of(",\r]", begin));
+  };
+}
+std::string manyCorners(const std::string&) {
+  std::string text = "[[1, 1]";
+  for (int i = 0; i < 2000000; ++i) text += ",[1,1]";
+  return text + "]";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , DamagedUncertainties,
+    ::testing::Values(
+        Damage{"NoObject", "Estimation", becomes("5"), "'Estimation'"},
+        Damage{"Empty", "Estimation", becomes("{}"), "'Frame'"},
+        Damage{"Frame", "Frame", becomes("\"loose\""), "Frame is neither fixed nor rigid"},
+        Damage{"Sensor", "Sensor", becomes("{\"x\": 1e9, \"y\": 1e9}"), "Sensor"},
+        Damage{"Noise", "Noise", becomes("-1"), "Noise is below 0"},
+        Damage{"Radius", "Radius", becomes("0"), "Radius is not above 0"},
+        Damage{"Infinite", "Radius", becomes("1e999"), "'Radius'"},
+        Damage{"NotANumber", "Terms", begins("nan"), "is no model document"},
+        Damage{"OneTermMore", "Terms", begins("1, 1"), "Terms has a list of 22 numbers, not 21"},
+        Damage{"OneCovarianceMore", "Covariance", begins("1, 1"), "232 numbers, not 231"},
+        Damage{"NegativeVariance", "Covariance", begins("-1"), "Covariance is none"},
+        Damage{"Indefinite", "Covariance", begins("1e-300"), "Covariance is none"},
+        Damage{"GreatWeight", "OtherMinima", begins("1e9"), "a weight of OtherMinima"},
+        Damage{"FlatMinima", "OtherMinima", becomes("[1, 2]"), "'OtherMinima'"},
+        Damage{"OffTheSensor", "Measured", begins("1e9"), "a corner off the sensor"},
+        Damage{"NoHull", "Measured", becomes("[]"), "less than 3 corners"},
+        Damage{"MillionsOfCorners", "Measured", manyCorners, "more than 4096 entries"},
+        Damage{"AnotherHomography", "Homography", begins("0.1"), "belongs to another map"},
+        Damage{"AnotherTerm", "Shift", becomes("{\"x\": 0.01, \"y\": 0}"),
+               "belongs to another map"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(UncertaintyTable, IsAsGoodAsItSays) {
+  Random random(11);
+  for (int trial = 0; trial < 4; ++trial) {
+    const SimulatedCamera camera(random);
+    const std::vector<Place> pixels = camera.Pixels(random, 300, trial % 2 == 0 ? 1 : 0.5);
+    const ScanMeasurement scan = camera.Measure(random, pixels, 0.05, 0);
+    const Estimation found = estimateModel({scan}, camera.Options());
+    const double rowNoise = trial < 2 ? 0 : 0.1;
+    const UncertaintyTable table(withAnotherMinimum(found.uncertainty), rowNoise);
+    double worst = 0;
+    for (const Place& pixel : camera.Pixels(random, 4000)) {
+      const PlaceCovariance exact = table.exactlyAt(pixel), told = table.at(pixel);
+      const double scale = std::sqrt(exact.xx * exact.zz);
+      worst = std::max({worst, std::abs(told.xx / exact.xx - 1), std::abs(told.zz / exact.zz - 1),
+                        std::abs(told.xz - exact.xz) / scale});
+    }
+    EXPECT_LT(worst, table.largestChange() / 2);
+    EXPECT_LT(table.largestChange(), 0.004);
+    RecordProperty("worst" + std::to_string(trial), std::to_string(worst * 1e6));
+    const PlaceCovariance at = table.exactlyAt({7, 9}), map = table.uncertainty().at({7, 9});
+    const auto byRow = camera.ByPixel({7, 9}).col(1).eval();
+    EXPECT_NEAR(at.zz - map.zz, std::pow(byRow[1] * rowNoise, 2), 0.01 * at.zz);
+    EXPECT_NEAR(at.xz - map.xz, byRow[0] * byRow[1] * rowNoise * rowNoise, 0.01 * at.zz);
+    const PlaceCovariance off = table.at({-50, -50});
+    EXPECT_EQ(off.zz, table.exactlyAt({-50, -50}).zz);
+  }
+}
 
 }  // namespace
 }  // namespace test
