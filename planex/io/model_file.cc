@@ -57,10 +57,11 @@ std::string readTextFile(const std::string& path) {
   return text;
 }
 
-datafusion::planex::CalibrationModel loadModel(const std::string& path, std::string& sha256) {
-  const std::string text = readTextFile(path);
-  sha256 = sha256Of(text);
-  base::JsonVisitingDeSerializer reader(text.c_str(), false);
+datafusion::planex::CalibrationModel loadModel(const std::string& path, std::string& sha256,
+                                               std::string& document) {
+  document = readTextFile(path);
+  sha256 = sha256Of(document);
+  base::JsonVisitingDeSerializer reader(document.c_str(), false);
   datafusion::planex::CalibrationModel model;
   if (!reader.DeserializeIntoExistingObject(model)) {
     throw Failure(path, "is not a readable model document (" + reader.GetErrorDescription() +
@@ -70,6 +71,11 @@ datafusion::planex::CalibrationModel loadModel(const std::string& path, std::str
     throw Failure(path, "has a negative focal length or error figure; see: planex check " + path);
   }
   return model;
+}
+
+datafusion::planex::CalibrationModel loadModel(const std::string& path, std::string& sha256) {
+  std::string document;
+  return loadModel(path, sha256, document);
 }
 
 datafusion::planex::CalibrationModel loadModel(const std::string& path) {

@@ -20,4 +20,9 @@ PLANEX_EXPORT datafusion::planex::CalibrationModel loadModel(const std::string& 
 PLANEX_EXPORT datafusion::planex::CalibrationModel loadModel(const std::string& path,
                                                              std::string& sha256);
 
+/// The same, and the text of the document, for members that are none of the model.
+PLANEX_EXPORT datafusion::planex::CalibrationModel loadModel(const std::string& path,
+                                                             std::string& sha256,
+                                                             std::string& document);
+
 }  // namespace planex::io

@@ -90,6 +90,29 @@ void CalibratedRows::process() {
   }
 }
 
+void CalibratedRows::findSensorRows(std::vector<double>& rows) const {
+  switch (scan_.range.shape().type) {
+    case cmnalg::IMAGE_TYPE_UINT8:
+      return placeSamples<std::uint8_t>(rows);
+    case cmnalg::IMAGE_TYPE_UINT16:
+      return placeSamples<std::uint16_t>(rows);
+    case cmnalg::IMAGE_TYPE_UINT32:
+      return placeSamples<std::uint32_t>(rows);
+    default:
+      return placeSamples<float>(rows);
+  }
+}
+
+template <typename Pixel>
+void CalibratedRows::placeSamples(std::vector<double>& rows) const {
+  const auto* const samples = reinterpret_cast<const Pixel*>(samples_.data());
+  const double scale = scan_.region.scaleZ, origin = scan_.region.originZ;
+  rows.resize(samples_.size() / sizeof(Pixel));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    rows[i] = origin + scale * static_cast<double>(samples[i]);
+  }
+}
+
 template <typename Pixel>
 void CalibratedRows::countWideSamples() {
   const auto* const samples = reinterpret_cast<const Pixel*>(samples_.data());

@@ -51,6 +51,9 @@ class PLANEX_EXPORT CalibratedRows : public RowBlock {
   cmnalg::ImageOf<float>& z() { return z_; }
   /// @}
 
+  /// The rows of the sensor where the samples lie, with fractions; of what is no measurement, any.
+  void findSensorRows(std::vector<double>& rows) const;
+
   /// How many samples were measurements.
   std::int64_t measured() const { return measured_; }
   /// How many of them lie outside the rows of the sensor: values of another region.
@@ -66,6 +69,8 @@ class PLANEX_EXPORT CalibratedRows : public RowBlock {
   void countSamples();
   template <typename Pixel>
   void countWideSamples();
+  template <typename Pixel>
+  void placeSamples(std::vector<double>& rows) const;
 
   const RangeScan& scan_;
   std::vector<char> samples_;

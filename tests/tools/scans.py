@@ -1,7 +1,10 @@
 """Small scans as files, and runs of the command on them, for the tests of the command.
 
 Usage: scans.py FILE [NAME=JSON]... writes the range image with these arguments of save(), as
-another dtype or with another shape."""
+another dtype or with another shape.
+
+Usage: scans.py uncertain MODEL SENSOR.tif OUTPUT UNCERTAINTY.tif... prints how far the uncertainties
+of points (OUTPUT.tif.json) or of a map in floats are from those of the sensor."""
 import json
 import pathlib
 import struct
@@ -82,7 +85,46 @@ def write_scan(folder):
     return folder
 
 
+def uncertainty_error(model, sensor, output, uncertainty):
+    """The largest, relative; linear between the pixels of the sensor."""
+    sensor, found = tifffile.imread(sensor).astype(float), tifffile.imread(uncertainty)
+    described = json.loads(pathlib.Path(uncertainty + ".json").read_text())
+    turn, z_first = np.eye(2), "transform" in described
+    if z_first:
+        heights, line = tifffile.imread(output), described["transform"]
+        row, column = np.nonzero(~np.isnan(heights))
+        text = "".join(f"{line['scaleX'] * c + line['originX']!r},"
+                       f"{line['scaleY'] * r + line['originY']!r},{float(heights[r, c])!r}\n"
+                       for r, c in zip(row.tolist(), column.tolist()))
+        system = described["system"]
+        pixels = subprocess.run(["planex", "map", model, "--from", system, "--to", "pixel"],
+                                input=text, capture_output=True, text=True, check=True).stdout
+        u, _, v = np.array([line.split(",") for line in pixels.splitlines()], float).T
+        if system == "aligned":
+            pose = json.loads(pathlib.Path(model).read_text())["data"]["Pose"]
+            turn = np.array(pose)[np.ix_([0, 2], [0, 2])]
+    else:
+        region = described["made"]["sensor"]
+        row, column = np.nonzero(range_values())
+        u = region["scaleX"] * column + region["originX"]
+        v = region["scaleZ"] * range_values()[row, column] + region["originZ"]
+    assert (~np.isnan(found)).sum() == len(found) * len(row) > 9000
+    i, j = (np.clip(place, 0, size - 2).astype(int) for place, size in zip((v, u), sensor.shape[1:]))
+    x, z, correlation = sensor
+    figures = np.array([[x * x, x * z * correlation], [x * z * correlation, z * z]])
+    b, a = v - i, u - j
+    covariance = ((1 - a) * (1 - b) * figures[:, :, i, j] + a * (1 - b) * figures[:, :, i, j + 1] +
+                  (1 - a) * b * figures[:, :, i + 1, j] + a * b * figures[:, :, i + 1, j + 1])
+    turned = np.einsum("ia,abn,jb->ijn", turn, covariance, turn)
+    wanted = np.sqrt([turned[1, 1], turned[0, 0]] if z_first else [turned[0, 0], turned[1, 1]])
+    known = (u >= 0) & (u <= sensor.shape[2] - 1)  # cells may lie half a point beyond
+    return np.abs(found[:2, row, column] / wanted - 1)[:, known].max()
+
+
 if __name__ == "__main__":
+    if sys.argv[1] == "uncertain":
+        print(uncertainty_error(*sys.argv[2:]) < 0.007)
+        sys.exit()
     changes = {name: json.loads(value) for name, value in (x.split("=", 1) for x in sys.argv[2:])}
     shape = changes.pop("shape", (HEIGHT, WIDTH))
     image = range_values().astype(changes.pop("dtype", "u2"))

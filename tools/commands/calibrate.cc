@@ -12,12 +12,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/cli/made.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/uncertain_points.h"
 
 namespace planex::tools {
 namespace {
@@ -26,9 +28,9 @@ using datafusion::planex::CalibrationModel;
 using datafusion::planex::ModelState;
 
 struct CalibrateOptions {
-  std::string model, range, output, intensity;
+  std::string model, range, output, intensity, uncertainty;
   bool aligned = false, dropMissing = false;
-  std::optional<double> meshEdge;
+  std::optional<double> meshEdge, rowNoise;
   scan::SensorSettings sensor;
   scan::RowSettings y;
   RowOptions rows;
@@ -55,6 +57,10 @@ io::PointFormat checkedFormat(const CalibrateOptions& options) {
   }
   if (options.compression && *format != io::PointFormat::kTiff) {
     throw CLI::ValidationError("--compress", "needs an output .tif");
+  }
+  if (!options.uncertainty.empty()) {
+    requireUncertaintyName(options.uncertainty);
+    requireOtherName("--uncertainty", options.uncertainty, options.output);
   }
   return *format;
 }
@@ -127,14 +133,42 @@ std::string describeInJson(const CalibrateOptions& options, const Context& conte
   return sidecar.print();
 }
 
+/// The sidecar of the uncertainties.
+void finish(UncertaintyFile& file, const CalibrateOptions& options, const Context& context,
+            const ModelSource& model, const io::PointDescription& points,
+            const scan::RowBlocks& rows, const scan::RangeScan& source, const scan::YPositions& y) {
+  const char* const content =
+      options.aligned ? "uncertainty of aligned points" : "uncertainty of calibrated points";
+  OutputSidecar sidecar(file.sidecarPath(), content, context);
+  file.describe(sidecar);
+  const io::JsonText& json = sidecar.root();
+  json.add("missing", "NaN");
+  json.add("columns", points.columns);
+  json.add("rows", points.rows);
+  json.add("firstRow", rows.first);
+  if (options.rowNoise) json.add("rowNoise", *options.rowNoise);
+  json.add("model", options.model);
+  json.add("range", options.range);
+  sidecar.addMade(model);
+  sidecar.addScan(source.region, y);
+  file.finish(sidecar, content);
+}
+
 void runCalibrate(const CalibrateOptions& options, const Context& context) {
   const io::PointFormat format = checkedFormat(options);
   requireOneStandardInput(
       {options.model, options.range, options.sensor.sidecar, options.y.positions});
   applyThreads(context);
   ModelSource document{options.model, {}};
-  const CalibrationModel model = io::loadModel(options.model, document.sha256);
+  std::string text;
+  const CalibrationModel model = io::loadModel(options.model, document.sha256, text);
   checkAligned(model, options);
+  std::unique_ptr<const PlaneUncertainty> uncertainty;
+  PlaneTurn turn;
+  if (!options.uncertainty.empty()) {
+    uncertainty = requireUncertainty(text, options.model, options.rowNoise.value_or(0));
+    turn = PlaneTurn::of(model, options.model, options.aligned);
+  }
   const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
@@ -146,7 +180,11 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   const scan::RangeScan source(model, options.model, *range, region);
   const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);
 
-  for (const std::string& output : {options.output, options.output + ".json"}) {
+  std::vector<std::string> outputs = {options.output, options.output + ".json"};
+  if (uncertainty) {
+    outputs.insert(outputs.end(), {options.uncertainty, options.uncertainty + ".json"});
+  }
+  for (const std::string& output : outputs) {
     io::requireNoInput(output, {options.model, options.range, options.range + ".json",
                                 options.sensor.sidecar, options.intensity, y.file()});
   }
@@ -157,16 +195,29 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
       describe(options, context, format, *range, withIntensity, rows.count(), y.isKnown());
   const auto writer = io::PointWriter::create(
       format, file, points, {options.compression.value_or(io::Compression::kNone), &pool});
+  std::optional<UncertaintyFile> uncertainties;
+  if (uncertainty) {
+    uncertainties.emplace(options.uncertainty, context);
+    uncertainties->begin(points.columns, points.rows, {io::Compression::kNone, &pool});
+  }
   Progress progress(context, "calibrating", std::int64_t{rows.count()} * points.columns, "points");
   std::int64_t measured = 0, outside = 0;
   scan::streamRows<scan::PointBlock>(
       pool, rows,
-      [&] {
+      [&]() -> std::unique_ptr<scan::PointBlock> {
+        if (uncertainty) {
+          return std::make_unique<UncertainPoints>(source, y, options.aligned, withIntensity,
+                                                   *writer, *uncertainty, turn);
+        }
         return std::make_unique<scan::PointBlock>(source, y, options.aligned, withIntensity,
                                                   *writer);
       },
       [&](const scan::PointBlock& block) {
         block.writeTo(*writer);
+        if (uncertainties) {
+          const auto& uncertain = static_cast<const UncertainPoints&>(block);
+          uncertainties->writeRows(block.count(), uncertain.uncertainties());
+        }
         measured += block.measured();
         outside += block.outside();
         progress.advance(std::int64_t{block.count()} * points.columns);
@@ -174,8 +225,10 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   writer->finish();
   sidecar.write(describeInJson(options, context, document, points, writer->written(), rows, source,
                                y, file.size()));
+  if (uncertainties) finish(*uncertainties, options, context, document, points, rows, source, y);
   file.commit();
   sidecar.commit();
+  if (uncertainties) uncertainties->commit();
 
   tellOfReplacedMembers(options.sensor, options.y, beside);
   warnOfCountedRows(y, options.aligned || options.meshEdge, options.range, context);
@@ -217,6 +270,10 @@ void addCalibrateCommand(CLI::App& app, Context& context) {
                   "Join neighbours by triangles whose edges are no longer (.ply)",
                   {[](double edge) { return edge > 0; }, "must be above 0"})
       ->type_name("MAXEDGE");
+  addUncertaintyOptions(*command, options->uncertainty, options->rowNoise,
+                        "Standard uncertainties of X and of Z and their correlation, a value for "
+                        "each sample of the image, of what the model states of itself (see planex "
+                        "estimate); FILE.json describes it");
   addYOptions(*command, options->y);
   addCompressOption(*command, options->compression);
   addRowOptions(*command, options->rows);

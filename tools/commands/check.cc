@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
+#include "tools/commands/stated_uncertainty.h"
 
 namespace planex::tools {
 namespace {
@@ -30,7 +31,12 @@ std::vector<io::Fault> faultsOf(const std::string& text, std::string& readingErr
   if (!reader.DeserializeIntoExistingObject(model)) readingError = reader.GetErrorDescription();
   std::vector<io::Fault> faults = io::checkDocument(text);
   if (faults.empty() && !readingError.empty()) faults.push_back({"document", readingError});
-  return faults.empty() ? io::checkModel(model) : faults;
+  if (!faults.empty()) return faults;
+  const std::string fault = faultOfUncertainty(text);
+  if (!fault.empty()) faults.push_back({"data.Estimation", fault});
+  const std::vector<io::Fault> ofModel = io::checkModel(model);
+  faults.insert(faults.end(), ofModel.begin(), ofModel.end());
+  return faults;
 }
 
 void discardLog(const char*) {}

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/commands/commands.h"
+#include "tools/commands/stated_uncertainty.h"
 
 namespace planex::tools {
 namespace {
@@ -37,7 +38,8 @@ void setVersion(CalibrationModel& model, const ConvertOptions& options) {
 }
 
 void runConvert(const ConvertOptions& options, const Context& context) {
-  CalibrationModel model = io::loadModel(options.model);
+  std::string sha256, original;
+  CalibrationModel model = io::loadModel(options.model, sha256, original);
   setVersion(model, options);
   etl::MemoryOutStream stream;
   base::JsonVisitingSerializer writer(stream, !options.compact);
@@ -48,7 +50,8 @@ void runConvert(const ConvertOptions& options, const Context& context) {
   }
   io::requireNoInput(options.output.empty() ? "-" : options.output, {options.model});
   io::TextOutput output(options.output, context.force);
-  output.write(stream.GetText());
+  const auto estimated = withStatedUncertainty(model, !options.compact, original, options.model);
+  output.write(estimated ? *estimated : std::string(stream.GetText()));
   if (!options.compact) output.write("\r\n");
   output.commit();
 }
@@ -73,7 +76,8 @@ void addConvertCommand(CLI::App& app, Context& context) {
                     "Drop sheet curve and calibrated region where version 1 is written");
   addForceOption(*command, context);
   command->footer(
-      "Numbers come back bit for bit. Members that a model document does not have are dropped.\n\n"
+      "Numbers come back bit for bit. Members that a model document does not have are dropped; the "
+      "uncertainty of an estimated model stays as long as the map does.\n\n"
       "Examples:\n"
       "  planex convert model.json -o indented.json\n"
       "  planex convert model.json --compact -o small.json\n"

@@ -1,13 +1,11 @@
 #include <fmt/format.h>
 #include <planex/estimation/estimation.h>
-#include <planex/infra/json_serializer.h>
-#include <planex/infra/out_stream.h>
+#include <planex/estimation/uncertainty_document.h>
 #include <planex/io/failure.h>
 #include <planex/io/json.h>
 #include <planex/io/measured_points.h>
 #include <planex/io/measured_target.h>
 #include <planex/io/output_file.h>
-#include <planex/io/raster_writer.h>
 #include <planex/scan/resting_profile.h>
 #include <planex/scan/sensor.h>
 
@@ -29,6 +27,7 @@
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/estimation_report.h"
+#include "tools/commands/uncertainty_file.h"
 
 namespace planex::tools {
 namespace {
@@ -219,8 +218,7 @@ void addUncertainty(const io::JsonObject& root, const MapUncertainty& uncertaint
     }
   }
   const io::JsonObject object = root.addObject("uncertainty");
-  const bool isFree = uncertainty.parts().frame == MapUncertainty::Frame::kRigid;
-  object.add("frame", isFree ? "rigid" : "fixed");
+  object.add("frame", uncertainty.frameName());
   object.addList("columns", columns);
   object.addList("rows", rows);
   const char* const names[] = {"xx", "xz", "zz"};
@@ -304,54 +302,26 @@ std::string plainText(const Estimation& result, const std::string& unit) {
   return text;
 }
 
-/// Standard uncertainties of X and Z and their correlation, a value for each pixel of the sensor.
-class UncertaintyFile {
- public:
-  UncertaintyFile(const std::string& path, const Context& context)
-      : file_(path, context.force), sidecar_(path + ".json", context.force) {
-    if (io::rasterFormatOf(path) != io::RasterFormat::kTiff) {
-      throw CLI::ValidationError("--uncertainty", "must end in .tif or .tiff");
+/// A value for each pixel of the sensor.
+void write(UncertaintyFile& file, const MapUncertainty& uncertainty, const SensorSize& size,
+           const Context& context) {
+  file.begin(size.x, size.y);
+  UncertaintyLayers layers;
+  layers.resize(static_cast<std::size_t>(size.x));
+  for (int row = 0; row < size.y; ++row) {
+    for (int column = 0; column < size.x; ++column) {
+      const PlaceCovariance at =
+          uncertainty.at({static_cast<double>(column), static_cast<double>(row)});
+      layers.set(static_cast<std::size_t>(column), at.xx, at.xz, at.zz);
     }
+    file.writeRows(1, layers);
   }
-
-  void write(const Estimation& result, const SensorSize& size, const Context& context) {
-    io::RasterDescription raster;
-    raster.width = size.x;
-    raster.height = size.y;
-    raster.sample = io::SampleType::kFloat32;
-    raster.layers = {"uncertainty of X", "uncertainty of Z", "correlation"};
-    raster.unit = context.unit;
-    const auto writer = io::RasterWriter::create(io::RasterFormat::kTiff, file_, raster);
-    std::vector<float> layers[3];
-    for (auto& layer : layers) layer.resize(static_cast<std::size_t>(size.x));
-    for (int row = 0; row < size.y; ++row) {
-      for (int column = 0; column < size.x; ++column) {
-        const PlaceCovariance at =
-            result.uncertainty.at({static_cast<double>(column), static_cast<double>(row)});
-        const auto i = static_cast<std::size_t>(column);
-        layers[0][i] = static_cast<float>(at.ofX());
-        layers[1][i] = static_cast<float>(at.ofZ());
-        layers[2][i] = static_cast<float>(at.correlation());
-      }
-      writer->writeRows(1, {layers[0].data(), layers[1].data(), layers[2].data()});
-    }
-    writer->finish();
-    OutputSidecar sidecar(sidecar_.path(), "uncertainty of a model over its sensor", context);
-    sidecar.root().add("unit", context.unit);
-    sidecar.root().addTexts("layers", raster.layers);
-    sidecar.addMade({});
-    sidecar.addOutput("uncertainty of a model over its sensor", file_.path(), file_.size());
-    sidecar_.write(sidecar.print());
-  }
-
-  void commit() {
-    file_.commit();
-    sidecar_.commit();
-  }
-
- private:
-  io::OutputFile file_, sidecar_;
-};
+  const char* const content = "uncertainty of a model over its sensor";
+  OutputSidecar sidecar(file.sidecarPath(), content, context);
+  file.describe(sidecar);
+  sidecar.addMade({});
+  file.finish(sidecar, content);
+}
 
 /// The page for people.
 class ReportFile {
@@ -380,15 +350,6 @@ class ReportFile {
   io::OutputFile file_;
 };
 
-std::string documentOf(datafusion::planex::CalibrationModel model, const std::string& path) {
-  etl::MemoryOutStream stream;
-  base::JsonVisitingSerializer writer(stream, true);
-  if (!writer.Serialize(model)) {
-    throw io::Failure(path, "cannot be written (" + writer.GetErrorDescription() + ")");
-  }
-  return std::string(stream.GetText()) + "\r\n";
-}
-
 void runEstimate(const EstimateOptions& options, const Context& context) {
   const SensorSize size = sensorSizeOf(options.sensor);
   std::vector<std::string> inputs = options.points;
@@ -415,9 +376,9 @@ void runEstimate(const EstimateOptions& options, const Context& context) {
     throw io::Failure(options.output,
                       "was not written, since the model is bad; see the reasons above");
   }
-  document.write(documentOf(result.model, options.output));
+  document.write(documentOf(result.model, result.uncertainty) + "\r\n");
   if (uncertainty) {
-    uncertainty->write(result, size, context);
+    write(*uncertainty, result.uncertainty, size, context);
     uncertainty->commit();
   }
   if (report) report->commit();

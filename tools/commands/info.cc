@@ -19,6 +19,7 @@
 #include "planex/report/model_figure.h"
 #include "tools/cli/picture_options.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/stated_uncertainty.h"
 
 namespace planex::tools {
 namespace {
@@ -38,6 +39,7 @@ struct Facts {
   std::optional<scan::FieldOfView> view;
   std::string noView;  // why there is none
   std::optional<scan::RegionSummary> region;
+  std::optional<StatedUncertainty> uncertainty;
 };
 
 std::string errorText(double error, double maximum, const std::string& unit) {
@@ -102,6 +104,16 @@ std::string regionText(const Facts& facts) {
          residualText("  residuals in Z", region.z, facts.unit);
 }
 
+std::string uncertaintyText(const Facts& facts) {
+  if (!facts.uncertainty) return {};
+  const StatedUncertainty& stated = *facts.uncertainty;
+  return fmt::format(
+      "{:<19}{:.2g} {} (95 %) at most over the {:.0f} % of the sensor that were measured\n"
+      "{:<19}frame {}, noise {:.3g} pixels\n",
+      "uncertainty", stated.largest95, facts.unit, 100 * stated.measured, "", stated.frame,
+      stated.noise);
+}
+
 std::string plainText(const Facts& facts) {
   const CalibrationModel& m = facts.model;
   const auto& c = m.LensCoefficients;
@@ -122,7 +134,7 @@ std::string plainText(const Facts& facts) {
   line("skew", fmt::format("{:.8g}  {:.8g}  {:.8g}, {}", m.Skew.x, m.Skew.y, m.Skew.z,
                            skewModeToString(m.SkewMode)));
   text += matrixText("homography", m.Homography) + matrixText("pose", m.Pose);
-  return text + viewText(facts) + regionText(facts);
+  return text + viewText(facts) + regionText(facts) + uncertaintyText(facts);
 }
 
 /// Null for an error that nobody has set.
@@ -201,6 +213,13 @@ std::string jsonText(const Facts& facts) {
   root.addRows("pose", m.Pose);
   addView(root, facts.view);
   addRegion(root, facts.region);
+  if (facts.uncertainty) {
+    const io::JsonObject stated = root.addObject("uncertainty");
+    stated.add("largest95", facts.uncertainty->largest95);
+    stated.add("support", facts.uncertainty->measured);
+    stated.add("frame", facts.uncertainty->frame);
+    stated.add("noise", facts.uncertainty->noise);
+  }
   return root.print();
 }
 
@@ -230,8 +249,9 @@ void runInfo(const InfoOptions& options, const Context& context) {
     printProvenance(options, *provenance);
     return;
   }
-  const CalibrationModel model = io::loadModel(options.model);
-  Facts facts{model, context.unit, {}, {}, {}};
+  std::string sha256, document;
+  const CalibrationModel model = io::loadModel(options.model, sha256, document);
+  Facts facts{model, context.unit, {}, {}, {}, statedUncertainty(document, options.model)};
   facts.view = scan::fieldOfView(model, facts.noView);
   facts.region = scan::summarizeRegion(model);
   if (!options.plot.empty()) {

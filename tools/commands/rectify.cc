@@ -24,6 +24,7 @@
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/rectify_files.h"
+#include "tools/commands/uncertainty_file.h"
 
 namespace planex::tools {
 namespace {
@@ -43,7 +44,7 @@ const std::map<std::string, RectificationMode> kModes = {
     {"brightest", RectificationMode::BRIGHTEST},
 };
 
-const std::vector<std::string> kLayers = {"count", "spread", "sigma", "intensity"};
+const std::vector<std::string> kLayers = {"count", "spread", "sigma", "residual", "intensity"};
 
 void require(bool holds, const char* option, const std::string& complaint) {
   if (!holds) throw CLI::ValidationError(option, complaint);
@@ -65,7 +66,7 @@ void checkOutputs(const RectifyOptions& options) {
   require(!options.noData || std::abs(*options.noData) <= std::numeric_limits<float>::max(),
           "--nodata", "has no float");
   require(options.layers.empty() || options.floating, "--layers", needsFloat);
-  require(!options.uncertainty || options.floating, "--uncertainty", needsFloat);
+  if (!options.uncertainty.empty()) requireUncertaintyName(options.uncertainty);
   require(options.intensityDepth == 8 || options.isGridded(), "--intensity-depth",
           "of 16 needs --float or --aligned");
   require(options.isGridded() || options.yRange.empty(), "--y-range",
@@ -97,6 +98,12 @@ std::vector<std::string> outputsOf(const RectifyOptions& options) {
     rasters.push_back(besidePath(options.output, intensitySuffix(options, i)));
   }
   if (options.fill > 0) rasters.push_back(besidePath(options.output, "mask"));
+  if (!options.uncertainty.empty()) {
+    for (const std::string& raster : rasters) {
+      requireOtherName("--uncertainty", options.uncertainty, raster);
+    }
+    rasters.push_back(options.uncertainty);
+  }
   std::vector<std::string> outputs;
   for (const std::string& raster : rasters)
     outputs.insert(outputs.end(), {raster, raster + ".json"});
@@ -203,7 +210,12 @@ void printSummary(const RectifyOptions& options, const Context& context,
 
 void rectifyScan(const RectifyOptions& options, const Context& context, const Together& together) {
   ModelSource document{options.model, {}};
-  const CalibrationModel model = io::loadModel(options.model, document.sha256);
+  std::string text;
+  const CalibrationModel model = io::loadModel(options.model, document.sha256, text);
+  std::unique_ptr<const PlaneUncertainty> uncertainty;
+  if (!options.uncertainty.empty()) {
+    uncertainty = requireUncertainty(text, options.model, options.rowNoise.value_or(0));
+  }
   const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
   const scan::ResolvedSensor region =
@@ -226,7 +238,8 @@ void rectifyScan(const RectifyOptions& options, const Context& context, const To
                           [&](std::int64_t points) { together.progress.advance(points); });
   }
   const MapSource map{
-      document, source, intensities, y, rows, bounds, kModes.at(options.mode), together.progress};
+      document,          source,           intensities, y, rows, bounds, kModes.at(options.mode),
+      uncertainty.get(), together.progress};
   const auto rectify = options.isGridded() ? rectifyGrid : rectifyLevels;
   const MapOutcome outcome = rectify(options, context, map, together.pool);
   tellOfReplacedMembers(options.sensor, options.y, beside);
@@ -245,6 +258,7 @@ RectifyOptions optionsFor(const RectifyOptions& all, const std::string& range) {
   if (all.output.back() == '/') options.output += withStemOf("{}." + all.format, range);
   for (std::string& intensity : options.intensities) intensity = withStemOf(intensity, range);
   options.preview = withStemOf(all.preview, range);
+  options.uncertainty = withStemOf(all.uncertainty, range);
   options.y.positions = withStemOf(all.y.positions, range);
   options.sensor.sidecar = withStemOf(all.sensor.sidecar, range);
   checkOutputs(options);
@@ -362,13 +376,16 @@ void addRectifyCommand(CLI::App& app, Context& context) {
       ->add_option(
           "--layers", options->layers,
           "With --float: more layers, with commas between: count (points in the cell), spread "
-          "(greatest less smallest height), sigma (standard deviation of n - 1), intensity")
+          "(greatest less smallest height), sigma (standard deviation of n - 1), residual (what "
+          "the "
+          "calibration of the model left over there), intensity")
       ->delimiter(',')
       ->check(CLI::IsMember(kLayers))
       ->type_name("LIST");
-  command->add_flag("--uncertainty", options->uncertainty,
-                    "With --float: a layer residual, what the calibration of the model left over "
-                    "there");
+  addUncertaintyOptions(*command, options->uncertainty, options->rowNoise,
+                        "Standard uncertainties of Z and of X of every cell that has a height, of "
+                        "what the model states of itself (see planex estimate); FILE.json "
+                        "describes it");
   command
       ->add_option("--intensity-depth", options->intensityDepth,
                    "With --float or --aligned: 16 keeps intensities of 16 bits as they are")

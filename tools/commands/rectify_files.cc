@@ -3,6 +3,7 @@
 #include <planex/io/json.h>
 #include <planex/scan/height_map.h>
 
+#include <limits>
 #include <utility>
 
 #include "tools/cli/picture_options.h"
@@ -58,6 +59,14 @@ MapFiles::MapFiles(const RectifyOptions& options, const Context& context, const 
   raster.values = heights.values;
   raster.missing = heights.missing;
   open(options.output, "height map", raster);
+  if (source.uncertainty != nullptr) {
+    cells_ = std::make_unique<CellUncertainty>(options, source, grid, y);
+    raster.layers = {"uncertainty of Z", "uncertainty of X"};
+    raster.sample = io::SampleType::kFloat32;
+    raster.values = io::Axis{};
+    raster.missing = std::numeric_limits<double>::quiet_NaN();
+    open(options.uncertainty, "uncertainty of a height map", raster);
+  }
   if (options.preview.empty()) return;
   previewFile_ = std::make_unique<io::OutputFile>(options.preview, context.force);
   preview_ = std::make_unique<HeightPicture>(report::MapGrid{
@@ -82,12 +91,18 @@ void MapFiles::addImage(const std::string& suffix, const char* content, io::Samp
 void MapFiles::writeHeights(int count, const std::vector<const void*>& layers,
                             const std::uint16_t* levels, std::int64_t filled) {
   layers_.front()->writer->writeRows(count, layers);
+  if (cells_ != nullptr) {
+    const auto* const heights =
+        options_.floating ? static_cast<const float*>(layers.front()) : nullptr;
+    const UncertaintyLayers& uncertainty = cells_->next(count, levels, heights);
+    layers_[1]->writer->writeRows(count, {uncertainty.z.data(), uncertainty.x.data()});
+  }
   if (preview_ != nullptr) preview_->addRows(count, levels);
   filled_ += filled;
 }
 
 void MapFiles::writeImage(std::size_t image, int count, const void* samples) {
-  layers_[image + 1]->writer->writeRows(count, {samples});
+  layers_[image + (cells_ == nullptr ? 1 : 2)]->writer->writeRows(count, {samples});
 }
 
 void MapFiles::finish() {
@@ -133,6 +148,7 @@ void MapFiles::addMade(OutputSidecar& sidecar) const {
     levels.add("originZ", grid_.levels.origin);
   }
   made.add("holesUpTo", options_.fill);
+  if (options_.rowNoise) made.add("rowNoise", *options_.rowNoise);
   made.addList("intensityLimits", nullptr, 0);
   for (const auto& intensity : source_.intensities) {
     if (options_.intensityDepth == 16) break;  // they are as they were

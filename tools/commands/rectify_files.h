@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "planex/report/height_picture.h"
+#include "tools/commands/cell_uncertainty.h"
 #include "tools/commands/rectify_options.h"
 
 namespace planex::tools {
@@ -54,7 +55,8 @@ class MapFiles {
   const datafusion::planex::HeightGrid grid_;
   io::WorkerPool& pool_;
   io::RasterDescription raster_;                // what all rasters have in common
-  std::vector<std::unique_ptr<Layer>> layers_;  // heights, then images
+  std::vector<std::unique_ptr<Layer>> layers_;  // heights, uncertainties if wanted, then images
+  std::unique_ptr<CellUncertainty> cells_;      // where they are wanted
   std::unique_ptr<io::OutputFile> previewFile_;
   std::unique_ptr<report::HeightPicture> preview_;
   std::int64_t filled_ = 0;

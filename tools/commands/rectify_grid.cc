@@ -185,10 +185,10 @@ io::RasterDescription describeHeights(const RectifyOptions& options,
     heights.missing = 0;
     return heights;
   }
-  for (const char* layer : {"count", "spread", "sigma"}) {
+  for (const char* layer : {"count", "spread", "sigma", "residual"}) {
     if (options.hasLayer(layer)) heights.layers.emplace_back(layer);
   }
-  if (options.uncertainty) heights.layers.emplace_back("residual");
+
   for (std::size_t i = 0; i < options.intensities.size() && options.hasLayer("intensity"); ++i) {
     heights.layers.push_back(intensitySuffix(options, i));
   }
@@ -208,14 +208,14 @@ scan::Gridding griddingOf(const RectifyOptions& options, const MapSource& source
   scan::Gridding gridding;
   gridding.mode = source.mode;
   gridding.layers = {options.hasLayer("count"), options.hasLayer("spread"),
-                     options.hasLayer("sigma"), options.uncertainty, options.fill};
+                     options.hasLayer("sigma"), options.hasLayer("residual"), options.fill};
   gridding.aligned = options.aligned;
   gridding.wideIntensities = options.intensityDepth == 16;
-  if (options.uncertainty) {
+  if (gridding.layers.residual) {
     gridding.residuals = scan::ResidualMap::of(source.scan.model);
     if (!gridding.residuals) {
       throw io::Failure(options.model,
-                        "has no calibrated region whose residuals --uncertainty could tell");
+                        "has no calibrated region whose residuals a layer could tell");
     }
   }
   datafusion::planex::PointPlacement& placement = gridding.placement;

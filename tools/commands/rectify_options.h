@@ -18,16 +18,17 @@
 #include "tools/cli/options.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/scan_options.h"
+#include "tools/commands/stated_uncertainty.h"
 
 namespace planex::tools {
 
 struct RectifyOptions {
   std::string model, range, output, preview, colors = "viridis", mode = "mean";
-  std::string xRange, yRange, zRange, format = "tif";
+  std::string xRange, yRange, zRange, uncertainty, format = "tif";
   std::vector<std::string> ranges, intensities, layers;
   int jobs = 1, columns = 0, fill = 0, intensityDepth = 8;
-  std::optional<double> pixelSize, rowSize, noData, splat;
-  bool aligned = false, floating = false, shade = false, uncertainty = false;
+  std::optional<double> pixelSize, rowSize, noData, splat, rowNoise;
+  bool aligned = false, floating = false, shade = false;
   scan::SensorSettings sensor;
   scan::RowSettings y;
   RowOptions rows;
@@ -47,7 +48,8 @@ struct MapSource {
   const scan::RowBlocks& rows;
   datafusion::planex::WorldBounds bounds;  ///< of what the scan can show, calibrated
   datafusion::planex::RectificationMode mode;
-  Progress& progress;  ///< hears of points that are done
+  const PlaneUncertainty* uncertainty;  ///< of the model; null: not wanted
+  Progress& progress;                   ///< hears of points that are done
 };
 
 /// Columns and heights of a map: those that the options ask for, else as many and as far as the

@@ -1,0 +1,85 @@
+#include "tools/commands/stated_uncertainty.h"
+
+#include <planex/estimation/uncertainty_document.h>
+#include <planex/estimation/uncertainty_table.h>
+#include <planex/io/failure.h>
+
+#include <utility>
+
+#include "tools/cli/warnings.h"
+
+namespace planex::tools {
+namespace {
+
+using estimation::MapUncertainty;
+
+class TabulatedUncertainty final : public PlaneUncertainty {
+ public:
+  TabulatedUncertainty(MapUncertainty uncertainty, double rowNoise)
+      : table_(std::move(uncertainty), rowNoise) {}
+  PlaneCovariance at(double column, double row) const override {
+    const estimation::PlaceCovariance covariance = table_.at({column, row});
+    return {covariance.xx, covariance.xz, covariance.zz};
+  }
+
+ private:
+  estimation::UncertaintyTable table_;
+};
+
+}  // namespace
+
+std::optional<StatedUncertainty> statedUncertainty(const std::string& document,
+                                                   const std::string& name) {
+  try {
+    const auto uncertainty = estimation::uncertaintyIn(document);
+    if (!uncertainty) return std::nullopt;
+    const MapUncertainty::Parts& parts = uncertainty->parts();
+    return StatedUncertainty{uncertainty->largestRadius95(),
+                             uncertainty->measuredShare(parts.sensorSize), parts.noise,
+                             uncertainty->frameName()};
+  } catch (const estimation::UncertaintyFault& fault) {
+    warn(name, fault.what());
+    return std::nullopt;
+  }
+}
+
+std::string faultOfUncertainty(const std::string& document) {
+  try {
+    estimation::uncertaintyIn(document);
+  } catch (const estimation::UncertaintyFault& fault) {
+    return fault.what();
+  }
+  return {};
+}
+
+std::optional<std::string> withStatedUncertainty(const datafusion::planex::CalibrationModel& model,
+                                                 bool pretty, const std::string& other,
+                                                 const std::string& name) {
+  try {
+    const auto uncertainty = estimation::uncertaintyIn(other);
+    if (!uncertainty) return std::nullopt;
+    std::string document = documentOf(model, *uncertainty, pretty);
+    estimation::uncertaintyIn(document);  // of the same map?
+    return document;
+  } catch (const estimation::UncertaintyFault& fault) {
+    warn(name, std::string("the uncertainty is left out: ") + fault.what());
+    return std::nullopt;
+  }
+}
+
+std::unique_ptr<const PlaneUncertainty> requireUncertainty(const std::string& document,
+                                                           const std::string& name,
+                                                           double rowNoise) {
+  std::optional<MapUncertainty> uncertainty;
+  try {
+    uncertainty = estimation::uncertaintyIn(document);
+  } catch (const estimation::UncertaintyFault& fault) {
+    throw io::Failure(name, fault.what());
+  }
+  if (!uncertainty) {
+    throw io::Failure(name, "states no uncertainty; planex estimate writes models that do");
+  }
+  return std::make_unique<TabulatedUncertainty>(std::move(*uncertainty), rowNoise);
+}
+
+}  // namespace planex::tools
