@@ -20,6 +20,7 @@ void bindPoints(py::module_& module);
 void bindFiles(py::module_& module);
 void bindPointFiles(py::module_& module);
 void bindMapFiles(py::module_& module);
+void bindEstimation(py::module_& module);
 /// @}
 
 /// The name of a field, made once: asking for an attribute by a C string makes it anew each time.

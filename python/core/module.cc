@@ -11,4 +11,5 @@ PYBIND11_MODULE(_core, module) {
   planex_python::bindFiles(module);
   planex_python::bindPointFiles(module);
   planex_python::bindMapFiles(module);
+  planex_python::bindEstimation(module);
 }

@@ -12,6 +12,14 @@ Arrays are NumPy's and are used where they lie. Models and records are values.
 """
 
 from planex.errors import DocumentError, Error, ImageError
+from planex.estimation import (
+    Estimation,
+    Finding,
+    MapUncertainty,
+    PlaceCovariance,
+    ScanFit,
+    estimate,
+)
 from planex.files import ImageFile, Sidecar, read_image, read_sidecar, write_points
 from planex.functions import (
     AlignedPoints,
@@ -39,15 +47,20 @@ __all__ = [
     "Difference",
     "DocumentError",
     "Error",
+    "Estimation",
     "Fault",
+    "Finding",
     "Grid",
     "HeightMap",
     "ImageError",
     "ImageFile",
+    "MapUncertainty",
     "Model",
+    "PlaceCovariance",
     "Points",
     "Rectangle",
     "Region",
+    "ScanFit",
     "SensorTraits",
     "Sidecar",
     "SkewMode",
@@ -57,6 +70,7 @@ __all__ = [
     "bounds",
     "calibrate",
     "diff",
+    "estimate",
     "height_map",
     "intensity_limits",
     "map_box",

@@ -13,6 +13,17 @@ hypothesis.settings.load_profile("same")
 ROOT = pathlib.Path(__file__).parents[2]
 
 
+def estimates():
+    """Whether the package was built with estimation: it refuses such points all the same."""
+    try:
+        planex.estimate([], [], [], [], sensor_size=(9, 9))
+    except planex.Error as error:
+        return "without estimation" not in str(error)
+
+
+ESTIMATES = estimates()
+
+
 @pytest.fixture(scope="session")
 def model():
     return planex.Model.from_file(ROOT / "examples/models/simulated_camera.json")

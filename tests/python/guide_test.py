@@ -8,7 +8,7 @@ import shutil
 
 import numpy
 import pytest
-from conftest import ROOT
+from conftest import ESTIMATES, ROOT
 
 import planex
 
@@ -29,8 +29,10 @@ def test_guide():
     assert "heights" in names
 
 
-@pytest.mark.parametrize("name", ["files", "functions", "heights", "model", "records"])
+@pytest.mark.parametrize("name", ["files", "estimation", "functions", "heights", "model", "records"])
 def test_docstrings_have_examples_that_run(name):
+    if name == "estimation" and not ESTIMATES:
+        pytest.skip("built without estimation")
     module = importlib.import_module(f"planex.{name}")
     for public in vars(planex).values():
         if getattr(public, "__module__", "") == module.__name__:
