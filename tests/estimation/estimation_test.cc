@@ -604,10 +604,12 @@ std::string spoiled(const std::string& text, const Damage& damage) {
 }
 
 TEST_P(DamagedUncertainties, AreRefusedInWords) {
-  const Scene scene;
-  const Estimation found = estimateModel(scene.scans, scene.options);
-  const std::string text =
-      spoiled(documentOf(found.model, withAnotherMinimum(found.uncertainty)), GetParam());
+  static const std::string kSound = [] {
+    const Scene scene;
+    const Estimation found = estimateModel(scene.scans, scene.options);
+    return documentOf(found.model, withAnotherMinimum(found.uncertainty));
+  }();
+  const std::string text = spoiled(kSound, GetParam());
   try {
     uncertaintyIn(text);
     FAIL() << "an uncertainty was found";
