@@ -14,16 +14,18 @@ using Pixel = cmnalg::Vec<2, double>;
 // Cells of the coarsest grid and of the finest; a power of two times as many.
 constexpr int kFewestColumns = 32, kFewestRows = 16, kMostColumns = 1024;
 constexpr double kWantedChange = 4e-3;
-constexpr double kMargin = 1;  // pixels beyond the sensor that the table covers
+constexpr double kLeastShare = 0.1;  // of the mean variance: what lies below is not told apart
+constexpr double kMargin = 1;        // pixels beyond the sensor that the table covers
 
 bool isFinite(const PlaceCovariance& c) {
   return std::isfinite(c.xx) && std::isfinite(c.xz) && std::isfinite(c.zz);
 }
 
-/// Relative to variances; 0 where that means nothing.
-double changeOf(const PlaceCovariance& from, const PlaceCovariance& to) {
-  const double changes[] = {std::abs(from.xx - to.xx) / to.xx, std::abs(from.zz - to.zz) / to.zz,
-                            std::abs(from.xz - to.xz) / std::sqrt(to.xx * to.zz)};
+/// Relative to variances, or to the least that counts; 0 where that means nothing.
+double changeOf(const PlaceCovariance& from, const PlaceCovariance& to, double least) {
+  const double xx = std::max(to.xx, least), zz = std::max(to.zz, least);
+  const double changes[] = {std::abs(from.xx - to.xx) / xx, std::abs(from.zz - to.zz) / zz,
+                            std::abs(from.xz - to.xz) / std::sqrt(xx * zz)};
   double most = 0;
   for (const double change : changes) {
     if (std::isfinite(change)) most = std::max(most, change);
@@ -60,6 +62,7 @@ UncertaintyTable::UncertaintyTable(MapUncertainty uncertainty, double rowNoise)
       grid_.node.push_back(exactlyAt(grid_.pixelOf(column, row)));
     }
   }
+  leastVariance_ = kLeastShare * meanVariance();
   do {
     Grid fine = halved(grid_);
     largestChange_ = 0;
@@ -68,11 +71,27 @@ UncertaintyTable::UncertaintyTable(MapUncertainty uncertainty, double rowNoise)
         PlaceCovariance before;
         if (row % 2 + column % 2 == 0) continue;
         if (!interpolate(grid_, fine.pixelOf(column, row), before)) continue;
-        largestChange_ = std::max(largestChange_, changeOf(before, fine.of(column, row)));
+        largestChange_ =
+            std::max(largestChange_, changeOf(before, fine.of(column, row), leastVariance_));
       }
     }
     grid_ = std::move(fine);
   } while (largestChange_ > kWantedChange && grid_.columns <= kMostColumns);
+}
+
+/// Of X and Z, where the sensor was measured.
+double UncertaintyTable::meanVariance() const {
+  double sum = 0;
+  int count = 0;
+  for (int row = 0; row < grid_.rows; ++row) {
+    for (int column = 0; column < grid_.columns; ++column) {
+      const PlaceCovariance& node = grid_.of(column, row);
+      if (!uncertainty_.isMeasured(grid_.pixelOf(column, row)) || !isFinite(node)) continue;
+      sum += (node.xx + node.zz) / 2;
+      ++count;
+    }
+  }
+  return count == 0 ? 0 : sum / count;
 }
 
 UncertaintyTable::Grid UncertaintyTable::halved(const Grid& coarse) const {

@@ -16,7 +16,8 @@ namespace planex::estimation {
 /// which keeps a covariance one. The grid begins coarse and is halved until halving changes none of
 /// its figures at the new nodes by more than 0.4 % (of the variance, the covariance of the root of
 /// the product of both); what is used is the halved one, whose own error is about a quarter of
-/// that. So a standard uncertainty is good to about 0.05 %.
+/// that. So a standard uncertainty is good to about 0.05 %, or to that share of a third of the mean
+/// one where it is smaller: where a frame is free, some places hardly move.
 class PLANEX_EXPORT UncertaintyTable {
  public:
   /// @param rowNoise  standard deviation of a measured row in pixels, that of the extraction: adds
@@ -31,7 +32,8 @@ class PLANEX_EXPORT UncertaintyTable {
   PlaceCovariance exactlyAt(cmnalg::Vec<2, double> pixel) const;
 
   /// By how much halving the grid for the last time has changed figures: above the error of at(),
-  /// relative to the variance. The table ends at 1025 nodes each way, whatever that is then.
+  /// relative to the variance, or to a tenth of the mean one. The table ends at 1025 nodes each
+  /// way, whatever that is then.
   double largestChange() const { return largestChange_; }
 
   /// What it is a table of.
@@ -49,11 +51,13 @@ class PLANEX_EXPORT UncertaintyTable {
     const PlaceCovariance& of(int column, int row) const;
   };
 
+  double meanVariance() const;
   Grid halved(const Grid& coarse) const;
   static bool interpolate(const Grid& grid, cmnalg::Vec<2, double> pixel, PlaceCovariance& result);
 
   MapUncertainty uncertainty_;
   double rowVariance_;
+  double leastVariance_ = 0;
   double largestChange_ = 0;
   Grid grid_;
 };

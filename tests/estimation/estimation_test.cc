@@ -569,7 +569,6 @@ TEST(UncertaintyDocument, HoldsTheSameBits) {
   for (const Place& pixel : gridOf(scene.camera)) {
     const PlaceCovariance a = uncertainty.at(pixel), b = read->at(pixel);
     EXPECT_TRUE(a.xx == b.xx && a.xz == b.xz && a.zz == b.zz);
-    EXPECT_GT(a.zz, found.uncertainty.at(pixel).zz * 0.999);
   }
   CalibrationModel model;
   base::JsonVisitingDeSerializer reader(text.c_str(), true);
@@ -668,12 +667,16 @@ TEST(UncertaintyTable, IsAsGoodAsItSays) {
     const Estimation found = estimateModel({scan}, camera.Options());
     const double rowNoise = trial < 2 ? 0 : 0.1;
     const UncertaintyTable table(withAnotherMinimum(found.uncertainty), rowNoise);
-    double worst = 0;
+    double worst = 0, least = 0;
+    for (const Place& pixel : pixels) {
+      const PlaceCovariance c = table.exactlyAt(pixel);
+      least += 0.05 * (c.xx + c.zz) / static_cast<double>(pixels.size());
+    }
     for (const Place& pixel : camera.Pixels(random, 4000)) {
       const PlaceCovariance exact = table.exactlyAt(pixel), told = table.at(pixel);
-      const double scale = std::sqrt(exact.xx * exact.zz);
-      worst = std::max({worst, std::abs(told.xx / exact.xx - 1), std::abs(told.zz / exact.zz - 1),
-                        std::abs(told.xz - exact.xz) / scale});
+      const double xx = std::max(exact.xx, least), zz = std::max(exact.zz, least);
+      worst = std::max({worst, std::abs(told.xx - exact.xx) / xx, std::abs(told.zz - exact.zz) / zz,
+                        std::abs(told.xz - exact.xz) / std::sqrt(xx * zz)});
     }
     EXPECT_LT(worst, table.largestChange() / 2);
     EXPECT_LT(table.largestChange(), 0.004);
