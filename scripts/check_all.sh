@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage aarch64 wheel stubs dask clone)
+steps=(ci lint tsan valgrind sets fuzz locales tools docs coverage trials aarch64 wheel stubs dask clone)
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -40,6 +40,10 @@ step_tools() { # what the command writes, in Open3D
   build release
   /usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
     build/release/tests/tools/whole_scan
+}
+step_trials() { # what estimates are worth, over 400 simulated cameras
+  build release --target planex_estimation_test
+  PLANEX_TEST_TRIALS=400 build/release/tests/planex_estimation_test --gtest_filter='*Campaigns*'
 }
 step_stubs() { # the stub of the extension beside what it is
   cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null

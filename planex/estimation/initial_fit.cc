@@ -112,67 +112,6 @@ PlaneHomography startOf(const std::vector<Observation>& observations,
   return *start;
 }
 
-/// What is expected where the measurements are silent. Source: how far lenses and laser sheets
-/// depart from the ideal at the corner of the sensor, in half diagonals and half widths of the
-/// field.
-void expectTerms(Unknowns& unknowns, const EstimationOptions& options) {
-  const Place middle = middleOf(options);
-  const double radius = radiusOf(options);
-  const CameraTerms start = unknowns.terms();
-  const double right = options.sensorSize.x - 1;
-  const double width = std::abs(laserFromSensor(start, radius, {right, middle.y}).x -
-                                laserFromSensor(start, radius, {0, middle.y}).x) /
-                       2;
-  const double lens[] = {0.05, 0.015, 0.005, 0.005, 0.005, 0.01, 0.01};
-  for (int i = 0; i < 7; ++i) unknowns.expect(kLensTerms + i, 0, lens[i]);
-  unknowns.expect(kCentreTerms, middle.x, 0.02 * radius);
-  unknowns.expect(kCentreTerms + 1, middle.y, 0.02 * radius);
-  const double none = options.hasSheetCurve ? 1 : 1e-9;
-  const double curve[] = {0.1 * width, 0.5 / width, 0.01 / width, 0.01 / (width * width)};
-  for (int i = 0; i < 4; ++i) unknowns.expect(kCurveTerms + i, 0, none * curve[i]);
-  unknowns.mean[kCurveTerms] = laserFromSensor(start, radius, middle).x;
-  *unknowns.at(kCurveTerms) = unknowns.mean[kCurveTerms];
-}
-
-/// The unknowns of scans and targets, with what is expected of them.
-void appendTargets(const std::vector<ScanMeasurement>& scans, const EstimationOptions& options,
-                   Unknowns& unknowns) {
-  // A section that is turned out of the plane by t is wider by 1 / cos t - 1, about t^2 / 2.
-  const double turn = options.turn * options.turn / 2;
-  const double ofTurn = std::max(turn * std::sqrt(2.0), kExact);
-  std::map<const TargetProfile*, int> known;
-  for (const ScanMeasurement& scan : scans) {
-    Unknowns::Scan place;
-    if (scan.target) {
-      const auto [entry, isNew] =
-          known.emplace(scan.target.get(), static_cast<int>(unknowns.targets.size()));
-      place.target = entry->second;
-      if (isNew) {
-        Unknowns::Target target{*scan.target, unknowns.append(kSizeCount), -1};
-        const TargetProfile& profile = target.profile;
-        unknowns.expect(target.size + kSizeScale, 0, std::max(profile.scaleTolerance, kExact));
-        unknowns.expect(target.size + kSizeWidening, turn, ofTurn);
-        *unknowns.at(target.size + kSizeWidening) = turn;
-        if (profile.tolerance > 0) {
-          target.corners = unknowns.append(2 * static_cast<int>(profile.corners.size()));
-          int next = target.corners;
-          for (const Place& corner : profile.corners) {
-            for (const double value : {corner.x, corner.y}) {
-              *unknowns.at(next) = value;
-              unknowns.expect(next++, value, profile.tolerance);
-            }
-          }
-        }
-        unknowns.targets.push_back(std::move(target));
-      }
-      place.placement = unknowns.append(kPlacementCount);
-      unknowns.expect(place.placement + kPlaceWidening, turn, ofTurn);
-      *unknowns.at(place.placement + kPlaceWidening) = turn;
-    }
-    unknowns.scans.push_back(place);
-  }
-}
-
 void setHomography(ModelFit& fit, const PlaneHomography& h, const EstimationOptions& options) {
   CameraTerms terms{};
   std::copy_n(h.begin(), 8, terms.begin());
@@ -414,6 +353,64 @@ Place middleOf(const EstimationOptions& options) {
   return {(options.sensorSize.x - 1) / 2.0, (options.sensorSize.y - 1) / 2.0};
 }
 
+Unknowns unknownsOf(const std::vector<ScanMeasurement>& scans, const EstimationOptions& options) {
+  Unknowns unknowns;
+  // A section that is turned out of the plane by t is wider by 1 / cos t - 1, about t^2 / 2.
+  const double turn = options.turn * options.turn / 2;
+  const double ofTurn = std::max(turn * std::sqrt(2.0), kExact);
+  std::map<const TargetProfile*, int> known;
+  for (const ScanMeasurement& scan : scans) {
+    Unknowns::Scan place;
+    if (scan.target) {
+      const auto [entry, isNew] =
+          known.emplace(scan.target.get(), static_cast<int>(unknowns.targets.size()));
+      place.target = entry->second;
+      if (isNew) {
+        Unknowns::Target target{*scan.target, unknowns.append(kSizeCount), -1};
+        const TargetProfile& profile = target.profile;
+        unknowns.expect(target.size + kSizeScale, 0, std::max(profile.scaleTolerance, kExact));
+        unknowns.expect(target.size + kSizeWidening, turn, ofTurn);
+        *unknowns.at(target.size + kSizeWidening) = turn;
+        if (profile.tolerance > 0) {
+          target.corners = unknowns.append(2 * static_cast<int>(profile.corners.size()));
+          int next = target.corners;
+          for (const Place& corner : profile.corners) {
+            for (const double value : {corner.x, corner.y}) {
+              *unknowns.at(next) = value;
+              unknowns.expect(next++, value, profile.tolerance);
+            }
+          }
+        }
+        unknowns.targets.push_back(std::move(target));
+      }
+      place.placement = unknowns.append(kPlacementCount);
+      unknowns.expect(place.placement + kPlaceWidening, turn, ofTurn);
+      *unknowns.at(place.placement + kPlaceWidening) = turn;
+    }
+    unknowns.scans.push_back(place);
+  }
+  return unknowns;
+}
+
+void expectTerms(Unknowns& unknowns, const EstimationOptions& options) {
+  const Place middle = middleOf(options);
+  const double radius = radiusOf(options);
+  const CameraTerms start = unknowns.terms();
+  const double right = options.sensorSize.x - 1;
+  const double width = std::abs(laserFromSensor(start, radius, {right, middle.y}).x -
+                                laserFromSensor(start, radius, {0, middle.y}).x) /
+                       2;
+  const double lens[] = {0.05, 0.015, 0.005, 0.005, 0.005, 0.01, 0.01};
+  for (int i = 0; i < 7; ++i) unknowns.expect(kLensTerms + i, 0, lens[i]);
+  unknowns.expect(kCentreTerms, middle.x, 0.02 * radius);
+  unknowns.expect(kCentreTerms + 1, middle.y, 0.02 * radius);
+  const double none = options.hasSheetCurve ? 1 : 1e-9;
+  const double curve[] = {0.1 * width, 0.5 / width, 0.01 / width, 0.01 / (width * width)};
+  for (int i = 0; i < 4; ++i) unknowns.expect(kCurveTerms + i, 0, none * curve[i]);
+  unknowns.mean[kCurveTerms] = laserFromSensor(start, radius, middle).x;
+  *unknowns.at(kCurveTerms) = unknowns.mean[kCurveTerms];
+}
+
 void requireMeasurements(const std::vector<ScanMeasurement>& scans,
                          const EstimationOptions& options) {
   if (options.sensorSize.x < 2 || options.sensorSize.y < 2) {
@@ -476,7 +473,7 @@ ModelFit initialFit(const std::vector<ScanMeasurement>& scans, const EstimationO
   fit.observations = observationsOf(scans);
   fit.problem.radius = radiusOf(options);
   fit.problem.tolerance = options.pointTolerance;
-  appendTargets(scans, options, fit.unknowns);
+  fit.unknowns = unknownsOf(scans, options);
   const bool hasPoints =
       fit.unknowns.targets.empty() ||
       std::any_of(fit.observations.begin(), fit.observations.end(),

@@ -9,6 +9,17 @@ namespace planex::estimation {
 /// The middle of the sensor.
 cmnalg::Vec<2, double> middleOf(const EstimationOptions& options);
 
+/// The unknowns of scans and targets, with what is expected of them but the terms. What belongs to
+/// a target comes before the placement of the first scan of it.
+Unknowns unknownsOf(const std::vector<ScanMeasurement>& scans, const EstimationOptions& options);
+
+/// Says what is expected of the terms where the measurements are silent, in a field as large as the
+/// terms make it. The sheet's middle becomes what is expected.
+///
+/// Source: how far lenses and laser sheets depart from the ideal at the corner of the sensor, in
+/// half diagonals and half widths of the field.
+void expectTerms(Unknowns& unknowns, const EstimationOptions& options);
+
 /// Throws EstimationFailure where measurements or options are such that no fit can begin.
 void requireMeasurements(const std::vector<ScanMeasurement>& scans,
                          const EstimationOptions& options);

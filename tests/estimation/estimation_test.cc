@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/estimation/pose_plan.h"
 #include "planex/estimation/uncertainty_document.h"
 #include "planex/estimation/uncertainty_table.h"
 #include "planex/infra/json_deserializer.h"
@@ -75,13 +76,13 @@ class Campaigns : public ::testing::TestWithParam<Campaign> {};
 /// What campaigns add up: errors of the map over their bound, and how often the truth is in the
 /// ellipse that should hold it in 95 % of cases.
 struct Tally {
-  double squares = 0, worst = 0;
+  double squares = 0, worst = 0, claimed = 0;
   double inside = 0, outside = 0, places = 0, placesOutside = 0;
 
   void add(const SimulatedCamera& camera, const std::vector<Place>& pixels, const Campaign& row,
            double noise, const Estimation& found) {
     const auto bound = camera.Bound(pixels, noise, row.tolerance);
-    double error = 0, least = 0;
+    double error = 0, least = 0, said = 0;
     for (const Place& pixel : gridOf(camera)) {
       const Place truth = camera.Map(pixel);
       const Place place = mapped(found.model, pixel, CoordinateSystem::Calibrated);
@@ -98,10 +99,12 @@ struct Tally {
       inside += holds;
       ++places;
       error += x * x + z * z;
+      said += c.xx + c.zz;
       const auto d = camera.ByParameters(pixel);
       least += (d * bound * d.transpose()).trace();
     }
     squares += error / least;
+    claimed += std::sqrt(said / least);
     worst = std::max(worst, std::sqrt(error / least));
   }
 };
@@ -137,6 +140,8 @@ TEST_P(Campaigns, AreAsGoodAsTheBoundAndSayHowGood) {
   const double slack = 1.3 / std::sqrt(trials), slackOfShare = 0.4 / std::sqrt(trials);
   EXPECT_LT(std::sqrt(tally.squares / trials), 1.15 + slack);
   EXPECT_LT(tally.worst, 3.5);
+  // The bound is another derivation of the covariance, by differences.
+  EXPECT_NEAR(tally.claimed / trials, 1, 0.15);
   const double inside = tally.inside / tally.places;
   EXPECT_GT(inside, 0.91 - slackOfShare);
   EXPECT_LT(inside, 0.985 + slackOfShare);
@@ -161,32 +166,35 @@ INSTANTIATE_TEST_SUITE_P(, Campaigns,
 /// Scans of a sawtooth in unknown poses: the map is compared but for a motion of the plane.
 struct ScanCampaign {
   const char* name;
-  double tolerance, correlation;  // see SawtoothScene
-  double most;                    // error over the bound; 0: the bound does not know of this
+  double tolerance, correlation, turn;  // see SawtoothScene
+  double most;                          // error over the bound; 0: the bound does not know of this
 };
 
 class ScanCampaigns : public ::testing::TestWithParam<ScanCampaign> {};
 
 TEST_P(ScanCampaigns, AreAsGoodAsTheBoundAndSayHowGood) {
   const ScanCampaign& row = GetParam();
-  const int trials = trialCount();
+  const int trials = (trialCount() + 1) / 2;  // each is twelve scans
   constexpr double kNoise = 0.1;
-  double squares = 0, inside = 0, places = 0;
+  double squares = 0, claimed = 0, inside = 0, places = 0, outside = 0, placesOutside = 0;
   for (int trial = 0; trial < trials; ++trial) {
     SCOPED_TRACE(trial);
     SawtoothScene scene(static_cast<unsigned>(trial) + 1);
     const SimulatedCamera& camera = scene.camera;
     scene.tolerance = row.tolerance * camera.halfWidth;
     scene.correlation = row.correlation;
+    scene.turn = row.turn;
     scene.Measure(kNoise);
     const Estimation found = estimateModel(scene.scans, scene.options);
     ASSERT_NE(found.verdict(), Verdict::kBad);
-    std::vector<Place> pixels;
-    for (const Place& pixel : gridOf(camera)) {
-      if (found.uncertainty.isMeasured(pixel)) pixels.push_back(pixel);
-    }
+    // Those that were measured first: they say which motion takes the estimate to the truth.
+    std::vector<Place> pixels = gridOf(camera);
+    const auto firstOutside = std::stable_partition(
+        pixels.begin(), pixels.end(),
+        [&](const Place& pixel) { return found.uncertainty.isMeasured(pixel); });
+    const Eigen::Index measured = firstOutside - pixels.begin();
     const auto count = static_cast<Eigen::Index>(pixels.size());
-    // The motion that takes the estimate to the truth, first as it is, then what is left of it.
+    // As it is, then what is left of it.
     Eigen::Matrix2Xd truth(2, count), place(2, count);
     Eigen::MatrixXd motions(2 * count, 3), derivatives(2 * count, SimulatedCamera::kParameters);
     for (Eigen::Index i = 0; i < count; ++i) {
@@ -198,42 +206,97 @@ TEST_P(ScanCampaigns, AreAsGoodAsTheBoundAndSayHowGood) {
       motions.middleRows(2 * i, 2) << 1, 0, -t.y, 0, 1, t.x;
       derivatives.middleRows(2 * i, 2) = camera.ByParameters(pixel);
     }
-    const Eigen::Matrix3d motion = Eigen::umeyama(place, truth, false);
+    const Eigen::Matrix3d motion =
+        Eigen::umeyama(place.leftCols(measured), truth.leftCols(measured), false);
     const Eigen::Matrix2Xd moved =
         (motion.topLeftCorner(2, 2) * place).colwise() + motion.topRightCorner<2, 1>();
     Eigen::MatrixXd error = moved - truth;
     error.resize(2 * count, 1);
-    const Eigen::MatrixXd basis = Eigen::HouseholderQR<Eigen::MatrixXd>(motions).householderQ() *
-                                  Eigen::MatrixXd::Identity(2 * count, 3);
-    error -= basis * (basis.transpose() * error);
-    derivatives -= basis * (basis.transpose() * derivatives);
+    const auto withoutMotion = [&](Eigen::MatrixXd& columns) {
+      const Eigen::MatrixXd seen = motions.topRows(2 * measured);
+      columns -=
+          motions *
+          (seen.transpose() * seen).ldlt().solve(seen.transpose() * columns.topRows(2 * measured));
+    };
+    withoutMotion(error);
+    withoutMotion(derivatives);
     const auto bound = camera.BoundOfScans(scene.seen, kNoise);
-    squares += error.squaredNorm() / (derivatives * bound * derivatives.transpose()).trace();
+    const auto ofMeasured = derivatives.topRows(2 * measured);
+    const double least = (ofMeasured * bound * ofMeasured.transpose()).trace();
+    squares += error.topRows(2 * measured).squaredNorm() / least;
+    double said = 0;
     for (Eigen::Index i = 0; i < count; ++i) {
       const PlaceCovariance c = found.uncertainty.at(pixels[static_cast<std::size_t>(i)]);
+      if (i < measured) said += c.xx + c.zz;
       const Eigen::Matrix2d turn = motion.topLeftCorner(2, 2);
       Eigen::Matrix2d covariance;
       covariance << c.xx, c.xz, c.xz, c.zz;
       const Eigen::Vector2d off = turn.transpose() * error.block(2 * i, 0, 2, 1);
-      inside += off.dot(covariance.inverse() * off) < 5.991;
-      ++places;
+      const bool holds = off.dot(covariance.inverse() * off) < 5.991;
+      (i < measured ? inside : outside) += holds;
+      ++(i < measured ? places : placesOutside);
     }
+    claimed += std::sqrt(said / least);
   }
   const double slack = 1.3 / std::sqrt(trials), slackOfShare = 0.4 / std::sqrt(trials);
   if (row.most > 0) {
+    EXPECT_NEAR(claimed / trials, 1, 0.2);  // another derivation of the covariance
     EXPECT_LT(std::sqrt(squares / trials), row.most + slack);
   }
   EXPECT_GT(inside / places, 0.91 - slackOfShare);
   EXPECT_LT(inside / places, 0.985 + slackOfShare);
+  EXPECT_GT(outside / placesOutside, 0.91 - slackOfShare);
   RecordProperty("ratio", std::to_string(std::sqrt(squares / trials)));
+  RecordProperty("claimed", std::to_string(claimed / trials));
   RecordProperty("inside", std::to_string(inside / places));
+  RecordProperty("outside", std::to_string(outside / placesOutside));
 }
 
 INSTANTIATE_TEST_SUITE_P(, ScanCampaigns,
-                         ::testing::Values(ScanCampaign{"Noise", 0, 0, 1.3},
-                                           ScanCampaign{"Tolerance", 5e-5, 0, 0},
-                                           ScanCampaign{"Correlated", 0, 0.8, 0}),
+                         ::testing::Values(ScanCampaign{"Noise", 0, 0, 0, 1.3},
+                                           ScanCampaign{"Tolerance", 5e-5, 0, 0, 0},
+                                           ScanCampaign{"Correlated", 0, 0.8, 0, 0},
+                                           ScanCampaign{"Turned", 0, 0, 0.0087, 0}),
                          [](const auto& row) { return row.param.name; });
+
+TEST(PosePlan, ForetellsWhatItsScansWillTell) {
+  SawtoothScene scene(2);
+  SawtoothScene first(2);
+  first.Measure(0.1);
+  const Estimation known = estimateModel(first.scans, first.options);
+  scene.profile.tolerance = 1e-4 * scene.pitch;
+  const auto plan = planex::estimation::planScans(known.model, scene.profile, first.options, 8);
+  ASSERT_EQ(plan.scans.size(), 8U);
+  for (std::size_t i = 1; i < 8; ++i) {
+    EXPECT_LE(plan.scans[i].largest95, plan.scans[i - 1].largest95);
+  }
+  // The planned poses are in the estimated frame, which a motion leads to that of the camera.
+  const Place pixels[] = {{100, 100}, {scene.camera.columns - 100.0, 100}};
+  Place from[2], to[2];
+  for (int i = 0; i < 2; ++i) {
+    from[i] = mapped(known.model, pixels[i], CoordinateSystem::Calibrated);
+    to[i] = scene.camera.Map(pixels[i]);
+  }
+  const double turn = std::atan2(to[1].y - to[0].y, to[1].x - to[0].x) -
+                      std::atan2(from[1].y - from[0].y, from[1].x - from[0].x);
+  const double c = std::cos(turn), s = std::sin(turn);
+  scene.poses.clear();
+  for (const auto& scan : plan.scans) {
+    const double x = scan.x - from[0].x, z = scan.z - from[0].y;
+    scene.poses.push_back({to[0].x + c * x - s * z, to[0].y + s * x + c * z, scan.angle + turn});
+  }
+  scene.tolerance = scene.profile.tolerance;
+  scene.step = 1;
+  scene.Measure(0.1);
+  const Estimation found = estimateModel(scene.scans, scene.options);
+  for (const Place& pixel : gridOf(scene.camera)) {
+    if (!found.uncertainty.isMeasured(pixel) || !plan.uncertainty.isMeasured(pixel)) continue;
+    const double ratio =
+        found.uncertainty.at(pixel).radius95() / plan.uncertainty.at(pixel).radius95();
+    EXPECT_GT(ratio, 0.7);
+    EXPECT_LT(ratio, 1.4);
+  }
+}
 
 struct OddScans {
   const char* name;

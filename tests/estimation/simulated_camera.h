@@ -283,7 +283,11 @@ struct SawtoothScene {
     profile.tolerance = tolerance;
     const auto target = std::make_shared<planex::estimation::TargetProfile>(profile);
     for (const auto& pose : poses) {
-      seen.push_back(camera.Profile(real, pose, 8));
+      // The section of a target that is turned out of the plane is wider.
+      const double wider = 1 / std::cos(turn * random.Normal());
+      std::vector<Place> section = real;
+      for (Place& corner : section) corner.x *= wider;
+      seen.push_back(camera.Profile(section, pose, step));
       planex::estimation::ScanMeasurement scan;
       scan.name = std::string(1, static_cast<char>('a' + scans.size()));
       scan.target = target;
@@ -299,12 +303,13 @@ struct SawtoothScene {
     const Eigen::Matrix2d j = camera.ByPixel({camera.columns / 2.0, camera.rows / 2.0});
     options.up = j(1, 1) > 0 ? 1 : -1;
     options.right = j(0, 0) > 0 ? 1 : -1;
-    options.turn = 0;
+    options.turn = turn;
   }
 
   Random random;
   SimulatedCamera camera;
-  double pitch, tilt = 0.15, stretch = 1, tolerance = 0, correlation = 0;
+  int step = 8;  // columns
+  double pitch, tilt = 0.15, stretch = 1, tolerance = 0, correlation = 0, turn = 0;
   planex::estimation::TargetProfile profile;
   std::vector<SimulatedCamera::Pose> poses;
   std::vector<std::vector<SimulatedCamera::EdgePixel>> seen;

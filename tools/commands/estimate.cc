@@ -1,10 +1,12 @@
 #include <fmt/format.h>
 #include <planex/estimation/estimation.h>
+#include <planex/estimation/pose_plan.h>
 #include <planex/estimation/uncertainty_document.h>
 #include <planex/io/failure.h>
 #include <planex/io/json.h>
 #include <planex/io/measured_points.h>
 #include <planex/io/measured_target.h>
+#include <planex/io/model_file.h>
 #include <planex/io/output_file.h>
 #include <planex/scan/resting_profile.h>
 #include <planex/scan/sensor.h>
@@ -46,12 +48,14 @@ using SensorSize = cmnalg::Vec<2, int>;
 constexpr int kMostSensor = 65535;
 // Of the uncertainty in the JSON text: places of the sensor, its corners among them.
 constexpr int kJsonColumns = 33, kJsonRows = 9;
+constexpr double kDegree = 0.017453292519943295;
 const char* const kVerdicts[] = {"good", "doubtful", "bad"};
 
 struct EstimateOptions {
   std::vector<std::string> points;
   std::string output, sensor, uncertainty, report;
-  std::string target, up, right;
+  std::string target, up, right, plan;
+  int scans = 12;
   std::optional<double> focalLength, pointTolerance, noise, tolerance, turn;
   scan::SensorSettings range;
   bool isPlane = false, json = false, evenIfBad = false;
@@ -182,7 +186,6 @@ Estimation estimate(const EstimateOptions& options, const Measurements& measurem
   how.unit = unit;
   how.up = directionOf(options.up);
   how.right = directionOf(options.right);
-  constexpr double kDegree = 0.017453292519943295;
   if (options.turn) how.turn = *options.turn * kDegree;
   try {
     return estimateModel(measurements.scans, how);
@@ -350,7 +353,53 @@ class ReportFile {
   io::OutputFile file_;
 };
 
+/// What scans of the target would tell of a camera such as that of the model.
+void runPlan(const EstimateOptions& options, const Context& context) {
+  if (options.target.empty()) throw CLI::RequiredError("--target");
+  const auto model = io::loadModel(options.plan);
+  const auto target = readTarget(options.target);
+  EstimationOptions how;
+  how.noise = options.noise.value_or(0);
+  if (options.turn) how.turn = *options.turn * kDegree;
+  const estimation::PosePlan plan = [&] {
+    try {
+      return planScans(model, *target, how, options.scans);
+    } catch (const EstimationFailure& failure) {
+      throw io::Failure(options.target, failure.what());
+    }
+  }();
+  if (options.json) {
+    const io::JsonText root;
+    root.add("unit", context.unit);
+    root.addList("scans", nullptr, 0);
+    for (const estimation::PlannedScan& planned : plan.scans) {
+      const io::JsonObject scan = root.appendTo("scans");
+      scan.add("x", planned.x);
+      scan.add("z", planned.z);
+      scan.add("angle", planned.angle);
+      scan.add("largest95", planned.largest95);
+    }
+    addUncertainty(root, plan.uncertainty, plan.uncertainty.parts().sensorSize);
+    std::fputs(root.print().c_str(), stdout);
+    return;
+  }
+  std::string text = fmt::format(
+      "{} {} of the target, the most useful first:\n  scan  {:>9}  {:>9}  {:>7}  {}\n",
+      plan.scans.size(), plan.scans.size() == 1 ? "scan" : "scans", "X (" + context.unit + ")",
+      "Z (" + context.unit + ")", "tilt (\u00b0)", "known to (" + context.unit + ", 95 %)");
+  for (std::size_t i = 0; i < plan.scans.size(); ++i) {
+    const estimation::PlannedScan& scan = plan.scans[i];
+    text += fmt::format("  {:>4}  {:>9.2f}  {:>9.2f}  {:>7.0f}  {:.2g}\n", i + 1, scan.x, scan.z,
+                        scan.angle / kDegree, scan.largest95);
+  }
+  std::fputs(text.c_str(), stdout);
+}
+
 void runEstimate(const EstimateOptions& options, const Context& context) {
+  if (!options.plan.empty()) return runPlan(options, context);
+  if (options.points.empty()) throw CLI::RequiredError("POINTS");
+  if (options.output.empty()) throw CLI::RequiredError("--output");
+  if (options.sensor.empty()) throw CLI::RequiredError("--sensor");
   const SensorSize size = sensorSizeOf(options.sensor);
   std::vector<std::string> inputs = options.points;
   if (!options.target.empty()) inputs.push_back(options.target);
@@ -391,14 +440,12 @@ void addEstimateCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<EstimateOptions>();
   CLI::App* command = app.add_subcommand(
       "estimate", "Estimate a model from what was measured, and tell how well it is known");
-  command
-      ->add_option(
-          "POINTS", options->points,
-          "Measured points: text with columns u and v (sensor column and row), x and z "
-          "(in the laser plane; one of them may be empty), and where there are several "
-          "measurements, scan; sigma, in pixels, weights the points. Or scans of a target: "
-          "the same without x and z, or range images, one a scan")
-      ->required();
+  command->add_option(
+      "POINTS", options->points,
+      "Measured points: text with columns u and v (sensor column and row), x and z "
+      "(in the laser plane; one of them may be empty), and where there are several "
+      "measurements, scan; sigma, in pixels, weights the points. Or scans of a target: "
+      "the same without x and z, or range images, one a scan");
   command
       ->add_option(
           "--target", options->target,
@@ -407,6 +454,14 @@ void addEstimateCommand(CLI::App& app, Context& context) {
           "[[0, 0], [5, 4], ...], \"tolerance\": 0.003}; also scaleTolerance [0], relative, "
           "and margin [0.5], what is left out beside corners")
       ->type_name("FILE.json");
+  command
+      ->add_option("--plan", options->plan,
+                   "Measure nothing: tell which scans of the target say most of a camera such as "
+                   "this one, and how well they would make it known; with --target")
+      ->type_name("MODEL");
+  command->add_option("--scans", options->scans, "Scans to plan [12]")
+      ->check(CLI::Range(1, 64))
+      ->type_name("N");
   const auto direction = [&](const char* name, std::string& value, const char* axis,
                              const char* lines) {
     command
@@ -421,10 +476,8 @@ void addEstimateCommand(CLI::App& app, Context& context) {
   direction("--right", options->right, "X", "columns");
   addRangeOptions(*command, options->range);
   command->add_option("-o,--output", options->output, "Model document to write")
-      ->required()
       ->type_name("MODEL");
   command->add_option("--sensor", options->sensor, "Columns and rows of the sensor: 2560x1024")
-      ->required()
       ->type_name("WxH");
   const NumberRule positive{[](double value) { return value > 0; }, "must be above 0"};
   const NumberRule notNegative{[](double value) { return value >= 0; }, "must be 0 or more"};
@@ -473,7 +526,8 @@ void addEstimateCommand(CLI::App& app, Context& context) {
       "  planex estimate stage.csv cmm.csv --sensor 2560x1024 --point-tolerance 0.002 "
       "--uncertainty map.tif -o model.json\n"
       "  planex estimate scan*.png --target saw.json --up against-rows --right with-columns "
-      "--sensor 2560x1024 -o model.json");
+      "--sensor 2560x1024 -o model.json\n"
+      "  planex estimate --plan model.json --target saw.json");
   command->callback([options, &context] { runEstimate(*options, context); });
 }
 
