@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Builds planex, simulates a scan, measures it, turns it into a height map and a point cloud with the
-# command planex, and into a labelled array with Python. Installs what is missing.
+# command planex, and into a labelled array with Python. Then estimates a model of the camera from
+# scans of a target, and measures with that. Installs what is missing.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 scripts/setup.sh build python
 cmake --preset demo
-cmake --build --preset demo --target simulate_scan height_map planex_command planex_python
+cmake --build --preset demo --target simulate_scan simulate_target height_map \
+  planex_command planex_python
 
 programs=build/release/examples
 scan=build/demo
@@ -35,4 +37,15 @@ echo
 echo "\$ python3 examples/measure_step.py"
 PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_step.py "$scan" \
   "$scan/python.png"
-echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png and python.png; $PWD/$scan/points.ply opens in any viewer of point clouds"
+
+# The same camera, if nobody had its model.
+echo
+"$programs/simulate_target" "$scan"
+shown estimate "$scan"/saw?.pgm --target "$scan/saw.json" --sensor 2560x1024 --up with-rows \
+  --right with-columns -o "$scan/own.json" --report "$scan/own.html" --force
+echo
+echo "\$ python3 examples/measure_with_own_model.py"
+PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_with_own_model.py "$scan" \
+  "$scan/own.json"
+echo
+echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png and python.png, and own.html in a browser; $PWD/$scan/points.ply opens in any viewer of point clouds"

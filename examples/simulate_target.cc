@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -120,7 +121,6 @@ bool writeAll(const std::string& folder) {
       return false;
     }
   }
-  std::printf("simulated %d scans of a sawtooth at rest in %s\n", number, folder.c_str());
   return true;
 }
 
@@ -131,7 +131,10 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s <folder>\n", argv[0]);
     return 2;
   }
-  if (writeAll(std::string(argv[1]) + "/")) return 0;
-  std::fprintf(stderr, "simulate_target: cannot write to %s\n", argv[1]);
-  return 1;
+  if (!writeAll(std::string(argv[1]) + "/")) {
+    std::fprintf(stderr, "simulate_target: cannot write to %s\n", argv[1]);
+    return 1;
+  }
+  std::printf("simulated %zu scans of a sawtooth at rest in %s\n", std::size(kPoses), argv[1]);
+  return 0;
 }
