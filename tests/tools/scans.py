@@ -3,6 +3,8 @@
 Usage: scans.py FILE [NAME=JSON]... writes the range image with these arguments of save(), as
 another dtype or with another shape.
 
+Usage: scans.py points TEXT ARRAY.npy TYPE COLUMNS writes columns of a text below its heading.
+
 Usage: scans.py uncertain MODEL SENSOR.tif OUTPUT UNCERTAINTY.tif... prints how far the uncertainties
 of points (OUTPUT.tif.json) or of a map in floats are from those of the sensor."""
 import json
@@ -124,6 +126,10 @@ def uncertainty_error(model, sensor, output, uncertainty):
 if __name__ == "__main__":
     if sys.argv[1] == "uncertain":
         print(uncertainty_error(*sys.argv[2:]) < 0.007)
+        sys.exit()
+    if sys.argv[1] == "points":
+        rows = np.genfromtxt(sys.argv[2], delimiter=",", skip_header=1)
+        np.save(sys.argv[3], rows[:, :int(sys.argv[5])].astype(sys.argv[4]))
         sys.exit()
     changes = {name: json.loads(value) for name, value in (x.split("=", 1) for x in sys.argv[2:])}
     shape = changes.pop("shape", (HEIGHT, WIDTH))

@@ -66,6 +66,7 @@ struct Measurements {
   struct Source {
     std::string file;
     std::vector<std::int64_t> lines;  // none of an image
+    const char* line = "line";        // or "row", of an array
   };
 
   std::vector<ScanMeasurement> scans;
@@ -89,7 +90,7 @@ SensorSize sensorSizeOf(const std::string& text) {
 bool isImage(const std::string& file) {
   const std::string ending = io::endingOf(file);
   return ending == ".png" || ending == ".tif" || ending == ".tiff" || ending == ".pgm" ||
-         ending == ".npy";
+         (ending == ".npy" && !io::holdsPointArray(file));
 }
 
 std::shared_ptr<const TargetProfile> readTarget(const std::string& file) {
@@ -142,7 +143,7 @@ void addList(const std::string& file, const std::shared_ptr<const TargetProfile>
     scan.name = name;
     if (!points.havePlaces) scan.target = target;
     all.scans.push_back(std::move(scan));
-    all.sources.push_back({file, {}});
+    all.sources.push_back({file, {}, points.isArray ? "row" : "line"});
   }
   for (const io::MeasuredPoint& point : points.points) {
     const std::size_t place = first + static_cast<std::size_t>(point.scan);
@@ -162,7 +163,12 @@ Measurements read(const EstimateOptions& options, const SensorSize& size) {
       addList(file, target, all);
       continue;
     }
-    if (!target) throw io::Failure(file, "is an image; say what was measured with --target");
+    if (!target) {
+      throw io::Failure(file, io::endingOf(file) == ".npy"
+                                  ? "is no array of u, v, x and z in four columns of floats; give "
+                                    "one, or say with --target what a range image shows"
+                                  : "is an image; say what was measured with --target");
+    }
     addImage(file, options, size, all);
     all.scans.back().target = target;
   }
@@ -197,8 +203,8 @@ Estimation estimate(const EstimateOptions& options, const Measurements& measurem
     if (failure.point() == EstimationFailure::kNone || source.lines.empty()) {
       throw io::Failure(source.file, failure.what());
     }
-    throw io::Failure(source.file,
-                      fmt::format("line {} {}", source.lines[failure.point()], failure.what()));
+    throw io::Failure(source.file, fmt::format("{} {} {}", source.line,
+                                               source.lines[failure.point()], failure.what()));
   }
 }
 
@@ -273,7 +279,8 @@ std::string jsonText(const Estimation& result, const Measurements& measurements,
       const io::JsonObject line = root.appendTo("rejectedLines");
       line.add("file", measurements.sources[i].file);
       line.add("scan", fit.name);
-      line.add("line", static_cast<double>(measurements.sources[i].lines[point]));
+      line.add(measurements.sources[i].line,
+               static_cast<double>(measurements.sources[i].lines[point]));
     }
   }
   if (!result.stretches.empty()) root.addList("stretch", nullptr, 0);
@@ -444,8 +451,9 @@ void addEstimateCommand(CLI::App& app, Context& context) {
       "POINTS", options->points,
       "Measured points: text with columns u and v (sensor column and row), x and z "
       "(in the laser plane; one of them may be empty), and where there are several "
-      "measurements, scan; sigma, in pixels, weights the points. Or scans of a target: "
-      "the same without x and z, or range images, one a scan");
+      "measurements, scan; sigma, in pixels, weights the points; or an NPY of float32 or "
+      "float64, u, v, x and z in four columns, NaN where one is not known. Or scans of a "
+      "target: the same without x and z, or range images, one a scan");
   command
       ->add_option(
           "--target", options->target,
