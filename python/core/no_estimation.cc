@@ -19,10 +19,9 @@ struct MapUncertainty {};
 void bindEstimation(py::module_& module) {
   using Object = py::object;
   const py::class_<MapUncertainty> uncertainty(module, "MapUncertainty");
-  module.def(
-      "estimate",
-      [](const Object&, const Object&, const Object&, const Object&, const Object&, const Object&,
-         const Object&, const Object&, const Object&, const Object&) -> Object { refuse(); });
+  for (const char* const name : {"estimate", "require_target", "read_target", "resting_profile"}) {
+    module.def(name, [](const py::args&) -> Object { refuse(); });
+  }
   module.def("covariances_at", [](const Object&, const Object&) -> Object { refuse(); });
   module.def("is_measured", [](const Object&, const Object&) -> Object { refuse(); });
   module.def("uncertainty_facts", [](const Object&) -> Object { refuse(); });

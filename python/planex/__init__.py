@@ -18,7 +18,10 @@ from planex.estimation import (
     MapUncertainty,
     PlaceCovariance,
     ScanFit,
+    Target,
+    TargetStretch,
     estimate,
+    estimate_from_scans,
 )
 from planex.files import ImageFile, Sidecar, read_image, read_sidecar, write_points
 from planex.functions import (
@@ -66,11 +69,14 @@ __all__ = [
     "SkewMode",
     "Splat",
     "State",
+    "Target",
+    "TargetStretch",
     "align",
     "bounds",
     "calibrate",
     "diff",
     "estimate",
+    "estimate_from_scans",
     "height_map",
     "intensity_limits",
     "map_box",

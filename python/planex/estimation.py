@@ -1,21 +1,31 @@
-"""Models from measured points, and how well they are known."""
+"""Models from measured points or scans of a target, and how well they are known."""
 
 from __future__ import annotations
 
+import logging
+import math
 import os
+from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
-from typing import Any, Literal, NamedTuple
+from typing import Any, Literal, NamedTuple, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from planex import _core
-from planex._paths import writable
+from planex._paths import readable, writable
 from planex.model import Model
-from planex.records import require_whole
+from planex.records import SensorTraits, require_whole
 
 Verdict = Literal["good", "doubtful", "bad"]
 _VERDICTS: tuple[Verdict, ...] = ("good", "doubtful", "bad")
+
+#: A range image, or sensor columns and rows.
+Scan = Union[NDArray[Any], tuple[ArrayLike, ArrayLike]]
+Up = Literal["with-rows", "against-rows"]
+Right = Literal["with-columns", "against-columns"]
+
+_MOST_DRIFT = 0.25  # sensor rows
 
 
 class PlaceCovariance(NamedTuple):
@@ -70,6 +80,18 @@ class ScanFit(NamedTuple):
         Points, and those of them that were not left out.
     rms : float
         Of the distances of those used, in the length unit.
+    left_out : int
+        Of a target: those near its corners, or beside it.
+    is_found : bool
+        Of a target: whether it was found in the scan.
+    x, z, angle : float
+        Of a target: where it stands, and its angle in radians; NaN of points.
+    held_out : float
+        Of a target: residuals as the other scans predict them, over their uncertainty; 0 where
+        the scan is too short to tell.
+    pixels, residuals : ndarray of float64, n x 2, or None
+        Of a target: columns and rows of the sensor, and from where the model puts each of them to
+        the edge, in X and Z; NaN where it was left out.
 
     Examples
     --------
@@ -81,6 +103,108 @@ class ScanFit(NamedTuple):
     given: int
     used: int
     rms: float
+    left_out: int = 0
+    is_found: bool = True
+    x: float = math.nan
+    z: float = math.nan
+    angle: float = math.nan
+    held_out: float = math.nan
+    pixels: NDArray[np.float64] | None = None
+    residuals: NDArray[np.float64] | None = None
+
+
+class TargetStretch(NamedTuple):
+    """By which part a target is wider than its description says, if heights are what it says.
+
+    Attributes
+    ----------
+    stretch : float
+    deviation : float
+        Its standard uncertainty.
+
+    Examples
+    --------
+    >>> planex.TargetStretch(2e-4, 1e-4).stretch
+    0.0002
+    """
+
+    stretch: float
+    deviation: float
+
+
+@dataclass(init=False, frozen=True, eq=False)
+class Target:
+    """The section of a machined target: straight edges from corner to corner, the material below.
+
+    Attributes
+    ----------
+    profile : ndarray of float64, n x 2
+        X and Z of 2 to 128 corners from left to right.
+    tolerance : float
+        Standard uncertainty of a corner, in X and in Z.
+    scale_tolerance : float
+        That of the whole, relative; temperature, for one.
+    margin : float
+        What is left out on either side of a corner, since corners are round and lines are broad.
+
+    Raises
+    ------
+    Error
+        This is no target; or planex was built without estimation.
+    ValueError
+        ``profile`` has another shape.
+
+    Examples
+    --------
+    >>> saw = planex.Target([[0, 0], [5, 4], [10, 0], [15, 4], [20, 0]], 0.003)
+    >>> saw.profile.shape, saw.margin
+    ((5, 2), 0.5)
+    """
+
+    profile: NDArray[np.float64]
+    tolerance: float
+    scale_tolerance: float = 0.0
+    margin: float = 0.5
+
+    def __init__(
+        self,
+        profile: ArrayLike,
+        tolerance: float,
+        scale_tolerance: float = 0.0,
+        margin: float = 0.5,
+    ) -> None:
+        corners = np.array(profile, dtype=np.float64, order="C")
+        if corners.ndim != 2 or corners.shape[1] != 2:
+            raise ValueError(f"profile has the shape {corners.shape}; it must be (n, 2), X and Z")
+        corners.flags.writeable = False
+        object.__setattr__(self, "profile", corners)
+        object.__setattr__(self, "tolerance", float(tolerance))
+        object.__setattr__(self, "scale_tolerance", float(scale_tolerance))
+        object.__setattr__(self, "margin", float(margin))
+        _core.require_target(self._numbers())
+
+    def _numbers(self) -> tuple[NDArray[np.float64], float, float, float]:
+        return self.profile, self.tolerance, self.scale_tolerance, self.margin
+
+    @classmethod
+    def from_file(cls, path: str | os.PathLike[str]) -> Target:
+        """Reads the JSON file that ``planex estimate --target`` takes.
+
+        Raises
+        ------
+        DocumentError
+            The file describes no target.
+        OSError
+            The file cannot be read.
+
+        Examples
+        --------
+        >>> with open("saw.json", "w") as file:
+        ...     count = file.write('{"profile": [[0, 0], [5, 4], [10, 0]], "tolerance": 0.003}')
+        >>> planex.Target.from_file("saw.json").tolerance
+        0.003
+        """
+        return cls(*_core.read_target(os.fsencode(readable(path))))
 
 
 class MapUncertainty:
@@ -184,7 +308,9 @@ class MapUncertainty:
 
 @dataclass(frozen=True, eq=False)
 class Estimation:
-    """A model and what is known about it, as :func:`estimate` gives it.
+    """A model and what is known about it.
+
+    :func:`estimate` and :func:`estimate_from_scans` give it.
 
     Attributes
     ----------
@@ -210,7 +336,12 @@ class Estimation:
         Residuals predicted from elsewhere over their uncertainty; near 1 is right.
     scans : tuple of ScanFit
     used : ndarray of bool
-        Which points were not left out, in the shape of u.
+        Which points were not left out, in the shape of u; of scans, one behind the other.
+    stretches : tuple of TargetStretch
+        Of the target, if there is one.
+    is_frame_free : bool
+        Whether nothing but targets says where the frame is: then it is that of one of their
+        poses, and the uncertainty that of shapes.
 
     Examples
     --------
@@ -234,6 +365,8 @@ class Estimation:
     held_out: float
     scans: tuple[ScanFit, ...]
     used: NDArray[np.bool_]
+    stretches: tuple[TargetStretch, ...] = ()
+    is_frame_free: bool = False
 
     def to_json(self, *, indent: bool = True) -> str:
         """The document of the model, with its uncertainty.
@@ -358,30 +491,195 @@ def estimate(
     >>> zz.shape, bool(np.sqrt(zz).max() < 0.02)
     ((12, 20), True)
     """
-    columns, rows = sensor_size
-    for name, size in (("columns", columns), ("rows", rows)):
-        require_whole(f"sensor_size {name}", size, 2, 65535)
+    size = _sensor_size(sensor_size)
     shape = np.shape(u)
     measured = {"u": u, "v": v, "x": x, "z": z}
     arrays = {name: _column(name, values, shape) for name, values in measured.items()}
     names, places = _groups(scan, shape)
-    model, uncertainty, verdict, sentence, findings, scans, figures, used = _core.estimate(
+    found = _core.estimate(
         np.stack([arrays["u"], arrays["v"]], axis=-1),
         np.stack([arrays["x"], arrays["z"]], axis=-1),
+        None,
         None if sigma is None else _column("sigma", sigma, shape),
         places,
         names,
-        int(columns),
-        int(rows),
-        [
-            0.0 if focal_length is None else float(focal_length),
-            float(point_tolerance),
-            0.0 if noise is None else float(noise),
-            np.inf if needed_uncertainty is None else float(needed_uncertainty),
-        ],
+        *size,
+        _numbers(focal_length, point_tolerance, noise, needed_uncertainty, 0.0),
+        (0, 0),
         bool(sheet_curve),
         unit,
     )
+    return _estimation(found, tuple(ScanFit(*fit) for fit in found[5]), shape)
+
+
+def estimate_from_scans(
+    scans: Mapping[str, Scan] | Sequence[Scan],
+    target: Target,
+    *,
+    sensor_size: tuple[int, int],
+    sensor: SensorTraits | None = None,
+    up: Up | None = None,
+    right: Right | None = None,
+    turn: float = 0.5,
+    noise: float | None = None,
+    focal_length: float | None = None,
+    sheet_curve: bool = True,
+    needed_uncertainty: float | None = None,
+    unit: str = "mm",
+) -> Estimation:
+    """Estimates a model from scans of a target that stood still, wherever it stood.
+
+    Other Python threads run meanwhile. The same scans give the same bits.
+
+    Parameters
+    ----------
+    scans : mapping of names, or sequence
+        Each a tuple ``(u, v)`` of sensor columns and rows where the target was seen, or a range
+        image whose rows all show it at rest: of at most 256 of them the median of each column
+        counts, as with the command. Those of a sequence are called "0", "1", ...
+    target : Target
+        What was scanned.
+    sensor_size : tuple of two ints
+        Columns and rows of the sensor.
+    sensor : SensorTraits, optional
+        Where range images lie on the sensor; needed for them.
+    up : {"with-rows", "against-rows"}, optional
+        Which way Z goes on the sensor, where the target looks the same another way round.
+    right : {"with-columns", "against-columns"}, optional
+        The same for X.
+    turn : float
+        Standard uncertainty of how far the target is turned out of the laser plane, in degrees.
+    noise, focal_length, sheet_curve, needed_uncertainty, unit
+        As of :func:`estimate`.
+
+    Returns
+    -------
+    Estimation
+        Also where the verdict is bad: see its findings. The frame is that of one of the scans.
+
+    Raises
+    ------
+    Error
+        No model can be had from such scans, with what to do; or planex was built without
+        estimation.
+    TypeError, ValueError
+        A scan is neither of the two, or its arrays differ in shape.
+
+    Examples
+    --------
+    A sawtooth at four heights, tilted either way:
+
+    >>> model = planex.Model.from_file("camera.json")
+    >>> corners = np.array([[5.0 * i - 85, 4.0 * (i % 2)] for i in range(35)])
+    >>> x = np.arange(-85, 85, 0.7)
+    >>> z = np.interp(x, *corners.T)
+    >>> scans = []
+    >>> for height in -20, -6, 8, 22:
+    ...     for t in -0.2, 0.2:
+    ...         places = [np.cos(t) * x - np.sin(t) * z, np.sin(t) * x + np.cos(t) * z + height]
+    ...         u, v = planex.map_points(model, np.stack(places, -1), "calibrated", "pixel").T
+    ...         seen = (u > 0) & (u < 2559) & (v > 0) & (v < 1023)
+    ...         scans.append((u[seen], v[seen]))
+    >>> found = planex.estimate_from_scans(
+    ...     scans,
+    ...     planex.Target(corners, 0.002),
+    ...     sensor_size=model.sensor_size,
+    ...     up="with-rows",
+    ...     right="with-columns",
+    ...     noise=0.05,
+    ... )
+    >>> found.verdict, found.is_frame_free, round(found.scans[1].angle - found.scans[0].angle, 2)
+    ('good', True, 0.4)
+    """
+    size = _sensor_size(sensor_size)
+    if not isinstance(target, Target):
+        raise TypeError(f"target must be a planex.Target, not {type(target).__name__}")
+    if not isinstance(scans, Mapping):
+        scans = {str(i): scan for i, scan in enumerate(scans)}
+    pixels = [_pixels(f"scans[{name!r}]", scan, size, sensor) for name, scan in scans.items()]
+    lengths = [len(places) for places in pixels]
+    found = _core.estimate(
+        np.concatenate([np.empty((0, 2)), *pixels]),
+        None,
+        target._numbers(),
+        None,
+        np.repeat(np.arange(len(pixels), dtype=np.int64), lengths),
+        [str(name) for name in scans],
+        *size,
+        _numbers(focal_length, 0.0, noise, needed_uncertainty, turn),
+        (
+            _way("up", up, ("with-rows", "against-rows")),
+            _way("right", right, ("with-columns", "against-columns")),
+        ),
+        bool(sheet_curve),
+        unit,
+    )
+    residuals = np.split(found[8], np.cumsum(lengths)[:-1])
+    fits = (ScanFit(*fit, *both) for fit, *both in zip(found[5], pixels, residuals))
+    return _estimation(found, tuple(fits), (sum(lengths),))
+
+
+def _sensor_size(sensor_size: tuple[int, int]) -> tuple[int, int]:
+    columns, rows = sensor_size
+    for name, size in (("columns", columns), ("rows", rows)):
+        require_whole(f"sensor_size {name}", size, 2, 65535)
+    return int(columns), int(rows)
+
+
+def _numbers(
+    focal_length: float | None,
+    point_tolerance: float,
+    noise: float | None,
+    needed_uncertainty: float | None,
+    turn: float,
+) -> list[float]:
+    return [
+        0.0 if focal_length is None else float(focal_length),
+        float(point_tolerance),
+        0.0 if noise is None else float(noise),
+        np.inf if needed_uncertainty is None else float(needed_uncertainty),
+        math.radians(turn),
+    ]
+
+
+def _way(name: str, value: str | None, ways: tuple[str, str]) -> int:
+    if value is None:
+        return 0
+    if value not in ways:
+        raise ValueError(f"{name} is {value!r}; it must be one of {', '.join(ways)}")
+    return 1 if value == ways[0] else -1
+
+
+def _pixels(
+    name: str, scan: Scan, size: tuple[int, int], sensor: SensorTraits | None
+) -> NDArray[np.float64]:
+    """Columns and rows, n x 2."""
+    if isinstance(scan, np.ndarray):
+        if sensor is None:
+            raise ValueError(
+                f"{name} is an array: say with sensor= where range images lie, or give (u, v)"
+            )
+        if not isinstance(sensor, SensorTraits):
+            raise TypeError(f"sensor must be a planex.SensorTraits, not {type(sensor).__name__}")
+        pixels, drift = _core.resting_profile(scan, name, sensor, *size)
+        if abs(drift) > _MOST_DRIFT:
+            logging.getLogger("planex.estimation").warning(
+                "%s: its rows drift by %.3g sensor rows; did the target move?", name, drift
+            )
+        return pixels
+    if not isinstance(scan, (tuple, list)) or len(scan) != 2:
+        raise TypeError(f"{name} must be a tuple (u, v) or a range image")
+    u = np.asarray(scan[0], dtype=np.float64)
+    if u.ndim != 1:
+        raise ValueError(f"{name}: u has the shape {u.shape}; it must have one axis")
+    return np.stack([u, _column(f"{name}: v", scan[1], u.shape)], axis=-1)
+
+
+def _estimation(
+    found: tuple[Any, ...], scans: tuple[ScanFit, ...], shape: tuple[int, ...]
+) -> Estimation:
+    model, uncertainty, verdict, sentence, findings, _, figures, used, _, stretches, free = found
+    noise, rms, largest, largest_95, measured, correlation, held_out = figures
     used.flags.writeable = False
     return Estimation(
         Model._of(model),
@@ -389,7 +687,15 @@ def estimate(
         _VERDICTS[verdict],
         sentence,
         tuple(Finding(_VERDICTS[level], code, text) for level, code, text in findings),
-        *figures,
-        tuple(ScanFit._make(fit) for fit in scans),
+        noise,
+        rms,
+        largest,
+        largest_95,
+        measured,
+        correlation,
+        held_out,
+        scans,
         used.reshape(shape),
+        tuple(TargetStretch._make(stretch) for stretch in stretches),
+        free,
     )

@@ -67,6 +67,109 @@ def test_refusals(measured, found, change, text):
         planex.estimate(**arguments)
 
 
+@pytest.fixture(scope="module")
+def saw(found):
+    return planex.Target([(5 * i - 85, 4 * (i % 2)) for i in range(35)], 0.002)
+
+
+@pytest.fixture(scope="module")
+def saw_scans(model, saw):
+    """Columns and rows, at four heights and tilted either way; the last one has spikes."""
+    edge = numpy.arange(-85, 85, 0.7)
+    edge = edge + 1j * numpy.interp(edge, *saw.profile.T)
+    scans = {}
+    for i in range(8):
+        turned = edge * numpy.exp(0.2j * (-1)**i) + 1j * (14 * (i // 2) - 20)
+        places = numpy.stack([turned.real, turned.imag], -1)
+        pixels = planex.map_points(model, places, "calibrated", "pixel")
+        scans[f"s{i}"] = pixels[((pixels > 1) & (pixels < (2558, 1000))).all(-1)].T.copy()
+    scans["s7"][1, 40:44] += 20
+    return scans
+
+
+def estimate_saw(scans, saw, **changes):
+    return planex.estimate_from_scans(scans, saw, **{
+        "sensor_size": (2560, 1024), "up": "with-rows", "right": "with-columns", "noise": 0.05,
+        **changes})
+
+
+def test_scans_of_a_target(model, saw, saw_scans):
+    found = estimate_saw({name: tuple(scan) for name, scan in saw_scans.items()}, saw)
+    assert (found.verdict, found.is_frame_free, len(found.stretches)) == ("good", True, 1)
+    assert abs(found.stretches[0].stretch) < 3 * found.stretches[0].deviation
+    assert len(found.used) == sum(fit.given for fit in found.scans)
+    assert found.used.sum() == sum(fit.used for fit in found.scans)
+    last = found.scans[7]
+    assert last.name == "s7" and last.is_found and numpy.array_equal(last.pixels.T, saw_scans["s7"])
+    assert last.angle - found.scans[0].angle == pytest.approx(-0.4, abs=0.01)
+    moved = last.x - found.scans[1].x + 1j * (last.z - found.scans[1].z)
+    # Along its teeth, that all look the same, nobody knows.
+    across = (moved * numpy.exp(-1j * last.angle)).imag
+    assert across == pytest.approx(42 * numpy.cos(0.2), abs=0.1)
+    kept = ~numpy.isnan(last.residuals[:, 0])
+    assert (~kept).sum() == last.left_out > 9
+    spikes = numpy.isin(numpy.arange(last.given), range(40, 44))
+    assert not found.used[-last.given:][spikes].any() and kept[spikes].any()
+    assert numpy.array_equal(found.used[-last.given:], kept & ~spikes)
+    off = numpy.hypot(*last.residuals.T)
+    assert off[kept & spikes].min() > 0.5 > 0.01 > off[kept & ~spikes].max()
+
+
+def test_scans_as_range_images(saw, saw_scans, caplog):
+    """Rows are medians: as many spikes above as below, and less than half of them missing."""
+    sensor = planex.SensorTraits(2560, 1000, scale_z=0.5, origin_z=-10.0)
+    images, tuples = [], []
+    for u, v in saw_scans.values():
+        columns = numpy.unique(u.astype(int))
+        rows = numpy.float32(numpy.interp(columns, u, v))
+        image = numpy.zeros((6, 2560), numpy.float32)
+        image[:, columns] = (rows + 10) * 2 + numpy.float32([[0], [-9], [0], [0], [9], [0]])
+        image[2, columns[::3]] = 0
+        images.append(image)
+        tuples.append((columns, image[0, columns] * 0.5 - 10.0))
+    found = estimate_saw(images, saw, sensor=sensor)
+    assert found.model == estimate_saw(tuples, saw).model and found.scans[3].name == "3"
+    assert not caplog.records
+    images[4][3:] += 3 * (images[4][3:] > 0)
+    estimate_saw(images, saw, sensor=sensor)
+    assert [record.message for record in caplog.records] == [
+        "scans['4']: its rows drift by 1.5 sensor rows; did the target move?"]
+
+
+@pytest.mark.parametrize("change, error, text", [
+    ({"scans": {"a": numpy.ones((3, 9), "u2")}}, ValueError, r"scans\['a'\] is an array: say with"),
+    ({"scans": [numpy.ones((3, 9))], "sensor": planex.SensorTraits(9, 9)}, TypeError, "float64"),
+    ({"scans": [numpy.ones((0, 9), "u2")], "sensor": planex.SensorTraits(9, 9)}, planex.Error,
+     "is empty"),
+    ({"scans": [7]}, TypeError, r"scans\['0'\] must be a tuple"),
+    ({"scans": [([1, 2], [3])]}, ValueError, r"scans\['0'\]: v has the shape"),
+    ({"scans": []}, planex.Error, "."),
+    ({"scans": {"a": ([5] * 20, [5] * 19 + [2000])}}, planex.Error,
+     "scan 'a', point 19 lies off the sensor"),
+    ({"saw": [[0, 0], [1, 1]]}, TypeError, "planex.Target"),
+    ({"up": "up"}, ValueError, "up is 'up'; it must be one of with-rows, against-rows"),
+    ({"turn": -1}, planex.Error, "."),
+])
+def test_refused_scans(saw, saw_scans, change, error, text):
+    with pytest.raises(error, match=text):
+        estimate_saw(**{"scans": {name: tuple(v) for name, v in saw_scans.items()}, "saw": saw,
+                        **change})
+
+
+@pytest.mark.parametrize("text, error", [
+    ("[[1, 0], [0, 0]]", "the target has a corner 2 whose x is less"),
+    ("[[1, 0], [2]]", r"saw.json: profile\[1\] is not \[x, z\]"),
+])
+def test_refused_targets(found, tmp_path, text, error):
+    (tmp_path / "saw.json").write_text(f'{{"profile": {text}, "tolerance": 0.01}}')
+    with pytest.raises(planex.Error, match=error):
+        planex.Target.from_file(tmp_path / "saw.json")
+    with pytest.raises(FileNotFoundError):
+        planex.Target.from_file(tmp_path / "other.json")
+    with pytest.raises(ValueError, match=r"must be \(n, 2\)"):
+        planex.Target([1, 2], 0.01)
+
+
 def test_documents_that_state_nothing(found, tmp_path):
     path = tmp_path / "model.json"
     found.model.to_file(path)

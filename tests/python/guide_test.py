@@ -24,6 +24,8 @@ def test_guide():
     text = guide.read_text(encoding="utf-8")
     names = {"__name__": "__main__"}
     for block in re.finditer("^```python\n(.*?)^```", text, re.DOTALL | re.MULTILINE):
+        if "found" in block[1] and not ESTIMATES:
+            continue
         line = text.count("\n", 0, block.start(1))
         exec(compile("\n" * line + block[1], guide, "exec"), names)
     assert "heights" in names
