@@ -69,7 +69,8 @@ struct ScanFit {
   std::size_t leftOut = 0;            ///< those near corners of the target, or beside it
   double rms = 0;                     ///< of the distances of those used, in the length unit
   /// @{
-  /// Of a target: whether it was found, and where it stands, the angle in radians.
+  /// Of a target: whether it was found, and where it stands, the angle in radians. Along a target
+  /// whose parts look alike the place is one of several.
   bool isFound = true;
   double x = 0, z = 0, angle = 0;
   /// @}

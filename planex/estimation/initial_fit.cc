@@ -496,6 +496,10 @@ ModelFit initialFit(const std::vector<ScanMeasurement>& scans, const EstimationO
   expectTerms(fit.unknowns, options);  // the field is known better
   *fit.unknowns.at(kCurveTerms) = middle;
   associate(fit);
+  if (thinned(fit.observations, kThinned).size() < kLeastPoints) {
+    throw EstimationFailure(
+        "shows too little of the edges of its target; see whether its margin leaves any of them");
+  }
   return fit;
 }
 
@@ -547,6 +551,7 @@ double medianNoise(const ModelFit& fit, const std::vector<const Observation*>& o
       sizes.push_back(std::abs(r.value[i]) / (observation->weight * r.grazing));
     }
   }
+  if (sizes.empty()) return kLeastNoise;
   const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
   std::nth_element(sizes.begin(), middle, sizes.end());
   return std::max(kNormalMedian * *middle, kLeastNoise);

@@ -61,10 +61,12 @@ std::vector<std::pair<std::size_t, std::size_t>> runsOf(const std::vector<SeenCo
 
 /// Tries all rows of `length` corners seen against all of the profile.
 /// @param errorOf of a match; nothing where it is none
+/// @param tries   how many matches may still be tried
 template <typename ErrorOf>
 std::optional<TargetMatch> bestOfLength(const std::vector<SeenCorner>& seen,
                                         const std::vector<ProfileRow>& rows, std::size_t length,
-                                        std::size_t cornerCount, const ErrorOf& errorOf) {
+                                        std::size_t cornerCount, const ErrorOf& errorOf,
+                                        int& tries) {
   std::vector<TargetMatch> matches;
   double least = kMostError;
   for (const auto& [begin, end] : runsOf(seen)) {
@@ -76,7 +78,7 @@ std::optional<TargetMatch> bestOfLength(const std::vector<SeenCorner>& seen,
             if (seen[first + i].turn != row.turns[shift + i]) break;
             match.corners.push_back({static_cast<int>(first + i), row.corners[shift + i]});
           }
-          if (match.corners.size() < length) continue;
+          if (match.corners.size() < length || --tries < 0) continue;
           const std::optional<double> error = errorOf(match.corners);
           if (!error || !(*error < kMostError)) continue;
           match.error = *error;
@@ -109,8 +111,9 @@ std::optional<TargetMatch> longestMatch(const std::vector<SeenCorner>& seen,
   std::size_t longest = 0, ofProfile = 0;
   for (const auto& [begin, end] : runsOf(seen)) longest = std::max(longest, end - begin);
   for (const ProfileRow& row : rows) ofProfile = std::max(ofProfile, row.corners.size());
-  for (std::size_t length = std::min(longest, ofProfile); length >= least; --length) {
-    auto match = bestOfLength(seen, rows, length, profile.corners.size(), errorOf);
+  int tries = 20000;  // corners of noise match in all sorts of ways
+  for (std::size_t length = std::min(longest, ofProfile); length >= least && tries > 0; --length) {
+    auto match = bestOfLength(seen, rows, length, profile.corners.size(), errorOf, tries);
     if (match) return match;
   }
   return std::nullopt;

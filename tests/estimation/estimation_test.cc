@@ -305,6 +305,26 @@ struct OddScans {
   const char* names;  // the scan that it names, if one
 };
 
+TEST(Estimation, RefusesATargetOfWhichNothingIsLeft) {
+  for (const double margin : {0.03, 3.0}) {
+    SawtoothScene scene(3);
+    scene.profile.margin = margin * scene.pitch;
+    scene.Measure(0.1);
+    const bool isTooMuch = margin > 1;
+    if (!isTooMuch) {  // noise has corners, too
+      for (auto& scan : scene.scans) {
+        for (auto& pixel : scan.pixels) pixel.y = scene.random.Between(0, scene.camera.rows - 1);
+      }
+    }
+    try {
+      estimateModel(scene.scans, scene.options);
+      FAIL() << "a model was found";
+    } catch (const EstimationFailure& failure) {
+      EXPECT_THAT(failure.what(), ::testing::HasSubstr(isTooMuch ? "margin" : "no four corners"));
+    }
+  }
+}
+
 class ScanDoubts : public ::testing::TestWithParam<OddScans> {};
 
 TEST_P(ScanDoubts, AreTold) {
