@@ -265,7 +265,9 @@ TEST(PosePlan, ForetellsWhatItsScansWillTell) {
   first.Measure(0.1);
   const Estimation known = estimateModel(first.scans, first.options);
   scene.profile.tolerance = 1e-4 * scene.pitch;
-  const auto plan = planex::estimation::planScans(known.model, scene.profile, first.options, 8);
+  EstimationOptions how = first.options;
+  how.noise = 0.2;
+  const auto plan = planex::estimation::planScans(known.model, scene.profile, how, 8);
   ASSERT_EQ(plan.scans.size(), 8U);
   for (std::size_t i = 1; i < 8; ++i) {
     EXPECT_LE(plan.scans[i].largest95, plan.scans[i - 1].largest95);
@@ -286,7 +288,7 @@ TEST(PosePlan, ForetellsWhatItsScansWillTell) {
     scene.poses.push_back({to[0].x + c * x - s * z, to[0].y + s * x + c * z, scan.angle + turn});
   }
   scene.tolerance = scene.profile.tolerance;
-  scene.step = 1;
+  scene.step = 4;  // as good as all columns with half of the noise
   scene.Measure(0.1);
   const Estimation found = estimateModel(scene.scans, scene.options);
   for (const Place& pixel : gridOf(scene.camera)) {
@@ -712,7 +714,7 @@ std::function<std::string(const std::string&)> begins(const std::string& text) {
 }
 std::string manyCorners(const std::string&) {
   std::string text = "[[1, 1]";
-  for (int i = 0; i < 2000000; ++i) text += ",[1,1]";
+  for (int i = 0; i < 20000; ++i) text += ",[1,1]";
   return text + "]";
 }
 
@@ -735,7 +737,7 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"FlatMinima", "OtherMinima", becomes("[1, 2]"), "'OtherMinima'"},
         Damage{"OffTheSensor", "Measured", begins("1e9"), "a corner off the sensor"},
         Damage{"NoHull", "Measured", becomes("[]"), "less than 3 corners"},
-        Damage{"MillionsOfCorners", "Measured", manyCorners, "more than 4096 entries"},
+        Damage{"ManyCorners", "Measured", manyCorners, "more than 4096 entries"},
         Damage{"AnotherHomography", "Homography", begins("0.1"), "belongs to another map"},
         Damage{"AnotherTerm", "Shift", becomes("{\"x\": 0.01, \"y\": 0}"),
                "belongs to another map"}),
@@ -743,19 +745,19 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(UncertaintyTable, IsAsGoodAsItSays) {
   Random random(11);
-  for (int trial = 0; trial < 4; ++trial) {
+  for (int trial = 0; trial < 2; ++trial) {
     const SimulatedCamera camera(random);
     const std::vector<Place> pixels = camera.Pixels(random, 300, trial % 2 == 0 ? 1 : 0.5);
     const ScanMeasurement scan = camera.Measure(random, pixels, 0.05, 0);
     const Estimation found = estimateModel({scan}, camera.Options());
-    const double rowNoise = trial < 2 ? 0 : 0.1;
+    const double rowNoise = 0.1 * trial;
     const UncertaintyTable table(withAnotherMinimum(found.uncertainty), rowNoise);
     double worst = 0, least = 0;
     for (const Place& pixel : pixels) {
       const PlaceCovariance c = table.exactlyAt(pixel);
       least += 0.05 * (c.xx + c.zz) / static_cast<double>(pixels.size());
     }
-    for (const Place& pixel : camera.Pixels(random, 4000)) {
+    for (const Place& pixel : camera.Pixels(random, 1000)) {
       const PlaceCovariance exact = table.exactlyAt(pixel), told = table.at(pixel);
       const double xx = std::max(exact.xx, least), zz = std::max(exact.zz, least);
       worst = std::max({worst, std::abs(told.xx - exact.xx) / xx, std::abs(told.zz - exact.zz) / zz,
