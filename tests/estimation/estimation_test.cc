@@ -42,10 +42,10 @@ int trialCount() {
   return asked == nullptr ? PLANEX_TEST_TRIALS : std::atoi(asked);
 }
 
-Place mapped(const CalibrationModel& model, Place pixel, CoordinateSystem system) {
-  etl::Vector<Place> points = {pixel};
-  EXPECT_TRUE(datafusion::planex::mapPoints<double>(model, points, points, CoordinateSystem::Pixel,
-                                                    system));
+Place mapped(const CalibrationModel& model, Place place, CoordinateSystem to,
+             CoordinateSystem from = CoordinateSystem::Pixel) {
+  etl::Vector<Place> points = {place};
+  EXPECT_TRUE(datafusion::planex::mapPoints<double>(model, points, points, from, to));
   return points[0];
 }
 
@@ -84,7 +84,11 @@ struct Tally {
     const auto bound = camera.Bound(pixels, noise, row.tolerance);
     double error = 0, least = 0, said = 0;
     for (const Place& pixel : gridOf(camera)) {
-      const Place truth = camera.Map(pixel);
+      // A lens may turn the rows by more than a degree; then the given frame is the aligned one.
+      Place truth = camera.Map(pixel);
+      if (found.model.CurrentState != datafusion::planex::ModelState::CALIBRATED) {
+        truth = mapped(found.model, truth, CoordinateSystem::Calibrated, CoordinateSystem::Aligned);
+      }
       const Place place = mapped(found.model, pixel, CoordinateSystem::Calibrated);
       const double x = place.x - truth.x, z = place.y - truth.y;
       const PlaceCovariance c = found.uncertainty.at(pixel);
