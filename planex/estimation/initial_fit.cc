@@ -13,6 +13,7 @@
 
 #include "planex/estimation/initial_homography.h"
 #include "planex/estimation/profile_partition.h"
+#include "planex/estimation/robust_scale.h"
 #include "planex/estimation/target_matching.h"
 
 namespace planex::estimation {
@@ -22,12 +23,7 @@ using Place = cmnalg::Vec<2, double>;
 
 constexpr std::size_t kLeastPoints = 12;
 constexpr std::size_t kMostPoints = std::size_t{1} << 22;
-constexpr std::size_t kThinned = 3000;
-constexpr double kNormalMedian = 1.4826;  // standard deviation of normal numbers over median size
-constexpr double kLeastNoise = 1e-6;      // pixels
-constexpr double kRough = 1e-6;           // precision of fits that others follow
-constexpr double kExact = 1e-9;           // deviation of what is known
-constexpr double kDegree = 0.017453292519943295;
+constexpr double kRough = 1e-6;  // precision of fits that others follow
 
 double radiusOf(const EstimationOptions& options) {
   return std::hypot(options.sensorSize.x, options.sensorSize.y) / 2;
@@ -80,9 +76,8 @@ std::vector<Observation> observationsOf(const std::vector<ScanMeasurement>& scan
       observations.push_back(observation);
     }
   }
-  const auto middle = deviations.begin() + static_cast<std::ptrdiff_t>(deviations.size() / 2);
-  std::nth_element(deviations.begin(), middle, deviations.end());
-  for (Observation& observation : observations) observation.weight /= *middle;
+  const double middle = upperMedian(std::move(deviations));
+  for (Observation& observation : observations) observation.weight /= middle;
   return observations;
 }
 
@@ -552,9 +547,7 @@ double medianNoise(const ModelFit& fit, const std::vector<const Observation*>& o
     }
   }
   if (sizes.empty()) return kLeastNoise;
-  const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
-  std::nth_element(sizes.begin(), middle, sizes.end());
-  return std::max(kNormalMedian * *middle, kLeastNoise);
+  return std::max(normalDeviation(std::move(sizes)), kLeastNoise);
 }
 
 }  // namespace planex::estimation

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "planex/estimation/model_fit.h"
 
 namespace planex::estimation {
+
+/// Observations of fits that others follow.
+constexpr std::size_t kThinned = 3000;
+/// The least that a noise may be, in pixels.
+constexpr double kLeastNoise = 1e-6;
 
 /// The middle of the sensor.
 cmnalg::Vec<2, double> middleOf(const EstimationOptions& options);

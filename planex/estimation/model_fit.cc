@@ -12,12 +12,10 @@ namespace {
 
 using Place = cmnalg::Vec<2, double>;
 
-constexpr std::size_t kThinned = 3000;
 constexpr std::size_t kMostFitted = std::size_t{1} << 18;
-constexpr double kRejected = 4.5;     // standard deviations
-constexpr double kLeastNoise = 1e-6;  // pixels
-constexpr double kNear = 30;          // of chi-square, between thinned minima that go on
-constexpr double kReach = 60;         // of chi-square over correlation: exp(-30) is nothing
+constexpr double kRejected = 4.5;  // standard deviations
+constexpr double kNear = 30;       // of chi-square, between thinned minima that go on
+constexpr double kReach = 60;      // of chi-square over correlation: exp(-30) is nothing
 constexpr int kNeighbours = 24;
 
 /// Half the width of the field, as it is expected.

@@ -16,8 +16,6 @@ namespace {
 using Place = cmnalg::Vec<2, double>;
 using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
-constexpr double kDegree = 0.017453292519943295;
-constexpr double kExact = 1e-9;
 constexpr int kColumnStep = 8;  // columns that one observation stands for
 constexpr double kUsualNoise = 0.1;
 

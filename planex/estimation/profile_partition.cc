@@ -4,6 +4,9 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <utility>
+
+#include "planex/estimation/robust_scale.h"
 
 namespace planex::estimation {
 namespace {
@@ -15,14 +18,7 @@ constexpr std::size_t kMostBins = 560;
 constexpr std::size_t kLeastBins = 5;  // of a piece
 constexpr double kPrice = 60;          // of a piece, in variances of a bin
 constexpr double kMiddle = 0.76;       // of a piece, through which its line goes
-constexpr double kNormalMedian = 1.4826;
-constexpr double kSameSlope = 0.15;  // of what slopes differ by, of pieces that are one
-
-double medianOf(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
+constexpr double kSameSlope = 0.15;    // of what slopes differ by, of pieces that are one
 
 /// Of each bin the pixel with the median row. On a slope that is the middle one, and spikes do not
 /// move it.
@@ -52,7 +48,7 @@ double noiseOf(const Pixels& bins) {
     sizes.push_back(std::abs(bins[i].y - 3 * bins[i - 1].y + 3 * bins[i - 2].y - bins[i - 3].y));
   }
   constexpr double kLeast = 1e-3;  // pixels
-  return std::max(kNormalMedian * medianOf(std::move(sizes)) / std::sqrt(20.0), kLeast);
+  return std::max(normalDeviation(std::move(sizes)) / std::sqrt(20.0), kLeast);
 }
 
 /// Sums from which the line through any range of bins follows.
@@ -120,7 +116,7 @@ void fitLine(const Pixels& bins, double noise, Piece& piece) {
     piece.row = begin->y + y / n;
     std::vector<double> sizes;
     for (auto bin = begin; bin != end; ++bin) sizes.push_back(std::abs(bin->y - piece.at(bin->x)));
-    limit = 3 * std::max(kNormalMedian * medianOf(std::move(sizes)), noise);
+    limit = 3 * std::max(normalDeviation(std::move(sizes)), noise);
   }
 }
 
@@ -154,7 +150,7 @@ void merge(const Pixels& bins, double noise, std::vector<Piece>& pieces) {
     changes.push_back(std::abs(pieces[i].slope - pieces[i - 1].slope));
   }
   if (changes.empty()) return;
-  const double least = kSameSlope * medianOf(std::move(changes));
+  const double least = kSameSlope * upperMedian(std::move(changes));
   std::vector<Piece> merged = {pieces.front()};
   for (std::size_t i = 1; i < pieces.size(); ++i) {
     Piece& last = merged.back();

@@ -94,8 +94,8 @@ std::optional<TargetMatch> bestOfLength(const std::vector<SeenCorner>& seen,
                     static_cast<int>(cornerCount));
   };
   for (const TargetMatch& match : matches) {
-    constexpr double kExact = 1e-3;
-    if (match.error > std::max(kAboutAsGood * least, kExact)) continue;
+    constexpr double kRounding = 1e-3;
+    if (match.error > std::max(kAboutAsGood * least, kRounding)) continue;
     if (best == nullptr || offMiddle(match) < offMiddle(*best)) best = &match;
   }
   return best == nullptr ? std::nullopt : std::optional(*best);

@@ -16,6 +16,11 @@ enum Placement { kPlaceX, kPlaceZ, kPlaceAngle, kPlaceWidening, kPlacementCount 
 enum TargetSize { kSizeScale, kSizeWidening, kSizeCount };
 /// @}
 
+/// The deviation of what is known, beside what is measured.
+constexpr double kExact = 1e-9;
+/// In radians.
+constexpr double kDegree = 0.017453292519943295;
+
 /// All that a fit determines, as one list of numbers: the camera terms; of each scan of a target
 /// its placement; of each target its size and, unless they are known exactly, its corners.
 struct Unknowns {

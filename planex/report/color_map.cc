@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 namespace planex::report {
@@ -123,6 +124,17 @@ Color ColorScale::at(double value) const {
   const double span = high / 2 - low / 2;
   if (span > 0 && std::isfinite(span)) return colors->at((value / 2 - low / 2) / span);
   return colors->at(std::isfinite(value) ? 0.5 : std::nan(""));
+}
+
+std::pair<double, double> endsOf(const std::vector<double>& values) {
+  double low = std::numeric_limits<double>::infinity(), high = -low;
+  for (const double value : values) {
+    if (!std::isfinite(value)) continue;
+    low = std::min(low, value);
+    high = std::max(high, value);
+  }
+  if (low > high) low = high = std::nan("");
+  return {low, high};
 }
 
 }  // namespace planex::report

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace planex::report {
@@ -66,5 +67,8 @@ struct ColorScale {
   static ColorScale of(const ColorMap& colors, double low, double high);
   Color at(double value) const;
 };
+
+/// The smallest and the largest of those values that are finite; NaN where there are none.
+std::pair<double, double> endsOf(const std::vector<double>& values);
 
 }  // namespace planex::report

@@ -170,13 +170,7 @@ class Surface {
 };
 
 ColorScale scaleOf(const SensorMap& map) {
-  double low = std::numeric_limits<double>::infinity(), high = -low;
-  for (const double value : map.values) {
-    if (!std::isfinite(value)) continue;
-    low = std::min(low, value);
-    high = std::max(high, value);
-  }
-  if (low > high) low = high = std::nan("");
+  const auto [low, high] = endsOf(map.values);
   ColorScale scale{ColorMap::find("viridis"), low, high};
   scale.isLogarithmic = low > 0;
   if (map.most > low && map.most < high) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "planex/report/plain_text.h"
 
@@ -12,13 +11,7 @@ namespace {
 constexpr double kWidth = 1200, kViewHeight = 800, kMapHeight = 330, kMargin = 24;
 
 ColorScale scaleOf(const CellMap& map, const ColorMap& colors) {
-  double low = std::numeric_limits<double>::infinity(), high = -low;
-  for (const double value : map.values) {
-    if (!std::isfinite(value)) continue;
-    low = std::min(low, value);
-    high = std::max(high, value);
-  }
-  if (low > high) low = high = std::nan("");
+  const auto [low, high] = endsOf(map.values);
   return ColorScale::of(low < 0 && high > 0 ? *ColorMap::find("diverging") : colors, low, high);
 }
 
