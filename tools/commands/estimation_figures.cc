@@ -188,8 +188,11 @@ std::string uncertaintyFigure(const Estimation& result, const std::string& unit)
 std::string residualFigures(const Estimation& result, const std::vector<PlaceResidual>& residuals,
                             const std::string& unit) {
   std::string about =
-      "Arrows lead from where points were measured to where the model expects them. They should "
-      "point in all directions, and neighbours in different ones.";
+      "Arrows lead from where points were measured to where the model expects them. ";
+  about += result.stretches.empty()
+               ? "They should point in all directions, and neighbours in different ones."
+               : "On edges of a target they run along the columns; neighbours should point up as "
+                 "often as down.";
   const auto used = static_cast<std::size_t>(
       std::count_if(residuals.begin(), residuals.end(),
                     [](const PlaceResidual& residual) { return residual.used; }));

@@ -220,7 +220,7 @@ std::string scansHtml(const Estimation& result, const std::string& unit) {
   const bool onTarget = !result.stretches.empty();
   if (onTarget) {
     const std::string inUnit = " (" + htmlText(unit) + ")";
-    heads.insert(heads.end(), {"Target at X" + inUnit, "Z" + inUnit, "tilt (\u00b0)", "Test"});
+    heads.insert(heads.end(), {"Target at X" + inUnit, "Z" + inUnit, "Tilt (\u00b0)", "Test"});
   }
   HtmlTable table(heads, 1, "scans");
   const std::vector<std::size_t> listed = listedScans(result.scans);
