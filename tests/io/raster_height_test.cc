@@ -18,7 +18,7 @@ namespace io = planex::io;
 constexpr int kWidth = 40000;  // three rows of 16 bits make a strip
 
 /// What a file of `rows` rows holds, of which `step` are written at a time.
-std::string fileOf(io::RasterFormat format, io::RasterDescription raster, int rows, int step,
+std::string fileOf(io::RasterFormat format, const io::RasterDescription& raster, int rows, int step,
                    const io::RasterEncoding& encoding) {
   const test::TemporaryFolder folder;
   std::vector<std::vector<std::uint16_t>> layers(raster.layers.size());
@@ -31,7 +31,9 @@ std::string fileOf(io::RasterFormat format, io::RasterDescription raster, int ro
   const auto writer = io::RasterWriter::create(format, file, raster, encoding);
   for (int row = 0; row < rows; row += step) {
     std::vector<const void*> parts;
-    for (const auto& layer : layers) parts.push_back(layer.data() + row * kWidth);
+    parts.reserve(layers.size());
+    for (const auto& layer : layers)
+      parts.push_back(&layer[static_cast<std::size_t>(row) * kWidth]);
     writer->writeRows(std::min(step, rows - row), parts);
   }
   writer->finish();
