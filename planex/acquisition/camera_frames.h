@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,12 +19,6 @@ struct CameraStatistics {
   std::int64_t lost = 0;    ///< that the camera has counted and that did not arrive
   int freeBuffers = 0;      ///< for frames to come; those of 0 are lost
   int buffers = 0;          ///< in all
-};
-
-/// Where a 3D camera's values lie: row of the sensor = scale value + offset. 0 is no measurement.
-struct RangeScale {
-  double scale = 1;   ///< sensor rows per step
-  double offset = 0;  ///< sensor row of value 0
 };
 
 /// Frames of a GenICam camera, GigE Vision or USB3 Vision, as they arrive.
@@ -53,10 +46,12 @@ class PLANEX_EXPORT CameraFrames : public io::FrameSource {
   /// The features that were set, with the values that the camera tells then.
   virtual const std::vector<FeatureValue>& features() const = 0;
   /// Where frames lie on the sensor: scaleX and originX are for their columns, scaleZ and originZ
-  /// for their rows. From offsets, sizes, binning, decimation and mirroring.
+  /// for their rows, or the values of ranges. From offsets, sizes, binning, decimation and
+  /// mirroring, and the scale that a camera tells of its ranges.
   virtual const datafusion::planex::SensorRegion& sensor() const = 0;
-  /// Of a camera that sends ranges and no frames: each row is a profile.
-  virtual const std::optional<RangeScale>& ranges() const = 0;
+  /// Whether the camera finds the laser line itself: each row of its frames is a profile of ranges,
+  /// in which 0 stands for no measurement.
+  virtual bool hasRanges() const = 0;
   /// The type of the intensities that come with ranges; IMAGE_TYPE_INVALID without.
   virtual cmnalg::ImageType intensityType() const = 0;
 
