@@ -17,9 +17,9 @@ struct Quantity {
   void (*set)(ArvCamera* camera, double value, GError** error);
   double (*get)(ArvCamera* camera, GError** error);
 };
-const Quantity kFrameRate = {"frame rate", arv_camera_get_frame_rate_bounds,
+const Quantity kFrameRate = {"a frame rate", arv_camera_get_frame_rate_bounds,
                              arv_camera_set_frame_rate, arv_camera_get_frame_rate};
-const Quantity kExposure = {"exposure", arv_camera_get_exposure_time_bounds,
+const Quantity kExposure = {"an exposure", arv_camera_get_exposure_time_bounds,
                             arv_camera_set_exposure_time, arv_camera_get_exposure_time};
 
 /// Cameras round to what their clocks have; what is further off was not taken.
@@ -33,17 +33,17 @@ void set(const Quantity& quantity, ArvCamera* camera, const CameraFeatures& feat
   AravisError error;
   double least = 0, most = 0;
   quantity.bounds(camera, &least, &most, error.out());
-  features.require(error, fmt::format("does not tell what its {} may be", quantity.name));
+  features.require(error, fmt::format("does not tell the limits of {}", quantity.name));
   if (value < least || value > most) {
-    features.refuse(fmt::format("takes a {} from {:.9g} to {:.9g}, not {:.9g}", quantity.name,
+    features.refuse(fmt::format("takes {} from {:.9g} to {:.9g}, not {:.9g}", quantity.name,
                                 least, most, value));
   }
   quantity.set(camera, value, error.out());
-  features.require(error, fmt::format("does not take the {} {:.9g}", quantity.name, value));
+  features.require(error, fmt::format("does not take {} of {:.9g}", quantity.name, value));
   const double taken = quantity.get(camera, error.out());
   if (!error && std::abs(taken - value) > kRounding * value) {
     features.refuse(
-        fmt::format("takes a {} of {:.9g} where {:.9g} is asked for", quantity.name, taken, value));
+        fmt::format("takes {} of {:.9g} where {:.9g} is asked for", quantity.name, taken, value));
   }
 }
 

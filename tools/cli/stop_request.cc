@@ -17,9 +17,10 @@ void restore() {
   for (int i = 0; i < 2; ++i) sigaction(kSignals[i], &before[i], nullptr);
 }
 
-extern "C" void askToStop(int /*signal*/) {
-  isAskedToStop = true;
+/// Two that come together run this twice.
+extern "C" void askToStop(int signal) {
   restore();
+  if (isAskedToStop.exchange(true)) raise(signal);
 }
 
 }  // namespace
