@@ -155,6 +155,7 @@ class AravisFrames final : public CameraFrames {
   void open();
   void openStream();
   void start();
+  void close();
   void look(const Part& image, const std::optional<Part>& intensity);
   bool fetch(bool waits);
   bool take(Ref<ArvBuffer> buffer);
@@ -212,9 +213,13 @@ AravisFrames::AravisFrames(const CameraSettings& settings)
     if (settings_.chunk.rfind("Chunk", 0) != 0) settings_.chunk = "Chunk" + settings_.chunk;
   }
   openStream();
-  if (hasRanges_) {  // what comes with them, the first ones tell
+  if (!hasRanges_) return;
+  try {  // what comes with them, the first ones tell
     start();
     fetch(true);
+  } catch (...) {
+    close();
+    throw;
   }
 }
 
@@ -267,7 +272,9 @@ void AravisFrames::openStream() {
                  : std::max(kLeastBuffers, static_cast<int>(std::min(std::ceil(rate), most)));
 }
 
-AravisFrames::~AravisFrames() {
+AravisFrames::~AravisFrames() { close(); }
+
+void AravisFrames::close() {
   if (started_ && !gone_) arv_camera_stop_acquisition(camera_.get(), nullptr);
   next_.reset();
   stream_.reset();  // ends the thread that fills buffers

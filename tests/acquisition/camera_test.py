@@ -129,6 +129,22 @@ class Camera(unittest.TestCase):
         np.testing.assert_allclose(np.diff(y), 10 / 200, atol=0.04)
         self.assertEqual(self.sidecar("pages.tif")["made"]["rows"], {"positions": "pages_y.txt"})
 
+    def test_ranges_are_rows(self):
+        self.grab("range.npy", "-n", 3, *SMALL, "--set", "PixelFormat=Coord3D_C16", "--set",
+                  "BinningHorizontal=2")
+        rows = np.load(self.folder / "range.npy").reshape(96, 64)
+        wanted = np.concatenate([sent(int(rows[0, 0]) + i, 4096).view("<u2") for i in range(3)])
+        invalid = wanted == 0x2114
+        self.assertTrue(invalid.any())
+        np.testing.assert_array_equal(rows.ravel(), np.where(invalid, 0, wanted))
+        told = self.sidecar("range.npy")
+        self.assertEqual((told["content"], told["rows"]), ("range image", 96))
+        self.assertEqual(told["made"]["sensor"], {
+            "scaleX": 2, "originX": 0.5, "scaleZ": 0.03125, "originZ": 100, "width": 128,
+            "height": 2048})
+        self.assertIn("must end in .tif, .png or .npy", self.grab("range.pgm", status=2))
+        self.assertIn("Height=1", self.grab("y.tif", "--y-from", "time:1", status=2))
+
     def test_sidecar_tells_where_frames_lie(self):
         self.grab("a.raw", "-n", 1, "--set", "BinningHorizontal=2", "--set", "DecimationVertical=3",
                   "--set", "ReverseX=true", "--region", "64x32+100+10")
