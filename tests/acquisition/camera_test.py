@@ -223,7 +223,7 @@ class Camera(unittest.TestCase):
                 (["--set", "PixelFormat=Mono9"], "PixelFormat takes Mono8, Mono16, Mono10p, .*, not "
                                                  "Mono9"),
                 (["--rate", "5000"], "takes a frame rate from 0.1 to 1000, not 5000"),
-                (["--trigger", "Line1"], "has no trigger"),
+                (["--trigger", "Line1"], "is triggered by Line0, Software, not Line1"),
                 (["--y-from", "chunk:Encoder:1"], r"has no chunks \(.*\)"),
                 (["--y-from", "time"], None),
                 (["--set", "PixelFormat=RGB8"], "sends RGB8; set PixelFormat to Mono8, .*"),
@@ -243,6 +243,10 @@ class Camera(unittest.TestCase):
                          [("Test1", "127.0.0.1")])
         child.terminate()
         child.communicate()
+        self.assertRegex(
+            self.grab("none.raw", "--trigger", "Software", "--timeout", 0.3, status=1),
+            f"^planex: {CAMERA}: no frame came for 0.3 seconds\n$")
+        self.assertEqual(list(self.folder.glob("none*")), [])
 
 
 make_network()
