@@ -10,8 +10,8 @@
 
 namespace planex::io {
 
-/// The kinds of files with frames: TIFF with a page a frame, PGM images one behind the other, pixels
-/// alone.
+/// The kinds of files with frames: TIFF with a page a frame, PGM images one behind the other,
+/// pixels alone.
 enum class FrameFormat { kTiffPages, kPgm, kRaw };
 
 /// @return the format that the ending of a file name stands for (.tif, .tiff, .pgm, .raw, in any

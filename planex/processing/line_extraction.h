@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// From frames of a camera that looks at a laser line to range images: every column of a frame gives
-/// the row of its line, every frame gives a row of the range image.
+/// From frames of a camera that looks at a laser line to range images: every column of a frame
+/// gives the row of its line, every frame gives a row of the range image.
 
 #include <cstdint>
 
@@ -23,14 +23,15 @@ struct LineLayers {
   /// kLeastConfidence to 255 for points, 255 (1 - strongest other line / chosen line); else a
   /// LineReason.
   cmnalg::ImageOf<std::uint8_t>* quality = nullptr;
-  /// The standard deviation of the place that LineSettings::gain and readNoise make, in 1/1024 rows,
-  /// at most 65535, the rounding of the place included. Speckle is not in it.
+  /// The standard deviation of the place that LineSettings::gain and readNoise make, in 1/1024
+  /// rows, at most 65535, the rounding of the place included. Speckle is not in it.
   cmnalg::ImageOf<std::uint16_t>* deviation = nullptr;
 };
 
 /// How finely places are stored.
 /// @param frameHeight rows of a frame, 1 to 32767
-/// @return values a row: 64 to 1024 rows, then the greatest power of two with which the last row has
+/// @return values a row: 64 to 1024 rows, then the greatest power of two with which the last row
+/// has
 ///         a value of 16 bits
 PLANEX_EXPORT int linePlacesPerRow(int frameHeight);
 
@@ -68,8 +69,8 @@ PLANEX_EXPORT bool createLineTarget(const cmnalg::Image& frame, int profiles,
 /// three times to the centre of gravity of the brightness in it, over the mean of three rows beyond
 /// each end.
 ///
-/// Source: Blais and Rioux, Real-time numerical peak detector, Signal Processing 11, 1986 (filters);
-/// Fisher and Naidu, A comparison of algorithms for subpixel peak detection, 1996.
+/// Source: Blais and Rioux, Real-time numerical peak detector, Signal Processing 11, 1986
+/// (filters); Fisher and Naidu, A comparison of algorithms for subpixel peak detection, 1996.
 ///
 /// @param frames  `count` images of UINT8 or UINT16, of one size and type, as wide as the targets,
 ///                1 to 32767 rows high
