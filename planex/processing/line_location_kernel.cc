@@ -15,7 +15,7 @@ LocationConstants::LocationConstants(const LineSettings& settings, const LineFil
       taps((lineFilter.taps.size() + 3) / 4 * 4),
       squareSum(0),
       rows(frameRows),
-      searched(lineFilter.reach()),
+      searched(lineFilter.boxHalf + 1),
       firstMiddle(settings.firstRow - 0.5),
       lastMiddle((settings.endRow == 0 ? frameRows : settings.endRow) - 0.5),
       placesPerRow(perRow),
@@ -29,8 +29,10 @@ LocationConstants::LocationConstants(const LineSettings& settings, const LineFil
   minimumWidth = static_cast<std::int32_t>(std::ceil(settings.minimumWidth * 64.0));
   maximumWidth = static_cast<std::int32_t>(std::floor(widest * 64.0));
   const int taken = static_cast<int>(taps.size());
-  reach = std::max({searched + 1 + taken, searched + static_cast<int>(widest / 2.0) + 2,
-                    searched + 2 * filter.windowHalf + 5, filter.boxHalf});
+  reach = std::max(searched + 1 + taken, searched + static_cast<int>(widest / 2.0) + 2);
+  if (settings.method == LineMethod::CENTRE_OF_GRAVITY) {
+    reach = std::max(reach, searched + 2 * filter.windowHalf + 5);
+  }
 }
 
 namespace {
@@ -43,6 +45,7 @@ constexpr std::int32_t kNone = std::numeric_limits<std::int16_t>::min();
 /// What is known of the lines in kLanes columns; rows count from that of the largest v.
 struct Lines {
   std::int32_t crossing[kLanes];  // kNone without
+  std::int32_t nearest[kLanes];   // row to the crossing
   double middle[kLanes];
   std::int32_t left[kLanes], right[kLanes];  // beyond the flanks; kNone without
   double deviation[kLanes];
@@ -107,6 +110,16 @@ PLANEX_ALWAYS_INLINE void differentiate(const LocationConstants& k, const Sum* b
   }
 }
 
+template <typename Sum>
+PLANEX_ALWAYS_INLINE Sum smaller(Sum a, Sum b) {
+  return a < b ? a : b;
+}
+
+template <typename Sum>
+PLANEX_ALWAYS_INLINE Sum larger(Sum a, Sum b) {
+  return a > b ? a : b;
+}
+
 /// Notes row i where d crosses zero behind it.
 template <typename Sum>
 PLANEX_ALWAYS_INLINE void takeCrossing(const Block<Sum>& block, int i, Sum* __restrict nearest) {
@@ -148,6 +161,7 @@ PLANEX_ALWAYS_INLINE void findMiddles(const LocationConstants& k, const Block<Su
       while (i + flat < k.searched && d[(flat + 2) * kLanes] == 0) ++flat;
     }
     zeros[lane] = 0.5 * flat;
+    lines.nearest[lane] = (first[lane] < -second[lane] ? i : i + 1) + flat / 2;
   }
   const double q = k.filter.chord;
 #pragma omp simd
@@ -158,50 +172,52 @@ PLANEX_ALWAYS_INLINE void findMiddles(const LocationConstants& k, const Block<Su
   }
 }
 
-/// The rows beyond the flanks: the nearest ones with less than half of the height above the lowest
-/// rows on both sides.
+/// Finds the rows beyond the flanks: the nearest ones that, with the next one, lie below half of
+/// the height over the background. So a dark grain of speckle does not end a line.
+/// @param level six times the level of half height
 template <typename Sum>
 PLANEX_ALWAYS_INLINE void findFlanks(const Block<Sum>& block, Lines& lines, Sum* level) {
   constexpr Sum kMost = std::numeric_limits<Sum>::max();
-  Sum crossing[kLanes], lowLeft[kLanes], lowRight[kLanes], left[kLanes], right[kLanes];
+  Sum middle[kLanes], lowLeft[kLanes], lowRight[kLanes], left[kLanes], right[kLanes];
   for (int lane = 0; lane < kLanes; ++lane) {
-    const int i = lines.crossing[lane] == kNone ? 0 : lines.crossing[lane];
-    crossing[lane] = static_cast<Sum>(i);
+    const int i = lines.crossing[lane] == kNone ? 0 : lines.nearest[lane];
+    middle[lane] = static_cast<Sum>(i);
     const Sum* const at = block.row(i) + lane;
-    level[lane] = static_cast<Sum>(2 * std::max(at[0], at[kLanes]));
+    level[lane] = static_cast<Sum>(3 * std::max({at[-kLanes], at[0], at[kLanes]}));
     lowLeft[lane] = lowRight[lane] = kMost;
     left[lane] = right[lane] = static_cast<Sum>(kNone);
   }
-  for (int r = -block.reach; r <= block.reach; ++r) {
+  for (int r = -block.reach + 1; r < block.reach; ++r) {
     const Sum* row = block.row(r);
     const auto place = static_cast<Sum>(r);
 #pragma omp simd
     for (int lane = 0; lane < kLanes; ++lane) {
-      const Sum before = static_cast<Sum>(-static_cast<Sum>(place <= crossing[lane]));
+      const Sum three = static_cast<Sum>(row[lane - kLanes] + row[lane] + row[lane + kLanes]);
+      const Sum before = static_cast<Sum>(-static_cast<Sum>(place < middle[lane]));
+      const Sum behind = static_cast<Sum>(-static_cast<Sum>(place > middle[lane]));
       // Of the wrong side: the largest number.
-      const Sum l = static_cast<Sum>(row[lane] | (kMost & ~before));
-      const Sum g = static_cast<Sum>(row[lane] | (kMost & before));
-      lowLeft[lane] = l < lowLeft[lane] ? l : lowLeft[lane];
-      lowRight[lane] = g < lowRight[lane] ? g : lowRight[lane];
+      lowLeft[lane] = smaller(static_cast<Sum>(three | (kMost & ~before)), lowLeft[lane]);
+      lowRight[lane] = smaller(static_cast<Sum>(three | (kMost & ~behind)), lowRight[lane]);
     }
   }
   for (int lane = 0; lane < kLanes; ++lane) {
-    level[lane] = static_cast<Sum>(level[lane] + lowLeft[lane] + lowRight[lane]);
+    level[lane] = static_cast<Sum>(level[lane] + std::max(lowLeft[lane], lowRight[lane]));
   }
-  for (int r = -block.reach; r <= block.reach; ++r) {
+  for (int r = -block.reach + 1; r < block.reach; ++r) {
     const Sum* row = block.row(r);
     const Sum* mirrored = block.row(-r);
     const auto place = static_cast<Sum>(r);
+    const auto opposite = static_cast<Sum>(-r);
 #pragma omp simd
     for (int lane = 0; lane < kLanes; ++lane) {
-      const Sum l =
-          static_cast<Sum>(-static_cast<Sum>(static_cast<Sum>(4 * row[lane]) < level[lane]) &
-                           -static_cast<Sum>(place <= crossing[lane]));
-      const Sum g =
-          static_cast<Sum>(-static_cast<Sum>(static_cast<Sum>(4 * mirrored[lane]) < level[lane]) &
-                           -static_cast<Sum>(-place > crossing[lane]));
+      const Sum upper = static_cast<Sum>(6 * larger(row[lane], row[lane - kLanes]));
+      const Sum lower = static_cast<Sum>(6 * larger(mirrored[lane], mirrored[lane + kLanes]));
+      const Sum l = static_cast<Sum>(-static_cast<Sum>(upper < level[lane]) &
+                                     -static_cast<Sum>(place < middle[lane]));
+      const Sum g = static_cast<Sum>(-static_cast<Sum>(lower < level[lane]) &
+                                     -static_cast<Sum>(opposite > middle[lane]));
       left[lane] = static_cast<Sum>((place & l) | (left[lane] & ~l));
-      right[lane] = static_cast<Sum>((-place & g) | (right[lane] & ~g));
+      right[lane] = static_cast<Sum>((opposite & g) | (right[lane] & ~g));
     }
   }
   for (int lane = 0; lane < kLanes; ++lane) {
@@ -235,7 +251,7 @@ PLANEX_ALWAYS_INLINE void centre(const LocationConstants& k, const Block<Sum>& b
       const double from = std::max(r - 0.5, low);
       const double to = std::min(r + 0.5, high);
       const double f = block.at(r, lane);
-      const double way = 0.5 * (from + to) - middle;
+      const double way = r - middle;
       const double part = to - from;
       signal += part * (f - background);
       moment += part * (f - background) * way;
@@ -262,7 +278,7 @@ PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const Block<Sum>& 
   const Sum* const d = block.d + (k.searched + i) * kLanes + lane;
   const double here = d[0];
   const double next = d[kLanes];
-  const Sum* const at = block.row(here < -next ? i : i + 1) + lane;
+  const Sum* const at = block.row(lines.nearest[lane]) + lane;
   std::int64_t light = 0;
   for (std::size_t t = 0; t < k.filter.taps.size(); ++t) {
     const auto away = static_cast<std::ptrdiff_t>(t + 1) * kLanes;
@@ -273,9 +289,12 @@ PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const Block<Sum>& 
   lines.deviation[lane] = std::sqrt(variance / (slope * slope) + k.roundingVariance);
 }
 
-/// The fraction of a row from `beyond`, below the level, to where the level is, in 1/64.
+/// The fraction of a row from `beyond`, below the level, to where the level is, in 1/64: 64 where
+/// the row inside lies below it, too.
+/// @param level six times it
 PLANEX_ALWAYS_INLINE double flank(double level, double beyond, double inside) {
-  return std::floor(64.0 * (level - 4.0 * beyond) / (4.0 * (inside - beyond)) + 0.5);
+  const double rise = std::max(6.0 * inside, level) - 6.0 * beyond;
+  return std::floor(64.0 * (level - 6.0 * beyond) / rise + 0.5);
 }
 
 template <typename Pixel, bool kGravity>

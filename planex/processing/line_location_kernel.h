@@ -12,8 +12,7 @@ namespace datafusion::planex::kernel {
 /// The part of a column around a line is this many columns wide, so that every step is a loop.
 constexpr int kLanes = 32;
 
-/// What is the same for all frames of a call. Rows of lines are told by twice their number plus 1,
-/// widths in 1/64 rows.
+/// What is the same for all frames of a call.
 struct LocationConstants {
   LocationConstants(const LineSettings& settings, const LineFilter& filter, int frameRows,
                     double placesPerRow);
