@@ -66,19 +66,43 @@ struct Block {
 /// Moves what lies around the places into the block, a lane a column; outside repeats the border.
 template <typename Pixel, typename Sum>
 PLANEX_ALWAYS_INLINE void gather(const LocationConstants& k, const Pixel* pixels,
-                                 std::ptrdiff_t pitch, const Sum* place, int lanes, Sum* block) {
+                                 std::ptrdiff_t pitch, const Sum* place, int lanes,
+                                 Sum* __restrict block) {
   const int blockRows = k.blockRows();
+  const int top = *std::min_element(place, place + lanes) - k.reach;
+  const int apart = *std::max_element(place, place + lanes) - k.reach - top;
+  if (lanes == kLanes && apart < kLanes && top >= 0 && top + apart + blockRows <= k.rows) {
+    // All at the height of the uppermost, and then each lane upwards, by one bit of its way after
+    // the other.
+    Sum way[kLanes];
+    for (int lane = 0; lane < kLanes; ++lane) {
+      way[lane] = static_cast<Sum>(place[lane] - top - k.reach);
+    }
+    int rows = blockRows + apart;
+    for (int r = 0; r < rows; ++r) {
+      const Pixel* const from = pixels + (top + r) * pitch;
+#pragma omp simd
+      for (int lane = 0; lane < kLanes; ++lane) block[r * kLanes + lane] = from[lane];
+    }
+    for (int bit = 1; bit <= apart; bit *= 2) {
+      Sum moves[kLanes];
+      for (int lane = 0; lane < kLanes; ++lane) moves[lane] = (way[lane] & bit) != 0 ? -1 : 0;
+      for (int r = 0; r + bit < rows; ++r) {
+        Sum* const row = block + r * kLanes;
+        const Sum* const lower = row + bit * kLanes;
+#pragma omp simd
+        for (int lane = 0; lane < kLanes; ++lane) {
+          row[lane] = static_cast<Sum>((lower[lane] & moves[lane]) | (row[lane] & ~moves[lane]));
+        }
+      }
+    }
+    return;
+  }
   for (int lane = 0; lane < kLanes; ++lane) {
     const int column = std::min(lane, lanes - 1);
-    const int top = place[column] - k.reach;
-    const Pixel* from = pixels + column;
-    if (top >= 0 && top + blockRows <= k.rows) {
-      from += top * pitch;
-      for (int r = 0; r < blockRows; ++r) block[r * kLanes + lane] = from[r * pitch];
-    } else {
-      for (int r = 0; r < blockRows; ++r) {
-        block[r * kLanes + lane] = from[std::clamp(top + r, 0, k.rows - 1) * pitch];
-      }
+    for (int r = 0; r < blockRows; ++r) {
+      const int row = std::clamp(place[column] - k.reach + r, 0, k.rows - 1);
+      block[r * kLanes + lane] = pixels[column + row * pitch];
     }
   }
 }
@@ -307,7 +331,7 @@ struct LocateLinesKernel {
     const auto* const strengths = static_cast<const Sum*>(source.strengths);
     const auto* const places = static_cast<const Sum*>(source.places);
     Sum* const pixels = static_cast<Sum*>(scratch);
-    Sum* const d = pixels + k.blockRows() * kLanes;
+    Sum* const d = pixels + (k.blockRows() + kLanes) * kLanes;
     for (int u = 0; u < source.columns; u += kLanes) {
       const int lanes = std::min(kLanes, source.columns - u);
       const bool any = std::any_of(strengths + u, strengths + u + lanes,

@@ -34,7 +34,7 @@ struct LocationConstants {
   int blockRows() const { return 2 * reach + 1; }
   /// Numbers of the type LineSum that locateLines() works with.
   std::size_t scratchSize() const {
-    return static_cast<std::size_t>(blockRows() + 2 * searched + 2) * kLanes;
+    return static_cast<std::size_t>(blockRows() + kLanes + 2 * searched + 2) * kLanes;
   }
 };
 
