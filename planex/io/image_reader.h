@@ -72,12 +72,12 @@ class PLANEX_EXPORT ImageReader {
   [[noreturn]] void refuseRow(std::int64_t row, const std::string& reason) const;
   /// Makes the row `count` rows further on the next one; here by decoding those before it.
   virtual void skipRows(int count);
+  /// Decodes the `count` rows that follow the last decoded one, here one by one.
+  virtual void readNextRows(int count, void* rows);
 
  private:
   /// Decodes the row that follows the last decoded one.
   virtual void readNextRow(void* row) = 0;
-  /// The same for `count` rows, here one by one.
-  virtual void readNextRows(int count, void* rows);
   /// Makes row 0 the next one.
   virtual void rewind() = 0;
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "planex/io/raster_formats.h"
@@ -16,15 +17,13 @@ const char* typeOf(SampleType sample) {
 /// The samples of a cell lie together.
 class NpyWriter final : public RasterWriter {
  public:
-  NpyWriter(OutputFile& file, const RasterDescription& raster) : file_(file), raster_(raster) {
-    const std::size_t layers = raster.layers.size();
-    file.write(npyHeader(typeOf(raster.sample),
-                         layers == 1
-                             ? fmt::format("({}, {})", raster.height, raster.width)
-                             : fmt::format("({}, {}, {})", raster.height, raster.width, layers)));
+  NpyWriter(OutputFile& file, const RasterDescription& raster)
+      : file_(file), raster_(raster), rows_(file) {
+    file.write(header(raster.height));
   }
 
   void writeRows(int count, const std::vector<const void*>& layers) override {
+    rows_.add(count);
     const std::size_t bytes = bytesOf(raster_.sample);
     const std::size_t cells = static_cast<std::size_t>(count) * raster_.rowBytes() / bytes;
     cells_.resize(cells * bytes * layers.size());
@@ -38,11 +37,25 @@ class NpyWriter final : public RasterWriter {
     file_.write(cells_.data(), cells_.size());
   }
 
-  void finish() override {}
+  /// The header is padded to 128 bytes whatever the height is.
+  void finish() override {
+    rows_.requireSome();
+    if (raster_.height > 0) return;
+    const std::string complete = header(rows_.get());
+    file_.overwrite(0, complete.data(), complete.size());
+  }
 
  private:
+  std::string header(int rows) const {
+    const std::size_t layers = raster_.layers.size();
+    return npyHeader(typeOf(raster_.sample),
+                     layers == 1 ? fmt::format("({}, {})", rows, raster_.width)
+                                 : fmt::format("({}, {}, {})", rows, raster_.width, layers));
+  }
+
   OutputFile& file_;
   const RasterDescription raster_;
+  RowCount rows_;
   std::vector<char> cells_;
 };
 

@@ -252,6 +252,14 @@ void OutputFile::write(const void* data, std::size_t size) {
   }
 }
 
+void OutputFile::overwrite(std::int64_t offset, const void* data, std::size_t size) {
+  const bool found = fseeko(stream_, offset, SEEK_SET) == 0;
+  if (found) write(data, size);
+  if (!found || fseeko(stream_, 0, SEEK_END) != 0) {
+    throw Failure(path_, "cannot be written (" + reason() + "); check the space on the disk");
+  }
+}
+
 std::int64_t OutputFile::size() const {
   struct stat status;
   if (std::fflush(stream_) == 0 && fstat(fileno(stream_), &status) == 0) return status.st_size;

@@ -46,6 +46,9 @@ class PLANEX_EXPORT OutputFile {
   void write(std::string_view text) { write(text.data(), text.size()); }
   /// @}
 
+  /// Writes over bytes from `offset` on, which are there, and goes back to the end.
+  void overwrite(std::int64_t offset, const void* data, std::size_t size);
+
   /// How many bytes were written. Not after commit().
   std::int64_t size() const;
 

@@ -109,56 +109,75 @@ class PngWriter final : public RasterWriter {
       : file_(file),
         rowBytes_(raster.rowBytes()),
         rowsPerStrip_(static_cast<int>(std::max<std::size_t>(1, kStripBytes / rowBytes_))),
-        rowsLeft_(raster.height),
+        header_(headerOf(raster)),
+        isHeightKnown_(raster.height > 0),
+        rows_(file),
         strips_(static_cast<std::size_t>(OrderedWork::slotsFor(pool))),
         work_(pool, static_cast<int>(strips_.size()), [this, type = raster.sample](int slot) {
           strips_[static_cast<std::size_t>(slot)].compress(rowBytes_, type);
         }) {
     Bytes bytes{'\x89', 'P', 'N', 'G', '\r', '\n', '\x1A', '\n'};
-    Bytes header;
-    append(header, static_cast<std::uint32_t>(raster.width));
-    append(header, static_cast<std::uint32_t>(raster.height));
-    const char bits = raster.sample == SampleType::kUint8 ? 8 : 16;
-    header.insert(header.end(), {bits, 0, 0, 0, 0});  // greyscale, not interlaced
-    appendChunk(bytes, "IHDR", header);
+    appendChunk(bytes, "IHDR", header_);
     for (const auto& [keyword, value] : describeInText(raster)) appendText(bytes, keyword, value);
     appendChunk(bytes, "IDAT", {0x78, 0x01});  // deflate with a window of 32 KiB, fast
     file_.write(bytes.data(), bytes.size());
   }
 
   void writeRows(int count, const std::vector<const void*>& layers) override {
+    rows_.add(count);
     const char* rows = static_cast<const char*>(layers.front());
     while (count > 0) {
       if (strip_ == nullptr) beginStrip();
       const int begun = static_cast<int>(strip_->rows.size() / rowBytes_);
       const int part = std::min(count, rowsPerStrip_ - begun);
+      if (part == 0) {  // full, and not the last one
+        submitStrip(false);
+        continue;
+      }
       const std::size_t bytes = static_cast<std::size_t>(part) * rowBytes_;
       strip_->rows.insert(strip_->rows.end(), rows, rows + bytes);
       rows += bytes;
       count -= part;
-      rowsLeft_ -= part;
-      if (begun + part == rowsPerStrip_ || rowsLeft_ == 0) submitStrip();
     }
   }
 
   void finish() override {
+    rows_.requireSome();
+    submitStrip(true);
     while (!work_.isEmpty()) takeStrip();
     Bytes end, checksum;
     append(checksum, static_cast<std::uint32_t>(checksum_));
     appendChunk(end, "IDAT", checksum);
     appendChunk(end, "IEND", {});
     file_.write(end.data(), end.size());
+    if (isHeightKnown_) return;
+    Bytes height, complete;
+    append(height, static_cast<std::uint32_t>(rows_.get()));
+    std::copy(height.begin(), height.end(), header_.begin() + 4);
+    appendChunk(complete, "IHDR", header_);
+    file_.overwrite(kSignatureBytes, complete.data(), complete.size());
   }
 
  private:
+  static constexpr std::int64_t kSignatureBytes = 8;
+
+  static Bytes headerOf(const RasterDescription& raster) {
+    Bytes header;
+    append(header, static_cast<std::uint32_t>(raster.width));
+    append(header, static_cast<std::uint32_t>(raster.height));
+    const char bits = raster.sample == SampleType::kUint8 ? 8 : 16;
+    header.insert(header.end(), {bits, 0, 0, 0, 0});  // greyscale, not interlaced
+    return header;
+  }
+
   void beginStrip() {
     if (work_.isFull()) takeStrip();
     strip_ = &strips_[static_cast<std::size_t>(work_.begin())];
     strip_->rows.clear();
   }
 
-  void submitStrip() {
-    strip_->last = rowsLeft_ == 0;
+  void submitStrip(bool last) {
+    strip_->last = last;
     strip_ = nullptr;
     work_.submit();
   }
@@ -174,7 +193,9 @@ class PngWriter final : public RasterWriter {
   OutputFile& file_;
   const std::size_t rowBytes_;
   const int rowsPerStrip_;
-  int rowsLeft_;
+  Bytes header_;
+  const bool isHeightKnown_;
+  RowCount rows_;
   uLong checksum_ = 1;
   std::vector<Strip> strips_;
   Strip* strip_ = nullptr;  // the one that takes rows

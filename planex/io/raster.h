@@ -24,7 +24,7 @@ using Axis = datafusion::planex::GridAxis;
 /// What a raster file says about itself.
 struct RasterDescription {
   int width = 0;                           ///< columns
-  int height = 0;                          ///< rows
+  int height = 0;                          ///< rows; 0: as many as are written
   SampleType sample = SampleType::kUint8;  ///< of all layers
   std::vector<std::string> layers;         ///< their names; one or more
   /// Where columns lie, at the centres of the cells; nothing where there is no such grid.

@@ -10,6 +10,23 @@
 
 namespace planex::io {
 
+/// The rows that a raster has got.
+class RowCount {
+ public:
+  /// @param file outlives the object
+  explicit RowCount(const OutputFile& file) : file_(file) {}
+
+  int get() const { return rows_; }
+  /// A Failure where there are more than any raster has.
+  void add(int count);
+  /// A Failure where there are none.
+  void requireSome() const;
+
+ private:
+  const OutputFile& file_;
+  int rows_ = 0;
+};
+
 /// @{
 /// As RasterWriter::create.
 std::unique_ptr<RasterWriter> createPng(OutputFile& file, const RasterDescription& description,

@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <limits>
+
+#include "planex/io/failure.h"
 #include "planex/io/raster_formats.h"
 #include "planex/version.h"
 
@@ -63,6 +66,17 @@ std::unique_ptr<RasterWriter> RasterWriter::create(RasterFormat format, OutputFi
       break;
   }
   return createTiff(file, description, encoding);
+}
+
+void RowCount::add(int count) {
+  if (count > std::numeric_limits<int>::max() - rows_) {
+    throw Failure(file_.path(), "would have too many rows; write several files");
+  }
+  rows_ += count;
+}
+
+void RowCount::requireSome() const {
+  if (rows_ == 0) throw Failure(file_.path(), "would have no rows; check where they come from");
 }
 
 std::vector<std::pair<std::string, std::string>> describeInText(const RasterDescription& raster) {

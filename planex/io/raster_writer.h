@@ -30,13 +30,15 @@ struct RasterEncoding {
 };
 
 /// Writes a raster row by row, from the first to the last. The bytes of the file do not depend on
-/// how many rows come at a time, nor on the workers. Failures name the file.
+/// how many rows come at a time, nor on the workers, nor on whether their number was known before
+/// the last one. Failures name the file.
 class PLANEX_EXPORT RasterWriter {
  public:
   /// @param file        empty; stays open while the writer is used, and is committed afterwards
   /// @param description stored in the file too: in a TIFF as tags that GDAL reads, in a PNG as text
   ///                    chunks; an NPY, rows x columns [x layers], holds samples alone. A PNG has
-  ///                    one layer of integers
+  ///                    one layer of integers. A TIFF whose height is not known is kept in a file
+  ///                    without a name beside it until the end
   static std::unique_ptr<RasterWriter> create(RasterFormat format, OutputFile& file,
                                               const RasterDescription& description,
                                               const RasterEncoding& encoding = {});
@@ -47,7 +49,7 @@ class PLANEX_EXPORT RasterWriter {
 
   /// Appends `count` rows without padding; layers[i] has those of layer i.
   virtual void writeRows(int count, const std::vector<const void*>& layers) = 0;
-  /// Completes the file, after all rows.
+  /// Completes the file, after all rows. A Failure where there were none.
   virtual void finish() = 0;
 
  protected:

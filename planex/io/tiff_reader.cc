@@ -61,16 +61,29 @@ const char* meaningOf(const Meaning (&table)[kSize], std::uint16_t value) {
 /// The only sample of each pixel, or the first, in strips or tiles. Uncompressed strips are read
 /// row by row where they stand in the file, so that a file of one large strip needs no more memory
 /// than others; of tiles, those of one row of tiles are held.
-class TiffReader final : public ImageReader {
+class TiffReader final : public PagedImage {
  public:
-  TiffReader(const std::string& path, Samples samples)
-      : ImageReader(path),
+  /// @param isOneImage the pages are one image, which is shown
+  TiffReader(const std::string& path, Samples samples, bool isOneImage)
+      : PagedImage(path),
         samples_(samples),
         file_(path),
         tiff_(path == "-" ? "/proc/self/fd/" + std::to_string(file_.descriptor()) : path,
               "rm") {  // m: not mapped into memory
     if (tiff_.get() == nullptr) refuseDamaged(tiff_.error());
-    findPages();
+    if (isOneImage) {
+      findPages();
+      selectPage(0);
+    } else {
+      findImages();
+    }
+  }
+
+  std::size_t pages() const override { return images_.size(); }
+
+  void show(std::size_t page) override {
+    pages_ = {images_[page]};
+    row_ = 0;
     selectPage(0);
   }
 
@@ -131,17 +144,43 @@ class TiffReader final : public ImageReader {
     return numberAt(page + (big ? 8 : 2) + tags * (big ? 20 : 12), big ? 8 : 4);
   }
 
+  /// Calls take() with the place of each page.
+  template <typename Take>
+  void forEachPage(Take&& take) const {
+    const std::uint64_t most = std::min(kMostPages, file_.size() / kSmallestPage);
+    std::uint64_t count = 0;
+    for (std::uint64_t page = TIFFCurrentDirOffset(tiff_.get()); page != 0;
+         page = pageBehind(page)) {
+      if (++count > std::max<std::uint64_t>(most, 1)) refuseDamaged("pages without end");
+      take(page);
+    }
+  }
+
+  /// Whether a page is not marked as a smaller copy of another, or as a mask. In the file itself,
+  /// and in the first of its tags, which are sorted.
+  bool isImage(std::uint64_t page) const {
+    const bool big = TIFFIsBigTIFF(tiff_.get()) != 0;
+    const std::uint64_t tag = page + (big ? 8 : 2);
+    if (numberAt(tag, 2) != TIFFTAG_SUBFILETYPE) return true;
+    const std::size_t bytes = numberAt(tag + 2, 2) == TIFF_SHORT ? 2 : 4;
+    const std::uint64_t kind = numberAt(tag + (big ? 12 : 8), bytes);
+    return (kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) == 0;
+  }
+
+  void findImages() {
+    forEachPage([&](std::uint64_t page) {
+      if (isImage(page)) images_.push_back(page);
+    });
+  }
+
   /// Finds the pages of the image: the only one; one that is a range image or its intensities; or
   /// one for each row.
   void findPages() {
-    pages_ = {TIFFCurrentDirOffset(tiff_.get())};
     const Header first = header();
-    while (const std::uint64_t next = pageBehind(pages_.back())) {
-      pages_.push_back(next);
+    forEachPage([&](std::uint64_t page) {
+      pages_.push_back(page);
       if (pages_.size() > 2 && first.height != 1) refuseSeveral();
-      const std::uint64_t most = std::min(kMostPages, file_.size() / kSmallestPage);
-      if (pages_.size() > most) refuseDamaged("pages without end");
-    }
+    });
     if (pages_.size() != 2) return;
     showPage(1);
     const Header second = header();
@@ -327,7 +366,7 @@ class TiffReader final : public ImageReader {
     } else {
       void* const stored = together_ == 1 ? row : stored_.data();
       if (plain_) {
-        readPlainRow(stored);
+        readPlainRows(1, stored);
       } else {
         readCompressedRow(stored);
       }
@@ -383,18 +422,34 @@ class TiffReader final : public ImageReader {
     if (!tiff_.warning().empty()) refuseRow(row, tiff_.warning());
   }
 
-  void readPlainRow(void* row) const {
-    const std::size_t bytes = storedRowBytes();
+  void readNextRows(int count, void* rows) override {
+    if (!plain_ || tiled_ || together_ > 1 || pages_.size() > 1) {
+      return PagedImage::readNextRows(count, rows);
+    }
+    while (count > 0) {
+      const int part = std::min(count, rowsPerPart_ - rowInPage() % rowsPerPart_);
+      readPlainRows(part, rows);
+      rows = static_cast<char*>(rows) + static_cast<std::size_t>(part) * shape().rowBytes();
+      row_ += part;
+      count -= part;
+    }
+  }
+
+  /// Rows of one strip.
+  void readPlainRows(int count, void* rows) const {
+    const std::size_t rowBytes = storedRowBytes();
+    const std::size_t bytes = static_cast<std::size_t>(count) * rowBytes;
     const std::uint64_t strip =
         TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(rowInPage() / rowsPerPart_));
     const std::uint64_t offset =
-        strip + static_cast<std::uint64_t>(rowInPage() % rowsPerPart_) * bytes;
-    if (file_.readAt(offset, row, bytes) != bytes) refuseRow(row_, "end of file");
+        strip + static_cast<std::uint64_t>(rowInPage() % rowsPerPart_) * rowBytes;
+    const std::size_t got = file_.readAt(offset, rows, bytes);
+    if (got != bytes) refuseRow(row_ + static_cast<std::int64_t>(got / rowBytes), "end of file");
     if (TIFFIsByteSwapped(tiff_.get()) == 0) return;
     if (shape().type == cmnalg::IMAGE_TYPE_UINT16) {
-      TIFFSwabArrayOfShort(static_cast<std::uint16_t*>(row), static_cast<tmsize_t>(bytes / 2));
+      TIFFSwabArrayOfShort(static_cast<std::uint16_t*>(rows), static_cast<tmsize_t>(bytes / 2));
     } else if (shape().type != cmnalg::IMAGE_TYPE_UINT8) {
-      TIFFSwabArrayOfLong(static_cast<std::uint32_t*>(row), static_cast<tmsize_t>(bytes / 4));
+      TIFFSwabArrayOfLong(static_cast<std::uint32_t*>(rows), static_cast<tmsize_t>(bytes / 4));
     }
   }
 
@@ -413,8 +468,9 @@ class TiffReader final : public ImageReader {
   const Samples samples_;
   InputFile file_;
   TiffFile tiff_;
-  std::vector<std::uint64_t> pages_;  // where their tags stand; more than one: one for each row
-  Header header_;                     // of the first one
+  std::vector<std::uint64_t> images_;  // where the tags of those stand that are no parts of one
+  std::vector<std::uint64_t> pages_;   // where their tags stand; more than one: one for each row
+  Header header_;                      // of the first one
   int firstRow_ = 0, rowsOfPage_ = 1;
   bool plain_ = false, tiled_ = false;
   int rowsPerPart_ = 1;            // of a strip or tile
@@ -430,7 +486,11 @@ class TiffReader final : public ImageReader {
 }  // namespace
 
 std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples) {
-  return std::make_unique<TiffReader>(path, samples);
+  return std::make_unique<TiffReader>(path, samples, true);
+}
+
+std::unique_ptr<PagedImage> openTiffPages(const std::string& path) {
+  return std::make_unique<TiffReader>(path, Samples::kIntensities, false);
 }
 
 }  // namespace planex::io

@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "planex/io/deflater.h"
 #include "planex/io/failure.h"
 #include "planex/io/raster_formats.h"
+#include "planex/io/scratch_file.h"
 #include "planex/io/tiff_file.h"
 
 namespace planex::io {
@@ -77,7 +79,6 @@ void splitFloats(char* row, std::size_t count, std::vector<char>& scratch) {
 
 /// A strip of each layer, compressed on any thread.
 struct Strip {
-  int index = 0;
   std::vector<std::vector<char>> layers, compressed;
   std::vector<char> scratch;
   Deflater deflater{15};
@@ -120,34 +121,37 @@ class TiffWriter final : public RasterWriter {
  public:
   TiffWriter(const OutputFile& file, const RasterDescription& raster,
              const RasterEncoding& encoding)
-      : name_(file.path()),
+      : output_(file),
+        raster_(raster),
+        compression_(encoding.compression),
         rowBytes_(raster.rowBytes()),
-        height_(raster.height),
         rowsPerStrip_(static_cast<int>(std::max<std::size_t>(1, kStripBytes / rowBytes_))),
-        stripsPerLayer_((raster.height - 1) / rowsPerStrip_ + 1),
-        file_(file.temporaryPath(), isBig(raster) ? "w8" : "w"),
+        rows_(file),
         strips_(static_cast<std::size_t>(OrderedWork::slotsFor(poolOf(encoding)))),
-        work_(poolOf(encoding), static_cast<int>(strips_.size()),
-              [this, compression = encoding.compression, width = raster.width,
-               type = raster.sample](int slot) {
-                strips_[static_cast<std::size_t>(slot)].compress(
-                    compression, static_cast<std::size_t>(width), type);
-              }) {
-    if (file_.get() == nullptr) fail();
+        work_(poolOf(encoding), static_cast<int>(strips_.size()), [this](int slot) {
+          strips_[static_cast<std::size_t>(slot)].compress(
+              compression_, static_cast<std::size_t>(raster_.width), raster_.sample);
+        }) {
     for (Strip& strip : strips_) {
       strip.layers.resize(raster.layers.size());
       strip.compressed.resize(raster.layers.size());
     }
-    declareTags(file_.get());
-    describeSamples(raster);
-    describeCompression(raster.sample, encoding.compression);
-    describeMeaning(raster);
+    if (raster.height > 0) {
+      begin();
+    } else {
+      scratch_.emplace(file);
+    }
   }
 
   void writeRows(int count, const std::vector<const void*>& layers) override {
     for (int done = 0; done < count;) {
-      if (row_ % rowsPerStrip_ == 0) beginStrip();
-      const int part = std::min(count - done, rowsPerStrip_ - row_ % rowsPerStrip_);
+      const int begun = rows_.get() % rowsPerStrip_;
+      if (begun == 0) {
+        submitStrip();
+        beginStrip();
+      }
+      const int part = std::min(count - done, rowsPerStrip_ - begun);
+      rows_.add(part);
       for (std::size_t layer = 0; layer < layers.size(); ++layer) {
         const char* source =
             static_cast<const char*>(layers[layer]) + static_cast<std::size_t>(done) * rowBytes_;
@@ -155,16 +159,17 @@ class TiffWriter final : public RasterWriter {
         rows.insert(rows.end(), source, source + static_cast<std::size_t>(part) * rowBytes_);
       }
       done += part;
-      row_ += part;
-      if (row_ % rowsPerStrip_ == 0 || row_ == height_) work_.submit();
     }
   }
 
   void finish() override {
+    rows_.requireSome();
+    submitStrip();
     while (!work_.isEmpty()) takeStrip();
-    if (TIFFFlush(file_.get()) != 1) fail();
-    file_.close();
-    if (!file_.error().empty()) fail();
+    if (scratch_) takeScratch();
+    if (TIFFFlush(tiff()) != 1) fail();
+    file_->close();
+    if (!file_->error().empty()) fail();
   }
 
  private:
@@ -173,19 +178,29 @@ class TiffWriter final : public RasterWriter {
     return encoding.compression == Compression::kNone ? nullptr : encoding.pool;
   }
 
-  bool isBig(const RasterDescription& raster) const {
-    const std::uint64_t layers = raster.layers.size();
-    return needsBigTiff(layers * static_cast<std::uint64_t>(height_) * rowBytes_,
-                        layers * static_cast<std::uint64_t>(stripsPerLayer_));
-  }
+  TIFF* tiff() const { return file_->get(); }
 
   [[noreturn]] void fail() const {
-    throw Failure(name_,
-                  "cannot be written (" + file_.error() + "); check the folder and the disk");
+    throw Failure(output_.path(),
+                  "cannot be written (" + file_->error() + "); check the folder and the disk");
+  }
+
+  /// Opens the file and describes the raster, whose height is known.
+  void begin() {
+    stripsPerLayer_ = (raster_.height - 1) / rowsPerStrip_ + 1;
+    const std::uint64_t layers = raster_.layers.size();
+    const bool isBig = needsBigTiff(layers * static_cast<std::uint64_t>(raster_.height) * rowBytes_,
+                                    layers * static_cast<std::uint64_t>(stripsPerLayer_));
+    file_.emplace(output_.temporaryPath(), isBig ? "w8" : "w");
+    if (tiff() == nullptr) fail();
+    declareTags(tiff());
+    describeSamples(raster_);
+    describeCompression(raster_.sample, compression_);
+    describeMeaning(raster_);
   }
 
   void describeSamples(const RasterDescription& raster) {
-    TIFF* tiff = file_.get();
+    TIFF* const tiff = this->tiff();
     const bool floating = raster.sample == SampleType::kFloat32;
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(raster.width));
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(raster.height));
@@ -205,48 +220,83 @@ class TiffWriter final : public RasterWriter {
     const int scheme = compression == Compression::kNone      ? COMPRESSION_NONE
                        : compression == Compression::kDeflate ? COMPRESSION_ADOBE_DEFLATE
                                                               : COMPRESSION_ZSTD;
-    if (TIFFSetField(file_.get(), TIFFTAG_COMPRESSION, scheme) != 1) fail();
+    if (TIFFSetField(tiff(), TIFFTAG_COMPRESSION, scheme) != 1) fail();
     if (compression == Compression::kNone) return;
-    TIFFSetField(file_.get(), TIFFTAG_PREDICTOR,
+    TIFFSetField(tiff(), TIFFTAG_PREDICTOR,
                  type == SampleType::kFloat32 ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
   }
 
   void describeMeaning(const RasterDescription& raster) {
-    TIFF* tiff = file_.get();
+    TIFF* const tiff = this->tiff();
     if (raster.columns && raster.rows) setGrid(tiff, *raster.columns, *raster.rows);
     TIFFSetField(tiff, kGdalMetadata, describeInGdalXml(raster).c_str());
     if (raster.missing) {
       TIFFSetField(tiff, kGdalNoData, fmt::format("{}", *raster.missing).c_str());
     }
-    if (!file_.error().empty()) fail();
+    if (!file_->error().empty()) fail();
   }
 
   void beginStrip() {
     if (work_.isFull()) takeStrip();
     strip_ = &strips_[static_cast<std::size_t>(work_.begin())];
-    strip_->index = row_ / rowsPerStrip_;
     for (auto& rows : strip_->layers) rows.clear();
+  }
+
+  void submitStrip() {
+    if (strip_ != nullptr) work_.submit();
+    strip_ = nullptr;
   }
 
   void takeStrip() {
     Strip& strip = strips_[static_cast<std::size_t>(work_.take())];
     for (std::size_t layer = 0; layer < strip.compressed.size(); ++layer) {
-      const auto number =
-          static_cast<std::uint32_t>(layer * static_cast<std::size_t>(stripsPerLayer_) +
-                                     static_cast<std::size_t>(strip.index));
-      const auto bytes = static_cast<tmsize_t>(strip.compressed[layer].size());
-      if (TIFFWriteRawStrip(file_.get(), number, strip.compressed[layer].data(), bytes) != bytes) {
-        fail();
+      std::vector<char>& data = strip.compressed[layer];
+      if (scratch_) {
+        sizes_.push_back(data.size());
+        scratch_->write(data.data(), data.size());
+      } else {
+        writeStrip(layer, data);
       }
     }
+    if (!scratch_) ++index_;
     work_.release();
   }
 
-  const std::string name_;
+  /// Writes the strips that waited for the height, which decides on the kind of TIFF and on the
+  /// numbers of strips.
+  void takeScratch() {
+    raster_.height = rows_.get();
+    begin();
+    scratch_->rewind();
+    std::vector<char> data;
+    std::size_t layer = 0;
+    for (const std::size_t size : sizes_) {
+      data.resize(size);
+      scratch_->read(data.data(), size);
+      writeStrip(layer, data);
+      layer = (layer + 1) % raster_.layers.size();
+      if (layer == 0) ++index_;
+    }
+  }
+
+  void writeStrip(std::size_t layer, std::vector<char>& data) {
+    const auto number = static_cast<std::uint32_t>(
+        layer * static_cast<std::size_t>(stripsPerLayer_) + static_cast<std::size_t>(index_));
+    const auto bytes = static_cast<tmsize_t>(data.size());
+    if (TIFFWriteRawStrip(tiff(), number, data.data(), bytes) != bytes) fail();
+  }
+
+  const OutputFile& output_;
+  RasterDescription raster_;
+  const Compression compression_;
   const std::size_t rowBytes_;
-  const int height_, rowsPerStrip_, stripsPerLayer_;
-  int row_ = 0;
-  TiffFile file_;
+  const int rowsPerStrip_;
+  int stripsPerLayer_ = 0;
+  RowCount rows_;
+  std::optional<TiffFile> file_;
+  std::optional<ScratchFile> scratch_;  // strips as they are to be, until the height is known
+  std::vector<std::size_t> sizes_;      // of those
+  int index_ = 0;                       // of the strip of each layer that is written next
   std::vector<Strip> strips_;
   Strip* strip_ = nullptr;  // the one that takes rows
   OrderedWork work_;        // goes before the strips

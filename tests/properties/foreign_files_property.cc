@@ -1,6 +1,6 @@
-// Files that others made: images, sidecars, lists of points and of positions. Whatever the bytes
+// Files that others made: images, frames, sidecars, lists of points and of positions. Whatever the bytes
 // are, a reader takes them or refuses them with one line that names the file; what it gives does
-// not depend on how many rows or points are asked for at a time, and memory stays bounded.
+// not depend on how many rows, frames or points are asked for at a time, and memory stays bounded.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "planex/io/failure.h"
+#include "planex/io/frame_source.h"
 #include "planex/io/image_reader.h"
 #include "planex/io/point_text.h"
 #include "planex/io/provenance.h"
@@ -69,6 +70,34 @@ void readImage(const std::string& path, io::Samples samples, test::ByteSource& c
       std::equal(part.begin(), part.end(), whole.end() - static_cast<std::ptrdiff_t>(part.size())));
 }
 
+/// The frames behind `first`, `most` at a time, in a buffer that held other bytes.
+std::string framesOf(const std::string& path, const io::RawFrames* raw, int first, int most) {
+  const auto frames = io::openFrames({path}, raw);
+  CHECK_HOLDS(frames->shape().width > 0 && frames->shape().height > 0);
+  if (frames->frameBytes() > kMostPixels) return {};
+  frames->skip(first);
+  std::string all, block(static_cast<std::size_t>(most) * frames->frameBytes(), '\x55');
+  std::vector<io::FrameNote> notes(static_cast<std::size_t>(most));
+  while (const int count = frames->read(most, block.data(), notes.data())) {
+    all.append(block, 0, static_cast<std::size_t>(count) * frames->frameBytes());
+    if (all.size() > 4 * kMostPixels) return {};
+  }
+  return all;
+}
+
+void readFrames(const std::string& path, bool areRaw, test::ByteSource& choices) {
+  io::RawFrames raw;
+  const int choice = choices.Between(0, 255);
+  raw.packing = static_cast<io::RawFrames::Packing>(choice % 6);
+  raw.width = choices.Between(1, 9);
+  raw.height = 3;
+  const io::RawFrames* const layout = areRaw ? &raw : nullptr;
+  const std::string all = framesOf(path, layout, 0, 1 + choice % 3);
+  const std::string part = framesOf(path, layout, choice % 4, 2);
+  CHECK_HOLDS(part.size() <= all.size() &&
+              all.compare(all.size() - part.size(), part.size(), part) == 0);
+}
+
 /// All points as bits and as lines, `step` at a time.
 std::string pointsOf(const std::string& path, std::size_t step) {
   std::string all;
@@ -104,7 +133,7 @@ void readSidecar(const std::string& path) {
 }
 
 PLANEX_PROPERTY(foreign_files) {
-  const int number = source.Between(0, 11), kind = number % 4;
+  const int number = source.Between(0, 13), kind = number < 12 ? number % 4 : number;
   const std::string choice = source.Text(2);
   const MemoryFile file(source.Rest());
   test::ByteSource choices(reinterpret_cast<const std::uint8_t*>(choice.data()), choice.size());
@@ -113,6 +142,7 @@ PLANEX_PROPERTY(foreign_files) {
     if (kind == 0) readImage(file.path(), static_cast<io::Samples>(number / 4), choices);
     if (kind == 1) readPoints(file.path(), choices);
     if (kind == 2) readSidecar(file.path());
+    if (kind >= 12) readFrames(file.path(), kind == 13, choices);
     if (kind == 3) CHECK_HOLDS(scan::YPositions(file.path(), 3).at(2) <= 1e308 * 10);
   } catch (const io::Failure& failure) {
     const std::string text = failure.what();

@@ -1,0 +1,78 @@
+// Rasters whose height is known only at their end.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "planex/io/failure.h"
+#include "planex/io/raster_writer.h"
+#include "tests/io/temporary_folder.h"
+
+namespace {
+
+namespace io = planex::io;
+
+constexpr int kWidth = 40000;  // three rows of 16 bits make a strip
+
+/// What a file of `rows` rows holds, of which `step` are written at a time.
+std::string fileOf(io::RasterFormat format, const io::RasterDescription& raster, int rows, int step,
+                   const io::RasterEncoding& encoding) {
+  const test::TemporaryFolder folder;
+  std::vector<std::vector<std::uint16_t>> layers(raster.layers.size());
+  for (std::size_t layer = 0; layer < layers.size(); ++layer) {
+    for (int i = 0; i < rows * kWidth; ++i) {
+      layers[layer].push_back(static_cast<std::uint16_t>(i / 7 * (layer + 1)));
+    }
+  }
+  io::OutputFile file(folder.Path("raster"), false);
+  const auto writer = io::RasterWriter::create(format, file, raster, encoding);
+  for (int row = 0; row < rows; row += step) {
+    std::vector<const void*> parts;
+    parts.reserve(layers.size());
+    for (const auto& layer : layers)
+      parts.push_back(&layer[static_cast<std::size_t>(row) * kWidth]);
+    writer->writeRows(std::min(step, rows - row), parts);
+  }
+  writer->finish();
+  file.commit();
+  return folder.Read("raster");
+}
+
+TEST(RasterHeight, NeedNotBeKnown) {
+  io::WorkerPool pool(3);
+  struct Case {
+    io::RasterFormat format;
+    io::Compression compression;
+    std::vector<std::string> layers;
+  };
+  const Case cases[] = {{io::RasterFormat::kPng, io::Compression::kNone, {"range"}},
+                        {io::RasterFormat::kNpy, io::Compression::kNone, {"range"}},
+                        {io::RasterFormat::kNpy, io::Compression::kNone, {"x", "z"}},
+                        {io::RasterFormat::kTiff, io::Compression::kNone, {"range"}},
+                        {io::RasterFormat::kTiff, io::Compression::kDeflate, {"x", "z"}},
+                        {io::RasterFormat::kTiff, io::Compression::kZstd, {"x", "y", "z"}}};
+  for (const Case& row : cases) {
+    io::RasterDescription raster;
+    raster.width = kWidth;
+    raster.sample = io::SampleType::kUint16;
+    raster.layers = row.layers;
+    raster.values = io::Axis{1.0 / 64, -3};
+    raster.missing = 0;
+    raster.unit = "mm";
+    for (const int rows : {1, 12, 13}) {  // 12: the last strip is full
+      io::RasterDescription known = raster;
+      known.height = rows;
+      const std::string wanted = fileOf(row.format, known, rows, rows, {row.compression});
+      for (const int step : {1, 5}) {
+        EXPECT_TRUE(fileOf(row.format, raster, rows, step, {row.compression, &pool}) == wanted)
+            << static_cast<int>(row.format) << " " << row.layers.size() << " " << rows;
+      }
+    }
+    EXPECT_THROW(fileOf(row.format, raster, 0, 1, {row.compression}), io::Failure);
+  }
+}
+
+}  // namespace
