@@ -10,7 +10,7 @@ install(
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILE_SET generated_headers DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 set(components)
-foreach(component IN ITEMS io estimation)
+foreach(component IN ITEMS io estimation acquisition)
   if(NOT TARGET planex_${component})
     continue()
   endif()

@@ -44,26 +44,31 @@ Progress::~Progress() {
   std::fflush(stderr);
 }
 
-void Progress::advance(std::int64_t count) {
+void Progress::advance(std::int64_t count, const std::string& remark) {
   if (!wanted_) return;
   const std::lock_guard<std::mutex> lock(mutex_);
   done_ += count;
   const Clock::time_point now = Clock::now();
   if (now < next_) return;
   next_ = now + std::chrono::milliseconds(100);
-  draw(now);
+  draw(now, remark);
 }
 
-void Progress::draw(Clock::time_point now) {
+void Progress::draw(Clock::time_point now, const std::string& remark) {
   const double share =
       total_ > 0 ? std::min(1.0, static_cast<double>(done_) / static_cast<double>(total_)) : 1.0;
   const double seconds = std::chrono::duration<double>(now - start_).count();
   const double rate = static_cast<double>(done_) / seconds;
   const auto filled = static_cast<std::size_t>(share * kBarWidth);
   std::string line(kWipe);
-  line += fmt::format("{} [{}{}] {:.0f} %, {}", title_, std::string(filled, '#'),
-                      std::string(kBarWidth - filled, '.'), 100 * share, rateText(rate, unit_));
-  if (share > 0) line += fmt::format(", {} left", durationText(seconds / share - seconds));
+  if (total_ == kUnknown) {
+    line += fmt::format("{} {} {}, {}", title_, done_, unit_, rateText(rate, unit_));
+  } else {
+    line += fmt::format("{} [{}{}] {:.0f} %, {}", title_, std::string(filled, '#'),
+                        std::string(kBarWidth - filled, '.'), 100 * share, rateText(rate, unit_));
+    if (share > 0) line += fmt::format(", {} left", durationText(seconds / share - seconds));
+  }
+  if (!remark.empty()) line += ", " + remark;
   std::fwrite(line.data(), 1, line.size(), stderr);
   std::fflush(stderr);
   drawn_ = true;

@@ -15,10 +15,12 @@ void addCommands(CLI::App& app, Context& context);
 /// wrongly. `context` outlives the parsing.
 void addBoundsCommand(CLI::App& app, Context& context);
 void addCalibrateCommand(CLI::App& app, Context& context);
+void addCamerasCommand(CLI::App& app, Context& context);
 void addCheckCommand(CLI::App& app, Context& context);
 void addConvertCommand(CLI::App& app, Context& context);
 void addDiffCommand(CLI::App& app, Context& context);
 void addEstimateCommand(CLI::App& app, Context& context);
+void addGrabCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 void addMapCommand(CLI::App& app, Context& context);
 void addProfileCommand(CLI::App& app, Context& context);

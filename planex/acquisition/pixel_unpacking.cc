@@ -1,0 +1,37 @@
+#include "planex/acquisition/pixel_unpacking.h"
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+
+namespace planex::acquisition {
+
+std::optional<PixelFormat> PixelFormat::named(const std::string& name) {
+  static const std::map<std::string, int> kBits = {
+      {"Mono8", 8},    {"Mono10", 16},  {"Mono12", 16},     {"Mono16", 16},
+      {"Mono10p", 10}, {"Mono12p", 12}, {"Coord3D_C16", 16}};
+  const auto found = kBits.find(name);
+  if (found == kBits.end()) return std::nullopt;
+  return PixelFormat{found->second,
+                     found->second == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16};
+}
+
+void unpack(const PixelFormat& format, const void* packed, std::size_t count, void* pixels) {
+  if (format.bits % 8 == 0) {  // x86-64 and aarch64 have the byte order of cameras
+    std::memcpy(pixels, packed, format.bytes(count));
+    return;
+  }
+  const auto* from = static_cast<const std::uint8_t*>(packed);
+  auto* to = static_cast<std::uint16_t*>(pixels);
+  const auto bits = static_cast<unsigned>(format.bits);
+  std::uint32_t held = 0;
+  unsigned have = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    for (; have < bits; have += 8) held |= static_cast<std::uint32_t>(*from++) << have;
+    to[i] = static_cast<std::uint16_t>(held & ((1U << bits) - 1));
+    held >>= bits;
+    have -= bits;
+  }
+}
+
+}  // namespace planex::acquisition

@@ -1,0 +1,209 @@
+#include <fmt/format.h>
+#include <planex/io/failure.h>
+#include <planex/io/frame_writer.h>
+#include <planex/io/output_file.h>
+#include <planex/io/provenance.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/cli/camera_options.h"
+#include "tools/cli/made.h"
+#include "tools/cli/progress.h"
+#include "tools/cli/stop_request.h"
+#include "tools/commands/commands.h"
+
+namespace planex::tools {
+namespace {
+
+using acquisition::CameraFrames;
+
+constexpr std::size_t kBlockBytes = std::size_t{1} << 24;  // of frames that are read at a time
+
+struct GrabOptions {
+  std::string source, output;
+  CameraOptions camera;
+};
+
+/// What is written: frames, or range images and what comes with them.
+class Recording {
+ public:
+  virtual ~Recording() = default;
+  Recording(const Recording&) = delete;
+  Recording& operator=(const Recording&) = delete;
+
+  virtual void write(int count, const void* frames, const void* intensities) = 0;
+  /// Completes the files and tells the sidecar of them.
+  virtual void finish(OutputSidecar& sidecar) = 0;
+  virtual void commit() = 0;
+
+ protected:
+  Recording() = default;
+};
+
+class FrameRecording : public Recording {
+ public:
+  FrameRecording(io::FrameFormat format, const std::string& path, const Context& context,
+                 const io::ImageShape& shape)
+      : file_(path, context.force), writer_(io::FrameWriter::create(format, file_, shape)) {}
+
+  void write(int count, const void* frames, const void* /*intensities*/) override {
+    writer_->write(count, frames);
+  }
+  void finish(OutputSidecar& sidecar) override {
+    writer_->finish();
+    sidecar.addOutput("frames", file_.path(), file_.size());
+  }
+  void commit() override { file_.commit(); }
+
+ private:
+  io::OutputFile file_;
+  std::unique_ptr<io::FrameWriter> writer_;
+};
+
+/// Where the frames were taken, a line each.
+class PlacesFile {
+ public:
+  PlacesFile(const std::string& path, const Context& context) : file_(path, context.force) {}
+
+  void write(double y) { file_.write(fmt::format("{}\n", y)); }
+  io::OutputFile& file() { return file_; }
+
+ private:
+  io::OutputFile file_;
+};
+
+/// "scan.tif" gives "scan_y.txt".
+std::string placesPath(const std::string& output) {
+  return output.substr(0, output.size() - io::endingOf(output).size()) + "_y.txt";
+}
+
+/// What was recorded so far.
+struct Recorded {
+  std::int64_t frames = 0;
+  std::vector<double> lost;  // numbers of frames that are marked
+};
+
+std::string describe(Recording& recording, PlacesFile* places, const GrabOptions& options,
+                     const CameraFrames& camera, const Recorded& recorded, const Context& context) {
+  const std::string path = options.output + ".json";
+  OutputSidecar sidecar(path, camera.hasRanges() ? "range image" : "frames", context);
+  const io::JsonText& root = sidecar.root();
+  root.add("columns", camera.shape().width);
+  root.add("rows", camera.shape().height);
+  root.add("frames", static_cast<double>(recorded.frames));
+  root.add("lost", static_cast<double>(camera.statistics().lost));
+  root.addList("lostFrames", recorded.lost);
+  addCamera(root, camera);
+  const io::JsonObject& made = sidecar.addMade({});
+  addSensor(made, camera.sensor());
+  if (places != nullptr) {
+    made.addObject("rows").add("positions", io::seenFrom(path, places->file().path()));
+  }
+  recording.finish(sidecar);
+  if (places != nullptr) {
+    sidecar.addOutput("positions", places->file().path(), places->file().size());
+  }
+  return sidecar.print();
+}
+
+std::unique_ptr<Recording> createRecording(const GrabOptions& options, const CameraFrames& camera,
+                                           const Context& context) {
+  if (camera.hasRanges()) throw io::Failure(camera.name(), "sends ranges");
+  return std::make_unique<FrameRecording>(*io::frameFormatOf(options.output), options.output,
+                                          context, camera.shape());
+}
+
+Recorded record(CameraFrames& camera, Recording& recording, PlacesFile* places,
+                const GrabOptions& options, const Context& context) {
+  const auto block = std::clamp<std::size_t>(kBlockBytes / camera.frameBytes(), 1, 4096);
+  const std::size_t pixels =
+      camera.frameBytes() / cmnalg::bytesPerPixel(camera.shape().type) * block;
+  std::vector<std::byte> frames(block * camera.frameBytes());
+  std::vector<std::byte> intensities;
+  if (camera.intensityType() != cmnalg::IMAGE_TYPE_INVALID) {
+    intensities.resize(pixels * cmnalg::bytesPerPixel(camera.intensityType()));
+  }
+  std::vector<io::FrameNote> notes(block);
+  Recorded recorded;
+  Progress progress(context, "grabbing", options.camera.frames.value_or(Progress::kUnknown),
+                    "frames");
+  while (const int count = camera.readRanges(static_cast<int>(block), frames.data(),
+                                             intensities.data(), notes.data())) {
+    recording.write(count, frames.data(), intensities.data());
+    for (int i = 0; i < count; ++i, ++recorded.frames) {
+      const io::FrameNote& note = notes[static_cast<std::size_t>(i)];
+      if (note.lost) recorded.lost.push_back(static_cast<double>(recorded.frames));
+      if (places != nullptr) places->write(note.y);
+    }
+    progress.advance(count, liveText(camera.statistics()));
+  }
+  return recorded;
+}
+
+void runGrab(const GrabOptions& options, const Context& context) {
+  if (!isCamera(options.source)) {
+    throw CLI::ValidationError("CAMERA", "'" + options.source + "' is not camera:NAME");
+  }
+  if (!io::frameFormatOf(options.output)) {
+    throw CLI::ValidationError("--output",
+                               "'" + options.output + "' ends neither in .tif, .pgm nor .raw");
+  }
+  const StopRequest stop;
+  const std::unique_ptr<CameraFrames> camera = openCamera(options.camera, options.source);
+  io::OutputFile sidecar(options.output + ".json", context.force);
+  const auto recording = createRecording(options, *camera, context);
+  std::optional<PlacesFile> places;
+  if (!options.camera.yFrom.empty()) places.emplace(placesPath(options.output), context);
+  PlacesFile* const written = places ? &*places : nullptr;
+  const Recorded recorded = record(*camera, *recording, written, options, context);
+  if (recorded.frames == 0) {
+    throw io::Failure(options.source, "was stopped before the first frame; nothing is written");
+  }
+  sidecar.write(describe(*recording, written, options, *camera, recorded, context));
+  recording->commit();
+  if (places) places->file().commit();
+  sidecar.commit();
+  if (!context.quiet) {
+    std::fputs(fmt::format("{}: {} frames of {} x {} pixels, {} lost\n",
+                           io::inOneLine(options.output), recorded.frames, camera->shape().width,
+                           camera->shape().height, camera->statistics().lost)
+                   .c_str(),
+               stdout);
+  }
+  tellHowItEnded(*camera);
+}
+
+}  // namespace
+
+void addGrabCommand(CLI::App& app, Context& context) {
+  const auto options = std::make_shared<GrabOptions>();
+  CLI::App* command = app.add_subcommand("grab", "Record the frames of a camera");
+  command->add_option("CAMERA", options->source, "camera:NAME, a name that planex cameras lists")
+      ->required();
+  command
+      ->add_option("-o,--output", options->output,
+                   "File: .tif with a page a frame, .pgm with an image behind the other, .raw")
+      ->required()
+      ->type_name("FRAMES");
+  addCameraOptions(*command, options->camera);
+  addForceOption(*command, context);
+  addQuietOption(*command, context);
+  command->footer(
+      "Examples:\n"
+      "  planex grab camera:192.168.1.20 -n 500 -o frames.tif\n"
+      "  planex grab camera:192.168.1.20 --time 10 --rate 200 --set Gain=3 -o frames.tif\n"
+      "  planex grab camera:192.168.1.20 --trigger Line1 --y-from chunk:EncoderValue:0.005 -o "
+      "frames.tif");
+  command->callback([options, &context] { runGrab(*options, context); });
+}
+
+}  // namespace planex::tools
