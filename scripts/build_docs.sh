@@ -14,7 +14,7 @@ sed -e "s/@PROJECT_VERSION_MAJOR@/$major/" -e "s/@PROJECT_VERSION_MINOR@/$minor/
   -e "s/@PROJECT_VERSION_PATCH@/$patch/" -e "s/@PROJECT_VERSION@/$version/" \
   planex/version.h.in >"$output/include/planex/version.h"
 
-mapfile -t headers < <(sed -n 's|^include/||p' tests/package/installed_{files,io,estimation}.txt |
+mapfile -t headers < <(sed -n 's|^include/||p' tests/package/installed_{files,io,estimation,acquisition}.txt |
   grep -v '^planex/version.h$')
 {
   cat docs/Doxyfile

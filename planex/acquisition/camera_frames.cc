@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <system_error>
+#include <thread>
 
 #include "planex/acquisition/camera_setup.h"
 #include "planex/acquisition/frame_numbers.h"
@@ -155,6 +157,8 @@ class AravisFrames final : public CameraFrames {
   void open();
   void openStream();
   void start();
+  void close();
+  void leave();
   void look(const Part& image, const std::optional<Part>& intensity);
   bool fetch(bool waits);
   bool take(Ref<ArvBuffer> buffer);
@@ -212,9 +216,13 @@ AravisFrames::AravisFrames(const CameraSettings& settings)
     if (settings_.chunk.rfind("Chunk", 0) != 0) settings_.chunk = "Chunk" + settings_.chunk;
   }
   openStream();
-  if (hasRanges_) {  // what comes with them, the first ones tell
+  if (!hasRanges_) return;
+  try {  // what comes with them, the first ones tell
     start();
     fetch(true);
+  } catch (...) {
+    close();
+    throw;
   }
 }
 
@@ -267,11 +275,35 @@ void AravisFrames::openStream() {
                  : std::max(kLeastBuffers, static_cast<int>(std::min(std::ceil(rate), most)));
 }
 
-AravisFrames::~AravisFrames() {
-  if (started_ && !gone_) arv_camera_stop_acquisition(camera_.get(), nullptr);
+AravisFrames::~AravisFrames() { close(); }
+
+void AravisFrames::close() {
   next_.reset();
-  stream_.reset();  // ends the thread that fills buffers
   g_signal_handlers_disconnect_by_data(arv_camera_get_device(camera_.get()), &gone_);
+  AravisError error;
+  if (!fault_.empty() && camera_ != nullptr && arv_camera_is_gv_device(camera_.get()) != 0) {
+    std::uint32_t privilege = 0;  // of this program; a look at whether the camera is there
+    constexpr std::uint64_t kControlChannelPrivilege = 0x0A00;
+    gone_ = arv_device_read_register(arv_camera_get_device(camera_.get()), kControlChannelPrivilege,
+                                     &privilege, error.out()) == 0;
+  }
+  if (started_ && !gone_) {
+    arv_camera_stop_acquisition(camera_.get(), error.out());
+    gone_ = static_cast<bool>(error);
+  }
+  if (gone_) leave();
+  stream_.reset();  // ends the thread that fills buffers
+}
+
+/// Gives up a camera that does not answer, for which Aravis waits ten seconds and more.
+void AravisFrames::leave() {
+  try {
+    std::thread([stream = std::move(stream_), camera = std::move(camera_)]() mutable {
+      stream.reset();
+      camera.reset();
+    }).detach();
+  } catch (const std::system_error&) {  // no thread: what it had was given up at its end
+  }
 }
 
 void AravisFrames::start() {

@@ -12,7 +12,7 @@ shift
 class_level_names() {
   awk '
     BEGIN {
-      split("datafusion planex io scan estimation basic cmnalg math impro shape shape3d etl base", names)
+      split("datafusion planex io scan estimation acquisition basic cmnalg math impro shape shape3d etl base", names)
       for (i in names) namespaces[names[i]] = 1
     }
     !/^_Z/ { print; next }
@@ -32,12 +32,12 @@ class_level_names() {
     }' | sort -u
 }
 
-symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_\(IO_\|ESTIMATION_\)\?1\(\.1\)\?$')
+symbols=$(nm -D --defined-only "$library" | sed 's/^.* //; s/@.*//' | grep -v '^PLANEX_\(IO_\|ESTIMATION_\|ACQUISITION_\)\?1\(\.1\)\?$')
 # "<": not exported, ">": exported, but in no list.
 diff <(sort -u "$@") <(class_level_names <<<"$symbols")
 
 # A name of ours may still drag in a type of others.
-if c++filt <<<"$symbols" | grep -E 'Eigen::|ceres::|tavik::|CLI::|fmt::'; then
+if c++filt <<<"$symbols" | grep -E 'Eigen::|ceres::|Arv[A-Z]|tavik::|CLI::|fmt::'; then
   exit 1
 fi
 

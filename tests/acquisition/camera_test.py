@@ -129,6 +129,22 @@ class Camera(unittest.TestCase):
         np.testing.assert_allclose(np.diff(y), 10 / 200, atol=0.04)
         self.assertEqual(self.sidecar("pages.tif")["made"]["rows"], {"positions": "pages_y.txt"})
 
+    def test_ranges_are_rows(self):
+        self.grab("range.npy", "-n", 3, *SMALL, "--set", "PixelFormat=Coord3D_C16", "--set",
+                  "BinningHorizontal=2")
+        rows = np.load(self.folder / "range.npy").reshape(96, 64)
+        wanted = np.concatenate([sent(int(rows[0, 0]) + i, 4096).view("<u2") for i in range(3)])
+        invalid = wanted == 0x2114
+        self.assertTrue(invalid.any())
+        np.testing.assert_array_equal(rows.ravel(), np.where(invalid, 0, wanted))
+        told = self.sidecar("range.npy")
+        self.assertEqual((told["content"], told["rows"]), ("range image", 96))
+        self.assertEqual(told["made"]["sensor"], {
+            "scaleX": 2, "originX": 0.5, "scaleZ": 0.03125, "originZ": 100, "width": 128,
+            "height": 2048})
+        self.assertIn("must end in .tif, .png or .npy", self.grab("range.pgm", status=2))
+        self.assertIn("Height=1", self.grab("y.tif", "--y-from", "time:1", status=2))
+
     def test_sidecar_tells_where_frames_lie(self):
         self.grab("a.raw", "-n", 1, "--set", "BinningHorizontal=2", "--set", "DecimationVertical=3",
                   "--set", "ReverseX=true", "--region", "64x32+100+10")
@@ -207,7 +223,7 @@ class Camera(unittest.TestCase):
                 (["--set", "PixelFormat=Mono9"], "PixelFormat takes Mono8, Mono16, Mono10p, .*, not "
                                                  "Mono9"),
                 (["--rate", "5000"], "takes a frame rate from 0.1 to 1000, not 5000"),
-                (["--trigger", "Line1"], "has no trigger"),
+                (["--trigger", "Line1"], "is triggered by Line0, Software, not Line1"),
                 (["--y-from", "chunk:Encoder:1"], r"has no chunks \(.*\)"),
                 (["--y-from", "time"], None),
                 (["--set", "PixelFormat=RGB8"], "sends RGB8; set PixelFormat to Mono8, .*"),
@@ -227,6 +243,10 @@ class Camera(unittest.TestCase):
                          [("Test1", "127.0.0.1")])
         child.terminate()
         child.communicate()
+        self.assertRegex(
+            self.grab("none.raw", "--trigger", "Software", "--timeout", 0.3, status=1),
+            f"^planex: {CAMERA}: no frame came for 0.3 seconds\n$")
+        self.assertEqual(list(self.folder.glob("none*")), [])
 
 
 make_network()

@@ -48,11 +48,14 @@ DOCUMENT = "".join([
     _entries("Scan3dDistanceUnit", 0x100c, Pixel=0, Millimeter=1),
     _constant("Float", "Scan3dCoordinateScale", 0.03125),
     _constant("Float", "Scan3dCoordinateOffset", 100),
-    _constant("Float", "Scan3dInvalidDataValue", 0x2314),
+    _constant("Float", "Scan3dInvalidDataValue", 0x2114),
     '<IntSwissKnife Name="PayloadSize"><pVariable Name="W">Width</pVariable><pVariable Name="H">'
     'Height</pVariable><pVariable Name="P">PixelFormat</pVariable><Formula>W * H * ((P&gt;&gt;16)'
     "&amp;0xFF) / 8</Formula></IntSwissKnife>",
     _constant("Integer", "TLParamsLocked", 0),
+    _entries("TriggerSelector", 0x1010, FrameStart=0), _entries("TriggerMode", 0x300, Off=0, On=1),
+    _entries("TriggerSource", 0x304, Line0=0, Software=1),
+    _entries("TriggerActivation", 0x308, RisingEdge=0),
     _entries("AcquisitionMode", 0x12c, Continuous=1),
     _command("AcquisitionStart", 1), _command("AcquisitionStop", 0),
     _register("AcquisitionR", 0x124),

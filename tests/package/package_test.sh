@@ -77,8 +77,8 @@ step_command() {
     grep -E 'R(UN)?PATH.*(\[:|::|:\])'; then
     exit 1
   fi
-  # What estimation needs, nothing else loads.
-  if readelf -d "$build_dir/$libdir"/libplanex{,-io}.so | grep -E 'NEEDED.*(ceres|glog)'; then
+  # What estimation and cameras need, nothing else loads.
+  if readelf -d "$build_dir/$libdir"/libplanex{,-io}.so | grep -E 'NEEDED.*(ceres|glog|aravis)'; then
     exit 1
   fi
   [ -z "$(groff -ww -man -Tutf8 -z "$prefix"/share/man/man1/*.1 2>&1)" ]

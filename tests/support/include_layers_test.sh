@@ -15,6 +15,7 @@ grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cc' -
       for (i in layers) rank[layers[i]] = i + 0
       rank["report"] = rank["api"]
       rank["estimation"] = rank["processing"]
+      rank["acquisition"] = rank["scan"]
       split(lists, files, "\n")
       for (i in files) if (sub("^include/", "", files[i])) installed[files[i]] = 1
     }
@@ -25,8 +26,9 @@ grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cc' -
     from && to && rank[to] < rank[from] { fail("is in a layer before") }
     # Outsiders see what is installed, and the libraries above the core see it of the core.
     $3 ~ /^planex\// && !(from in rank && rank[from] > rank["io"]) && from != "api" &&
-      to !~ /^(io|scan|report|estimation)$/ && !($3 in installed) { fail("is not installed") }
-    !from && to ~ /^(io|scan|estimation)$/ && !($3 in installed) { fail("is not installed") }
+      to !~ /^(io|scan|report|estimation|acquisition)$/ && !($3 in installed) { fail("is not installed") }
+    !from && to ~ /^(io|scan|estimation|acquisition)$/ && !($3 in installed) { fail("is not installed") }
+    to == "acquisition" && from != to && from { fail("stands apart") }
     to == "estimation" && from != to && from || from == "estimation" && to == "processing" {
       fail("stands apart")
     }
@@ -37,7 +39,8 @@ grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cc' -
     $3 == "omp.h" && $1 !~ /^planex\/(processing\/row_parallel|io\/ordered_work)\.cc$/ { fail("has its places") }
     $3 ~ /^cairo/ && $1 != "planex/report/canvas.cc" { fail("has one place") }
     $3 ~ /^ceres\// && $1 !~ /^planex\/estimation\/(camera_terms|robust_fit)\.cc$/ { fail("has its places") }
-    $1 in installed && $3 ~ /^(Eigen\/.*|ceres\/.*|omp\.h|.*cJSON\.h|fmt\/.*|png\.h|tiffio\.h|CLI\/.*)$/ {
+    $3 == "arv.h" && $1 != "planex/acquisition/aravis.h" { fail("has one place") }
+    $1 in installed && $3 ~ /^(.*aravis\.h|Eigen\/.*|ceres\/.*|omp\.h|.*cJSON\.h|fmt\/.*|png\.h|tiffio\.h|CLI\/.*)$/ {
       fail("in an installed header")
     }
     END { exit failed || NR < 100 }'

@@ -3,6 +3,7 @@
 #include <planex/io/frame_writer.h>
 #include <planex/io/output_file.h>
 #include <planex/io/provenance.h>
+#include <planex/io/raster_writer.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -20,6 +21,7 @@
 #include "tools/cli/progress.h"
 #include "tools/cli/stop_request.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/rectify_files.h"
 
 namespace planex::tools {
 namespace {
@@ -69,6 +71,67 @@ class FrameRecording : public Recording {
   std::unique_ptr<io::FrameWriter> writer_;
 };
 
+/// Rows of a range image, and of an image of intensities beside it.
+class RangeRecording : public Recording {
+ public:
+  RangeRecording(io::RasterFormat format, const std::string& path, const Context& context,
+                 const CameraFrames& camera)
+      : height_(camera.shape().height),
+        rangeRow_(camera.shape().rowBytes()),
+        range_(format, path, "range", camera.shape(), context) {
+    if (camera.intensityType() == cmnalg::IMAGE_TYPE_INVALID) return;
+    const io::ImageShape shape{camera.shape().width, height_, camera.intensityType()};
+    intensityRow_ = shape.rowBytes();
+    intensity_.emplace(format, besidePath(path, "intensity"), "intensity", shape, context);
+  }
+
+  void write(int count, const void* frames, const void* intensities) override {
+    writeRows(range_, count, frames, rangeRow_);
+    if (intensity_) writeRows(*intensity_, count, intensities, intensityRow_);
+  }
+  void finish(OutputSidecar& sidecar) override {
+    range_.writer->finish();
+    sidecar.addOutput("range image", range_.file.path(), range_.file.size());
+    if (!intensity_) return;
+    intensity_->writer->finish();
+    sidecar.addOutput("intensity", intensity_->file.path(), intensity_->file.size());
+  }
+  void commit() override {
+    range_.file.commit();
+    if (intensity_) intensity_->file.commit();
+  }
+
+ private:
+  struct Raster {
+    Raster(io::RasterFormat format, const std::string& path, const char* layer,
+           const io::ImageShape& shape, const Context& context)
+        : file(path, context.force) {
+      io::RasterDescription description;
+      description.width = shape.width;
+      description.sample =
+          shape.type == cmnalg::IMAGE_TYPE_UINT8 ? io::SampleType::kUint8 : io::SampleType::kUint16;
+      description.layers = {layer};
+      writer = io::RasterWriter::create(format, file, description);
+    }
+
+    io::OutputFile file;
+    std::unique_ptr<io::RasterWriter> writer;
+  };
+
+  /// In parts, because rows are counted in int.
+  void writeRows(Raster& raster, int count, const void* frames, std::size_t rowBytes) const {
+    const auto* at = static_cast<const std::byte*>(frames);
+    for (int i = 0; i < count; ++i, at += rowBytes * static_cast<std::size_t>(height_)) {
+      raster.writer->writeRows(height_, {at});
+    }
+  }
+
+  int height_;
+  std::size_t rangeRow_, intensityRow_ = 0;
+  Raster range_;
+  std::optional<Raster> intensity_;
+};
+
 /// Where the frames were taken, a line each.
 class PlacesFile {
  public:
@@ -98,7 +161,8 @@ std::string describe(Recording& recording, PlacesFile* places, const GrabOptions
   OutputSidecar sidecar(path, camera.hasRanges() ? "range image" : "frames", context);
   const io::JsonText& root = sidecar.root();
   root.add("columns", camera.shape().width);
-  root.add("rows", camera.shape().height);
+  const int height = camera.shape().height;
+  root.add("rows", camera.hasRanges() ? static_cast<double>(height * recorded.frames) : height);
   root.add("frames", static_cast<double>(recorded.frames));
   root.add("lost", static_cast<double>(camera.statistics().lost));
   root.addList("lostFrames", recorded.lost);
@@ -117,9 +181,21 @@ std::string describe(Recording& recording, PlacesFile* places, const GrabOptions
 
 std::unique_ptr<Recording> createRecording(const GrabOptions& options, const CameraFrames& camera,
                                            const Context& context) {
-  if (camera.hasRanges()) throw io::Failure(camera.name(), "sends ranges");
-  return std::make_unique<FrameRecording>(*io::frameFormatOf(options.output), options.output,
-                                          context, camera.shape());
+  const auto require = [&](bool holds, const char* option, const char* complaint) {
+    if (!holds) throw CLI::ValidationError(option, complaint);
+  };
+  if (camera.hasRanges()) {
+    const auto format = io::rasterFormatOf(options.output);
+    require(format.has_value(), "--output",
+            "must end in .tif, .png or .npy for the ranges that this camera sends");
+    require(options.camera.yFrom.empty() || camera.shape().height == 1, "--y-from",
+            "needs frames of one profile; set Height=1");
+    return std::make_unique<RangeRecording>(*format, options.output, context, camera);
+  }
+  const auto format = io::frameFormatOf(options.output);
+  require(format.has_value(), "--output",
+          "must end in .tif, .pgm or .raw for the frames that this camera sends");
+  return std::make_unique<FrameRecording>(*format, options.output, context, camera.shape());
 }
 
 Recorded record(CameraFrames& camera, Recording& recording, PlacesFile* places,
@@ -153,9 +229,9 @@ void runGrab(const GrabOptions& options, const Context& context) {
   if (!isCamera(options.source)) {
     throw CLI::ValidationError("CAMERA", "'" + options.source + "' is not camera:NAME");
   }
-  if (!io::frameFormatOf(options.output)) {
-    throw CLI::ValidationError("--output",
-                               "'" + options.output + "' ends neither in .tif, .pgm nor .raw");
+  if (!io::frameFormatOf(options.output) && !io::rasterFormatOf(options.output)) {
+    throw CLI::ValidationError(
+        "--output", "'" + options.output + "' ends neither in .tif, .pgm, .raw, .png nor .npy");
   }
   const StopRequest stop;
   const std::unique_ptr<CameraFrames> camera = openCamera(options.camera, options.source);
@@ -186,12 +262,14 @@ void runGrab(const GrabOptions& options, const Context& context) {
 
 void addGrabCommand(CLI::App& app, Context& context) {
   const auto options = std::make_shared<GrabOptions>();
-  CLI::App* command = app.add_subcommand("grab", "Record the frames of a camera");
+  CLI::App* command = app.add_subcommand("grab", "Record the frames, or the ranges, of a camera");
   command->add_option("CAMERA", options->source, "camera:NAME, a name that planex cameras lists")
       ->required();
   command
       ->add_option("-o,--output", options->output,
-                   "File: .tif with a page a frame, .pgm with an image behind the other, .raw")
+                   "File: .tif with a page a frame, .pgm with one image behind the other, or .raw; "
+                   "of a 3D camera a range image, .tif, .png or .npy, with its intensities in "
+                   "FRAMES_intensity")
       ->required()
       ->type_name("FRAMES");
   addCameraOptions(*command, options->camera);
