@@ -57,6 +57,10 @@ double thresholdOf(const LineSettings& settings, const Image& frame) {
 }
 
 bool areSettings(const LineSettings& s, const Image& frame) {
+  if ((s.method != LineMethod::DERIVATIVE && s.method != LineMethod::CENTRE_OF_GRAVITY) ||
+      !(s.choice >= LineChoice::STRONGEST && s.choice <= LineChoice::NEAREST)) {
+    return refuse("Unsupported method or choice of lines.");
+  }
   // Written so that NaN is refused.
   if (!(s.lineWidth >= 1.0 && s.lineWidth <= 60.0)) {
     return refuse("The line width must be 1 to 60 rows.");

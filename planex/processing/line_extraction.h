@@ -13,8 +13,8 @@
 
 namespace datafusion::planex {
 
-/// What points have beside their place; null: not wanted. Images are as large as the range image,
-/// and 0 where it is 0, but for the quality.
+/// What points have beside their place; null: not wanted. Images have the rows that the range image
+/// gets, and are 0 where it is 0, but for the quality.
 struct LineLayers {
   /// The mean level over the line, round(0.64 lineWidth) rows to either side; of the frames' type.
   cmnalg::Image* intensity = nullptr;
@@ -33,8 +33,7 @@ struct LineLayers {
 /// How finely places are stored.
 /// @param frameHeight rows of a frame, 1 to 32767
 /// @return values a row: 64 to 1024 rows, then the greatest power of two with which the last row
-/// has
-///         a value of 16 bits
+///         has a value of 16 bits
 PLANEX_EXPORT int linePlacesPerRow(int frameHeight);
 
 /// Makes a range image of `profiles` rows for frames like this one: as wide, cleared, 0 being

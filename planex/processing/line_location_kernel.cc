@@ -317,7 +317,8 @@ PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const Block<Sum>& 
 /// the row inside lies below it, too.
 /// @param level six times it
 PLANEX_ALWAYS_INLINE double flank(double level, double beyond, double inside) {
-  const double rise = std::max(6.0 * inside, level) - 6.0 * beyond;
+  // Columns without a line have anything here, and a rise of 0.
+  const double rise = std::max(std::max(6.0 * inside, level) - 6.0 * beyond, 1.0);
   return std::floor(64.0 * (level - 6.0 * beyond) / rise + 0.5);
 }
 
