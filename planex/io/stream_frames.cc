@@ -19,9 +19,8 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "raw values are taken a
 }
 
 constexpr char kNoPipedImage[] =
-    "is no binary PGM image, which alone can come through a pipe beside raw frames; name a file "
-    "for "
-    "other kinds";
+    "is no binary PGM image, the one kind that is read from there beside raw frames; name a file "
+    "for other kinds";
 
 /// Binary portable greymaps, one behind the other.
 class PgmFrames final : public FrameFile {

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// From frames of a camera that looks at a laser line to range images: every column of a frame gives
-/// the row of its line, every frame gives a row of the range image.
+/// From frames of a camera that looks at a laser line to range images: every column of a frame
+/// gives the row of its line, every frame gives a row of the range image.
 
 #include <cstdint>
 
@@ -13,25 +13,27 @@
 
 namespace datafusion::planex {
 
-/// What points have beside their place; null: not wanted. Images are as large as the range image,
-/// and 0 where it is 0, but for the quality.
+/// What points have beside their place; null: not wanted. Images have the rows that the range image
+/// gets, and are 0 where it is 0, but for the quality.
 struct LineLayers {
   /// The mean level over the line, round(0.64 lineWidth) rows to either side; of the frames' type.
   cmnalg::Image* intensity = nullptr;
-  /// Width at half height over the level beside the line, in 1/64 rows.
+  /// Width at half height in 1/64 rows: half way from the lowest three rows beside the line, on the
+  /// side where they are brighter, to the brightest of the three rows around the place. A flank is
+  /// where two rows, one after the other, lie below that, interpolated linearly.
   cmnalg::ImageOf<std::uint16_t>* width = nullptr;
-  /// kLeastConfidence to 255 for points, 255 (1 - strongest other line / chosen line); else a
-  /// LineReason.
+  /// kLeastConfidence to 255 for points, round(255 (1 - strongest other line / chosen line)); else
+  /// a LineReason.
   cmnalg::ImageOf<std::uint8_t>* quality = nullptr;
-  /// The standard deviation of the place that LineSettings::gain and readNoise make, in 1/1024 rows,
-  /// at most 65535, the rounding of the place included. Speckle is not in it.
+  /// The standard deviation of the place that LineSettings::gain and readNoise make, in 1/1024
+  /// rows, at most 65535, the rounding of the place included. Speckle is not in it.
   cmnalg::ImageOf<std::uint16_t>* deviation = nullptr;
 };
 
 /// How finely places are stored.
 /// @param frameHeight rows of a frame, 1 to 32767
-/// @return values a row: 64 to 1024 rows, then the greatest power of two with which the last row has
-///         a value of 16 bits
+/// @return values a row: 64 to 1024 rows, then the greatest power of two with which the last row
+///         has a value of 16 bits
 PLANEX_EXPORT int linePlacesPerRow(int frameHeight);
 
 /// Makes a range image of `profiles` rows for frames like this one: as wide, cleared, 0 being
@@ -56,20 +58,25 @@ PLANEX_EXPORT bool createLineTarget(const cmnalg::Image& frame, int profiles,
 ///
 ///     v(i) = min(S(i) - S(i - w), S(i) - S(i + w)) >= w threshold
 ///
-/// holds for stretches of rows, each a line whose strength is the largest v; edges, ramps and light
-/// around give none. The place of the chosen one is, near its largest v, by DERIVATIVE
+/// holds for stretches of rows, each a line whose strength is the largest v, at the first row that
+/// has it; edges, ramps and light around give none. The place of the chosen one is, by DERIVATIVE,
+/// the nearest to this row and at most a + 1 rows away (the smaller row of two equally near ones),
 ///
 ///     d(i) = sum over k = 1 ... K - 1 of h_k (f(i + k) - f(i - k)),   h_k ~ k (K^2 - k^2)^2
 ///     row  = i + c - q c (1 - c) (1 - 2 c),   c = d(i) / (d(i) - d(i + 1)),   d(i) > 0 >= d(i + 1)
 ///
-/// with K = round(1.7 lineWidth), whole h_k that sum up to at most 128, sigma = lineWidth / 2.3548
-/// and q = 1 / (2 (sigma^2 + K^2 / 9)), which takes off the error of the chord. CENTRE_OF_GRAVITY
-/// starts there and moves a window of round(2.5 sigma) rows to either side, with fractional ends,
-/// three times to the centre of gravity of the brightness in it, over the mean of three rows beyond
-/// each end.
+/// with K = round(1.7 lineWidth), h_k rounded to whole numbers that sum up to at most 128, sigma =
+/// lineWidth / 2.3548 and q = 1 / (2 (sigma^2 + K^2 / 9)), which takes off the error of the chord.
+/// Where d stays 0 behind a crossing, the middle of these rows is the place. CENTRE_OF_GRAVITY
+/// starts there and moves a window of round(2.5 sigma) rows to either side three times to the
+/// centre of gravity of the brightness in it, over the mean of three rows beyond each end; rows
+/// that lie in the window in part count by that part.
 ///
-/// Source: Blais and Rioux, Real-time numerical peak detector, Signal Processing 11, 1986 (filters);
-/// Fisher and Naidu, A comparison of algorithms for subpixel peak detection, 1996.
+/// A line whose place lies outside of the searched rows, or nearer to the border of the frame than
+/// its width, is cut. Rows outside of the searched ones serve the filters of lines inside.
+///
+/// Source: Blais and Rioux, Real-time numerical peak detector, Signal Processing 11, 1986
+/// (filters); Fisher and Naidu, A comparison of algorithms for subpixel peak detection, 1996.
 ///
 /// @param frames  `count` images of UINT8 or UINT16, of one size and type, as wide as the targets,
 ///                1 to 32767 rows high

@@ -32,16 +32,16 @@ constexpr int kLeastConfidence = 16;  ///< the quality of points is this to 255
 /// How extractLines() looks for lines. Levels are the values of pixels; rows count from 0, at the
 /// centre of the first row of the frame.
 struct LineSettings {
-  LineMethod method = LineMethod::DERIVATIVE;    ///< how the place is found
-  double lineWidth = 5;                          ///< of the line at half height, in rows: 1 to 60
-  double threshold = 0;                          ///< levels; 0: 4 % of fullScale
-  double fullScale = 0;                          ///< the greatest level; 0: that of the pixel type
-  LineChoice choice = LineChoice::STRONGEST;     ///< among several lines
-  int nearestRow = 0;                            ///< for NEAREST
-  int firstRow = 0;                              ///< of those that are searched
-  int endRow = 0;                                ///< behind the last one; 0: all rows
-  double minimumWidth = 1.2;                     ///< of lines at half height, in rows
-  double maximumWidth = 0;                       ///< likewise, to 240 rows; 0: 4 lineWidth
+  LineMethod method = LineMethod::DERIVATIVE;  ///< how the place is found
+  double lineWidth = 5;                        ///< of the line at half height, in rows: 1 to 60
+  double threshold = 0;                        ///< levels; 0: 4 % of fullScale
+  double fullScale = 0;                        ///< the greatest level; 0: that of the pixel type
+  LineChoice choice = LineChoice::STRONGEST;   ///< among several lines
+  int nearestRow = 0;                          ///< for NEAREST
+  int firstRow = 0;                            ///< of those that are searched
+  int endRow = 0;                              ///< behind the last one; 0: all rows
+  double minimumWidth = 1.2;                   ///< of lines at half height, in rows
+  double maximumWidth = 0;                     ///< likewise, to 240 rows; 0: 4 lineWidth
   double gain = 0;       ///< variance of shot noise in levels^2 a level; for LineLayers::deviation
   double readNoise = 0;  ///< standard deviation of a dark pixel in levels; likewise
 };

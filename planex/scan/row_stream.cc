@@ -36,16 +36,18 @@ class ReaderThread {
 
  private:
   void run(const RowBlocks& rows, const Blocks& blocks) {
-    for (int row = rows.first; row < rows.end; row += std::min(rows.block, rows.end - row)) {
+    for (int row = rows.first; row < rows.end;) {
       const int index = work_.begin();
       if (index < 0) return;
+      RowBlock& block = *blocks[static_cast<std::size_t>(index)];
       try {
-        blocks[static_cast<std::size_t>(index)]->readRows(row,
-                                                          std::min(rows.block, rows.end - row));
+        block.readRows(row, std::min(rows.block, rows.end - row));
       } catch (...) {
         work_.fail(std::current_exception());
         return;
       }
+      if (block.count() == 0) break;
+      row += block.count();
       work_.submit();
     }
     work_.end();

@@ -31,6 +31,8 @@ class PLANEX_EXPORT RowBlock {
   RowBlock(const RowBlock&) = default;
   RowBlock& operator=(const RowBlock&) = default;
   virtual void read() = 0;
+  /// For read(): fewer rows came than were asked for.
+  void shrink(int count) { count_ = count; }
   /// @endcond
 
  private:
@@ -39,7 +41,8 @@ class PLANEX_EXPORT RowBlock {
 
 /// Streams rows through blocks: reading, computing and writing go on at the same time, with as many
 /// blocks in memory as keep the workers of the pool busy. What comes out does not depend on the
-/// number of workers.
+/// number of workers. A block that reads no rows ends the stream: where nobody knows how many there
+/// will be, the rows end at the largest int.
 ///
 /// @param makeBlock makes the objects that blocks pass through
 /// @param write     takes the blocks in their order, on the calling thread

@@ -71,10 +71,11 @@ ScanSidecar readScanSidecar(const std::string& named, const std::string& image) 
   if (named.empty()) io::InputFile{path};  // nobody named it: not a pipe to wait for
   const io::JsonValue json = parse(path);
   const bool own = tellsOfOutput(json.get());
-  if (own && named.empty()) return sidecar;
-  sidecar.path = path;
   const JsonMember root(path, "", json.get());
-  const JsonMember said = own ? root.required("made") : root;
+  const bool isScan = own && root.at("sensor");
+  if (own && !isScan && named.empty()) return sidecar;
+  sidecar.path = path;
+  const JsonMember said = own && !isScan ? root.required("made") : root;
   if (!own) root.requireObject({"sensor", "rows"});
   const JsonMember sensor = said.at("sensor"), rows = said.at("rows");
   if (!sensor && !rows) sensor.refuse("is missing");

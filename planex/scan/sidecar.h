@@ -31,8 +31,9 @@ struct ScanSidecar {
 
 /// Reads a sidecar.
 ///
-/// A sidecar that planex wrote beside an output says nothing of a scan when it stands beside an
-/// image. Where it is named, it says how the scan of that output was taken.
+/// A sidecar that planex wrote beside a range image has these members, and others. One that planex
+/// wrote beside another output says nothing of a scan when it stands beside an image. Where it is
+/// named, it says how the scan of that output was taken.
 ///
 /// @param named  the file; empty: IMAGE.json, where that exists
 /// @param image  the range image; empty: none, and "-", standard input, has no sidecar

@@ -355,7 +355,7 @@ TEST(Frames, SayWhatIsWrong) {
        packed(12).substr(0, 119)},
       {piped, nullptr, "standard input: holds no frames; check where it comes from"},
       {piped, nullptr,
-       "standard input: is no binary PGM image, which alone can come through a pipe beside raw "
+       "standard input: is no binary PGM image, the one kind that is read from there beside raw "
        "frames; name a file for other kinds",
        "\x89PNG\r\n\x1A\n..."},
       {[](Folder folder) {

@@ -15,7 +15,7 @@ void addCommands(CLI::App& app, Context& context) {
   for (const auto addCommand :
        {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addProfileCommand,
         addStatsCommand, addMapCommand, addBoundsCommand, addConvertCommand, addDiffCommand,
-        addEstimateCommand, addGrabCommand, addCamerasCommand}) {
+        addEstimateCommand, addExtractCommand, addGrabCommand, addCamerasCommand}) {
     addCommand(app, context);
   }
 }

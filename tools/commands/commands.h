@@ -20,6 +20,7 @@ void addCheckCommand(CLI::App& app, Context& context);
 void addConvertCommand(CLI::App& app, Context& context);
 void addDiffCommand(CLI::App& app, Context& context);
 void addEstimateCommand(CLI::App& app, Context& context);
+void addExtractCommand(CLI::App& app, Context& context);
 void addGrabCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 void addMapCommand(CLI::App& app, Context& context);
