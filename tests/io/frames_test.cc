@@ -25,7 +25,7 @@ namespace {
 namespace io = planex::io;
 
 constexpr int kWidth = 7, kHeight = 5, kFrames = 3;
-constexpr std::size_t kPixels = kWidth * kHeight;
+constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
 constexpr char kNames[kFrames][4] = {"f1", "f2", "f10"};
 
 using Pixels = std::vector<std::uint16_t>;
@@ -127,6 +127,7 @@ std::string pagesOf(const test::TemporaryFolder& folder, const char* mode, int b
     const bool isCopy = page % 2 != 0;
     const int height = isCopy ? 2 : kHeight;
     TIFFSetField(tiff, TIFFTAG_SUBFILETYPE, isCopy ? FILETYPE_REDUCEDIMAGE : FILETYPE_PAGE);
+    TIFFSetField(tiff, TIFFTAG_IMAGEDESCRIPTION, "ImageJ=1.54\nimages=3\n");
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, kWidth);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
@@ -394,6 +395,15 @@ TEST(Frames, SayWhatIsWrong) {
        nullptr,
        "@pages.tif: frame 2 has colours (RGB); convert it to greyscale of 8 or 16 bits without "
        "sign, black at 0"},
+      {[](Folder folder) {
+         pagesOf(folder, "w", 8);
+         std::string bytes = folder.Read("pages.tif");
+         bytes[bytes.find("images=3") + 7] = '4';
+         return std::vector{folder.Write("pages.tif", bytes)};
+       },
+       nullptr,
+       "@pages.tif: says that it holds 4 images, but tells where 3 are; save it as BigTIFF, or as "
+       "one file an image"},
       {[](Folder folder) { return std::vector{folder.Path("none.tif")}; }, nullptr,
        "@none.tif: cannot be opened (No such file or directory); check the name and the "
        "permissions"},
