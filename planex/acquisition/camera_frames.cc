@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <future>
 #include <limits>
 #include <system_error>
 #include <thread>
@@ -158,7 +159,6 @@ class AravisFrames final : public CameraFrames {
   void openStream();
   void start();
   void close();
-  void leave();
   void look(const Part& image, const std::optional<Part>& intensity);
   bool fetch(bool waits);
   bool take(Ref<ArvBuffer> buffer);
@@ -280,30 +280,25 @@ AravisFrames::~AravisFrames() { close(); }
 void AravisFrames::close() {
   next_.reset();
   g_signal_handlers_disconnect_by_data(arv_camera_get_device(camera_.get()), &gone_);
-  AravisError error;
-  if (!fault_.empty() && camera_ != nullptr && arv_camera_is_gv_device(camera_.get()) != 0) {
-    std::uint32_t privilege = 0;  // of this program; a look at whether the camera is there
-    constexpr std::uint64_t kControlChannelPrivilege = 0x0A00;
-    gone_ = arv_device_read_register(arv_camera_get_device(camera_.get()), kControlChannelPrivilege,
-                                     &privilege, error.out()) == 0;
-  }
-  if (started_ && !gone_) {
-    arv_camera_stop_acquisition(camera_.get(), error.out());
-    gone_ = static_cast<bool>(error);
-  }
-  if (gone_) leave();
-  stream_.reset();  // ends the thread that fills buffers
-}
-
-/// Gives up a camera that does not answer, for which Aravis waits ten seconds and more.
-void AravisFrames::leave() {
+  const auto stop = [isStarted = started_](Ref<ArvStream>& stream, Ref<ArvCamera>& camera) {
+    if (isStarted) arv_camera_stop_acquisition(camera.get(), nullptr);
+    stream.reset();  // ends the thread that fills buffers
+    camera.reset();
+  };
+  if (fault_.empty()) return stop(stream_, camera_);
+  // For a camera that does not answer Aravis waits ten seconds and more.
+  std::promise<void> stopped;
+  const std::future<void> isStopped = stopped.get_future();
   try {
-    std::thread([stream = std::move(stream_), camera = std::move(camera_)]() mutable {
-      stream.reset();
-      camera.reset();
+    std::thread([stop, stream = std::move(stream_), camera = std::move(camera_),
+                 stopped = std::move(stopped)]() mutable {
+      stop(stream, camera);
+      stopped.set_value();
     }).detach();
-  } catch (const std::system_error&) {  // no thread: what it had was given up at its end
+  } catch (const std::system_error&) {  // no thread: Aravis is left without a stop
+    return;
   }
+  isStopped.wait_for(std::chrono::seconds(1));
 }
 
 void AravisFrames::start() {

@@ -23,7 +23,7 @@ struct FrameExtraction {
   /// @}
 
   /// The size and type of frames as lines are looked for in them.
-  io::ImageShape shapeOf(const io::ImageShape& frame) const;
+  PLANEX_EXPORT io::ImageShape shapeOf(const io::ImageShape& frame) const;
 };
 
 /// Some frames on their way to rows of a range image, a row a frame. Of lost frames the rows are

@@ -160,6 +160,7 @@ void addCamera(const io::JsonObject& parent, const acquisition::CameraFrames& ca
   object.add("model", camera.identity().model);
   object.add("serial", camera.identity().serial);
   object.add("pixelFormat", camera.pixelFormat());
+  object.add("lost", static_cast<double>(camera.statistics().lost));
   const io::JsonObject features = object.addObject("features");
   for (const auto& [name, value] : camera.features()) features.add(name.c_str(), value);
 }

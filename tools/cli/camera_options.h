@@ -42,7 +42,8 @@ std::unique_ptr<acquisition::CameraFrames> openCamera(const CameraOptions& optio
 /// "3 lost, 40 of 50 buffers free": what the live line says behind the rate.
 std::string liveText(const acquisition::CameraStatistics& statistics);
 
-/// Adds the member "camera" with maker, model, serial, pixel format and features.
+/// Adds the member "camera" with maker, model, serial, pixel format, lost frames and
+/// features.
 void addCamera(const io::JsonObject& parent, const acquisition::CameraFrames& camera);
 
 /// Behind the outputs: tells of lost frames on standard error with what may help, and throws a

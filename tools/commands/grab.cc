@@ -7,7 +7,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "tools/cli/camera_options.h"
+#include "tools/cli/frame_record.h"
 #include "tools/cli/made.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/stop_request.h"
@@ -27,8 +27,6 @@ namespace planex::tools {
 namespace {
 
 using acquisition::CameraFrames;
-
-constexpr std::size_t kBlockBytes = std::size_t{1} << 24;  // of frames that are read at a time
 
 struct GrabOptions {
   std::string source, output;
@@ -132,50 +130,20 @@ class RangeRecording : public Recording {
   std::optional<Raster> intensity_;
 };
 
-/// Where the frames were taken, a line each.
-class PlacesFile {
- public:
-  PlacesFile(const std::string& path, const Context& context) : file_(path, context.force) {}
-
-  void write(double y) { file_.write(fmt::format("{}\n", y)); }
-  io::OutputFile& file() { return file_; }
-
- private:
-  io::OutputFile file_;
-};
-
-/// "scan.tif" gives "scan_y.txt".
-std::string placesPath(const std::string& output) {
-  return output.substr(0, output.size() - io::endingOf(output).size()) + "_y.txt";
-}
-
-/// What was recorded so far.
-struct Recorded {
-  std::int64_t frames = 0;
-  std::vector<double> lost;  // numbers of frames that are marked
-};
-
-std::string describe(Recording& recording, PlacesFile* places, const GrabOptions& options,
-                     const CameraFrames& camera, const Recorded& recorded, const Context& context) {
+std::string describe(Recording& recording, FrameRecord& record, const GrabOptions& options,
+                     const CameraFrames& camera, const Context& context) {
   const std::string path = options.output + ".json";
   OutputSidecar sidecar(path, camera.hasRanges() ? "range image" : "frames", context);
   const io::JsonText& root = sidecar.root();
-  root.add("columns", camera.shape().width);
-  const int height = camera.shape().height;
-  root.add("rows", camera.hasRanges() ? static_cast<double>(height * recorded.frames) : height);
-  root.add("frames", static_cast<double>(recorded.frames));
-  root.add("lost", static_cast<double>(camera.statistics().lost));
-  root.addList("lostFrames", recorded.lost);
+  addSensor(root, camera.sensor());
+  if (!record.placesPath().empty()) {
+    root.addObject("rows").add("positions", io::seenFrom(path, record.placesPath()));
+  }
+  record.describe(root);
   addCamera(root, camera);
-  const io::JsonObject& made = sidecar.addMade({});
-  addSensor(made, camera.sensor());
-  if (places != nullptr) {
-    made.addObject("rows").add("positions", io::seenFrom(path, places->file().path()));
-  }
+  sidecar.addMade({});
   recording.finish(sidecar);
-  if (places != nullptr) {
-    sidecar.addOutput("positions", places->file().path(), places->file().size());
-  }
+  record.addOutput(sidecar);
   return sidecar.print();
 }
 
@@ -198,9 +166,9 @@ std::unique_ptr<Recording> createRecording(const GrabOptions& options, const Cam
   return std::make_unique<FrameRecording>(*format, options.output, context, camera.shape());
 }
 
-Recorded record(CameraFrames& camera, Recording& recording, PlacesFile* places,
-                const GrabOptions& options, const Context& context) {
-  const auto block = std::clamp<std::size_t>(kBlockBytes / camera.frameBytes(), 1, 4096);
+void take(CameraFrames& camera, Recording& recording, FrameRecord& record,
+          const GrabOptions& options, const Context& context) {
+  const auto block = std::clamp<std::size_t>(kFrameBlockBytes / camera.frameBytes(), 1, 4096);
   const std::size_t pixels =
       camera.frameBytes() / cmnalg::bytesPerPixel(camera.shape().type) * block;
   std::vector<std::byte> frames(block * camera.frameBytes());
@@ -209,20 +177,14 @@ Recorded record(CameraFrames& camera, Recording& recording, PlacesFile* places,
     intensities.resize(pixels * cmnalg::bytesPerPixel(camera.intensityType()));
   }
   std::vector<io::FrameNote> notes(block);
-  Recorded recorded;
   Progress progress(context, "grabbing", options.camera.frames.value_or(Progress::kUnknown),
                     "frames");
   while (const int count = camera.readRanges(static_cast<int>(block), frames.data(),
                                              intensities.data(), notes.data())) {
     recording.write(count, frames.data(), intensities.data());
-    for (int i = 0; i < count; ++i, ++recorded.frames) {
-      const io::FrameNote& note = notes[static_cast<std::size_t>(i)];
-      if (note.lost) recorded.lost.push_back(static_cast<double>(recorded.frames));
-      if (places != nullptr) places->write(note.y);
-    }
+    record.take(count, notes.data());
     progress.advance(count, liveText(camera.statistics()));
   }
-  return recorded;
 }
 
 void runGrab(const GrabOptions& options, const Context& context) {
@@ -237,20 +199,18 @@ void runGrab(const GrabOptions& options, const Context& context) {
   const std::unique_ptr<CameraFrames> camera = openCamera(options.camera, options.source);
   io::OutputFile sidecar(options.output + ".json", context.force);
   const auto recording = createRecording(options, *camera, context);
-  std::optional<PlacesFile> places;
-  if (!options.camera.yFrom.empty()) places.emplace(placesPath(options.output), context);
-  PlacesFile* const written = places ? &*places : nullptr;
-  const Recorded recorded = record(*camera, *recording, written, options, context);
-  if (recorded.frames == 0) {
+  FrameRecord record(options.output, !options.camera.yFrom.empty(), context);
+  take(*camera, *recording, record, options, context);
+  if (record.frames() == 0) {
     throw io::Failure(options.source, "was stopped before the first frame; nothing is written");
   }
-  sidecar.write(describe(*recording, written, options, *camera, recorded, context));
+  sidecar.write(describe(*recording, record, options, *camera, context));
   recording->commit();
-  if (places) places->file().commit();
+  record.commit();
   sidecar.commit();
   if (!context.quiet) {
     std::fputs(fmt::format("{}: {} frames of {} x {} pixels, {} lost\n",
-                           io::inOneLine(options.output), recorded.frames, camera->shape().width,
+                           io::inOneLine(options.output), record.frames(), camera->shape().width,
                            camera->shape().height, camera->statistics().lost)
                    .c_str(),
                stdout);
