@@ -51,11 +51,17 @@ bool ByteStream::isAtEnd() {
 }
 
 std::size_t ByteStream::read(void* bytes, std::size_t count) {
-  std::size_t done = std::min(count, filled_ - position_);
-  std::memcpy(bytes, buffer_.data() + position_, done);
-  position_ += done;
+  char* const out = static_cast<char*>(bytes);
+  std::size_t done = 0;
   while (done < count) {
-    const std::size_t got = readSome(static_cast<char*>(bytes) + done, count - done);
+    std::size_t got = 0;
+    if (position_ == filled_ && count - done >= buffer_.size()) {
+      got = readSome(out + done, count - done);
+    } else if (!isAtEnd()) {
+      got = std::min(count - done, filled_ - position_);
+      std::memcpy(out + done, buffer_.data() + position_, got);
+      position_ += got;
+    }
     if (got == 0) break;
     done += got;
   }

@@ -78,9 +78,15 @@ struct RawFrames {
 };
 
 /// Opens frames in files: folders of images, whose files are taken in natural order (frame_2 before
-/// frame_10) and of which those that are no images by their ending are passed over; images (PNG,
-/// PGM, TIFF, NPY of two axes) of one frame each; TIFF files with a page a frame; PGM streams, one
-/// image behind the other; raw data. "-" is standard input, with PGM images or raw data.
+/// frame_10) and of which those that are no images by their ending (of raw data .raw and .bin) are
+/// passed over; images (PNG, PGM, TIFF, NPY of two axes) of one frame each; TIFF files with a page
+/// a frame, without pages that are smaller copies or masks of others; PGM streams, one image behind
+/// the other; raw data. "-" is standard input, with PGM images or raw data, read as they come.
+///
+/// Where the first file of a folder holds one frame, all must, so that their number is known and
+/// frames can be passed over without opening files. Frames have at most
+/// ImageReader::kMaximumColumns columns, 32767 rows and 1 GiB. Failures count frames from 0, over
+/// all paths: "scan.pgm: frame 12 is cut off after ..."
 ///
 /// @param paths one or more, whose frames follow each other
 /// @param raw   what files are that have no headings; null: images

@@ -2,6 +2,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -171,6 +172,20 @@ class TiffReader final : public PagedImage {
     forEachPage([&](std::uint64_t page) {
       if (isImage(page)) images_.push_back(page);
     });
+    requireAll();
+  }
+
+  /// ImageJ saves stacks of more than 4 GiB with the tags of the first image alone.
+  void requireAll() const {
+    const char* text = nullptr;
+    if (TIFFGetField(tiff_.get(), TIFFTAG_IMAGEDESCRIPTION, &text) != 1) return;
+    const std::string description = text;
+    const std::size_t found = description.find("\nimages=");
+    if (description.compare(0, 7, "ImageJ=") != 0 || found == std::string::npos) return;
+    const std::uint64_t told = std::strtoull(description.c_str() + found + 8, nullptr, 10);
+    if (told <= images_.size()) return;
+    refuse("says that it holds " + std::to_string(told) + " images, but tells where " +
+           std::to_string(images_.size()) + " are; save it as BigTIFF, or as one file an image");
   }
 
   /// Finds the pages of the image: the only one; one that is a range image or its intensities; or

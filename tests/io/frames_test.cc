@@ -25,7 +25,7 @@ namespace {
 namespace io = planex::io;
 
 constexpr int kWidth = 7, kHeight = 5, kFrames = 3;
-constexpr std::size_t kPixels = kWidth * kHeight;
+constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
 constexpr char kNames[kFrames][4] = {"f1", "f2", "f10"};
 
 using Pixels = std::vector<std::uint16_t>;
@@ -127,6 +127,7 @@ std::string pagesOf(const test::TemporaryFolder& folder, const char* mode, int b
     const bool isCopy = page % 2 != 0;
     const int height = isCopy ? 2 : kHeight;
     TIFFSetField(tiff, TIFFTAG_SUBFILETYPE, isCopy ? FILETYPE_REDUCEDIMAGE : FILETYPE_PAGE);
+    TIFFSetField(tiff, TIFFTAG_IMAGEDESCRIPTION, "ImageJ=1.54\nimages=3\n");
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, kWidth);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
@@ -318,6 +319,7 @@ TEST(Frames, SayWhatIsWrong) {
     const char* layout;
     std::string text;  // "@" stands for the folder
     std::string input = {};
+    int first = 0;
   };
   const auto file = [](const std::string& bytes) {
     return [=](Folder folder) { return std::vector{folder.Write("f", bytes)}; };
@@ -326,7 +328,7 @@ TEST(Frames, SayWhatIsWrong) {
   const std::string stream = streamOf(16), again = "fetch it again from where it was made";
   const Case cases[] = {
       {file(stream.substr(0, stream.size() - 3)), nullptr,
-       "@f: frame 2 is cut off after 67 of 70 bytes of its pixels; " + again},
+       "@f: frame 2 is cut off after 67 of 70 bytes of its pixels; " + again, "", 1},
       {file(stream + "P5 7"), nullptr,
        "@f: frame 3 has no valid PGM header; save it again as a binary PGM of 8 or 16 bits"},
       {file(stream + "P5 7 5 255 " + bytesOf(8, true, 0, 1)), nullptr,
@@ -394,6 +396,15 @@ TEST(Frames, SayWhatIsWrong) {
        nullptr,
        "@pages.tif: frame 2 has colours (RGB); convert it to greyscale of 8 or 16 bits without "
        "sign, black at 0"},
+      {[](Folder folder) {
+         pagesOf(folder, "w", 8);
+         std::string bytes = folder.Read("pages.tif");
+         bytes[bytes.find("images=3") + 7] = '4';
+         return std::vector{folder.Write("pages.tif", bytes)};
+       },
+       nullptr,
+       "@pages.tif: says that it holds 4 images, but tells where 3 are; save it as BigTIFF, or as "
+       "one file an image"},
       {[](Folder folder) { return std::vector{folder.Path("none.tif")}; }, nullptr,
        "@none.tif: cannot be opened (No such file or directory); check the name and the "
        "permissions"},
@@ -406,7 +417,7 @@ TEST(Frames, SayWhatIsWrong) {
     std::string text = "none";
     const PipedInput input(row.input);
     try {
-      read(*open(row.make(folder), row.layout), 0, 2);
+      read(*open(row.make(folder), row.layout), row.first, 2);
     } catch (const io::Failure& failure) {
       text = failure.what();
     }

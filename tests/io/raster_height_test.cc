@@ -15,25 +15,25 @@ namespace {
 
 namespace io = planex::io;
 
+constexpr std::size_t kMostRows = 7;
 constexpr int kWidth = 40000;  // three rows of 16 bits make a strip
 
 /// What a file of `rows` rows holds, of which `step` are written at a time.
 std::string fileOf(io::RasterFormat format, const io::RasterDescription& raster, int rows, int step,
                    const io::RasterEncoding& encoding) {
   const test::TemporaryFolder folder;
-  std::vector<std::vector<std::uint16_t>> layers(raster.layers.size());
-  for (std::size_t layer = 0; layer < layers.size(); ++layer) {
-    for (int i = 0; i < rows * kWidth; ++i) {
-      layers[layer].push_back(static_cast<std::uint16_t>(i / 7 * (layer + 1)));
-    }
-  }
+  static const std::vector<std::uint16_t> pixels = [] {
+    std::vector<std::uint16_t> made(kMostRows * kWidth + 9);
+    for (std::size_t i = 0; i < made.size(); ++i) made[i] = static_cast<std::uint16_t>(i * i / 64);
+    return made;
+  }();
   io::OutputFile file(folder.Path("raster"), false);
   const auto writer = io::RasterWriter::create(format, file, raster, encoding);
   for (int row = 0; row < rows; row += step) {
     std::vector<const void*> parts;
-    parts.reserve(layers.size());
-    for (const auto& layer : layers)
-      parts.push_back(&layer[static_cast<std::size_t>(row) * kWidth]);
+    for (std::size_t layer = 0; layer < raster.layers.size(); ++layer) {
+      parts.push_back(&pixels[static_cast<std::size_t>(row) * kWidth + layer]);
+    }
     writer->writeRows(std::min(step, rows - row), parts);
   }
   writer->finish();
@@ -62,7 +62,7 @@ TEST(RasterHeight, NeedNotBeKnown) {
     raster.values = io::Axis{1.0 / 64, -3};
     raster.missing = 0;
     raster.unit = "mm";
-    for (const int rows : {1, 12, 13}) {  // 12: the last strip is full
+    for (const int rows : {1, 6, 7}) {  // 6: the last strip is full
       io::RasterDescription known = raster;
       known.height = rows;
       const std::string wanted = fileOf(row.format, known, rows, rows, {row.compression});
