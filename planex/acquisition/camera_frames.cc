@@ -24,8 +24,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint64_t kWait = 50'000;  // microseconds between looks at the request to stop
-constexpr std::size_t kMostBytes = std::size_t{1} << 30;  // of waiting frames, unless told
-constexpr double kUsualRate = 100;                        // where a camera does not tell its rate
+constexpr double kMostBytes = 1 << 30;   // of waiting frames, unless told
+constexpr double kUsualRate = 100;       // where a camera does not tell its rate
 constexpr int kLeastBuffers = 8;
 constexpr std::size_t kLeastSocket = std::size_t{1} << 20;
 constexpr std::size_t kMostSocket = std::size_t{1} << 26;
@@ -269,7 +269,7 @@ void AravisFrames::openStream() {
   }
   double rate = arv_camera_get_frame_rate(camera_.get(), error.out());
   if (error || !(rate > 0)) rate = kUsualRate;
-  const double most = static_cast<double>(kMostBytes / std::max<std::size_t>(payload_, 1));
+  const double most = kMostBytes / static_cast<double>(std::max<std::size_t>(payload_, 1));
   buffers_ = settings_.buffers > 0
                  ? settings_.buffers
                  : std::max(kLeastBuffers, static_cast<int>(std::min(std::ceil(rate), most)));

@@ -13,6 +13,7 @@ namespace planex::acquisition {
 namespace {
 
 constexpr std::int64_t kAnew = -1;
+constexpr std::size_t kBytes = 256;  // of a frame
 
 TEST(FrameNumbers, CountWhatIsMissing) {
   struct Case {
@@ -57,24 +58,24 @@ TEST(CameraFrames, NumbersWrap) {
   CameraSettings settings = fakeCamera();
   settings.frames = 200;  // from 65401 on
   const auto camera = CameraFrames::open(settings);
-  ASSERT_EQ(camera->frameBytes(), 32U * 8);
-  std::vector<std::uint8_t> frames(207 * 32 * 8);
+  ASSERT_EQ(camera->frameBytes(), kBytes);
+  std::vector<std::uint8_t> frames(207 * kBytes);
   std::vector<io::FrameNote> notes(207);
   std::size_t count = 0;
-  while (const int more = camera->read(7, &frames[count * 256], &notes[count])) {
+  while (const int more = camera->read(7, &frames[count * kBytes], &notes[count])) {
     count += static_cast<std::size_t>(more);
     ASSERT_LE(count, 200U);
   }
   ASSERT_EQ(count, 200U);
-  for (std::size_t i = 0; i < count * 256; ++i) {
-    ASSERT_EQ(frames[i], (frames[0] + i / 256 + i % 32 + i / 32 % 8) % 255) << "byte " << i;
+  for (std::size_t i = 0; i < count * kBytes; ++i) {
+    ASSERT_EQ(frames[i], (frames[0] + i / kBytes + i % 32 + i / 32 % 8) % 255) << "byte " << i;
   }
   EXPECT_EQ(camera->statistics().lost, 0);
 }
 
 TEST(CameraFrames, EndWhenTheyAreTold) {
   CameraSettings settings = fakeCamera();
-  std::vector<std::uint8_t> frames(100 * 32 * 8);
+  std::vector<std::uint8_t> frames(100 * kBytes);
   std::vector<io::FrameNote> notes(100);
   int asked = 0;
   settings.isStopped = [&] { return ++asked > 20; };

@@ -1,8 +1,9 @@
 // Usage: camera_server GENICAM.xml LOST_RATIO. A GigE Vision camera on 127.0.0.1 that loses so many
 // of its packets. It says "ready" and ends with its standard input. Bytes 0 and 1 of frame k are k;
-// byte i is 7 k + 13 i + 3 (i / 256), modulo 256.
+// the others show a line across 8 to 24 rows, over a ground of 16 levels.
 #include <arv.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -16,8 +17,13 @@ void fill(ArvBuffer* buffer, void* counter, guint32 /*exposure*/, guint32 /*gain
   auto* bytes = static_cast<std::uint8_t*>(const_cast<void*>(arv_buffer_get_data(buffer, nullptr)));
   const std::size_t size = arv_fake_camera_get_payload(fake);  // the buffer does not tell it yet
   const std::uint32_t frame = (*static_cast<std::uint32_t*>(counter))++;
-  for (std::size_t i = 0; i < size; ++i) {
-    bytes[i] = static_cast<std::uint8_t>(7 * frame + 13 * i + 3 * (i >> 8));
+  guint32 width = 1;
+  arv_fake_camera_read_register(fake, ARV_FAKE_CAMERA_REGISTER_WIDTH, &width);
+  for (std::uint32_t i = 0; i < size; ++i) {
+    const auto place = static_cast<int>(64 + (2 * (i % width) + 3 * frame) % 128);  // 1/8 rows
+    const int line = 200 - 5 * std::abs(8 * static_cast<int>(i / width) - place);
+    bytes[i] =
+        static_cast<std::uint8_t>(std::max(line, 0) + static_cast<int>((13 * i + 7 * frame) % 16));
   }
   bytes[0] = static_cast<std::uint8_t>(frame);
   bytes[1] = static_cast<std::uint8_t>(frame >> 8);

@@ -48,7 +48,7 @@ DOCUMENT = "".join([
     _entries("Scan3dDistanceUnit", 0x100c, Pixel=0, Millimeter=1),
     _constant("Float", "Scan3dCoordinateScale", 0.03125),
     _constant("Float", "Scan3dCoordinateOffset", 100),
-    _constant("Float", "Scan3dInvalidDataValue", 0x2114),
+    _constant("Float", "Scan3dInvalidDataValue", 0x0104),
     '<IntSwissKnife Name="PayloadSize"><pVariable Name="W">Width</pVariable><pVariable Name="H">'
     'Height</pVariable><pVariable Name="P">PixelFormat</pVariable><Formula>W * H * ((P&gt;&gt;16)'
     "&amp;0xFF) / 8</Formula></IntSwissKnife>",
