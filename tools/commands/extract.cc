@@ -186,7 +186,7 @@ void describeSettings(const io::JsonObject& parent, const ExtractOptions& option
   const io::JsonObject json = parent.addObject("extraction");
   json.add("method", settings.method == LineMethod::DERIVATIVE ? "fir" : "cog");
   json.add("lineWidth", settings.lineWidth);
-  json.add("threshold", settings.threshold > 0 ? settings.threshold : 0.04 * settings.fullScale);
+  json.add("threshold", settings.threshold > 0 ? settings.threshold : settings.fullScale / 25);
   json.add("pick", options.pick);
   if (!options.band.empty()) json.add("band", options.band);
   if (!options.dark.empty()) json.add("dark", options.dark);
@@ -353,7 +353,7 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
         progress.advance(extracted.count(), live);
       });
   if (record.frames() == 0) {
-    throw io::Failure(options.frames.front(), "ends before the first frame; nothing is written");
+    throw io::Failure(options.frames.front(), "ends before the first frame that is asked for; nothing is written");
   }
   sidecar.write(describe(options, context, *source, camera, extraction, figures, record, files));
   files.commit();
