@@ -152,8 +152,11 @@ bool writeDescription(const std::string& path, const Scene& scene) {
                kFirstColumn, kRows.first, kSpacing, kFirstY);
   std::fprintf(file, " \"sigma\": %g, \"speckle\": %.4f, \"gain\": %g, \"readNoise\": %g,\n",
                kLineSigma, std::sqrt(2.0 / kSpeckleSquares), 1 / kElectronsPerLevel, kReadNoise);
-  std::fputs(" \"plate\": [-56, -51, 20, 80],\n \"steps\": [", file);  // beside the shadow
-  for (size_t i = 0; i < kSteps; ++i) {                                // 2 mm off the edges
+  const Block& low = scene.blocks.front();
+  const double reflectance = scene.surfaceAt(low.xMin, low.yMin).reflectance;
+  std::fprintf(file, " \"levels\": %g,\n", 255 * kExposure * reflectance);  // of the line on steps
+  std::fputs(" \"plate\": [-56, -51, 20, 80],\n \"steps\": [", file);       // beside the shadow
+  for (size_t i = 0; i < kSteps; ++i) {                                     // 2 mm off the edges
     const Block& step = scene.blocks[i];
     std::fprintf(file, "%s\n  {\"height\": %g, \"region\": [%g, %g, %g, %g]}", i == 0 ? "" : ",",
                  step.height, step.xMin + 2, step.xMax - 2, step.yMin + 2, step.yMax - 2);
