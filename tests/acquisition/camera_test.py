@@ -1,4 +1,4 @@
-"""Usage: camera_test.py PLANEX SERVER. Frames of a camera on the loopback of a network of our own,
+"""Usage: camera_test.py PLANEX SERVER [TEST...]. Frames of a camera on the loopback of a network of our own,
 where that may be made."""
 import ctypes
 import fcntl
@@ -20,7 +20,7 @@ from PIL import Image
 
 import genicam
 
-PLANEX, SERVER = sys.argv[1:]
+PLANEX, SERVER, *CHOSEN = sys.argv[1:]
 CAMERA, SMALL = "camera:127.0.0.1", ["--region", "64x32", "--rate", "200"]
 CLONE_NEWUSER, CLONE_NEWNET, SIOCSIFFLAGS, IFF_UP = 0x10000000, 0x40000000, 0x8914, 1
 
@@ -58,9 +58,9 @@ class Camera(unittest.TestCase):
         (self.folder / "camera.xml").write_text(genicam.DOCUMENT)
         self.start()
 
-    def start(self, lost=0):
-        self.server = subprocess.Popen([SERVER, self.folder / "camera.xml", str(lost)],
-                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    def start(self, *command):
+        command = command or (SERVER, self.folder / "camera.xml", "0")
+        self.server = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.assertEqual(self.server.stdout.readline(), "ready\n")
         self.addCleanup(self.end, self.server)
 
@@ -146,6 +146,25 @@ class Camera(unittest.TestCase):
         self.assertIn("must end in .tif, .png or .npy", self.grab("range.pgm", status=2))
         self.assertIn("Height=1", self.grab("y.tif", "--y-from", "time:1", status=2))
 
+    def test_chunks_and_parts(self):
+        self.end(self.server)
+        self.start(sys.executable, "-B", pathlib.Path(__file__).with_name("gige_camera.py"),
+                   self.folder / "camera.xml")
+        self.grab("a.raw", "-n", 20, "--y-from", "chunk:EncoderValue:0.5")  # longer than 16 bits
+        first = self.raw("a.raw", (4, 64))[:, 0, 0]
+        np.testing.assert_array_equal(first, (first[0] + np.arange(20)) % 256)
+        y = np.loadtxt(self.folder / "a_y.txt")
+        self.assertGreater(y[-1], 1.5 * 65535)
+        np.testing.assert_array_equal(y / 1.5 % 256, first)
+        self.grab("range.npy", "-n", 5, "--set", "PixelFormat=Coord3D_C16")
+        rows = np.load(self.folder / "range.npy").reshape(5, -1)
+        wanted = (rows[:, :1].astype(int) + np.arange(256)) % 256
+        np.testing.assert_array_equal(rows, wanted)
+        np.testing.assert_array_equal(np.diff(rows[:, 0].astype(int)) % 256, 1)
+        intensity = np.load(self.folder / "range_intensity.npy")
+        self.assertEqual(intensity.dtype, "u1")
+        np.testing.assert_array_equal(intensity.reshape(5, -1), wanted)
+
     def test_live_extraction_is_that_of_files(self):
         np.concatenate([sent(k, 2048) for k in range(120)]).tofile(self.folder / "frames.raw")
         found = {}
@@ -173,7 +192,7 @@ class Camera(unittest.TestCase):
 
     def test_lost_frames(self):
         self.end(self.server)
-        self.start(lost=0.02)
+        self.start(SERVER, self.folder / "camera.xml", "0.02")
         text = self.grab("mark.raw", "-n", 200, *SMALL)
         lost = self.sidecar("mark.raw")["frames"]["lostNumbers"]
         self.assertGreater(len(lost), 0)
@@ -239,7 +258,9 @@ class Camera(unittest.TestCase):
                                                  "Mono9"),
                 (["--rate", "5000"], "takes a frame rate from 0.1 to 1000, not 5000"),
                 (["--trigger", "Line1"], "is triggered by Line0, Software, not Line1"),
-                (["--y-from", "chunk:Encoder:1"], r"has no chunks \(.*\)"),
+                (["--y-from", "chunk:Counter:1"], r"has no chunk Counter \(.*\)"),
+                (["--y-from", "chunk:EncoderValue:1"],
+                 "sends no ChunkEncoderValue with its frames"),
                 (["--y-from", "time"], None),
                 (["--set", "PixelFormat=RGB8"], "sends RGB8; set PixelFormat to Mono8, .*"),
                 (["--set", "PixelFormat=Coord3D_C16", "--set", "Scan3dDistanceUnit=Millimeter"],
@@ -265,5 +286,5 @@ class Camera(unittest.TestCase):
 
 
 make_network()
-outcome = unittest.main(argv=sys.argv[:1], exit=False, verbosity=2).result
+outcome = unittest.main(argv=[sys.argv[0], *CHOSEN], exit=False, verbosity=2).result
 sys.exit(77 if outcome.skipped else not outcome.wasSuccessful())

@@ -50,8 +50,14 @@ DOCUMENT = "".join([
     _constant("Float", "Scan3dCoordinateOffset", 100),
     _constant("Float", "Scan3dInvalidDataValue", 0x0104),
     '<IntSwissKnife Name="PayloadSize"><pVariable Name="W">Width</pVariable><pVariable Name="H">'
-    'Height</pVariable><pVariable Name="P">PixelFormat</pVariable><Formula>W * H * ((P&gt;&gt;16)'
-    "&amp;0xFF) / 8</Formula></IntSwissKnife>",
+    'Height</pVariable><pVariable Name="P">PixelFormat</pVariable><pVariable Name="E">Extra</pVariable><Formula>W * H * ((P&gt;&gt;16)'
+    "&amp;0xFF) / 8 + E</Formula></IntSwissKnife>", _register("Extra", 0x1014),
+    '<Boolean Name="ChunkModeActive"><pValue>ChunkModeR</pValue></Boolean>',
+    _register("ChunkModeR", 0x1018), _entries("ChunkSelector", 0x101c, EncoderValue=0),
+    '<Boolean Name="ChunkEnable"><pValue>ChunkEnableR</pValue></Boolean>',
+    _register("ChunkEnableR", 0x1020), '<Port Name="Chunk"><ChunkID>1234</ChunkID></Port>',
+    '<IntReg Name="ChunkEncoderValue"><Address>0</Address><Length>8</Length><AccessMode>RO'
+    "</AccessMode><pPort>Chunk</pPort><Sign>Signed</Sign><Endianess>BigEndian</Endianess></IntReg>",
     _constant("Integer", "TLParamsLocked", 0),
     _entries("TriggerSelector", 0x1010, FrameStart=0), _entries("TriggerMode", 0x300, Off=0, On=1),
     _entries("TriggerSource", 0x304, Line0=0, Software=1),
