@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Builds planex, simulates a scan, measures it, turns it into a height map and a point cloud with the
 # command planex, and into a labelled array with Python. Then estimates a model of the camera from
-# scans of a target, and measures with that. Installs what is missing.
+# scans of a target, and measures with that; and starts from frames of a plain camera. Installs what
+# is missing.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 scripts/setup.sh build python
 cmake --preset demo
-cmake --build --preset demo --target simulate_scan simulate_target height_map \
-  planex_command planex_python
+cmake --build --preset demo --target simulate_scan simulate_target simulate_frames \
+  height_map planex_command planex_python
 
 programs=build/release/examples
 scan=build/demo
@@ -47,5 +48,19 @@ echo
 echo "\$ python3 examples/measure_with_own_model.py"
 PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_with_own_model.py "$scan" \
   "$scan/own.json"
+
+# The same scene, if the camera delivered frames, and nothing had found the laser line in them.
 echo
-echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png and python.png, and own.html in a browser; $PWD/$scan/points.ply opens in any viewer of point clouds"
+"$programs/simulate_frames" "$scan"
+shown extract "$scan/frames.pgm" --method cog --pick last --origin-x 64 --origin-z 376 \
+  -o "$scan/lines.png" --intensity "$scan/lines_intensity.png" --force
+shown calibrate "$scan/model.json" "$scan/lines.png" --intensity "$scan/lines_intensity.png" \
+  --y-scale 0.25 --y-offset 14 -o "$scan/lines.ply" --force
+shown rectify "$scan/model.json" "$scan/lines.png" --y-scale 0.25 --y-offset 14 --float --fill 4 \
+  -o "$scan/lines_map.tif" --preview "$scan/lines_map.png" --shade --force
+echo
+echo "\$ python3 examples/measure_lines.py"
+PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_lines.py "$scan" \
+  "$scan/lines.png" "$scan/lines_map.tif"
+echo
+echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png, python.png and lines_map.png, and own.html in a browser; $PWD/$scan/points.ply opens in any viewer of point clouds"

@@ -27,7 +27,6 @@ using example::Scene;
 using example::SensorRows;
 using example::SheetPoint;
 using example::SimulatedCamera;
-using example::Vec3;
 
 constexpr int kProfiles = 1000;
 constexpr double kProfileSpacing = 0.1;  // mm
@@ -42,15 +41,6 @@ struct Scan {
   std::vector<uint16_t> range;
   std::vector<uint8_t> intensity;
 };
-
-/// The brightness of the laser on the scene at p, as the camera sees it; 0 in the shadow.
-double signalAt(const SimulatedCamera& camera, const Scene& scene, const Vec3& p) {
-  // The camera and the laser stand still, the object moves: both are level with its Y.
-  const Vec3 eye = {camera.position.x, camera.position.y + p.y, camera.position.z};
-  const Vec3 laser = {camera.laser.x, camera.laser.y + p.y, camera.laser.z};
-  if (!scene.visible(p, eye) || !scene.visible(p, laser)) return 0;
-  return 255 * scene.surfaceAt(p.x, p.y).reflectance * scene.facing(p.x, p.y, laser);
-}
 
 uint8_t greyValue(double signal) {
   return static_cast<uint8_t>(signal < 0 ? 0 : signal > 255 ? 255 : signal + 0.5);
@@ -70,7 +60,7 @@ Scan simulate(const SimulatedCamera& camera, const Scene& scene) {
           sight.findRow([&](const SheetPoint& p) { return p.z - scene.surfaceAt(p.x, y).z; });
       if (row) {
         const SheetPoint p = camera.sheetFromSensor(column, *row);
-        signal = signalAt(camera, scene, {p.x, y, scene.surfaceAt(p.x, y).z});
+        signal = example::brightnessAt(camera, scene, {p.x, y, scene.surfaceAt(p.x, y).z});
       }
       const double speckle = kSpeckle * random.normal();
       const double intensityNoise = kIntensityNoise * random.normal();

@@ -119,6 +119,13 @@ Scene makeScene() {
   return scene;
 }
 
+double brightnessAt(const SimulatedCamera& camera, const Scene& scene, const Vec3& p) {
+  const Vec3 eye = {camera.position.x, camera.position.y + p.y, camera.position.z};
+  const Vec3 laser = {camera.laser.x, camera.laser.y + p.y, camera.laser.z};
+  if (!scene.visible(p, eye) || !scene.visible(p, laser)) return 0;
+  return 255 * scene.surfaceAt(p.x, p.y).reflectance * scene.facing(p.x, p.y, laser);
+}
+
 bool writeTruth(const std::string& path) {
   std::FILE* file = std::fopen(path.c_str(), "w");
   if (file == nullptr) return false;

@@ -41,6 +41,10 @@ struct Scene {
 
 Scene makeScene();
 
+/// The brightness of the laser on the scene at p, as the camera sees it, in levels of 255; 0 in the
+/// shadow. The camera and the laser stand still, the object moves: both are level with its Y.
+double brightnessAt(const SimulatedCamera& camera, const Scene& scene, const Vec3& p);
+
 /// Writes what can be measured on makeScene(), one feature a line; false when it cannot be written.
 ///
 ///     step   <name> <true> <region A> <region B>   mean height of A less that of B

@@ -12,7 +12,7 @@ find build/coverage -name '*.gcda' -delete
 # Instrumented code is slow, and says nothing of how time grows. It says so where a test leaves no
 # place for its counts.
 export GCOV_ERROR_FILE=/dev/null
-ctest --preset coverage --quiet --exclude-regex "TakesLinearTime|Campaigns"
+ctest --preset coverage --quiet --timeout 1800 --exclude-regex "TakesLinearTime|Campaigns"
 
 output=build/coverage/html
 mkdir -p "$output"

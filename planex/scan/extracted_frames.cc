@@ -14,10 +14,6 @@ namespace planex::scan {
 using cmnalg::Image;
 using datafusion::planex::LineReason;
 
-io::ImageShape FrameExtraction::shapeOf(const io::ImageShape& frame) const {
-  return transpose ? io::ImageShape{frame.height, frame.width, frame.type} : frame;
-}
-
 void ExtractedFrames::read() {
   const auto most = static_cast<std::size_t>(count());
   frames_.resize(most * source_.frameBytes());

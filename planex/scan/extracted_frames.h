@@ -23,7 +23,9 @@ struct FrameExtraction {
   /// @}
 
   /// The size and type of frames as lines are looked for in them.
-  PLANEX_EXPORT io::ImageShape shapeOf(const io::ImageShape& frame) const;
+  io::ImageShape shapeOf(const io::ImageShape& frame) const {
+    return transpose ? io::ImageShape{frame.height, frame.width, frame.type} : frame;
+  }
 };
 
 /// Some frames on their way to rows of a range image, a row a frame. Of lost frames the rows are

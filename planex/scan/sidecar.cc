@@ -81,6 +81,9 @@ ScanSidecar readScanSidecar(const std::string& named, const std::string& image) 
   if (!sensor && !rows) sensor.refuse("is missing");
   if (sensor) readSensor(sensor, sidecar);
   if (rows) readRows(rows, sidecar);
+  if (const JsonMember extraction = root.at("extraction"); isScan && extraction) {
+    if (const JsonMember noise = extraction.at("rowNoise")) sidecar.rowNoise = noise.number();
+  }
   return sidecar;
 }
 

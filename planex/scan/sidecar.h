@@ -27,6 +27,8 @@ struct ScanSidecar {
   std::optional<double> scaleY;  ///< distance of neighbouring rows, in the unit of the model; not 0
   std::optional<double> originY;  ///< Y of row 0
   std::string positions;          ///< the file of positions, as seen from here; empty without
+  /// Standard deviation of a place in sensor rows, as the extraction of the lines tells it.
+  std::optional<double> rowNoise;
 };
 
 /// Reads a sidecar.

@@ -5,6 +5,9 @@ another dtype or with another shape.
 
 Usage: scans.py points TEXT ARRAY.npy TYPE COLUMNS writes columns of a text below its heading.
 
+Usage: scans.py frames FRAMES.pgm COUNT [DARK.pgm] writes frames with a line that climbs, and a ramp of
+light in all of them.
+
 Usage: scans.py uncertain MODEL SENSOR.tif OUTPUT UNCERTAINTY.tif... prints how far the uncertainties
 of points (OUTPUT.tif.json) or of a map in floats are from those of the sensor."""
 import json
@@ -87,6 +90,17 @@ def write_scan(folder):
     return folder
 
 
+def save_frames(path, count, dark=None):
+    """Images of 64 x 48 one behind the other; the line of frame k lies in row 14 + k + column / 8."""
+    row, column = np.indices((48, 64))
+    ramp = row // 2
+    frames = [np.exp(-(row - 14 - k - column / 8)**2 / 8) * 180 + ramp for k in range(count)]
+    pathlib.Path(path).write_bytes(b"".join(
+        b"P5 64 48 255\n" + frame.astype("u1").tobytes() for frame in frames))
+    if dark:
+        save(dark, ramp.astype("u1"))
+
+
 def uncertainty_error(model, sensor, output, uncertainty):
     """The largest, relative; linear between the pixels of the sensor."""
     sensor, found = tifffile.imread(sensor).astype(float), tifffile.imread(uncertainty)
@@ -126,6 +140,9 @@ def uncertainty_error(model, sensor, output, uncertainty):
 if __name__ == "__main__":
     if sys.argv[1] == "uncertain":
         print(uncertainty_error(*sys.argv[2:]) < 0.007)
+        sys.exit()
+    if sys.argv[1] == "frames":
+        save_frames(sys.argv[2], int(sys.argv[3]), *sys.argv[4:])
         sys.exit()
     if sys.argv[1] == "points":
         rows = np.genfromtxt(sys.argv[2], delimiter=",", skip_header=1)

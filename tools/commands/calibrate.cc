@@ -154,7 +154,7 @@ void finish(UncertaintyFile& file, const CalibrateOptions& options, const Contex
   file.finish(sidecar, content);
 }
 
-void runCalibrate(const CalibrateOptions& options, const Context& context) {
+void runCalibrate(CalibrateOptions options, const Context& context) {
   const io::PointFormat format = checkedFormat(options);
   requireOneStandardInput(
       {options.model, options.range, options.sensor.sidecar, options.y.positions});
@@ -163,18 +163,19 @@ void runCalibrate(const CalibrateOptions& options, const Context& context) {
   std::string text;
   const CalibrationModel model = io::loadModel(options.model, document.sha256, text);
   checkAligned(model, options);
-  std::unique_ptr<const PlaneUncertainty> uncertainty;
-  PlaneTurn turn;
-  if (!options.uncertainty.empty()) {
-    uncertainty = requireUncertainty(text, options.model, options.rowNoise.value_or(0));
-    turn = PlaneTurn::of(model, options.model, options.aligned);
-  }
   const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   std::optional<scan::IntensityImage> intensity;
   if (!options.intensity.empty()) intensity.emplace(options.intensity, *range);
   const scan::IntensityImage* const withIntensity = intensity ? &*intensity : nullptr;
   const scan::RowBlocks rows = resolveRows(options.rows, range->shape(), 0);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
+  std::unique_ptr<const PlaneUncertainty> uncertainty;
+  PlaneTurn turn;
+  if (!options.uncertainty.empty()) {
+    if (!options.rowNoise) options.rowNoise = beside.rowNoise;
+    uncertainty = requireUncertainty(text, options.model, options.rowNoise.value_or(0));
+    turn = PlaneTurn::of(model, options.model, options.aligned);
+  }
   const scan::ResolvedSensor region =
       scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
   const scan::RangeScan source(model, options.model, *range, region);

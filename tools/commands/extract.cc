@@ -180,19 +180,20 @@ SensorRegion regionOf(const ExtractOptions& options, const acquisition::CameraFr
 }
 
 void describeSettings(const io::JsonObject& parent, const ExtractOptions& options,
-                      const scan::FrameExtraction& extraction, const scan::LineFigures& figures) {
+                      const scan::FrameExtraction& extraction, const scan::LineFigures& figures,
+                      double rowNoise) {
   const LineSettings& settings = extraction.settings;
   const io::JsonObject json = parent.addObject("extraction");
   json.add("method", settings.method == LineMethod::DERIVATIVE ? "fir" : "cog");
   json.add("lineWidth", settings.lineWidth);
-  json.add("threshold", settings.threshold > 0 ? settings.threshold : 0.04 * settings.fullScale);
+  json.add("threshold", settings.threshold > 0 ? settings.threshold : settings.fullScale / 25);
   json.add("pick", options.pick);
   if (!options.band.empty()) json.add("band", options.band);
   if (!options.dark.empty()) json.add("dark", options.dark);
   if (options.transpose) json.add("transpose", "columns and rows are exchanged");
   json.add("found", figures.counts().foundShare());
   json.add("medianWidth", figures.medianWidth());
-  if (extraction.deviation) json.add("rowNoise", figures.medianDeviation());
+  if (extraction.deviation) json.add("rowNoise", rowNoise);
 }
 
 std::string describe(const ExtractOptions& options, const Context& context,
@@ -203,7 +204,8 @@ std::string describe(const ExtractOptions& options, const Context& context,
   OutputSidecar sidecar(path, "range image", context);
   const io::JsonText& root = sidecar.root();
   const io::ImageShape frame = extraction.shapeOf(source.shape());
-  addSensor(root, regionOf(options, camera, frame));
+  const SensorRegion region = regionOf(options, camera, frame);
+  addSensor(root, region);
   if (options.scaleY || !record.placesPath().empty()) {
     const io::JsonObject rows = root.addObject("rows");
     if (options.scaleY) {
@@ -213,7 +215,10 @@ std::string describe(const ExtractOptions& options, const Context& context,
       rows.add("positions", io::seenFrom(path, record.placesPath()));
     }
   }
-  describeSettings(root, options, extraction, figures);
+  // In rows of the sensor, as models count them.
+  const double perRow = datafusion::planex::linePlacesPerRow(frame.height);
+  describeSettings(root, options, extraction, figures,
+                   figures.medianDeviation() * std::fabs(region.scaleZ) * perRow);
   record.describe(root);
   if (camera != nullptr) addCamera(root, *camera);
   sidecar.addMade({});
@@ -240,7 +245,7 @@ void tell(const ExtractOptions& options, const FrameRecord& record, const io::Im
   const std::string deviation =
       options.names.deviation.empty()
           ? ""
-          : fmt::format(", places +- {:.3f} rows (--row-noise)", figures.medianDeviation());
+          : fmt::format(", noise of {:.3f} rows", figures.medianDeviation());
   std::fputs(fmt::format("{}: {} profiles of {} columns, {:.1f} % found, {:.1f} rows wide, "
                          "{:.1f} % clipped{}{}\n",
                          io::inOneLine(range), record.frames(), frame.width,
@@ -348,7 +353,7 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
         progress.advance(extracted.count(), live);
       });
   if (record.frames() == 0) {
-    throw io::Failure(options.frames.front(), "ends before the first frame; nothing is written");
+    throw io::Failure(options.frames.front(), "ends before the first frame that is asked for; nothing is written");
   }
   sidecar.write(describe(options, context, *source, camera, extraction, figures, record, files));
   files.commit();

@@ -208,16 +208,17 @@ void printSummary(const RectifyOptions& options, const Context& context,
              stdout);
 }
 
-void rectifyScan(const RectifyOptions& options, const Context& context, const Together& together) {
+void rectifyScan(RectifyOptions options, const Context& context, const Together& together) {
   ModelSource document{options.model, {}};
   std::string text;
   const CalibrationModel model = io::loadModel(options.model, document.sha256, text);
-  std::unique_ptr<const PlaneUncertainty> uncertainty;
-  if (!options.uncertainty.empty()) {
-    uncertainty = requireUncertainty(text, options.model, options.rowNoise.value_or(0));
-  }
   const auto range = io::ImageReader::open(options.range, io::Samples::kRanges);
   const scan::ScanSidecar beside = scan::readScanSidecar(options.sensor.sidecar, options.range);
+  std::unique_ptr<const PlaneUncertainty> uncertainty;
+  if (!options.uncertainty.empty()) {
+    if (!options.rowNoise) options.rowNoise = beside.rowNoise;
+    uncertainty = requireUncertainty(text, options.model, options.rowNoise.value_or(0));
+  }
   const scan::ResolvedSensor region =
       scan::resolveSensor(options.sensor, beside, model, options.model, range->shape().type);
   const scan::YPositions y = scan::resolveY(options.y, beside, range->shape().height);

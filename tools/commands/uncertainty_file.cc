@@ -26,7 +26,8 @@ void addUncertaintyOptions(CLI::App& command, std::string& path, std::optional<d
       command.add_option("--uncertainty", path, description)->type_name("FILE.tif");
   addNumberOption(command, "--row-noise", rowNoise,
                   "With --uncertainty: standard deviation of a measured row in pixels, which adds "
-                  "to that of the model [0]",
+                  "to that of the model [what planex extract --deviation tells beside RANGE, or "
+                  "0]",
                   {[](double value) { return value >= 0; }, "must be 0 or more"})
       ->type_name("PX")
       ->needs(option);
