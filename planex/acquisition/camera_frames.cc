@@ -359,7 +359,7 @@ std::optional<double> AravisFrames::placeOf(ArvBuffer* buffer) {
   if (time == 0) return std::nullopt;
   if (!firstTime_) firstTime_ = time;
   const auto since = static_cast<std::int64_t>(time - *firstTime_);  // nanoseconds
-  return *settings_.lengthPerSecond * 1e-9 * static_cast<double>(since);
+  return *settings_.lengthPerSecond * static_cast<double>(since) / 1e9;
 }
 
 /// Makes a buffer the next frame, if it is whole.

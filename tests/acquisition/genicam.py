@@ -50,7 +50,8 @@ DOCUMENT = "".join([
     _constant("Float", "Scan3dCoordinateOffset", 100),
     _constant("Float", "Scan3dInvalidDataValue", 0x0104),
     '<IntSwissKnife Name="PayloadSize"><pVariable Name="W">Width</pVariable><pVariable Name="H">'
-    'Height</pVariable><pVariable Name="P">PixelFormat</pVariable><pVariable Name="E">Extra</pVariable><Formula>W * H * ((P&gt;&gt;16)'
+    'Height</pVariable><pVariable Name="P">PixelFormat</pVariable><pVariable Name="E">Extra'
+    '</pVariable><Formula>W * H * ((P&gt;&gt;16)'
     "&amp;0xFF) / 8 + E</Formula></IntSwissKnife>", _register("Extra", 0x1014),
     '<Boolean Name="ChunkModeActive"><pValue>ChunkModeR</pValue></Boolean>',
     _register("ChunkModeR", 0x1018), _entries("ChunkSelector", 0x101c, EncoderValue=0),

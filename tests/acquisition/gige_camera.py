@@ -1,6 +1,7 @@
 """Usage: gige_camera.py GENICAM.xml. What the simulator of Aravis cannot do: a GigE Vision camera on
-127.0.0.1 with frame numbers of 64 bits from 65530 on, whose images have an encoder's count behind them,
-3 ticks a frame, and whose ranges come with intensities. Sample i of frame k is k + i."""
+127.0.0.1 with frame numbers of 64 bits from 65530 on and time stamps 1/128 s apart, whose images
+have an encoder's count behind them, 3 ticks a frame, and whose ranges come with intensities. Sample i
+of frame k is k + i."""
 import os
 import socket
 import struct
@@ -23,17 +24,19 @@ def get(address):
 
 
 def samples(frame, kind):
-    return struct.pack(f"<{WIDTH * HEIGHT}{kind}", *((frame + i) % 256 for i in range(WIDTH * HEIGHT)))
+    count = WIDTH * HEIGHT
+    return struct.pack(f"<{count}{kind}", *((frame + i) % 256 for i in range(count)))
 
 
 def chunked(frame):
     payload = (samples(frame, "B") + struct.pack(">IIqII", 1, WIDTH * HEIGHT, 3 * frame, CHUNK_ID, 8))
-    leader = struct.pack(">HHIIIIIIIHH", 0, 0x4001, 0, frame, get(PIXEL_FORMAT), WIDTH, HEIGHT, 0, 0, 0, 0)
+    leader = struct.pack(">HHQIIIIIHH", 0, 0x4001, 7812500 * frame, get(PIXEL_FORMAT), WIDTH, HEIGHT,
+                         0, 0, 0, 0)
     return [(LEADER, leader), (PAYLOAD, payload), (TRAILER, struct.pack(">HHI", 0, 0x4001, HEIGHT))]
 
 
 def in_parts(frame):
-    leader, packets, offset = struct.pack(">HHII", 0, 0xa, 0, frame), [], 0
+    leader, packets, offset = struct.pack(">HHQ", 0, 0xa, 7812500 * frame), [], 0
     # Data type, component, pixels.
     for i, (kind, component, pixels, data) in enumerate((
             (1, 1, 0x01080001, samples(frame, "B")), (5, 4, COORD3D_C16, samples(frame, "H")))):
@@ -75,8 +78,8 @@ def answer(command, data):
 for address, text in ((0x48, b"Test"), (0xd8, b"Test2"), (0x10000, XML),
                       (0x200, b"Local:camera.xml;10000;%x" % len(XML))):
     memory[address:address + len(text)] = text
-for address, value in ((0x24, 0x7f000001), (0x600, 1), (0x904, 1), (0x938, 3000), (PACKET_SIZE, 1500),
-                       (0x100, WIDTH), (0x104, HEIGHT), (0x118, 2048), (0x11c, 2048), (0x12c, 1),
+for address, value in ((0x24, 0x7f000001), (0x600, 1), (0x904, 1), (0x938, 3000), (0x940, 1000000000),
+                       (PACKET_SIZE, 1500), (0x100, WIDTH), (0x104, HEIGHT), (0x118, 2048), (0x11c, 2048), (0x12c, 1),
                        (0x138, 5000), (0x1014, 1000), (PIXEL_FORMAT, 0x01080001)):
     put(address, value)
 pause = threading.Event()
