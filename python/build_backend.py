@@ -80,7 +80,7 @@ def build_and_install(build, prefix):
         if not found:
             fail(f"there is no {tool}")
     generator = ["-G", "Ninja"] if shutil.which("ninja") else []
-    unwanted = ("TESTS", "BENCH", "EXAMPLES", "TOOLS", "ESTIMATION")
+    unwanted = ("TESTS", "BENCH", "EXAMPLES", "TOOLS", "ESTIMATION", "ACQUISITION")
     off = [f"-DPLANEX_BUILD_{part}=OFF" for part in unwanted]
     run("cmake", "cmake", "-S", ROOT, "-B", build, *generator, *off, "-DCMAKE_BUILD_TYPE=Release",
         f"-DPython_EXECUTABLE={sys.executable}", "-DPLANEX_BUILD_PYTHON=ON",

@@ -190,7 +190,6 @@ class AravisFrames final : public CameraFrames {
   std::optional<std::uint64_t> firstTime_;
   double lastY_ = std::numeric_limits<double>::quiet_NaN();
   std::optional<Clock::time_point> first_;
-  Clock::time_point last_;
   std::atomic<std::int64_t> arrived_{0}, lost_{0};
   std::atomic<bool> gone_{false};
 };
@@ -310,7 +309,6 @@ void AravisFrames::start() {
   arv_camera_start_acquisition(camera_.get(), error.out());
   if (error) throw io::Failure(name(), "cannot be started (" + io::inOneLine(error.text()) + ")");
   started_ = true;
-  last_ = Clock::now();
 }
 
 /// Compares a frame with what the features have announced; the first one of ranges announces.
@@ -345,6 +343,7 @@ void AravisFrames::end(const std::string& fault) {
 /// Where a frame was taken; nothing where it does not tell.
 std::optional<double> AravisFrames::placeOf(ArvBuffer* buffer) {
   if (chunks_) {
+    if (arv_buffer_has_chunks(buffer) == 0) return std::nullopt;
     AravisError error;
     const char* chunk = settings_.chunk.c_str();
     const gint64 ticks =
@@ -395,8 +394,7 @@ bool AravisFrames::take(Ref<ArvBuffer> buffer) {
     giveBack(std::move(buffer));
     return false;
   }
-  last_ = Clock::now();
-  if (!first_) first_ = last_;
+  if (!first_) first_ = Clock::now();
   ++arrived_;
   next_ = Waiting{
       std::move(buffer), *image, intensity, *y, settings_.lost == LostFrames::kMark ? *lost : 0, 0};
@@ -406,6 +404,7 @@ bool AravisFrames::take(Ref<ArvBuffer> buffer) {
 /// Looks for the next frame.
 /// @param waits for it, until something ends the acquisition
 bool AravisFrames::fetch(bool waits) {
+  const Clock::time_point begin = Clock::now();  // before that nobody waited
   while (!next_ && !ended_) {
     Ref<ArvBuffer> buffer(waits ? arv_stream_timeout_pop_buffer(stream_.get(), kWait)
                                 : arv_stream_try_pop_buffer(stream_.get()));
@@ -418,7 +417,7 @@ bool AravisFrames::fetch(bool waits) {
     }
     if (waits && !next_ && isOver()) break;
     if (!next_ && !ended_ &&
-        std::chrono::duration<double>(Clock::now() - last_).count() > settings_.timeout) {
+        std::chrono::duration<double>(Clock::now() - begin).count() > settings_.timeout) {
       end(fmt::format("no frame came for {:.6g} seconds{}", settings_.timeout,
                       broken_ > 0 ? fmt::format(", and {} came in part", broken_) : ""));
     }

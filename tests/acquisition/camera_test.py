@@ -286,5 +286,6 @@ class Camera(unittest.TestCase):
 
 
 make_network()
+signal.signal(signal.SIGINT, signal.default_int_handler)  # children do not ignore it either
 outcome = unittest.main(argv=[sys.argv[0], *CHOSEN], exit=False, verbosity=2).result
 sys.exit(77 if outcome.skipped else not outcome.wasSuccessful())
