@@ -53,11 +53,11 @@ PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_with_own_mo
 echo
 "$programs/simulate_frames" "$scan"
 shown extract "$scan/frames.pgm" --method cog --pick last --origin-x 64 --origin-z 376 \
-  -o "$scan/lines.png" --intensity "$scan/lines_intensity.png" --force
+  --y-scale 0.25 --y-offset 14 -o "$scan/lines.png" --intensity "$scan/lines_intensity.png" --force
 shown calibrate "$scan/model.json" "$scan/lines.png" --intensity "$scan/lines_intensity.png" \
-  --y-scale 0.25 --y-offset 14 -o "$scan/lines.ply" --force
-shown rectify "$scan/model.json" "$scan/lines.png" --y-scale 0.25 --y-offset 14 --float --fill 4 \
-  -o "$scan/lines_map.tif" --preview "$scan/lines_map.png" --shade --force
+  -o "$scan/lines.ply" --force
+shown rectify "$scan/model.json" "$scan/lines.png" --float --fill 4 -o "$scan/lines_map.tif" \
+  --preview "$scan/lines_map.png" --shade --force
 echo
 echo "\$ python3 examples/measure_lines.py"
 PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_lines.py "$scan" \

@@ -24,7 +24,8 @@ FOLLOWING = 1 / (1 - 2 * 2.5 * math.exp(-(2.5**2) / 2) / math.sqrt(2 * math.pi))
 folder, lines, map_file = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3]
 frames = json.loads((folder / "frames.json").read_text())
 model = planex.Model.from_file(folder / "model.json")
-sensor = planex.read_sidecar(lines).sensor
+beside = planex.read_sidecar(lines)
+sensor = beside.sensor
 heights = planex.HeightMap.from_file(map_file)
 scan = planex.read_image(lines)
 
@@ -39,7 +40,7 @@ in_rows = {
 point_rows = math.hypot(*in_rows.values())
 
 x, z = planex.calibrate(model, scan, sensor)
-y = (frames["originY"] + frames["scaleY"] * np.arange(scan.shape[0]))[:, np.newaxis]
+y = beside.y(scan.shape[0])[:, np.newaxis]
 
 
 def points_in(region):

@@ -132,6 +132,7 @@ bool writeFrames(const std::string& path, const SimulatedCamera& camera, const S
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return false;
   std::vector<ColumnSight> sights;
+  sights.reserve(kColumns);
   for (int column = 0; column < kColumns; ++column) {
     sights.emplace_back(camera, kFirstColumn + column, kRows);
   }
@@ -142,7 +143,8 @@ bool writeFrames(const std::string& path, const SimulatedCamera& camera, const S
     std::fprintf(file, "P5\n%d %d\n255\n", kColumns, kRows.count);
     std::fwrite(levels.data(), 1, levels.size(), file);
   }
-  return std::fclose(file) == 0;
+  const bool isWritten = std::ferror(file) == 0;
+  return std::fclose(file) == 0 && isWritten;
 }
 
 bool writeDescription(const std::string& path, const Scene& scene) {

@@ -42,7 +42,7 @@ struct CameraSettings {
 
   int buffers = 0;     ///< frames that may wait; 0: those of a second, and no more than 1 GiB
   double timeout = 5;  ///< seconds without a frame that end the acquisition
-  LostFrames lost = LostFrames::kMark;
+  LostFrames lost = LostFrames::kMark;  ///< what stands in for frames that did not arrive
 
   /// @{
   /// Where FrameNote::y comes from: one of them, or neither.

@@ -35,8 +35,8 @@ void set(const Quantity& quantity, ArvCamera* camera, const CameraFeatures& feat
   quantity.bounds(camera, &least, &most, error.out());
   features.require(error, fmt::format("does not tell the limits of {}", quantity.name));
   if (value < least || value > most) {
-    features.refuse(fmt::format("takes {} from {:.9g} to {:.9g}, not {:.9g}", quantity.name,
-                                least, most, value));
+    features.refuse(fmt::format("takes {} from {:.9g} to {:.9g}, not {:.9g}", quantity.name, least,
+                                most, value));
   }
   quantity.set(camera, value, error.out());
   features.require(error, fmt::format("does not take {} of {:.9g}", quantity.name, value));

@@ -84,7 +84,7 @@ struct ScanFit {
 
 /// By which part a target is wider than its description says, if heights are what it says.
 struct TargetStretch {
-  double stretch = 0;
+  double stretch = 0;    ///< 0.003: by 0.3 %
   double deviation = 0;  ///< standard uncertainty
 };
 

@@ -1,6 +1,7 @@
-// Files that others made: images, frames, sidecars, lists of points and of positions. Whatever the bytes
-// are, a reader takes them or refuses them with one line that names the file; what it gives does
-// not depend on how many rows, frames or points are asked for at a time, and memory stays bounded.
+// Files that others made: images, frames, sidecars, lists of points and of positions. Whatever the
+// bytes are, a reader takes them or refuses them with one line that names the file; what it gives
+// does not depend on how many rows, frames or points are asked for at a time, and memory stays
+// bounded.
 
 #include <sys/mman.h>
 #include <unistd.h>

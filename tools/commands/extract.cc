@@ -353,7 +353,8 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
         progress.advance(extracted.count(), live);
       });
   if (record.frames() == 0) {
-    throw io::Failure(options.frames.front(), "ends before the first frame that is asked for; nothing is written");
+    throw io::Failure(options.frames.front(),
+                      "ends before the first frame that is asked for; nothing is written");
   }
   sidecar.write(describe(options, context, *source, camera, extraction, figures, record, files));
   files.commit();
