@@ -155,13 +155,23 @@ cmnalg::Image readDark(const std::string& path, const io::ImageShape& shape) {
   return dark;
 }
 
-/// Where the range image lies on the sensor, from options and, where there is one, the camera.
+/// What is known of the frames from where they came.
+struct FrameOrigin {
+  const acquisition::CameraFrames* camera = nullptr;  // null: files
+  scan::ScanSidecar beside;                           // of a file that planex grab has written
+};
+
+/// Where the range image lies on the sensor.
 /// @param frame of the frames as lines are looked for in them
-SensorRegion regionOf(const ExtractOptions& options, const acquisition::CameraFrames* camera,
+SensorRegion regionOf(const ExtractOptions& options, const FrameOrigin& from,
                       const io::ImageShape& frame) {
   SensorRegion region;
-  if (camera != nullptr) region = camera->sensor();
-  if (camera != nullptr && options.transpose) {
+  if (from.camera != nullptr) region = from.camera->sensor();
+  region.scaleX = from.beside.scaleX.value_or(region.scaleX);
+  region.originX = from.beside.originX.value_or(region.originX);
+  region.scaleZ = from.beside.scaleZ.value_or(region.scaleZ);
+  region.originZ = from.beside.originZ.value_or(region.originZ);
+  if (options.transpose) {
     std::swap(region.scaleX, region.scaleZ);
     std::swap(region.originX, region.originZ);
   }
@@ -196,31 +206,45 @@ void describeSettings(const io::JsonObject& parent, const ExtractOptions& option
   if (extraction.deviation) json.add("rowNoise", rowNoise);
 }
 
+/// How far profiles are apart, or where they lie: as the options say, the camera, or the file of
+/// all of the frames.
+void describeRows(const io::JsonObject& root, const std::string& sidecar,
+                  const ExtractOptions& options, const FrameOrigin& from,
+                  const FrameRecord& record) {
+  scan::ScanSidecar said;
+  if (options.part.empty()) said = from.beside;
+  if (!record.placesPath().empty()) said.positions = record.placesPath();
+  if (options.scaleY) {
+    said.scaleY = options.scaleY;
+    said.originY = options.originY;
+    said.positions.clear();
+  }
+  if (!said.positions.empty()) {
+    root.addObject("rows").add("positions", io::seenFrom(sidecar, said.positions));
+  } else if (said.scaleY) {
+    const io::JsonObject rows = root.addObject("rows");
+    rows.add("scaleY", *said.scaleY);
+    rows.add("originY", said.originY.value_or(0));
+  }
+}
+
 std::string describe(const ExtractOptions& options, const Context& context,
-                     const io::FrameSource& source, const acquisition::CameraFrames* camera,
+                     const io::FrameSource& source, const FrameOrigin& from,
                      const scan::FrameExtraction& extraction, const scan::LineFigures& figures,
                      FrameRecord& record, ExtractFiles& files) {
   const std::string path = options.names.range + ".json";
   OutputSidecar sidecar(path, "range image", context);
   const io::JsonText& root = sidecar.root();
   const io::ImageShape frame = extraction.shapeOf(source.shape());
-  const SensorRegion region = regionOf(options, camera, frame);
+  const SensorRegion region = regionOf(options, from, frame);
   addSensor(root, region);
-  if (options.scaleY || !record.placesPath().empty()) {
-    const io::JsonObject rows = root.addObject("rows");
-    if (options.scaleY) {
-      rows.add("scaleY", *options.scaleY);
-      rows.add("originY", options.originY.value_or(0));
-    } else {
-      rows.add("positions", io::seenFrom(path, record.placesPath()));
-    }
-  }
+  describeRows(root, path, options, from, record);
   // In rows of the sensor, as models count them.
   const double perRow = datafusion::planex::linePlacesPerRow(frame.height);
   describeSettings(root, options, extraction, figures,
                    figures.medianDeviation() * std::fabs(region.scaleZ) * perRow);
   record.describe(root);
-  if (camera != nullptr) addCamera(root, *camera);
+  if (from.camera != nullptr) addCamera(root, *from.camera);
   sidecar.addMade({});
   files.finish(sidecar);
   record.addOutput(sidecar);
@@ -256,21 +280,21 @@ void tell(const ExtractOptions& options, const FrameRecord& record, const io::Im
              stdout);
 }
 
-/// Opens what --raw and the names tell; a camera is kept in `camera`, too.
-std::unique_ptr<io::FrameSource> open(const ExtractOptions& options,
-                                      acquisition::CameraFrames*& camera) {
+/// Opens what --raw and the names tell.
+std::unique_ptr<io::FrameSource> open(const ExtractOptions& options, FrameOrigin& from) {
   if (isCamera(options.frames.front())) {
     if (options.frames.size() > 1 || !options.raw.empty() || !options.part.empty()) {
       throw CLI::ValidationError("FRAMES", "a camera stands alone, without --raw and --frames");
     }
     auto opened = openCamera(options.camera, options.frames.front());
-    camera = opened.get();
-    if (camera->hasRanges()) {
+    from.camera = opened.get();
+    if (opened->hasRanges()) {
       throw io::Failure(options.frames.front(),
                         "finds the laser line itself; record its ranges with planex grab");
     }
     return opened;
   }
+  if (options.frames.size() == 1) from.beside = scan::readScanSidecar({}, options.frames.front());
   std::optional<io::RawFrames> raw;
   if (!options.raw.empty()) raw = io::RawFrames::parse(options.raw);
   return io::openFrames(options.frames, raw ? &*raw : nullptr);
@@ -308,8 +332,8 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
     requireNoCameraOptions(command);
   }
   applyThreads(context);
-  acquisition::CameraFrames* camera = nullptr;
-  const std::unique_ptr<io::FrameSource> source = open(options, camera);
+  FrameOrigin from;
+  const std::unique_ptr<io::FrameSource> source = open(options, from);
   scan::FrameExtraction extraction = extractionOf(options, source->shape());
   cmnalg::Image dark;
   if (!options.dark.empty()) {
@@ -320,7 +344,7 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
   const int rows = rowsOf(options, *source, part);
 
   std::vector<std::string> inputs = options.frames;
-  inputs.push_back(options.dark);
+  inputs.insert(inputs.end(), {options.dark, options.frames.front() + ".json"});
   for (const std::string& output :
        {options.names.range, options.names.range + ".json", options.names.intensity,
         options.names.widths, options.names.quality, options.names.deviation, options.preview}) {
@@ -348,7 +372,7 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
         files.write(extracted);
         record.take(extracted.count(), extracted.notes().data());
         std::string live = liveText(figures.take(extracted));
-        if (camera != nullptr) live += ", " + liveText(camera->statistics());
+        if (from.camera != nullptr) live += ", " + liveText(from.camera->statistics());
         preview.show(extracted);
         progress.advance(extracted.count(), live);
       });
@@ -356,12 +380,12 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
     throw io::Failure(options.frames.front(),
                       "ends before the first frame that is asked for; nothing is written");
   }
-  sidecar.write(describe(options, context, *source, camera, extraction, figures, record, files));
+  sidecar.write(describe(options, context, *source, from, extraction, figures, record, files));
   files.commit();
   record.commit();
   sidecar.commit();
   tell(options, record, frame, figures, context);
-  if (camera != nullptr) tellHowItEnded(*camera);
+  if (from.camera != nullptr) tellHowItEnded(*from.camera);
 }
 
 void addLineOptions(CLI::App& command, ExtractOptions& options) {
