@@ -182,7 +182,7 @@ PLANEX_ALWAYS_INLINE void findMiddles(const LocationConstants& k, const Block<Su
     // Where d stays 0 for a while, as on lines that are clipped far, the middle is that of it.
     int flat = 0;
     if (d[kLanes] == 0) {
-      while (i + flat < k.searched && d[(flat + 2) * kLanes] == 0) ++flat;
+      while (i + flat < k.searched && d[std::ptrdiff_t{flat + 2} * kLanes] == 0) ++flat;
     }
     zeros[lane] = 0.5 * flat;
     lines.nearest[lane] = (first[lane] < -second[lane] ? i : i + 1) + flat / 2;
@@ -306,7 +306,7 @@ PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const Block<Sum>& 
   std::int64_t light = 0;
   for (std::size_t t = 0; t < k.filter.taps.size(); ++t) {
     const auto away = static_cast<std::ptrdiff_t>(t + 1) * kLanes;
-    light += std::int64_t{k.taps[t] * k.taps[t]} * (std::int64_t{at[away]} + at[-away]);
+    light += std::int64_t{k.taps[t]} * k.taps[t] * (std::int64_t{at[away]} + at[-away]);
   }
   const double variance = k.squareSum * k.floorVariance + k.gain * static_cast<double>(light);
   const double slope = here - next;
@@ -447,7 +447,7 @@ struct LocateLinesKernel {
                                               int lane) {
     std::int64_t sum = 0;
     for (int r = -k.filter.boxHalf; r <= k.filter.boxHalf; ++r) sum += block.row(r)[lane];
-    const int rows = k.filter.boxRows();
+    const std::int64_t rows = k.filter.boxRows();
     return static_cast<Pixel>((2 * sum + rows) / (2 * rows));
   }
 };
