@@ -151,6 +151,13 @@ MapUncertainty uncertaintyOf(const ModelFit& fit, const EstimationOptions& optio
   return MapUncertainty(std::move(parts));
 }
 
+/// Whether more scans would make the model a good one, as far as findings tell.
+bool mayBeGood(const std::vector<Finding>& findings) {
+  return std::all_of(findings.begin(), findings.end(), [](const Finding& finding) {
+    return finding.level != Verdict::kBad || finding.code == std::string("tolerance");
+  });
+}
+
 }  // namespace
 
 EstimationFailure::~EstimationFailure() = default;
@@ -167,6 +174,23 @@ std::string Estimation::sentence(const std::string& unit) const {
   std::snprintf(text, sizeof text,
                 "%s: over %.0f %% of the sensor the map is known to %.2g %s (95 %%).",
                 words[static_cast<int>(verdict())], 100 * measured, largest95, unit.c_str());
+  return text;
+}
+
+std::string Estimation::advice(const std::string& unit) const {
+  if (!next) return "";
+  constexpr double kLevel = 0.05;  // degrees
+  const double tilt = next->scan.angle / kDegree;
+  char how[40] = "level";
+  if (std::abs(tilt) > kLevel) std::snprintf(how, sizeof how, "tilted by %.3g degrees", tilt);
+  char text[400];
+  std::snprintf(
+      text, sizeof text,
+      "A further scan of the target with its origin at X = %.1f, Z = %.1f %s, %s, would "
+      "tell most: the middle nine tenths of the sensor would be known to %.2g %s (95 %%), "
+      "not %.2g.",
+      next->scan.x, next->scan.z, unit.c_str(), how, next->scan.largest95, unit.c_str(),
+      next->largest95Before);
   return text;
 }
 
@@ -218,6 +242,7 @@ Estimation estimateModel(const std::vector<ScanMeasurement>& scans,
   estimation.measured = estimation.uncertainty.measuredShare(options.sensorSize);
   estimation.largest95 = estimation.uncertainty.largestRadius95();
   estimation.findings = findingsOf(fit, scans, options, estimation);
+  if (mayBeGood(estimation.findings)) estimation.next = nextScan(fit, options);
   return estimation;
 }
 

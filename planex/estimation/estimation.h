@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -88,6 +89,24 @@ struct TargetStretch {
   double deviation = 0;  ///< standard uncertainty
 };
 
+/// A scan that is worth taking.
+struct PlannedScan {
+  /// @{
+  /// Where the target's origin stands in the calibrated system, and its angle in radians.
+  double x = 0, z = 0, angle = 0;
+  /// @}
+  /// The longest half axis of a 95 % ellipse over the sensor's middle nine tenths, with the scans
+  /// up to this one.
+  double largest95 = 0;
+};
+
+/// The scan that would tell most beside those that there are.
+struct NextScan {
+  PlannedScan scan;
+  std::size_t target = 0;      ///< which, as scans name them first
+  double largest95Before = 0;  ///< what its largest95 is without it
+};
+
 /// A model and what is known about it.
 struct PLANEX_EXPORT Estimation {
   datafusion::planex::CalibrationModel model;  ///< what was estimated
@@ -95,6 +114,9 @@ struct PLANEX_EXPORT Estimation {
   std::vector<Finding> findings;               ///< reasons to doubt it
   std::vector<ScanFit> scans;                  ///< in the order of the measurements
   std::vector<TargetStretch> stretches;        ///< of the targets, as scans name them first
+  /// Of the poses that planScans() chooses from, that which lowers the mean variance of the map the
+  /// most. None without a target, nor where the model is bad by more than its uncertainty.
+  std::optional<NextScan> next;
   /// Whether nothing but targets in unknown poses says where the frame is: it is that of one of
   /// them, and the uncertainty that of shapes.
   bool isFrameFree = false;
@@ -114,6 +136,8 @@ struct PLANEX_EXPORT Estimation {
   Verdict verdict() const;
   /// "Good: over 84 % of the sensor the map is known to 0.0029 mm (95 %)."
   std::string sentence(const std::string& unit) const;
+  /// What to measure next and what it would give, in one sentence; empty where that is nothing.
+  std::string advice(const std::string& unit) const;
 };
 
 /// Why there is no model, in one sentence that says what to do.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 #include "planex/estimation/estimation.h"
@@ -53,6 +54,9 @@ datafusion::planex::CalibrationModel modelOf(const ModelFit& fit, const Estimati
 /// Reasons to doubt a fit.
 std::vector<Finding> findingsOf(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
                                 const EstimationOptions& options, const Estimation& estimation);
+
+/// The further scan of one of the targets that would tell most; none where no target is seen.
+std::optional<NextScan> nextScan(const ModelFit& fit, const EstimationOptions& options);
 
 /// Residuals of patches of the sensor, predicted from the others, over their uncertainty.
 double heldOutPatches(const ModelFit& fit);

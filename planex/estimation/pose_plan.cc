@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <utility>
 
 #include "planex/estimation/initial_fit.h"
@@ -18,6 +19,7 @@ using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowM
 
 constexpr int kColumnStep = 8;  // columns that one observation stands for
 constexpr double kUsualNoise = 0.1;
+constexpr int kLeastSeen = 4;  // a quarter of the columns, for a scan to be worth anything
 
 /// The terms of a model, in its calibrated system.
 CameraTerms termsOf(const datafusion::planex::CalibrationModel& model, double radius) {
@@ -40,12 +42,52 @@ CameraTerms termsOf(const datafusion::planex::CalibrationModel& model, double ra
   return terms;
 }
 
+/// What information on all unknowns says of those that are kept, wherever the targets stand.
+Matrix withoutPlacements(const Matrix& all, const std::vector<int>& kept,
+                         const std::vector<int>& placements) {
+  Matrix information = all(kept, kept);
+  for (const int placement : placements) {
+    const Matrix own = all.block(placement, placement, kPlacementCount, kPlacementCount);
+    const Eigen::VectorXd scale =
+        own.diagonal().unaryExpr([](double value) { return value > 0 ? 1 / std::sqrt(value) : 1; });
+    const Matrix inverse = Matrix(scale.asDiagonal() * own * scale.asDiagonal())
+                               .completeOrthogonalDecomposition()
+                               .pseudoInverse();
+    const Matrix mixed =
+        all.middleCols(placement, kPlacementCount)(kept, Eigen::all) * scale.asDiagonal();
+    information -= mixed * inverse * mixed.transpose();
+  }
+  return information;
+}
+
+/// The places of all unknowns but placements.
+std::vector<int> sharedOf(const Unknowns& unknowns, const std::vector<int>& placements) {
+  std::vector<int> shared(unknowns.values.size());
+  std::iota(shared.begin(), shared.end(), 0);
+  shared.erase(std::remove_if(shared.begin(), shared.end(),
+                              [&](int place) {
+                                return std::any_of(
+                                    placements.begin(), placements.end(), [&](int first) {
+                                      return place >= first && place < first + kPlacementCount;
+                                    });
+                              }),
+               shared.end());
+  return shared;
+}
+
 /// The information of one scan on what all scans share: the terms, the size and corners of the
 /// target.
 class ScanInformation {
  public:
-  ScanInformation(const Unknowns& unknowns, double radius, double noise, cmnalg::Vec<2, int> size)
-      : unknowns_(unknowns), radius_(radius), noise_(noise), size_(size) {}
+  /// @param unknowns those of one scan, whose placement comes last
+  /// @param shared   places of what the information is about
+  ScanInformation(Unknowns unknowns, std::vector<int> shared, double radius, double noise,
+                  cmnalg::Vec<2, int> size)
+      : unknowns_(std::move(unknowns)),
+        shared_(std::move(shared)),
+        radius_(radius),
+        noise_(noise),
+        size_(size) {}
 
   /// @param isFirst its target says where the frame is
   /// @return the columns that see an edge
@@ -56,8 +98,7 @@ class ScanInformation {
     placement[kPlaceZ] = pose.z;
     placement[kPlaceAngle] = pose.angle;
     NormalEquations equations(unknowns_.values.size());
-    const Unknowns::Target& target = unknowns_.targets[0];
-    const auto edges = static_cast<int>(target.profile.corners.size()) - 1;
+    const auto edges = static_cast<int>(unknowns_.targetOf(scan).profile.corners.size()) - 1;
     int seen = 0;
     for (int edge = 0; edge < edges; ++edge) {
       const PlacedEdge placed(unknowns_, scan, edge);
@@ -67,20 +108,16 @@ class ScanInformation {
       }
       seen += addEdge(placed, edge, equations);
     }
-    const auto shared = static_cast<Eigen::Index>(unknowns_.values.size() - kPlacementCount);
-    const auto all = shared + kPlacementCount;
+    const auto all = static_cast<Eigen::Index>(unknowns_.values.size());
     Eigen::Map<Matrix> sum(equations.matrix.data(), all, all);
     // What is expected of the placement; the rest is expected once, not for each scan.
     const double deviations[] = {isFirst ? kExact : 0, isFirst ? kExact : 0, isFirst ? kDegree : 0,
                                  unknowns_.deviationOf(scan.placement + kPlaceWidening)};
     for (int i = 0; i < kPlacementCount; ++i) {
-      if (deviations[i] > 0) sum(shared + i, shared + i) += 1 / (deviations[i] * deviations[i]);
+      const int place = scan.placement + i;
+      if (deviations[i] > 0) sum(place, place) += 1 / (deviations[i] * deviations[i]);
     }
-    const Matrix ofPlacement = sum.bottomRightCorner(kPlacementCount, kPlacementCount);
-    const Matrix mixed = sum.topRightCorner(shared, kPlacementCount);
-    information =
-        sum.topLeftCorner(shared, shared) -
-        mixed * ofPlacement.completeOrthogonalDecomposition().pseudoInverse() * mixed.transpose();
+    information = withoutPlacements(sum, shared_, {scan.placement});
     return seen;
   }
 
@@ -101,7 +138,7 @@ class ScanInformation {
 
   int addEdge(const PlacedEdge& edge, int index, NormalEquations& equations) const {
     const double length = std::hypot(edge.to.x - edge.from.x, edge.to.y - edge.from.y);
-    const double margin = unknowns_.targets[0].profile.margin / length;
+    const double margin = unknowns_.targetOf(unknowns_.scans[0]).profile.margin / length;
     if (!(margin < 0.5)) return 0;
     const auto at = [&](double part) {
       return pixelOf(edge.place({edge.from.x + part * (edge.to.x - edge.from.x),
@@ -126,6 +163,7 @@ class ScanInformation {
   }
 
   Unknowns unknowns_;
+  std::vector<int> shared_;
   double radius_, noise_;
   cmnalg::Vec<2, int> size_;
 };
@@ -156,6 +194,63 @@ std::vector<PlannedScan> candidates(const CameraTerms& terms, double radius,
   return poses;
 }
 
+/// What is known of a camera, and what a scan more would make of it.
+class Knowledge {
+ public:
+  /// @param parts  without covariance and measured area
+  Knowledge(Matrix information, double correlation, MapUncertainty::Parts parts)
+      : sum_(std::move(information)), correlation_(correlation), parts_(std::move(parts)) {
+    constexpr double kShare = 0.05;  // on either side, which targets seldom reach
+    const cmnalg::Vec<2, int>& size = parts_.sensorSize;
+    for (const double y : {kShare, 1 - kShare}) {
+      for (const double x : {kShare, 1 - kShare}) {
+        parts_.measured.push_back({x * (size.x - 1), y * (size.y - 1)});
+      }
+    }
+  }
+
+  MapUncertainty uncertainty() const { return uncertaintyOf(sum_); }
+  /// Of the map with a scan more, over the sensor.
+  double meanVarianceWith(const Matrix& scan) const {
+    const MapUncertainty uncertainty = uncertaintyOf(sum_ + scan);
+    const cmnalg::Vec<2, int>& size = parts_.sensorSize;
+    double variance = 0;
+    constexpr int kPlaces = 9;
+    for (int i = 0; i < kPlaces * kPlaces; ++i) {
+      const int column = i % kPlaces, row = i / kPlaces;
+      const PlaceCovariance at = uncertainty.at(
+          {(size.x - 1) * (0.5 + column) / kPlaces, (size.y - 1) * (0.5 + row) / kPlaces});
+      variance += at.xx + at.zz;
+    }
+    return variance / (kPlaces * kPlaces);
+  }
+  /// The scan that lowers the mean variance most, and that variance.
+  std::pair<std::size_t, double> best(const std::vector<Matrix>& scans) const {
+    std::pair<std::size_t, double> best{0, std::numeric_limits<double>::infinity()};
+    for (std::size_t i = 0; i < scans.size(); ++i) {
+      const double variance = meanVarianceWith(scans[i]);
+      if (variance < best.second) best = {i, variance};
+    }
+    return best;
+  }
+  void add(const Matrix& scan) { sum_ += scan; }
+
+ private:
+  MapUncertainty uncertaintyOf(const Matrix& information) const {
+    NormalEquations equations(static_cast<std::size_t>(information.rows()));
+    Eigen::Map<Matrix>(equations.matrix.data(), information.rows(), information.cols()) =
+        information;
+    MapUncertainty::Parts parts = parts_;
+    parts.covariance = estimation::termsOf(equations.covariance());
+    for (double& value : parts.covariance) value *= correlation_;
+    return MapUncertainty(std::move(parts));
+  }
+
+  Matrix sum_;
+  double correlation_;
+  MapUncertainty::Parts parts_;
+};
+
 }  // namespace
 
 PosePlan planScans(const datafusion::planex::CalibrationModel& model, const TargetProfile& target,
@@ -173,72 +268,100 @@ PosePlan planScans(const datafusion::planex::CalibrationModel& model, const Targ
   unknowns.setTerms(termsOf(model, radius));
   unknowns.scans[0].isFound = true;
 
-  ScanInformation information(unknowns, radius, noise, size);
+  const std::vector<int> shared = sharedOf(unknowns, {unknowns.scans[0].placement});
+  ScanInformation information(unknowns, shared, radius, noise, size);
   const std::vector<PlannedScan> poses = candidates(unknowns.terms(), radius, target, size);
   std::vector<Matrix> asFirst(poses.size()), asOther(poses.size());
   bool isSeen = false;
   for (std::size_t i = 0; i < poses.size(); ++i) {
-    const int columns = information.of(poses[i], true, asFirst[i]);
+    isSeen = kLeastSeen * information.of(poses[i], true, asFirst[i]) > size.x || isSeen;
     information.of(poses[i], false, asOther[i]);
-    isSeen = isSeen || 4 * columns > size.x;
   }
   if (!isSeen) {
     throw EstimationFailure("is not seen over a quarter of the columns in any pose; see its size");
   }
 
-  const auto shared = asOther[0].rows();
-  Matrix sum = Matrix::Zero(shared, shared);
-  for (Eigen::Index i = 0; i < shared; ++i) {
-    const double deviation = unknowns.deviation[static_cast<std::size_t>(i)];
-    if (deviation > 0) sum(i, i) += 1 / (deviation * deviation);
+  Eigen::VectorXd expected = Eigen::VectorXd::Zero(static_cast<Eigen::Index>(shared.size()));
+  for (std::size_t i = 0; i < shared.size(); ++i) {
+    const double deviation = unknowns.deviationOf(shared[i]);
+    if (deviation > 0) expected[static_cast<Eigen::Index>(i)] = 1 / (deviation * deviation);
   }
-  const auto uncertaintyWith = [&](const Matrix& more) {
-    NormalEquations equations(static_cast<std::size_t>(shared));
-    Eigen::Map<Matrix>(equations.matrix.data(), shared, shared) = sum + more;
-    MapUncertainty::Parts parts;
-    parts.radius = radius;
-    parts.terms = unknowns.terms();
-    parts.covariance = estimation::termsOf(equations.covariance());
-    parts.sensorSize = size;
-    parts.noise = noise;
-    parts.frame = MapUncertainty::Frame::kRigid;
-    constexpr double kShare = 0.05;  // on either side, which targets seldom reach
-    for (const double y : {kShare, 1 - kShare}) {
-      for (const double x : {kShare, 1 - kShare}) {
-        parts.measured.push_back({x * (size.x - 1), y * (size.y - 1)});
-      }
-    }
-    return MapUncertainty(std::move(parts));
-  };
-  const auto meanVariance = [&](const MapUncertainty& uncertainty) {
-    double variance = 0;
-    constexpr int kPlaces = 9;
-    for (int i = 0; i < kPlaces * kPlaces; ++i) {
-      const int column = i % kPlaces, row = i / kPlaces;
-      const PlaceCovariance at = uncertainty.at(
-          {(size.x - 1) * (0.5 + column) / kPlaces, (size.y - 1) * (0.5 + row) / kPlaces});
-      variance += at.xx + at.zz;
-    }
-    return variance;
-  };
+  MapUncertainty::Parts parts;
+  parts.radius = radius;
+  parts.terms = unknowns.terms();
+  parts.sensorSize = size;
+  parts.noise = noise;
+  parts.frame = MapUncertainty::Frame::kRigid;
+  Knowledge knowledge(expected.asDiagonal(), 1, std::move(parts));
 
   PosePlan plan;
   for (int i = 0; i < count; ++i) {
     const std::vector<Matrix>& ways = i == 0 ? asFirst : asOther;
-    std::size_t best = 0;
-    double least = std::numeric_limits<double>::infinity();
-    for (std::size_t pose = 0; pose < poses.size(); ++pose) {
-      const double variance = meanVariance(uncertaintyWith(ways[pose]));
-      if (!(variance < least)) continue;
-      least = variance;
-      best = pose;
-    }
-    plan.uncertainty = uncertaintyWith(ways[best]);
-    sum += ways[best];
+    const std::size_t best = knowledge.best(ways).first;
+    knowledge.add(ways[best]);
+    plan.uncertainty = knowledge.uncertainty();
     plan.scans.push_back(poses[best]);
     plan.scans.back().largest95 = plan.uncertainty.largestRadius95();
   }
   return plan;
+}
+
+std::optional<NextScan> nextScan(const ModelFit& fit, const EstimationOptions& options) {
+  std::vector<int> placements;
+  for (const Unknowns::Scan& scan : fit.unknowns.scans) {
+    if (scan.target >= 0) placements.push_back(scan.placement);
+  }
+  const std::vector<int> shared = sharedOf(fit.unknowns, placements);
+  const auto all = static_cast<Eigen::Index>(fit.unknowns.values.size());
+  MapUncertainty::Parts parts;
+  parts.radius = fit.problem.radius;
+  parts.terms = fit.terms();
+  parts.others = fit.others;
+  parts.sensorSize = options.sensorSize;
+  parts.noise = fit.problem.noise;
+  if (fit.isFrameFree) parts.frame = MapUncertainty::Frame::kRigid;
+  Knowledge knowledge(
+      withoutPlacements(Eigen::Map<const Matrix>(fit.equations.matrix.data(), all, all), shared,
+                        placements),
+      fit.correlation, std::move(parts));
+
+  std::optional<NextScan> next;
+  Matrix information;
+  double least = std::numeric_limits<double>::infinity();
+  for (std::size_t target = 0; target < fit.unknowns.targets.size(); ++target) {
+    Unknowns unknowns = fit.unknowns;
+    Unknowns::Scan scan = *std::find_if(
+        unknowns.scans.begin(), unknowns.scans.end(),
+        [&](const Unknowns::Scan& one) { return one.target == static_cast<int>(target); });
+    const int widening = scan.placement + kPlaceWidening;
+    const double mean = unknowns.meanOf(widening), deviation = unknowns.deviationOf(widening);
+    scan.placement = unknowns.append(kPlacementCount);
+    unknowns.expect(scan.placement + kPlaceWidening, mean, deviation);
+    *unknowns.at(scan.placement + kPlaceWidening) = mean;
+    unknowns.scans = {scan};
+    ScanInformation informationOf(unknowns, shared, fit.problem.radius, fit.problem.noise,
+                                  options.sensorSize);
+    std::vector<PlannedScan> poses;
+    std::vector<Matrix> scans;
+    for (const PlannedScan& pose :
+         candidates(fit.terms(), fit.problem.radius, unknowns.targets[target].profile,
+                    options.sensorSize)) {
+      if (kLeastSeen * informationOf.of(pose, false, information) <= options.sensorSize.x) continue;
+      poses.push_back(pose);
+      scans.push_back(information);
+    }
+    const auto [best, variance] = knowledge.best(scans);
+    if (!(variance < least)) continue;
+    least = variance;
+    next = NextScan{poses[best], target, knowledge.uncertainty().largestRadius95()};
+    Knowledge with = knowledge;
+    with.add(scans[best]);
+    next->scan.largest95 = with.uncertainty().largestRadius95();
+  }
+  if (!next || !std::isfinite(next->scan.largest95)) return std::nullopt;
+  next->scan.x += fit.frame.middle.x;
+  next->scan.z += fit.frame.middle.y;
+  return next;
 }
 
 }  // namespace planex::estimation

@@ -6,17 +6,6 @@
 
 namespace planex::estimation {
 
-/// A scan that is worth taking.
-struct PlannedScan {
-  /// @{
-  /// Where the target's origin stands in the calibrated system, and its angle in radians.
-  double x = 0, z = 0, angle = 0;
-  /// @}
-  /// The longest half axis of a 95 % ellipse over the sensor's middle nine tenths, with the scans
-  /// up to this one.
-  double largest95 = 0;
-};
-
 /// What scans of a target would tell.
 struct PosePlan {
   std::vector<PlannedScan> scans;  ///< the most useful one first

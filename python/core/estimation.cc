@@ -16,6 +16,7 @@
 
 #include "core/bindings.h"
 #include "core/call.h"
+#include "planex/estimation/pose_plan.h"
 #include "planex/estimation/uncertainty_document.h"
 #include "planex/io/failure.h"
 #include "planex/io/measured_target.h"
@@ -158,6 +159,10 @@ Measurements measurementsOf(const Numbers& pixels, const std::optional<Numbers>&
   raise("Error", what);
 }
 
+py::tuple planned(const est::PlannedScan& scan) {
+  return py::make_tuple(scan.x, scan.z, scan.angle, scan.largest95);
+}
+
 /// @param target  in place of points
 /// @param ways    which way Z and X go on the sensor
 py::tuple estimate(const Numbers& pixels, const std::optional<Numbers>& points,
@@ -223,9 +228,31 @@ py::tuple estimate(const Numbers& pixels, const std::optional<Numbers>& points,
   for (const est::TargetStretch& stretch : found.stretches) {
     stretches.append(py::make_tuple(stretch.stretch, stretch.deviation));
   }
-  return py::make_tuple(found.model, found.uncertainty, static_cast<int>(found.verdict()),
-                        found.sentence(unit), findings, scans, figures, used, residuals, stretches,
-                        found.isFrameFree);
+  return py::make_tuple(
+      found.model, found.uncertainty, static_cast<int>(found.verdict()), found.sentence(unit),
+      findings, scans, figures, used, residuals, stretches, found.isFrameFree,
+      found.next ? py::object(planned(found.next->scan)) : py::none(), found.advice(unit));
+}
+
+/// Scans, and the uncertainty with all of them.
+py::tuple planScans(const CalibrationModel& model, const TargetNumbers& target, int count,
+                    double noise, double turn) {
+  const TargetProfile profile = targetOf(target);
+  est::EstimationOptions options;
+  options.noise = noise;
+  options.turn = turn;
+  est::PosePlan plan;
+  try {
+    call([&] {
+      plan = est::planScans(model, *profile, options, count);
+      return true;
+    });
+  } catch (const est::EstimationFailure& failure) {
+    raise("Error", std::string("the target ") + failure.what());
+  }
+  py::list scans;
+  for (const est::PlannedScan& scan : plan.scans) scans.append(planned(scan));
+  return py::make_tuple(scans, plan.uncertainty);
 }
 
 /// 3 x n: xx, xz and zz.
@@ -297,6 +324,7 @@ std::string toJson(const CalibrationModel& model, const MapUncertainty& uncertai
 void bindEstimation(py::module_& module) {
   const py::class_<MapUncertainty> uncertainty(module, "MapUncertainty");
   module.def("estimate", estimate);
+  module.def("plan_scans", planScans);
   module.def("require_target", [](const TargetNumbers& numbers) { targetOf(numbers); });
   module.def("read_target", readTarget);
   module.def("resting_profile", restingProfile);

@@ -19,7 +19,8 @@ struct MapUncertainty {};
 void bindEstimation(py::module_& module) {
   using Object = py::object;
   const py::class_<MapUncertainty> uncertainty(module, "MapUncertainty");
-  for (const char* const name : {"estimate", "require_target", "read_target", "resting_profile"}) {
+  for (const char* const name :
+       {"estimate", "plan_scans", "require_target", "read_target", "resting_profile"}) {
     module.def(name, [](const py::args&) -> Object { refuse(); });
   }
   module.def("covariances_at", [](const Object&, const Object&) -> Object { refuse(); });

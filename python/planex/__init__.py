@@ -17,11 +17,14 @@ from planex.estimation import (
     Finding,
     MapUncertainty,
     PlaceCovariance,
+    PlannedScan,
+    PosePlan,
     ScanFit,
     Target,
     TargetStretch,
     estimate,
     estimate_from_scans,
+    plan_scans,
 )
 from planex.files import ImageFile, Sidecar, read_image, read_sidecar, write_points
 from planex.functions import (
@@ -60,7 +63,9 @@ __all__ = [
     "MapUncertainty",
     "Model",
     "PlaceCovariance",
+    "PlannedScan",
     "Points",
+    "PosePlan",
     "Rectangle",
     "Region",
     "ScanFit",
@@ -82,6 +87,7 @@ __all__ = [
     "map_box",
     "map_points",
     "map_rectangle",
+    "plan_scans",
     "read_image",
     "read_sidecar",
     "rectify",

@@ -304,6 +304,38 @@ TEST(PosePlan, ForetellsWhatItsScansWillTell) {
   }
 }
 
+TEST(Estimation, ForetellsWhatTheNextScanWillTell) {
+  SawtoothScene scene(2);
+  scene.step = 1;
+  scene.tolerance = 1e-4 * scene.pitch;
+  scene.poses.resize(5);  // nothing of the upper half
+  SawtoothScene more = scene;
+  scene.Measure(0.1);
+  const Estimation before = estimateModel(scene.scans, scene.options);
+  ASSERT_TRUE(before.next.has_value());
+  // The frame is that of the first pose but for a motion, which is known from any other.
+  const double turn = scene.poses[4].angle - before.scans[4].angle;
+  const double c = std::cos(turn), s = std::sin(turn);
+  const double x = before.next->scan.x - before.scans[4].x;
+  const double z = before.next->scan.z - before.scans[4].z;
+  more.poses.push_back({scene.poses[4].x + c * x - s * z, scene.poses[4].z + s * x + c * z,
+                        before.next->scan.angle + turn});
+  more.Measure(0.1);
+  const Estimation after = estimateModel(more.scans, more.options);
+  const auto largest = [&](const Estimation& found) {
+    MapUncertainty::Parts parts = found.uncertainty.parts();
+    const double right = scene.camera.columns - 1, bottom = scene.camera.rows - 1;
+    parts.measured = {{0.05 * right, 0.05 * bottom},
+                      {0.95 * right, 0.05 * bottom},
+                      {0.95 * right, 0.95 * bottom},
+                      {0.05 * right, 0.95 * bottom}};
+    return MapUncertainty(parts).largestRadius95();
+  };
+  EXPECT_NEAR(before.next->largest95Before / largest(before), 1, 1e-3);
+  EXPECT_NEAR(before.next->scan.largest95 / largest(after), 1, 0.2);
+  EXPECT_LT(largest(after), 0.6 * largest(before));
+}
+
 struct OddScans {
   const char* name;
   std::function<void(SawtoothScene&)> spoil;

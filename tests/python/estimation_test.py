@@ -115,6 +115,25 @@ def test_scans_of_a_target(model, saw, saw_scans):
     assert off[kept & spikes].min() > 0.5 > 0.01 > off[kept & ~spikes].max()
 
 
+def test_plans(saw, saw_scans):
+    scans = {name: tuple(saw_scans[name]) for name in ("s0", "s1", "s2")}
+    few = estimate_saw(scans, saw)
+    plan = planex.plan_scans(few.model, saw, 4, noise=0.05)
+    assert few.next_scan.z > max(scan.z for scan in few.scans)  # there nothing was measured
+    assert f"Z = {few.next_scan.z:.1f} mm" in few.advice
+    poses = {scan[:3] for scan in plan.scans}
+    assert len(plan.scans) == 4 and len(poses) > 1
+    assert plan.uncertainty.largest_95 == plan.scans[3].largest_95 < plan.scans[0].largest_95
+    other = planex.plan_scans(few.model, saw, 4, noise=0.5, turn=0)
+    assert other.scans[3].largest_95 > 2 * plan.scans[3].largest_95
+    tiny = planex.Target([[0, 0], [1, 0.5]], 0.002)
+    with pytest.raises(planex.Error, match="the target is not seen over a quarter"):
+        planex.plan_scans(few.model, tiny)
+    for wrong in {"count": 65}, {"noise": 0}, {"turn": float("nan")}:
+        with pytest.raises(ValueError, match=next(iter(wrong))):
+            planex.plan_scans(few.model, saw, **wrong)
+
+
 def test_scans_as_range_images(saw, saw_scans, caplog):
     """Rows are medians: as many spikes above as below, and less than half of them missing."""
     sensor = planex.SensorTraits(2560, 1000, scale_z=0.5, origin_z=-10.0)

@@ -12,6 +12,7 @@
 #include <planex/scan/sensor.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
@@ -289,6 +290,14 @@ std::string jsonText(const Estimation& result, const Measurements& measurements,
     stretch.add("stretch", target.stretch);
     stretch.add("sigma", target.deviation);
   }
+  if (result.next) {
+    const io::JsonObject next = root.addObject("next");
+    next.add("x", result.next->scan.x);
+    next.add("z", result.next->scan.z);
+    next.add("angle", result.next->scan.angle);
+    next.add("largest95", result.next->scan.largest95);
+    next.add("largest95Before", result.next->largest95Before);
+  }
   const io::JsonObject heldOut = root.addObject("heldOut");
   heldOut.add("kind", result.stretches.empty() ? "patches" : "scans");
   heldOut.add("rms", result.heldOut);
@@ -296,11 +305,20 @@ std::string jsonText(const Estimation& result, const Measurements& measurements,
   return root.print();
 }
 
+/// Whether a finding says that too little was measured.
+bool isOfUncertainty(const estimation::Finding& finding) {
+  const std::string code = finding.code;
+  return code == "tolerance" || code == "support" || code == "ambiguous";
+}
+
 std::string plainText(const Estimation& result, const std::string& unit) {
   std::string text = result.sentence(unit) + "\n";
   for (const estimation::Finding& finding : result.findings) {
     text +=
         fmt::format("  {}: {}\n", finding.level == Verdict::kBad ? "bad" : "warning", finding.text);
+  }
+  if (result.next && std::any_of(result.findings.begin(), result.findings.end(), isOfUncertainty)) {
+    text += "  next: " + result.advice(unit) + "\n";
   }
   text += fmt::format(
       "{} {} used of {}\n"
@@ -510,9 +528,11 @@ void addEstimateCommand(CLI::App& app, Context& context) {
                    "pixel of the sensor; FILE.json describes it")
       ->type_name("FILE.tif");
   command
-      ->add_option("--report", options->report,
-                   "Page for people: verdict, pictures of uncertainty and residuals, tables of "
-                   "scans and terms; also written when the model is bad")
+      ->add_option(
+          "--report", options->report,
+          "Page for people: verdict, pictures of uncertainty and residuals, which scan of a "
+          "target to take next, tables of scans and terms; also written when the model is "
+          "bad")
       ->type_name("FILE.html");
   command->add_flag("--even-if-bad", options->evenIfBad, "Write the model also when it is bad");
   command->add_flag("--json", options->json, "Print JSON");

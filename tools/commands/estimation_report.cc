@@ -253,6 +253,11 @@ std::string scansHtml(const Estimation& result, const std::string& unit) {
   return text;
 }
 
+std::string nextHtml(const Estimation& result, const std::string& unit) {
+  if (!result.next) return "";
+  return "<h2>What to measure next</h2>\n<p>" + htmlText(result.advice(unit)) + "</p>\n";
+}
+
 std::string termsHtml(const Estimation& result, const ReportSource& source) {
   const auto& parts = result.uncertainty.parts();
   return "<h2>Terms of the model</h2>\n" +
@@ -272,8 +277,9 @@ std::string termsHtml(const Estimation& result, const ReportSource& source) {
 std::string estimationReport(const Estimation& result, const std::vector<PlaceResidual>& residuals,
                              const ReportSource& source) {
   return kHead + verdictText(result, source.unit) + factsText(result, source) +
-         uncertaintyFigure(result, source.unit) + residualFigures(result, residuals, source.unit) +
-         scansHtml(result, source.unit) + termsHtml(result, source) +
+         uncertaintyFigure(result, source.unit) + nextHtml(result, source.unit) +
+         residualFigures(result, residuals, source.unit) + scansHtml(result, source.unit) +
+         termsHtml(result, source) +
          "<footer>planex " PLANEX_VERSION_STRING "</footer>\n</body>\n</html>\n";
 }
 
