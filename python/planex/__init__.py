@@ -41,6 +41,7 @@ from planex.functions import (
     thread_limit,
 )
 from planex.heights import HeightMap
+from planex.lines import LineImage, extract_lines, read_frames
 from planex.model import Fault, Model, Region, SkewMode, State
 from planex.records import Bounds, Grid, Rectangle, SensorTraits, Splat
 
@@ -57,6 +58,7 @@ __all__ = [
     "HeightMap",
     "ImageError",
     "ImageFile",
+    "LineImage",
     "MapUncertainty",
     "Model",
     "PlaceCovariance",
@@ -77,11 +79,13 @@ __all__ = [
     "diff",
     "estimate",
     "estimate_from_scans",
+    "extract_lines",
     "height_map",
     "intensity_limits",
     "map_box",
     "map_points",
     "map_rectangle",
+    "read_frames",
     "read_image",
     "read_sidecar",
     "rectify",
