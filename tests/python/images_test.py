@@ -445,6 +445,7 @@ def test_nothing_leaks(model, sensor, scan, tmp_path):
         planex.map_rectangle(model, rectangle, *way)
         planex.map_box(model, (0, 0, 0), (1, 1, 1), *way, supersampling=1)
         planex.intensity_limits(few)
+        planex.extract_lines(few, transpose=True, dark=few)
         hash(planex.Model.from_json(text).replace(focal_length=2.0).mirror(x=1.0))
         assert planex.Model.from_file(path).__reduce__() and model.region is None
         for bad in (few.T, model):
@@ -480,6 +481,8 @@ def test_outputs_that_are_given_are_all_that_is_allocated(model, sensor):
             (lambda: planex.calibrate(model, scan, sensor, out=(x, z)), 200_000),
             (lambda: planex.align(model, x, z, numpy.zeros(1600), out=aligned), 200_000),
             (lambda: planex.rectify(x, z, GRID, **options), 200_000),
+            (lambda: planex.extract_lines(scan.reshape(16, 100, 2560), layers=(),
+                                          out={"range": scan[:16].copy()}), 1_000_000),
             (lambda: planex.map_points(model, points, "calibrated", "aligned", out=points),
              200_000),
             # X, Z and reduced intensities of half a million pixels at a time, in large pages
