@@ -139,7 +139,8 @@ def extraction_contest(planex):
     ours = planex.extraction(frame, lines)
     others = {"NumPy centre of gravity": lambda: peers.numpy_gravity(frame),
               "NumPy centre of gravity, strips of rows": peers.NumpyGravity(frame),
-              "OpenCV derivative filter": peers.OpencvDerivative(frame) if cv2 else None}
+              "OpenCV derivative by filter2D": cv2 and peers.OpencvDerivative(frame, False),
+              "OpenCV derivative by sepFilter2D": cv2 and peers.OpencvDerivative(frame, True)}
     ours()
     check("extractLines", np.abs(lines["range"][0] / 64 - rows) < 0.1)
     for name, peer in others.items():

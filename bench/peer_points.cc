@@ -60,11 +60,14 @@ PLANEX_EXPORT bool extractFrame(void* frame, int columns, int rows, void* range,
   };
   cmnalg::Image from, levels;
   cmnalg::ImageOf<std::uint16_t> places, widths;
+  datafusion::planex::LineLayers layers;
+  layers.intensity = &levels;
+  layers.width = &widths;
   return view(from, frame, cmnalg::IMAGE_TYPE_UINT8, rows) &&
          view(levels, intensity, cmnalg::IMAGE_TYPE_UINT8, 1) &&
          view(places, range, cmnalg::IMAGE_TYPE_UINT16, 1) &&
          view(widths, width, cmnalg::IMAGE_TYPE_UINT16, 1) &&
-         datafusion::planex::extractLines(&from, 1, {}, 0, places, {&levels, &widths});
+         datafusion::planex::extractLines(&from, 1, {}, 0, places, layers);
 }
 
 PLANEX_EXPORT bool mapForward() {

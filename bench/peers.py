@@ -219,14 +219,18 @@ class OpencvDerivative:
 
     REACH = 9
 
-    def __init__(self, frame):
+    def __init__(self, frame, separable):
         k = np.arange(-self.REACH + 1, self.REACH)
-        self.taps = (k * (self.REACH**2 - k**2) ** 2 / 1e4).astype(np.float32)
+        self.taps = (k * (self.REACH**2 - k**2) ** 2 / 1e4).astype(np.float32)[:, None]
         self.frame, self.filtered = frame, np.empty(frame.shape, np.float32)
+        self.separable = separable
 
     def __call__(self):
-        cv2.sepFilter2D(self.frame, cv2.CV_32F, np.ones(1, np.float32), self.taps, self.filtered,
-                        borderType=cv2.BORDER_REPLICATE)
+        options = dict(dst=self.filtered, borderType=cv2.BORDER_REPLICATE)
+        if self.separable:
+            cv2.sepFilter2D(self.frame, cv2.CV_32F, np.ones(1, np.float32), self.taps, **options)
+        else:
+            cv2.filter2D(self.frame, cv2.CV_32F, self.taps, **options)
         steepest = cv2.reduceArgMax(self.filtered, 0)[0]
         near = np.minimum(steepest + np.arange(2 * self.REACH)[:, None], FRAME_ROWS - 1)
         slopes = np.take_along_axis(self.filtered, near, 0)
