@@ -54,9 +54,9 @@ PLANEX_EXPORT bool setPixels(const double* points, std::size_t count) {
 /// Places, levels and widths of the strongest lines in one frame.
 PLANEX_EXPORT bool extractFrame(void* frame, int columns, int rows, void* range, void* intensity,
                                 void* width) {
-  const auto& allocator = cmnalg::Image::s_defaultImageAllocator;
   const auto view = [&](cmnalg::Image& image, void* data, cmnalg::ImageType type, int height) {
-    return image.Create(data, type, columns, height, columns, false, allocator, false);
+    return image.Create(data, type, columns, height, columns, false,
+                        cmnalg::Image::s_defaultImageAllocator, false);
   };
   cmnalg::Image from, levels;
   cmnalg::ImageOf<std::uint16_t> places, widths;
