@@ -7,7 +7,7 @@ import time
 import numpy as np
 
 import peers
-from interface import CAMERA, HEIGHT, WIDTH, Planex, WorldRangeTraits
+from interface import CAMERA, FRAME_ROWS, HEIGHT, WIDTH, Planex, WorldRangeTraits
 from peers import cv2
 
 
@@ -124,6 +124,31 @@ def mapping_contests(planex):
         yield MappingContest(planex, work, sheet, inverse, {"OpenCV undistortPoints": undistort})
 
 
+def line_frame(random):
+    """A line 5 rows wide that rises and falls, over noise: a frame, and its rows."""
+    rows = FRAME_ROWS * (0.5 + 0.3 * np.sin(np.arange(WIDTH) / 300))
+    levels = 150 * np.exp(-0.5 * ((np.arange(FRAME_ROWS)[:, None] - rows) / 2.12) ** 2)
+    levels += random.normal(12, 2, levels.shape)
+    return levels.clip(0, 255).astype(np.uint8), rows
+
+
+def extraction_contest(planex):
+    frame, rows = line_frame(np.random.default_rng(7))
+    lines = {name: np.zeros((1, WIDTH), dtype) for name, dtype in
+             (("range", np.uint16), ("intensity", np.uint8), ("width", np.uint16))}
+    ours = planex.extraction(frame, lines)
+    others = {"NumPy centre of gravity": lambda: peers.numpy_gravity(frame),
+              "NumPy centre of gravity, strips of rows": peers.NumpyGravity(frame),
+              "OpenCV derivative by filter2D": cv2 and peers.OpencvDerivative(frame, False),
+              "OpenCV derivative by sepFilter2D": cv2 and peers.OpencvDerivative(frame, True)}
+    ours()
+    check("extractLines", np.abs(lines["range"][0] / 64 - rows) < 0.1)
+    for name, peer in others.items():
+        if peer:
+            check(name, np.abs(peer() - rows) < 0.2)
+    return Contest("extractLines", ours, others, frame.size)
+
+
 def all_contests(planex, folder):
     """Every contest, its results compared."""
     samples = range_image(np.random.default_rng(1))
@@ -131,3 +156,4 @@ def all_contests(planex, folder):
     yield calibration_contest(planex, samples, x, z)
     yield from rectification_contests(planex, x, z, folder)
     yield from mapping_contests(planex)
+    yield extraction_contest(planex)

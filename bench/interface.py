@@ -8,6 +8,7 @@ import sys
 import numpy as np
 
 WIDTH, HEIGHT = 2560, 1000
+FRAME_ROWS = 1024
 CAMERA = {
     "f": 4100.0, "cx": 1271.0, "cy": 492.0,
     "c": [-0.11, 0.04, 0.013, 0.002, -0.0017, 0.02, -0.04],
@@ -61,7 +62,8 @@ class Planex:
         self.points = ctypes.CDLL(str(build / "bench" / "libplanex_peer_points.so"))
         for lib, names in ((self.lib, ("createModelFromJson", "createCalibrationFilter",
                                        "applyCalibration", "createRectificationFilter", "rectify")),
-                           (self.points, ("setPixels", "mapForward", "mapInverse"))):
+                           (self.points, ("setPixels", "mapForward", "mapInverse",
+                                         "extractFrame"))):
             for name in names:
                 getattr(lib, name).restype = ctypes.c_bool
 
@@ -94,6 +96,11 @@ class Planex:
                               ImageSize(WIDTH, HEIGHT), ctypes.c_uint64(0), None,
                               SplatSettings(0, 0, 1), ctypes.c_float(np.nan))
         return lambda: self.lib.rectify(handle, pointer(x), pointer(z), None, pointer(out), None)
+
+    def extraction(self, frame, lines):
+        """A call that finds the lines in a frame; range, intensity and width go into `lines`."""
+        return lambda: self.points.extractFrame(pointer(frame), WIDTH, len(frame),
+                                                *map(pointer, lines.values()))
 
     def set_camera(self, lens, homography, sheet, pixels):
         """The camera and the sensor positions of the mapping calls."""

@@ -38,6 +38,15 @@ PAIRS = [
     for name, key in [("forward", "forward"), ("forward, sheet curve", "forward_sheet"),
                       ("inverse", "inverse"), ("inverse, sheet curve", "inverse_sheet")]
 ]
+READ = "reading the frame once"
+PAIRS += [
+    Pair(f"extract{name}", f"extractBytes/{ours}", READ, "readOnce/1024", COST)
+    for name, ours in [
+        ("", "strongest_Avx512_1024"), (", AVX2", "strongest_Avx2_1024"),
+        (", baseline", "strongest_Baseline_1024"), (", any rule, with quality", "any_Avx512_1024"),
+        (", centre of gravity", "gravity")]
+] + [Pair("extract, two threads", "extractBytes/two_threads/real_time", "one thread",
+          "extractBytes/strongest_Avx512_1024", FASTER)]
 MODES = ["LOWEST", "HIGHEST", "MEAN", "LOWEST_intensity", "HIGHEST_intensity", "DARKEST_intensity",
          "BRIGHTEST_intensity", "MEAN_intensity"]
 PAIRS += [
@@ -73,6 +82,7 @@ DECISIVE = {
     ("calibrate", SCALAR), ("calibrate, uncached", COPY), ("applyCalibration", "NumPy float64"),
     ("applyCalibration", "OpenCV, strips of rows"), ("applyCalibration, all threads", "one thread"),
     ("rectify LOWEST", SCALAR), ("rectify MEAN, half-width 0", "NumPy bincount"),
-    ("mapPoints inverse", "OpenCV undistortPoints"), ("rectify, one profile a call", "whole image"),
+    ("mapPoints inverse", "OpenCV undistortPoints"), ("extract", READ),
+    ("extractLines", "NumPy centre of gravity"), ("rectify, one profile a call", "whole image"),
     ("applyCalibration, 100 M pixels (+0.0 MB)", "1 M pixels"),
 }

@@ -5,9 +5,10 @@
 #include "planex/api/planex.h"
 #include "planex/infra/export.h"
 #include "planex/model/point_mapping.h"
+#include "planex/processing/line_extraction.h"
 
-/// mapPoints for compare.py, which calls it beside OpenCV's functions for points, and calls of the
-/// C interface without Python between them.
+/// What compare.py calls beside other libraries and the C interface does not have: mapPoints and
+/// extractLines. And calls of the C interface without Python between them.
 namespace {
 
 using datafusion::planex::CalibrationModel;
@@ -48,6 +49,25 @@ PLANEX_EXPORT bool setPixels(const double* points, std::size_t count) {
   calibrated = result = pixels;
   return mapPoints(model, pixels, calibrated, CoordinateSystem::Pixel,
                    CoordinateSystem::Calibrated);
+}
+
+/// Places, levels and widths of the strongest lines in one frame.
+PLANEX_EXPORT bool extractFrame(void* frame, int columns, int rows, void* range, void* intensity,
+                                void* width) {
+  const auto view = [&](cmnalg::Image& image, void* data, cmnalg::ImageType type, int height) {
+    return image.Create(data, type, columns, height, columns, false,
+                        cmnalg::Image::s_defaultImageAllocator, false);
+  };
+  cmnalg::Image from, levels;
+  cmnalg::ImageOf<std::uint16_t> places, widths;
+  datafusion::planex::LineLayers layers;
+  layers.intensity = &levels;
+  layers.width = &widths;
+  return view(from, frame, cmnalg::IMAGE_TYPE_UINT8, rows) &&
+         view(levels, intensity, cmnalg::IMAGE_TYPE_UINT8, 1) &&
+         view(places, range, cmnalg::IMAGE_TYPE_UINT16, 1) &&
+         view(widths, width, cmnalg::IMAGE_TYPE_UINT16, 1) &&
+         datafusion::planex::extractLines(&from, 1, {}, 0, places, layers);
 }
 
 PLANEX_EXPORT bool mapForward() {

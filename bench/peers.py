@@ -5,7 +5,7 @@ import subprocess
 
 import numpy as np
 
-from interface import CAMERA, HEIGHT, WIDTH
+from interface import CAMERA, FRAME_ROWS, HEIGHT, WIDTH
 
 try:
     import cv2
@@ -181,3 +181,60 @@ class GmtLowest:
     def result(self):
         self.run("all")
         return np.nan_to_num(np.fromfile(self.grid, np.float32)[-WIDTH * HEIGHT:])
+
+
+# ----- extraction: the row of the brightest line in every column of a frame -----
+
+LEVEL = 40  # what is darker counts for nothing
+
+
+def numpy_gravity(frame):
+    """Whole-frame expressions."""
+    weight = np.where(frame > LEVEL, frame - np.float32(LEVEL), 0)
+    return (np.arange(FRAME_ROWS, dtype=np.float32) @ weight) / weight.sum(0)
+
+
+class NumpyGravity:
+    """Both sums as one product of matrices, in strips of rows that stay in the cache."""
+
+    ROWS = 32
+
+    def __init__(self, frame):
+        self.frame = frame
+        self.factors = np.stack([np.arange(FRAME_ROWS), np.ones(FRAME_ROWS)]).astype(np.float32)
+        self.above = np.empty((self.ROWS, WIDTH), np.uint8)
+        self.weight = np.empty((self.ROWS, WIDTH), np.float32)
+
+    def __call__(self):
+        sums = np.zeros((2, WIDTH), np.float32)
+        for row in range(0, FRAME_ROWS, self.ROWS):
+            np.maximum(self.frame[row:row + self.ROWS], LEVEL, out=self.above)
+            np.subtract(self.above, LEVEL, out=self.weight, dtype=np.float32)
+            sums += self.factors[:, row:row + self.ROWS] @ self.weight
+        return sums[0] / sums[1]
+
+
+class OpencvDerivative:
+    """A smooth derivative along the columns, its greatest value, and the zero behind it."""
+
+    REACH = 9
+
+    def __init__(self, frame, separable):
+        k = np.arange(-self.REACH + 1, self.REACH)
+        self.taps = (k * (self.REACH**2 - k**2) ** 2 / 1e4).astype(np.float32)[:, None]
+        self.frame, self.filtered = frame, np.empty(frame.shape, np.float32)
+        self.separable = separable
+
+    def __call__(self):
+        options = dict(dst=self.filtered, borderType=cv2.BORDER_REPLICATE)
+        if self.separable:
+            cv2.sepFilter2D(self.frame, cv2.CV_32F, np.ones(1, np.float32), self.taps, **options)
+        else:
+            cv2.filter2D(self.frame, cv2.CV_32F, self.taps, **options)
+        steepest = cv2.reduceArgMax(self.filtered, 0)[0]
+        near = np.minimum(steepest + np.arange(2 * self.REACH)[:, None], FRAME_ROWS - 1)
+        slopes = np.take_along_axis(self.filtered, near, 0)
+        last = np.argmax(slopes <= 0, 0) - 1
+        columns = np.arange(WIDTH)
+        before, after = slopes[last, columns], slopes[last + 1, columns]
+        return steepest + last + before / (before - after)

@@ -21,10 +21,11 @@ import time
 
 import compare  # sets the thread counts that NumPy reads on import
 import numpy as np
-from contests import all_contests, range_image
+from contests import all_contests, line_frame, range_image
 from interface import HEIGHT, WIDTH, Planex, WorldRangeTraits, document
 
-NAMES = {"applyCalibration": "calibrate", "mapPoints inverse": "map_points, to pixels",
+NAMES = {"applyCalibration": "calibrate", "extractLines": "extract_lines",
+         "mapPoints inverse": "map_points, to pixels",
          "mapPoints inverse, sheet curve": "map_points, to pixels, sheet curve"}
 
 
@@ -47,6 +48,9 @@ class Package:
             (grid.xMin, grid.xMax), (grid.zMin, grid.zMax), grid.xCount, levels=grid.zLevels,
             splat=self.planex.Splat(0, 0))
         return lambda: self.planex.rectify(x, z, cells, mode=self.MODES[mode], out=out)
+
+    def extraction(self, frame, lines):
+        return lambda: self.planex.extract_lines(frame, layers=("intensity", "width"), out=lines)
 
     def set_camera(self, lens, homography, sheet, pixels):
         self.camera = self.model.replace(lens_coefficients=lens, homography=homography,
@@ -200,10 +204,15 @@ def scaling_rows(package, rounds):
         return lambda: [planex.calibrate(model, samples[:1], sensor, out=tuple(out), threads=1)
                         for _ in range(10000)]
 
+    def extract_lines():
+        frames = np.stack(2 * [line_frame(np.random.default_rng(7))[0]])
+        return lambda: [planex.extract_lines(frames, threads=1) for _ in range(10)]
+
     def pure_python():
         return lambda: sum(range(3000000))
 
     for name, make in (("calibrate", calibrate), ("rectify", rectify), ("map_points", map_points),
+                       ("extract_lines", extract_lines),
                        ("calibrate, one profile a call", profiles),
                        ("a loop in Python, which cannot", pure_python)):
         works = make(), make()

@@ -143,16 +143,40 @@ Profiles readProfiles(py::handle object, const char* name, TypeSet types) {
   const py::ssize_t size = array.itemsize();
   // The stride along an axis of one element is arbitrary.
   if (profiles.columns > 1 && array.strides(1) != size) {
-    refuseLayout(name, "has samples of a profile that do not lie side by side");
+    refuseLayout(name, "has samples of a row that do not lie side by side");
   }
   if (profiles.rows > 1) {
     const py::ssize_t stride = array.strides(0);
     if (stride < profiles.columns * size || stride % size != 0) {
-      refuseLayout(name, "has profiles that overlap or run backwards");
+      refuseLayout(name, "has rows that overlap or run backwards");
     }
     profiles.pitch = stride / size;
   }
   return profiles;
+}
+
+FrameStack readFrames(py::handle object, const char* name) {
+  const py::array array = requireArray(object, name);
+  FrameStack stack;
+  stack.type = requireType(array, name, kIntensities);
+  const py::ssize_t axes = array.ndim();
+  if (axes != 2 && axes != 3) {
+    refuseValue(name, "has " + std::to_string(axes) +
+                          " dimensions; it must have three, frames, rows and columns, or two");
+  }
+  stack.rows = array.shape(axes - 2);
+  stack.columns = array.shape(axes - 1);
+  const std::int64_t count = axes == 3 ? array.shape(0) : 1;
+  if (count == 0) return stack;
+  requireFlags(array, name, Flags::NPY_ARRAY_ALIGNED_);
+  Profiles frame =
+      readProfiles(axes == 3 ? array[py::int_(0)] : py::object(array), name, 1U << stack.type);
+  if (stack.rows > 1 && frame.pitch > kMostInt) refuseLayout(name, "has rows too far apart");
+  for (std::int64_t i = 0; i < count; ++i) {
+    stack.frames.push_back(frame);
+    if (axes == 3) frame.data += array.strides(0);
+  }
+  return stack;
 }
 
 Profiles writtenProfiles(py::handle object, const char* name, ImageType type, std::int64_t rows,

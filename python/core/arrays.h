@@ -49,6 +49,20 @@ constexpr TypeSet kIntensities = oneOf({cmnalg::IMAGE_TYPE_UINT8, cmnalg::IMAGE_
 /// types in native byte order, ValueError for a layout that no image has.
 Profiles readProfiles(py::handle object, const char* name, TypeSet types);
 
+/// Frames where NumPy has them, each as its rows.
+struct FrameStack {
+  cmnalg::ImageType type = cmnalg::IMAGE_TYPE_INVALID;
+  std::int64_t rows = 0;  ///< of a frame
+  std::int64_t columns = 0;
+  std::vector<Profiles> frames;
+
+  bool IsEmpty() const { return frames.empty() || columns == 0; }
+};
+
+/// Frames of uint8 or uint16, frames x rows x columns, or a single one, that are read. Errors as of
+/// readProfiles(). Frames may lie anyhow: at any distance, backwards, or in one place.
+FrameStack readFrames(py::handle object, const char* name);
+
 /// An array that is written: of just that type and shape, C-contiguous and writeable. The library
 /// would replace a target of another size by memory of its own, and leave the array as it was.
 Profiles writtenProfiles(py::handle object, const char* name, cmnalg::ImageType type,

@@ -21,6 +21,7 @@ void bindFiles(py::module_& module);
 void bindPointFiles(py::module_& module);
 void bindMapFiles(py::module_& module);
 void bindEstimation(py::module_& module);
+void bindExtraction(py::module_& module);
 /// @}
 
 /// The name of a field, made once: asking for an attribute by a C string makes it anew each time.

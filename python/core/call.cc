@@ -12,7 +12,7 @@ namespace {
 thread_local LogCapture* captureOfThisThread = nullptr;
 
 constexpr const char* kLoggers[] = {"Image", "Matrix", "Image.Planex.Model",
-                                    "Image.Calibration.Planex"};
+                                    "Image.Calibration.Planex", "Image.Extraction.Planex"};
 
 /// The level of Python's logging that means the same.
 int pythonLevel(int level) {

@@ -12,4 +12,5 @@ PYBIND11_MODULE(_core, module) {
   planex_python::bindPointFiles(module);
   planex_python::bindMapFiles(module);
   planex_python::bindEstimation(module);
+  planex_python::bindExtraction(module);
 }

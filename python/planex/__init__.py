@@ -44,6 +44,7 @@ from planex.functions import (
     thread_limit,
 )
 from planex.heights import HeightMap
+from planex.lines import LineImage, extract_lines, read_frames
 from planex.model import Fault, Model, Region, SkewMode, State
 from planex.records import Bounds, Grid, Rectangle, SensorTraits, Splat
 
@@ -60,6 +61,7 @@ __all__ = [
     "HeightMap",
     "ImageError",
     "ImageFile",
+    "LineImage",
     "MapUncertainty",
     "Model",
     "PlaceCovariance",
@@ -82,12 +84,14 @@ __all__ = [
     "diff",
     "estimate",
     "estimate_from_scans",
+    "extract_lines",
     "height_map",
     "intensity_limits",
     "map_box",
     "map_points",
     "map_rectangle",
     "plan_scans",
+    "read_frames",
     "read_image",
     "read_sidecar",
     "rectify",

@@ -378,3 +378,57 @@ def test_sidecars(model, tmp_path):
         with pytest.raises(planex.ImageError, match=problem):
             planex.SensorTraits.from_sidecar(path, model)
     assert planex.read_sidecar(path).y(3).tolist() == [0, 2, 4]
+
+
+@needs_command
+@pytest.mark.parametrize("dtype, words, options", [
+    ("u1", "", {}),
+    ("u2", "--method cog --line-width 4 --pick nearest:20 --bits 12 --gain 0.2 --read-noise 1.5",
+     dict(method="cog", line_width=4, choice=("nearest", 20), full_scale=4095, gain=0.2,
+          read_noise=1.5)),
+    ("u1", "--transpose --band 5:70 --threshold 9.5 --pick last --scale-z 2 --origin-x -4",
+     dict(transpose=True, rows=(5, 70), threshold=9.5, choice="last", scale_z=2.0, origin_x=-4.0)),
+    ("u2", "--dark dark.npy --bits 12 --min-width 3 --max-width 6.5",
+     dict(dark=True, full_scale=4095, minimum_width=3, maximum_width=6.5)),
+])
+def test_lines_are_those_of_the_command(tmp_path, monkeypatch, dtype, words, options):
+    monkeypatch.chdir(tmp_path)
+    os.mkdir("frames")
+    top = 255 if dtype == "u1" else 4095
+    place = numpy.arange(12)[:, None] + 30 + 9 * numpy.sin(numpy.arange(90) / 9)
+    v = numpy.arange(80)[:, None]
+    one, two = (numpy.exp(-((v - rows[:, None]) / 3) ** 2) for rows in (place, 0.5 * place - 5))
+    frames = ((one + 0.6 * two) * 0.9 * top + noise("u1", 12 * 80, 90).reshape(12, 80, 90) % 5)
+    frames = (frames.swapaxes(1, 2) if "transpose" in options else frames).astype(dtype, "C")
+    for i, frame in enumerate(frames):
+        stored(tmp_path / f"frames/frame_{i}.pgm", frame)
+    stored(tmp_path / "dark.npy", frames[3] // 2)
+    if "dark" in options:
+        options = options | {"dark": planex.read_image("dark.npy")}
+    layers = ["intensity", "width", "quality"] + ["deviation"] * ("gain" in options)
+    files = [f"{layer}.npy" for layer in layers]
+    names = ["--widths" if layer == "width" else f"--{layer}" for layer in layers]
+    run("extract", "frames", "-o", "range.npy", *sum(zip(names, files), ()), *words.split())
+    blocks = list(planex.read_frames("frames", first=1, block=4))
+    assert [len(block) for block in blocks] == [4, 4, 3]
+    assert numpy.array_equal(numpy.concatenate(blocks), frames[1:])
+    lines = planex.extract_lines(frames, layers=layers, **options)
+    for name, file in zip(["range", *layers], ["range.npy", *files]):
+        assert numpy.array_equal(getattr(lines, name), numpy.load(file)), name
+    assert lines.mask.mean() < 0.5
+    assert planex.read_sidecar("range.npy").sensor == lines.sensor
+
+
+@pytest.mark.parametrize("paths, options, error, text", [
+    (["none"], {}, FileNotFoundError, "none"),
+    ([], {}, TypeError, "at least one path"),
+    (["a.npy"], {"block": 0}, ValueError, "block must be from 1"),
+    (["a.npy"], {"raw": "33x70:mono9"}, planex.ImageError, "mono9"),
+    (["."], {}, planex.ImageError, r"b\.npy: "),
+])
+def test_frames_that_cannot_be_read(tmp_path, monkeypatch, paths, options, error, text):
+    monkeypatch.chdir(tmp_path)
+    stored(tmp_path / "a.npy", noise("u1"))
+    stored(tmp_path / "b.npy", noise("u2"))
+    with pytest.raises(error, match=text):
+        list(planex.read_frames(*paths, **options))

@@ -31,7 +31,8 @@ def test_guide():
     assert "heights" in names
 
 
-@pytest.mark.parametrize("name", ["files", "estimation", "functions", "heights", "model", "records"])
+@pytest.mark.parametrize("name", ["files", "estimation", "functions", "heights", "lines",
+                                  "model", "records"])
 def test_docstrings_have_examples_that_run(name):
     if name == "estimation" and not ESTIMATES:
         pytest.skip("built without estimation")

@@ -152,6 +152,45 @@ def test_alignment_and_points_agree(model, sensor, scan):
     assert box.shape == (26, 3) and box.min(0).tolist() == [0, 1, 2] and box.max(0)[2] == 8
 
 
+def frames_of_lines(dtype):
+    """Bright lines of 4 rows that climb from frame to frame, and fainter ones above."""
+    full = numpy.iinfo(dtype).max
+    v, u, k = numpy.arange(96)[:, None], numpy.arange(150), numpy.arange(7)[:, None, None]
+    line = lambda row, level: level * numpy.exp(-0.5 * ((v - row) / 1.7) ** 2)
+    levels = line(60 + k + 9 * numpy.sin(u / 20), 0.7) + line(20 - k + 0 * u, 0.3 * (u > 50))
+    noise = numpy.random.default_rng(3).uniform(0.02, 0.05, levels.shape)
+    return ((levels + noise) * full).astype(dtype)
+
+
+@pytest.mark.parametrize("dtype", [numpy.uint8, numpy.uint16])
+def test_lines_are_the_same_on_any_view(model, dtype):
+    frames = frames_of_lines(dtype)
+    layers = dict(layers=("intensity", "width", "quality", "deviation"), gain=0.1, read_noise=1.0)
+    every = lambda lines: bits(*(getattr(lines, n) for n in ("range", *layers["layers"])))
+    for view in (frames, frames[::-1, 9:90:2, 3:77], frames[3:6, ::3], frames[:, :, :1], frames[4],
+                 numpy.broadcast_to(frames[2], (4, 96, 150))):
+        want = planex.extract_lines(view.copy(), threads=1, **layers)
+        assert every(planex.extract_lines(view, threads=3, **layers)) == every(want)
+        turned = numpy.ascontiguousarray(numpy.swapaxes(view, -2, -1))
+        assert every(planex.extract_lines(turned, transpose=True, **layers)) == every(want)
+    lines = planex.extract_lines(frames, scale_x=2.0, origin_x=30.0, scale_z=-1.5, origin_z=200.0)
+    truth = 60 + numpy.arange(7)[:, None] + 9 * numpy.sin(numpy.arange(150) / 20)
+    assert abs(lines.rows - truth).max() < 0.2 and not lines.mask.any() and lines.width is None
+    pixels = numpy.stack([30.0 + 2 * numpy.arange(150) + 0 * truth, 200.0 - 1.5 * lines.rows], -1)
+    points = planex.map_points(model, pixels.copy(), "pixel", "calibrated")
+    x, z = planex.calibrate(model, lines.range, lines.sensor, precision="double")
+    numpy.testing.assert_allclose(numpy.stack([x, z], -1), points, rtol=0, atol=1e-5)
+    dim = planex.extract_lines(frames, choice="first").rows[:, 60:] - 20 + numpy.arange(7)[:, None]
+    assert abs(dim).max() < 0.4
+    out = {"range": numpy.zeros((7, 150), "u2"), "quality": numpy.zeros((7, 150), "u1")}
+    lit = planex.extract_lines(frames, dark=frames[0], out=out, layers=("quality",))
+    darkened = numpy.where(frames > frames[0], frames - frames[0], 0).astype(dtype)
+    want = planex.extract_lines(darkened)
+    assert lit.range is out["range"] and bits(lit.range, out["quality"]) == bits(want.range,
+                                                                                 want.quality)
+    assert not lit.range[0].any() and (lit.quality[0] == 1).all()
+
+
 def test_grids():
     bounds = planex.Bounds((-1.0, 3.0), (10.0, 20.0), planex.Splat(0.5, 0.25), 5)
     grid = bounds.grid(c=2.0)
@@ -174,6 +213,9 @@ def test_empty_arrays_give_empty_results(model, sensor):
         heights = planex.height_map(model, empty, sensor, GRID, intensity=empty, missing=-1.0)
         assert heights.z.shape == (shape[0], 40) and heights.mask.all()
         assert not heights.intensity.any()
+    for shape in ((0, 4, 5), (3, 4, 0), (0, 0, 0)):
+        lines = planex.extract_lines(numpy.empty(shape, numpy.uint8))
+        assert lines.range.shape == lines.rows.shape == lines.quality.shape == shape[::2]
 
 
 def swapped(array):
@@ -200,6 +242,40 @@ def odd_address(array):
 def test_inputs_that_no_image_has_are_refused(model, sensor, spoil, error, text):
     with pytest.raises(error, match=text):
         planex.calibrate(model, spoil(numpy.ones((4, 8), numpy.uint16)), sensor)
+
+
+@pytest.mark.parametrize("spoil, error, text", [
+    (lambda f: f.tolist(), TypeError, "frames is a list; pass a numpy.ndarray"),
+    (lambda f: f.astype(FLOAT), TypeError, "has the type float32; it must be one of uint8, uint16"),
+    (lambda f: f[0, 0], ValueError, "1 dimensions; it must have three"),
+    (lambda f: odd_address(f.astype("u2")), ValueError, "odd address"),
+    (lambda f: f[:, :, ::2], ValueError, "side by side; pass numpy.ascontiguousarray"),
+    (lambda f: f[:, ::-1], ValueError, "overlap or run backwards"),
+    (lambda f: f[:, :0], planex.Error, "1 to 32767 rows"),
+    (lambda f: (f, {"line_width": 61.0}), planex.Error, "line width must be 1 to 60"),
+    (lambda f: (f, {"rows": (40, 97)}), planex.Error, "searched rows must be rows of the frame"),
+    (lambda f: (f, {"rows": (5, 5)}), ValueError, "end of rows must be from 6"),
+    (lambda f: (f, {"line_width": "5"}), TypeError, "number"),
+    (lambda f: (f, {"method": "median"}), ValueError, "one of fir, cog"),
+    (lambda f: (f, {"choice": ("nearest", -1)}), ValueError, "from 0 to"),
+    (lambda f: (f, {"choice": ["nearest", 1]}), ValueError, r"or \('nearest', row\)"),
+    (lambda f: (f, {"threshold": 0}), ValueError, "threshold must be above 0"),
+    (lambda f: (f, {"scale_z": 0.0}), ValueError, "not 0"),
+    (lambda f: (f, {"dark": f[0, :9]}), ValueError, "size of a frame"),
+    (lambda f: (f, {"dark": f[0].astype("u2")}), TypeError, "dark has the type uint16"),
+    (lambda f: (f, {"layers": ("deviation",)}), ValueError, "needs read_noise"),
+    (lambda f: (f, {"layers": ("widths",)}), ValueError, "layers has 'widths'"),
+    (lambda f: (f, {"layers": "width"}), TypeError, "must be a sequence"),
+    (lambda f: (f, {"out": {"width": f}}), ValueError, "neither 'range' nor one of layers"),
+    (lambda f: (f, {"out": {"quality": f[0, :7]}}), ValueError, r"out\['quality'\] shares memory"),
+    (lambda f: (f, {"out": {"range": f[0, :6]}}), TypeError, r"out\['range'\] has the type uint8"),
+])
+def test_frames_and_settings_without_sense_are_refused(spoil, error, text):
+    frames = frames_of_lines(numpy.uint8)
+    given, options = spoiled if isinstance(spoiled := spoil(frames), tuple) else (spoiled, {})
+    with pytest.raises(error, match=text) as caught:
+        planex.extract_lines(given, **options)
+    assert type(caught.value) is error and bits(frames) == bits(frames_of_lines(numpy.uint8))
 
 
 STORE = numpy.full(400, 7, FLOAT)
@@ -369,6 +445,7 @@ def test_nothing_leaks(model, sensor, scan, tmp_path):
         planex.map_rectangle(model, rectangle, *way)
         planex.map_box(model, (0, 0, 0), (1, 1, 1), *way, supersampling=1)
         planex.intensity_limits(few)
+        planex.extract_lines(few, transpose=True, dark=few)
         hash(planex.Model.from_json(text).replace(focal_length=2.0).mirror(x=1.0))
         assert planex.Model.from_file(path).__reduce__() and model.region is None
         for bad in (few.T, model):
@@ -404,6 +481,8 @@ def test_outputs_that_are_given_are_all_that_is_allocated(model, sensor):
             (lambda: planex.calibrate(model, scan, sensor, out=(x, z)), 200_000),
             (lambda: planex.align(model, x, z, numpy.zeros(1600), out=aligned), 200_000),
             (lambda: planex.rectify(x, z, GRID, **options), 200_000),
+            (lambda: planex.extract_lines(scan.reshape(16, 100, 2560), layers=(),
+                                          out={"range": scan[:16].copy()}), 1_000_000),
             (lambda: planex.map_points(model, points, "calibrated", "aligned", out=points),
              200_000),
             # X, Z and reduced intensities of half a million pixels at a time, in large pages
