@@ -17,6 +17,19 @@
 
 namespace planex::estimation {
 
+/// Where a target stands as far as that is known, from a stage or gauge blocks; NaN: it is not.
+struct TargetPose {
+  static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+  /// @{
+  /// Of the target's origin, and its angle in radians.
+  double x = kUnknown, z = kUnknown, angle = kUnknown;
+  /// @}
+  /// @{
+  /// Standard uncertainties; 0: exact.
+  double ofX = 0, ofZ = 0, ofAngle = 0;
+  /// @}
+};
+
 /// What one scan contributes: sensor pixels whose places in the laser plane are known, from any
 /// source; a stage, a pattern held in the plane, a coordinate measuring machine. Or the profile of
 /// a target, which stood still, anywhere.
@@ -29,6 +42,7 @@ struct ScanMeasurement {
   std::vector<double> deviations;
   /// What was measured, if no points are given. Scans of one target share it.
   std::shared_ptr<const TargetProfile> target;
+  TargetPose pose;  ///< of the target
 };
 
 /// How to estimate.
@@ -83,7 +97,8 @@ struct ScanFit {
   double heldOut = 0;
 };
 
-/// By which part a target is wider than its description says, if heights are what it says.
+/// By which part a target is wider than its description says, if heights are what it says; NaN of a
+/// plate, whose width says nothing.
 struct TargetStretch {
   double stretch = 0;    ///< 0.003: by 0.3 %
   double deviation = 0;  ///< standard uncertainty
@@ -117,8 +132,8 @@ struct PLANEX_EXPORT Estimation {
   /// Of the poses that planScans() chooses from, that which lowers the mean variance of the map the
   /// most. None without a target, nor where the model is bad by more than its uncertainty.
   std::optional<NextScan> next;
-  /// Whether nothing but targets in unknown poses says where the frame is: it is that of one of
-  /// them, and the uncertainty that of shapes.
+  /// Whether neither points nor poses say where the frame is, or poses not all of it: it is that of
+  /// one of the targets, and the uncertainty that of shapes.
   bool isFrameFree = false;
   double noise = 0;        ///< standard deviation of a pixel, in pixels
   double rms = 0;          ///< of the distances of the points used, in the length unit
@@ -169,9 +184,10 @@ class PLANEX_EXPORT EstimationFailure : public std::runtime_error {
 /// uncertainty. Points that contradict the others are left out, and named. The covariance takes in
 /// noise and its correlation between neighbours, the tolerance of the points, and other minima.
 ///
-/// The calibrated system is that of the points, unless X is turned against the rows of the sensor
-/// by more than a degree. Then its X runs along the rows, since the sheet curve moves points along
-/// Z, and the pose of the model leads back to the points: ALIGNED states of the model say so.
+/// The calibrated system is that of the points, or of the poses that are given, unless X is turned
+/// against the rows of the sensor by more than a degree. Then its X runs along the rows, since the
+/// sheet curve moves points along Z, and the pose of the model leads back to the points: ALIGNED
+/// states of the model say so.
 ///
 /// The same input gives the same bits, on one thread. Any number of threads may call it.
 /// Throws EstimationFailure where no model can be had from such measurements.

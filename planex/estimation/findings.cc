@@ -150,6 +150,23 @@ std::pair<std::string, int> namesOf(const Estimation& estimation, const Holds& h
   return {names, count};
 }
 
+/// Whether targets stand where they were said to.
+void judgePoses(const ModelFit& fit, const Estimation& estimation, Findings& findings) {
+  std::string names;
+  std::size_t told = 0, wrong = 0;
+  for (std::size_t s = 0; s < fit.unknowns.scans.size(); ++s) {
+    const Unknowns::Scan& scan = fit.unknowns.scans[s];
+    told += scan.hasPose || scan.isPoseWrong ? 1 : 0;
+    if (!scan.isPoseWrong) continue;
+    names += (wrong == 0 ? "" : ", ") + estimation.scans[s].name;
+    ++wrong;
+  }
+  if (wrong == 0) return;
+  findings.add(4 * wrong > told ? Verdict::kBad : Verdict::kDoubtful, "pose",
+               "What is said of where the target stood in " + names +
+                   " contradicts the scans by more than 6 of its uncertainties and was left out.");
+}
+
 void judgeTargets(const ModelFit& fit, const Estimation& estimation,
                   const EstimationOptions& options, Findings& findings) {
   const auto lost = namesOf(estimation, [](const ScanFit& scan) { return !scan.isFound; });
@@ -164,6 +181,7 @@ void judgeTargets(const ModelFit& fit, const Estimation& estimation,
                  odd.first + (odd.second == 1 ? " contradicts" : " contradict") +
                      " the other scans; did the target move, is it turned, or another one?");
   }
+  judgePoses(fit, estimation, findings);
   for (std::size_t i = 0; i < estimation.stretches.size(); ++i) {
     const TargetStretch& found = estimation.stretches[i];
     const TargetProfile& profile = fit.unknowns.targets[i].profile;

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "planex/estimation/initial_homography.h"
+#include "planex/estimation/known_poses.h"
 #include "planex/estimation/profile_partition.h"
 #include "planex/estimation/robust_scale.h"
 #include "planex/estimation/target_matching.h"
@@ -143,6 +144,33 @@ void startFromPoints(ModelFit& fit, const EstimationOptions& options) {
   setHomography(fit, startOf(fit.observations, options), options);
 }
 
+/// The same of plates whose poses are known.
+/// @return whether there are such as determine it
+bool startFromPlates(ModelFit& fit, const std::vector<ScanMeasurement>& scans,
+                     const EstimationOptions& options) {
+  const auto normalised = [&](Place pixel) {
+    const Place middle = middleOf(options);
+    return Place{(pixel.x - middle.x) / fit.problem.radius,
+                 (pixel.y - middle.y) / fit.problem.radius};
+  };
+  const auto h = homographyOfPlates(scans, normalised);
+  if (!h) return false;
+  setHomography(fit, *h, options);
+  const double angle = angleOfRows(fit, options);
+  if (std::abs(angle) > kDegree) fit.frame.angle = angle;
+  shiftToMiddle(fit, options);
+  std::vector<ScanMeasurement> moved = scans;
+  for (ScanMeasurement& scan : moved) {
+    const Place place = fit.frame.fromPoint({scan.pose.x, scan.pose.z});
+    scan.pose.x = place.x;
+    scan.pose.z = place.y;
+    scan.pose.angle -= fit.frame.angle;
+  }
+  const auto inFrame = homographyOfPlates(moved, normalised);
+  if (inFrame) setHomography(fit, *inFrame, options);
+  return inFrame.has_value();
+}
+
 /// Finds the targets in the scans, one after another.
 class TargetSearch {
  public:
@@ -150,7 +178,7 @@ class TargetSearch {
                const EstimationOptions& options)
       : fit_(fit), options_(options) {
     for (std::size_t s = 0; s < scans.size(); ++s) {
-      if (!scans[s].target) continue;
+      if (!scans[s].target || fit.unknowns.scans[s].isFound) continue;
       Pending pending{static_cast<int>(s), findCorners(scans[s].pixels), 0};
       for (const Place& pixel : scans[s].pixels) {
         pending.row += pixel.y / static_cast<double>(scans[s].pixels.size());
@@ -342,6 +370,17 @@ class TargetSearch {
   Orientation look_{1, -1};
 };
 
+/// Throws EstimationFailure where no target has a corner to begin with.
+void requireCorners(const std::vector<ScanMeasurement>& scans) {
+  const bool isFlat = std::all_of(scans.begin(), scans.end(), [](const ScanMeasurement& scan) {
+    return !scan.target || isPlate(*scan.target);
+  });
+  if (!isFlat) return;
+  throw EstimationFailure(
+      "is of a flat target alone, and X is not determined; add scans of a sawtooth, or say where "
+      "the plate stood, at four heights and tilted to both sides");
+}
+
 }  // namespace
 
 Place middleOf(const EstimationOptions& options) {
@@ -418,6 +457,7 @@ void requireMeasurements(const std::vector<ScanMeasurement>& scans,
   }
   std::size_t points = 0;
   int targets = 0;
+  requirePoses(scans);
   for (std::size_t s = 0; s < scans.size(); ++s) {
     const ScanMeasurement& scan = scans[s];
     if (scan.target) {
@@ -478,15 +518,20 @@ ModelFit initialFit(const std::vector<ScanMeasurement>& scans, const EstimationO
     expectTerms(fit.unknowns, options);
     return fit;
   }
+  const bool isPlaced = hasPoints || startFromPlates(fit, scans, options);
+  if (hasPoints) startFromPoints(fit, options);
+  if (isPlaced) expectPoses(fit, scans);
   TargetSearch search(fit, scans, options);
-  if (hasPoints) {
-    startFromPoints(fit, options);
+  if (isPlaced) {
     search.startFrom(fit.observations);
   } else {
+    requireCorners(scans);
     search.startFromCorners();
   }
   expectTerms(fit.unknowns, options);
   search.placeAll();
+  if (!isPlaced) moveToPoses(fit, scans);
+  expectPoses(fit, scans);
   const double middle = *fit.unknowns.at(kCurveTerms);
   expectTerms(fit.unknowns, options);  // the field is known better
   *fit.unknowns.at(kCurveTerms) = middle;

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <utility>
 
 #include "planex/estimation/initial_fit.h"
+#include "planex/estimation/known_poses.h"
 
 namespace planex::estimation {
 namespace {
@@ -52,6 +54,7 @@ class Search {
       associate(fit_);
       rough.noise = medianNoise(fit_, some());
     }
+    rejectPoses(fit_.unknowns);
     std::vector<Unknowns> ends;
     std::vector<double> noises;
     for (Unknowns& start : minimaFrom(rough)) {
@@ -292,6 +295,8 @@ ModelFit fitModel(const std::vector<ScanMeasurement>& scans, const EstimationOpt
 }
 
 TargetStretch stretchOf(const ModelFit& fit, std::size_t target, const EstimationOptions& options) {
+  constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+  if (isPlate(fit.unknowns.targets[target].profile)) return {kNone, kNone};
   ModelFit free = fit;
   const int place = free.unknowns.targets[target].size + kSizeWidening;
   const double expected = free.unknowns.mean[static_cast<std::size_t>(place)];

@@ -88,12 +88,12 @@ class ObservationCost final : public ceres::CostFunction {
   Whitening whitening_;
 };
 
-/// What is expected of a block.
+/// What is expected of a block, or of the part [from, to) of it.
 class PriorCost final : public ceres::CostFunction {
  public:
-  PriorCost(const Unknowns& unknowns, int first, int count)
+  PriorCost(const Unknowns& unknowns, int first, int count, int from, int to)
       : unknowns_(unknowns), first_(first), count_(count) {
-    for (int i = 0; i < count; ++i) {
+    for (int i = from; i < to; ++i) {
       if (deviation(i) > 0) expected_.push_back(i);
     }
     set_num_residuals(static_cast<int>(expected_.size()));
@@ -134,15 +134,23 @@ std::unique_ptr<ceres::LossFunction> lossOf(Loss loss) {
 }
 
 /// Adds what is expected of those blocks that observations depend on.
-void addPriors(ceres::Problem& solver, const Unknowns& unknowns, Unknowns& tried) {
-  const auto add = [&](int first, int count) {
+/// @param loss of poses that somebody told
+void addPriors(ceres::Problem& solver, const Unknowns& unknowns, ceres::LossFunction* loss,
+               Unknowns& tried) {
+  const auto addPart = [&](int first, int count, int from, int to, ceres::LossFunction* of) {
     if (!solver.HasParameterBlock(tried.at(first))) return;
-    auto prior = std::make_unique<PriorCost>(unknowns, first, count);
-    if (!prior->isEmpty()) solver.AddResidualBlock(prior.release(), nullptr, tried.at(first));
+    auto prior = std::make_unique<PriorCost>(unknowns, first, count, from, to);
+    if (!prior->isEmpty()) solver.AddResidualBlock(prior.release(), of, tried.at(first));
   };
+  const auto add = [&](int first, int count) { addPart(first, count, 0, count, nullptr); };
   add(0, kTermCount);
   for (const Unknowns::Scan& scan : unknowns.scans) {
-    if (scan.placement >= 0) add(scan.placement, kPlacementCount);
+    if (scan.hasPose) {
+      addPart(scan.placement, kPlacementCount, 0, kPlaceWidening, loss);
+      addPart(scan.placement, kPlacementCount, kPlaceWidening, kPlacementCount, nullptr);
+    } else if (scan.placement >= 0) {
+      add(scan.placement, kPlacementCount);
+    }
   }
   for (const Unknowns::Target& target : unknowns.targets) {
     add(target.size, kSizeCount);
@@ -165,7 +173,7 @@ void fitUnknowns(const FitProblem& problem, const std::vector<const Observation*
     const std::vector<double*> blocks = cost->blocks(tried);
     solver.AddResidualBlock(cost.release(), loss.get(), blocks);
   }
-  addPriors(solver, unknowns, tried);
+  addPriors(solver, unknowns, loss.get(), tried);
   ceres::Solver::Options options;
   const bool isOneBlock = unknowns.targets.empty();
   options.linear_solver_type =

@@ -28,6 +28,10 @@ struct Unknowns {
     int target = -1;       ///< -1: a scan of points
     int placement = -1;    ///< where it begins in `values`
     bool isFound = false;  ///< whether the target was found in it
+    /// @{
+    /// Whether somebody said where it stands; whether that contradicts the scans, and was left out.
+    bool hasPose = false, isPoseWrong = false;
+    /// @}
   };
   struct Target {
     TargetProfile profile;

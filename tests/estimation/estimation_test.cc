@@ -336,6 +336,69 @@ TEST(Estimation, ForetellsWhatTheNextScanWillTell) {
   EXPECT_LT(largest(after), 0.6 * largest(before));
 }
 
+struct KnownPoses {
+  const char* name;
+  bool isPlate, hasX;
+  double turn;  // of the frame that poses are in
+};
+
+class PoseCampaigns : public ::testing::TestWithParam<KnownPoses> {};
+
+TEST_P(PoseCampaigns, TellTheFrame) {
+  const KnownPoses& row = GetParam();
+  constexpr int kTrials = 2;
+  double holds = 0, places = 0, worst = 0;
+  for (int trial = 0; trial < kTrials; ++trial) {
+    SawtoothScene scene(static_cast<unsigned>(trial) + 5);
+    if (row.isPlate) {
+      const double width = 5.5 * scene.pitch;
+      scene.profile.corners = {{-width, 0}, {width, 0}};
+    }
+    scene.Measure(0.1);
+    const double known = 1e-3 * scene.pitch, c = std::cos(row.turn), s = std::sin(row.turn);
+    for (std::size_t i = 0; i < scene.scans.size(); ++i) {
+      const auto& pose = scene.poses[i];
+      auto& told = scene.scans[i].pose;
+      told.ofX = told.ofZ = known;
+      told.ofAngle = 1e-4;
+      if (row.hasX) told.x = c * pose.x - s * pose.z + known * scene.random.Normal();
+      told.z = s * pose.x + c * pose.z + known * scene.random.Normal();
+      told.angle = pose.angle + row.turn + 1e-4 * scene.random.Normal();
+    }
+    const Estimation found = estimateModel(scene.scans, scene.options);
+    ASSERT_EQ(found.isFrameFree, !row.hasX);
+    for (const Place& pixel : gridOf(scene.camera)) {
+      if (!found.uncertainty.isMeasured(pixel)) continue;
+      Place truth = scene.camera.Map(pixel);
+      truth = {c * truth.x - s * truth.y, s * truth.x + c * truth.y};
+      if (found.model.CurrentState != datafusion::planex::ModelState::CALIBRATED) {
+        truth = mapped(found.model, truth, CoordinateSystem::Calibrated, CoordinateSystem::Aligned);
+      }
+      const Place place = mapped(found.model, pixel, CoordinateSystem::Calibrated);
+      const PlaceCovariance at = found.uncertainty.at(pixel);
+      const double x = place.x - truth.x, z = place.y - truth.y;
+      const double distance =
+          row.hasX ? (at.zz * x * x - 2 * at.xz * x * z + at.xx * z * z) /
+                         (at.xx * at.zz - at.xz * at.xz)
+                   : 5.991 * z * z / (9 * known * known);  // the height of the frame is told
+      holds += distance < 5.991;
+      ++places;
+      worst = std::max(worst, distance);
+    }
+  }
+  RecordProperty("holds", std::to_string(holds / places));
+  EXPECT_GT(holds / places, 0.8);
+  EXPECT_LT(worst, 25);
+}
+
+INSTANTIATE_TEST_SUITE_P(, PoseCampaigns,
+                         ::testing::Values(KnownPoses{"Sawtooth", false, true, 0},
+                                           KnownPoses{"Turned", false, true, 0.3},
+                                           KnownPoses{"Heights", false, false, 0},
+                                           KnownPoses{"Plate", true, true, 0},
+                                           KnownPoses{"TurnedPlate", true, true, -0.2}),
+                         [](const auto& row) { return row.param.name; });
+
 struct OddScans {
   const char* name;
   std::function<void(SawtoothScene&)> spoil;
@@ -662,6 +725,17 @@ INSTANTIATE_TEST_SUITE_P(
                   s.options.sensorSize = {1, 0};
                 },
                 "two columns and two rows"},
+        Spoiled{"PlateAlone",
+                [](Scene& s) {
+                  const auto plate = std::make_shared<planex::estimation::TargetProfile>();
+                  plate->corners = {{-200, 0}, {200, 0}};
+                  for (auto& scan : s.scans) {
+                    scan.points.clear();
+                    scan.target = plate;
+                    scan.pose = {0, 5, 0, 0, 0, 0};  // one height tells no X
+                  }
+                },
+                "X is not determined"},
         Spoiled{"NegativeNoise", [](Scene& s) { s.options.noise = -1; }, "must be 0 or more"}),
     [](const auto& row) { return row.param.name; });
 
