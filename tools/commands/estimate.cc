@@ -8,6 +8,8 @@
 #include <planex/io/measured_target.h>
 #include <planex/io/model_file.h>
 #include <planex/io/output_file.h>
+#include <planex/io/target_poses.h>
+#include <planex/io/text_table.h>
 #include <planex/scan/resting_profile.h>
 #include <planex/scan/sensor.h>
 
@@ -55,7 +57,7 @@ const char* const kVerdicts[] = {"good", "doubtful", "bad"};
 struct EstimateOptions {
   std::vector<std::string> points;
   std::string output, sensor, uncertainty, report;
-  std::string target, up, right, plan;
+  std::string target, poses, up, right, plan;
   int scans = 12;
   std::optional<double> focalLength, pointTolerance, noise, tolerance, turn;
   scan::SensorSettings range;
@@ -156,6 +158,24 @@ void addList(const std::string& file, const std::shared_ptr<const TargetProfile>
   }
 }
 
+/// What is known of where targets stood.
+void addPoses(const std::string& file, Measurements& all) {
+  for (const io::TargetPoseLine& line : io::readTargetPoses(file)) {
+    const auto isOf = [&line](const ScanMeasurement& scan) { return scan.name == line.scan; };
+    const auto scan = std::find_if(all.scans.begin(), all.scans.end(), isOf);
+    const auto refuse = [&](const char* problem) {
+      throw io::Failure(file, fmt::format("line {} names the scan {}, {}", line.line,
+                                          io::shown(line.scan), problem));
+    };
+    if (scan == all.scans.end()) refuse("which was not measured; an image is called by its file");
+    if (!scan->target) refuse("which is one of points, not of a target");
+    if (std::find_if(scan + 1, all.scans.end(), isOf) != all.scans.end()) {
+      refuse("of which there are several; give them different names");
+    }
+    scan->pose = {line.x, line.z, line.angle * kDegree, line.sx, line.sz, line.sangle * kDegree};
+  }
+}
+
 Measurements read(const EstimateOptions& options, const SensorSize& size) {
   const auto target = readTarget(options.target);
   Measurements all;
@@ -173,6 +193,7 @@ Measurements read(const EstimateOptions& options, const SensorSize& size) {
     addImage(file, options, size, all);
     all.scans.back().target = target;
   }
+  if (!options.poses.empty()) addPoses(options.poses, all);
   return all;
 }
 
@@ -427,7 +448,9 @@ void runEstimate(const EstimateOptions& options, const Context& context) {
   if (options.sensor.empty()) throw CLI::RequiredError("--sensor");
   const SensorSize size = sensorSizeOf(options.sensor);
   std::vector<std::string> inputs = options.points;
-  if (!options.target.empty()) inputs.push_back(options.target);
+  for (const std::string& file : {options.target, options.poses}) {
+    if (!file.empty()) inputs.push_back(file);
+  }
   io::requireNoInput(options.output, inputs);
   if (!options.uncertainty.empty()) io::requireNoInput(options.uncertainty, inputs);
   if (!options.report.empty()) io::requireNoInput(options.report, inputs);
@@ -485,6 +508,14 @@ void addEstimateCommand(CLI::App& app, Context& context) {
                    "Measure nothing: tell which scans of the target say most of a camera such as "
                    "this one, and how well they would make it known; with --target")
       ->type_name("MODEL");
+  command
+      ->add_option("--poses", options->poses,
+                   "Where the target stood in scans, as far as that is known: text with the "
+                   "columns scan, x, z, angle (in degrees), sx, sz, sangle, their standard "
+                   "uncertainties; an empty one is not known")
+      ->needs("--target")
+      ->excludes("--plan")
+      ->type_name("FILE.csv");
   command->add_option("--scans", options->scans, "Scans to plan [12]")
       ->check(CLI::Range(1, 64))
       ->type_name("N");
@@ -546,7 +577,7 @@ void addEstimateCommand(CLI::App& app, Context& context) {
       "A target is machined, of straight edges: a sawtooth with flanks of 20 to 60 degrees that "
       "fills the field. It is scanned at rest, at four heights over the whole range, at each level "
       "and tilted by some 10 degrees either way in the laser plane; where it stands need not be "
-      "known.\n\n"
+      "known. What a stage or gauge blocks tell of it, --poses gives; a flat plate needs that.\n\n"
       "The verdict is good, doubtful (there are warnings) or bad; then there is no model, and the "
       "exit status is 1.\n\n"
       "Examples:\n"

@@ -4,6 +4,7 @@
 #include <planex/version.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 
 #include "tools/cli/html.h"
@@ -178,6 +179,7 @@ std::string factsText(const Estimation& result, const ReportSource& source) {
                                       figureText(100 * result.measured, 2))});
   table.addRow({"Points", points + " " + tolerance});
   for (const estimation::TargetStretch& target : result.stretches) {
+    if (std::isnan(target.stretch)) continue;  // a plate, which has no width
     table.addRow({"Target", fmt::format("Against its height it is {:.5f} times as wide as its "
                                         "description says, with a standard uncertainty of {}.",
                                         1 + target.stretch, figureText(target.deviation, 2))});
