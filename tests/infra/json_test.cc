@@ -150,6 +150,10 @@ void expectRefused(void (IVisitor::*visit)(T&, const char*),
 
 TEST(Json, KeepsNumbersWithinTheirType) {
   expectRefused(&IVisitor::VisitMemberI8, {"-129", "128", "1.5", "true"});
+  expectRefused(&IVisitor::VisitMemberI16, {"-32769", "32768"});
+  expectRefused(&IVisitor::VisitMemberUI8, {"-1", "256"});
+  expectRefused(&IVisitor::VisitMemberUI16, {"-1", "65536"});
+  expectRefused(&IVisitor::VisitMemberUI32, {"-1", "4294967296"});
   expectRefused(&IVisitor::VisitMemberI64, {"-9223372036854778000", "9223372036854778000"});
   expectRefused(&IVisitor::VisitMemberUI64, {"-1", "18446744073709556000"});
   // Half a step above the largest float.
@@ -414,8 +418,9 @@ TEST(CountMembersVisitor, CountsTheOutermostAndKeepsTheFirstError) {
   etl::CountMembersVisitor counter;
   counter.BeginVisiting("Probe");
   whole.Visit(counter);
-  play(counter, "g");
-  EXPECT_EQ(counter.GetCount(), 2U);
+  // One of each kind; what is inside of others does not count.
+  play(counter, "xwfkoBxobSxs[p]<[p],[p]>g");
+  EXPECT_EQ(counter.GetCount(), 11U);
   play(counter, "!m");
   EXPECT_EQ(counter.GetErrorDescription(), "first");
 }

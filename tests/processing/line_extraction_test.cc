@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "planex/processing/frame_preparation.h"
 #include "tests/processing/line_reference.h"
 #include "tests/support/instruction_sets.h"
 #include "tests/support/log_capture.h"
@@ -704,6 +705,38 @@ TEST(LineExtraction, RefusesWhatItCannotDo) {
   EXPECT_FALSE(createLineTarget(good.frames[0], 0, good.range));
   EXPECT_EQ(log.Warnings(), 2);
   EXPECT_EQ(good.range.Pix(0, 2), 9);
+}
+
+TEST(FramePreparation, TakesOffTheDarkAndExchangesAxes) {
+  ImageOf<std::uint16_t> frame(40, 33, 48, kAllocator), dark(40, 33, kAllocator), turned;
+  for (int v = 0; v < 33; ++v) {
+    for (int u = 0; u < 40; ++u) {
+      frame.Pix(u, v) = static_cast<std::uint16_t>(1000 * v + u);
+      dark.Pix(u, v) = static_cast<std::uint16_t>(20 * u);
+    }
+  }
+  frame.PixelSize = {2, 3, 4};
+  frame.Origin = {5, 6, 7};
+  EXPECT_TRUE(subtractDark(dark, frame));
+  EXPECT_TRUE(transpose(frame, turned));
+  for (int v = 0; v < 33; ++v) {
+    for (int u = 0; u < 40; ++u) ASSERT_EQ(turned.Pix(v, u), std::max(1000 * v - 19 * u, 0));
+  }
+  EXPECT_EQ(turned.PixelSize.x * 100 + turned.PixelSize.y * 10 + turned.Origin.x, 326);
+
+  const ImageOf<std::uint8_t> narrow(40, 33, kAllocator);
+  ImageOf<float> floats(40, 33, kAllocator), none;
+  test::LogCapture log;
+  EXPECT_FALSE(subtractDark(narrow, frame));
+  EXPECT_FALSE(subtractDark(turned, frame));
+  EXPECT_FALSE(subtractDark(floats, floats));
+  EXPECT_FALSE(transpose(floats, none));
+  ImageOf<std::uint16_t> over(frame.GetRowPtr(0), 33, 40, 33, false, kAllocator, false);
+  EXPECT_FALSE(transpose(frame, over));
+  EXPECT_EQ(log.Warnings(), 5);
+  Image bytes = narrow;
+  EXPECT_TRUE(subtractDark(narrow, bytes) && transpose(narrow, bytes));
+  EXPECT_EQ(bytes.GetWidth(), 33);
 }
 
 }  // namespace
