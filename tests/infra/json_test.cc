@@ -420,7 +420,13 @@ TEST(CountMembersVisitor, CountsTheOutermostAndKeepsTheFirstError) {
   whole.Visit(counter);
   // One of each kind; what is inside of others does not count.
   play(counter, "xwfkoBxobSxs[p]<[p],[p]>g");
-  EXPECT_EQ(counter.GetCount(), 11U);
+  etl::Buffer bytes;
+  counter.VisitMemberBU(bytes, "b");
+  EXPECT_EQ(counter.GetCount(), 12U);
+  // It changes nothing, and looks into no other object.
+  EXPECT_EQ(counter.GetVisitType(), etl::VisitType::Writing);
+  EXPECT_FALSE(counter.RecursionIntoSubObjectsMeaningful());
+  counter.EndVisiting("Probe");
   play(counter, "!m");
   EXPECT_EQ(counter.GetErrorDescription(), "first");
 }
