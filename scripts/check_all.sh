@@ -47,9 +47,10 @@ step_tools() { # what the command writes, in Open3D
   /usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
     build/release/tests/tools/whole_scan
 }
-step_trials() { # what estimates are worth, over 400 simulated cameras
+step_trials() { # what estimates are worth, over 400 simulated cameras; scans take half of the trials
   build release --target planex_estimation_test
-  PLANEX_TEST_TRIALS=400 build/release/tests/planex_estimation_test --gtest_filter='*Campaigns*'
+  PLANEX_TEST_TRIALS=400 build/release/tests/planex_estimation_test --gtest_filter='Campaigns.*'
+  PLANEX_TEST_TRIALS=800 build/release/tests/planex_estimation_test --gtest_filter='ScanCampaigns.*'
 }
 step_stubs() { # the stub of the extension beside what it is
   cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null
