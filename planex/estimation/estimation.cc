@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 
 #include "planex/estimation/model_fit.h"
+#include "planex/estimation/plain_format.h"
 #include "planex/foundation/matrix.h"
 
 namespace planex::estimation {
@@ -170,28 +170,22 @@ Verdict Estimation::verdict() const {
 
 std::string Estimation::sentence(const std::string& unit) const {
   const char* const words[] = {"Good", "Doubtful", "Bad"};
-  char text[200];
-  std::snprintf(text, sizeof text,
-                "%s: over %.0f %% of the sensor the map is known to %.2g %s (95 %%).",
-                words[static_cast<int>(verdict())], 100 * measured, largest95, unit.c_str());
-  return text;
+  return plainFormat("%s: over %.0f %% of the sensor the map is known to %.2g %s (95 %%).",
+                     words[static_cast<int>(verdict())], 100 * measured, largest95, unit.c_str());
 }
 
 std::string Estimation::advice(const std::string& unit) const {
   if (!next) return "";
   constexpr double kLevel = 0.05;  // degrees
   const double tilt = next->scan.angle / kDegree;
-  char how[40] = "level";
-  if (std::abs(tilt) > kLevel) std::snprintf(how, sizeof how, "tilted by %.3g degrees", tilt);
-  char text[400];
-  std::snprintf(
-      text, sizeof text,
+  const std::string how =
+      std::abs(tilt) > kLevel ? plainFormat("tilted by %.3g degrees", tilt) : "level";
+  return plainFormat(
       "A further scan of the target with its origin at X = %.1f, Z = %.1f %s, %s, would "
       "tell most: the middle nine tenths of the sensor would be known to %.2g %s (95 %%), "
       "not %.2g.",
-      next->scan.x, next->scan.z, unit.c_str(), how, next->scan.largest95, unit.c_str(),
+      next->scan.x, next->scan.z, unit.c_str(), how.c_str(), next->scan.largest95, unit.c_str(),
       next->largest95Before);
-  return text;
 }
 
 CalibrationModel modelOf(const ModelFit& fit, const EstimationOptions& options) {

@@ -1,26 +1,16 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
-#include <cstdarg>
-#include <cstdio>
 #include <optional>
 
 #include "planex/estimation/model_fit.h"
+#include "planex/estimation/plain_format.h"
 
 namespace planex::estimation {
 namespace {
 
 using Place = cmnalg::Vec<2, double>;
 using Complex = std::complex<double>;
-
-__attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ...) {
-  char text[500];
-  va_list arguments;
-  va_start(arguments, pattern);
-  std::vsnprintf(text, sizeof text, pattern, arguments);
-  va_end(arguments);
-  return text;
-}
 
 /// A limit with two levels.
 struct Limit {
@@ -120,19 +110,20 @@ void judgeGroups(const ModelFit& fit, const std::vector<ScanMeasurement>& scans,
     const char* const name = scans[s].name.c_str();
     if (found.isMirrored) {
       findings.add(Verdict::kBad, "group",
-                   format("The points of %s are mirrored against the others.", name));
+                   plainFormat("The points of %s are mirrored against the others.", name));
     } else if (std::abs(found.scale - 1) > 0.01 + 5 * found.deviation) {
-      findings.add(Verdict::kBad, "group",
-                   format("The points of %s are %.4g times as large as the others say; is their "
-                          "unit another one?",
-                          name, found.scale));
+      findings.add(
+          Verdict::kBad, "group",
+          plainFormat("The points of %s are %.4g times as large as the others say; is their "
+                      "unit another one?",
+                      name, found.scale));
     } else if (found.shift > 20) {
       findings.add(Verdict::kBad, "group",
-                   format("The points of %s lie %.3g away from where the others have them.", name,
-                          found.shift * noise));
+                   plainFormat("The points of %s lie %.3g away from where the others have them.",
+                               name, found.shift * noise));
     } else {
       findings.add(Verdict::kBad, "group",
-                   format("Most points of %s contradict the others.", name));
+                   plainFormat("Most points of %s contradict the others.", name));
     }
   }
 }
@@ -192,10 +183,11 @@ void judgeTargets(const ModelFit& fit, const Estimation& estimation,
     }
     const double allowed = 3 * profile.tolerance / std::max(high - low, 1e-300) + 2e-4;
     if (std::abs(found.stretch) > 5 * found.deviation && std::abs(found.stretch) > allowed) {
-      findings.add(Verdict::kBad, "target",
-                   format("The target is %.4g times as wide as its description says (+-%.2g), for "
-                          "its height; measure it again.",
-                          1 + found.stretch, 2 * found.deviation));
+      findings.add(
+          Verdict::kBad, "target",
+          plainFormat("The target is %.4g times as wide as its description says (+-%.2g), for "
+                      "its height; measure it again.",
+                      1 + found.stretch, 2 * found.deviation));
     } else if (found.deviation > 1e-3) {
       findings.add(Verdict::kDoubtful, "target-unchecked",
                    "Nothing checks the width of the target against its height; add scans in which "
@@ -208,10 +200,11 @@ void judgeTargets(const ModelFit& fit, const Estimation& estimation,
                  "it with --up and --right.");
   }
   if (!estimation.stretches.empty() && fit.problem.noise > (options.noise > 0 ? 1e300 : 0.5)) {
-    findings.add(fit.problem.noise > 3 ? Verdict::kBad : Verdict::kDoubtful, "residual",
-                 format("Profiles scatter by %.2g pixels about the edges of the target; see how "
-                        "lines are found, and whether it stood still.",
-                        fit.problem.noise));
+    findings.add(
+        fit.problem.noise > 3 ? Verdict::kBad : Verdict::kDoubtful, "residual",
+        plainFormat("Profiles scatter by %.2g pixels about the edges of the target; see how "
+                    "lines are found, and whether it stood still.",
+                    fit.problem.noise));
   }
 }
 
@@ -241,26 +234,29 @@ std::vector<Finding> findingsOf(const ModelFit& fit, const std::vector<ScanMeasu
   Findings findings;
   const double rejected =
       1 - static_cast<double>(estimation.used) / static_cast<double>(estimation.given);
-  findings.judge(
-      rejected, {0.1, 0.35}, "rejected",
-      format("%.0f %% of the points contradict the others and were left out.", 100 * rejected));
+  findings.judge(rejected, {0.1, 0.35}, "rejected",
+                 plainFormat("%.0f %% of the points contradict the others and were left out.",
+                             100 * rejected));
   if (fit.unknowns.targets.empty())
-    findings.judge(fit.problem.noise, {1, 6}, "residual",
-                   format("Points scatter by %.2g pixels; see how lines are found, and whether the "
-                          "target stood still.",
-                          fit.problem.noise));
+    findings.judge(
+        fit.problem.noise, {1, 6}, "residual",
+        plainFormat("Points scatter by %.2g pixels; see how lines are found, and whether the "
+                    "target stood still.",
+                    fit.problem.noise));
   if (estimation.measured < 0.5) {
-    findings.add(Verdict::kDoubtful, "support",
-                 format("Only %.0f %% of the sensor was measured.", 100 * estimation.measured));
+    findings.add(
+        Verdict::kDoubtful, "support",
+        plainFormat("Only %.0f %% of the sensor was measured.", 100 * estimation.measured));
   }
   judgeGroups(fit, scans, findings);
   judgeTargets(fit, estimation, options, findings);
   if (fit.correlation > 25) {
-    findings.add(Verdict::kDoubtful, "misfit",
-                 format("Neighbouring residuals go the same way (%.0f times the variance of "
-                        "independent ones): the model does not describe this camera, or the points "
-                        "are off in common.",
-                        fit.correlation));
+    findings.add(
+        Verdict::kDoubtful, "misfit",
+        plainFormat("Neighbouring residuals go the same way (%.0f times the variance of "
+                    "independent ones): the model does not describe this camera, or the points "
+                    "are off in common.",
+                    fit.correlation));
   }
   for (const MapUncertainty::OtherMinimum& other : fit.others) {
     if (other.weight < std::exp(-6)) continue;
@@ -274,10 +270,11 @@ std::vector<Finding> findingsOf(const ModelFit& fit, const std::vector<ScanMeasu
   const double aspect =
       std::hypot(d.pixel[0][1], d.pixel[1][1]) / std::hypot(d.pixel[0][0], d.pixel[1][0]);
   if (!(aspect > 0.4 && aspect < 15)) {
-    findings.add(Verdict::kBad, "aspect",
-                 format("A row is %.2g columns wide in the plane; are rows in another unit, or X "
-                        "and Z?",
-                        aspect));
+    findings.add(
+        Verdict::kBad, "aspect",
+        plainFormat("A row is %.2g columns wide in the plane; are rows in another unit, or X "
+                    "and Z?",
+                    aspect));
   }
   if (!isMonotone(fit, options)) {
     findings.add(Verdict::kBad, "not-monotone",
@@ -285,9 +282,10 @@ std::vector<Finding> findingsOf(const ModelFit& fit, const std::vector<ScanMeasu
                  "edges.");
   }
   if (estimation.largest95 > options.neededUncertainty) {
-    findings.add(Verdict::kBad, "tolerance",
-                 format("The map is known to %.2g %s, not to the %.2g that are needed.",
-                        estimation.largest95, options.unit.c_str(), options.neededUncertainty));
+    findings.add(
+        Verdict::kBad, "tolerance",
+        plainFormat("The map is known to %.2g %s, not to the %.2g that are needed.",
+                    estimation.largest95, options.unit.c_str(), options.neededUncertainty));
   }
   return findings.take();
 }
