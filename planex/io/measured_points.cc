@@ -26,23 +26,12 @@ enum Column { kU, kV, kX, kZ, kSigma, kScan, kColumnCount };
 constexpr std::array<std::string_view, kColumnCount> kNames = {"u", "v", "x", "z", "sigma", "scan"};
 
 /// Where the columns stand; the number of columns for one that is not there.
-using Layout = std::array<std::size_t, kColumnCount>;
+using Layout = std::vector<std::size_t>;
 
 Layout layoutOf(TextTable& table) {
   table.takeHeading();
   const std::vector<std::string>& heading = table.heading();
-  Layout layout;
-  layout.fill(heading.size());
-  for (std::size_t column = 0; column < heading.size(); ++column) {
-    for (std::size_t i = 0; i < layout.size(); ++i) {
-      if (!isSameName(heading[column], kNames[i])) continue;
-      if (layout[i] < heading.size()) {
-        table.refuseColumn(
-            column, fmt::format("names what column {} does; keep one of them", layout[i] + 1));
-      }
-      layout[i] = column;
-    }
-  }
+  Layout layout = table.columnsNamed({kNames.begin(), kNames.end()});
   const bool havePlaces = layout[kX] < heading.size() || layout[kZ] < heading.size();
   for (const std::size_t wanted : {kU, kV, kX, kZ}) {
     if (layout[wanted] == heading.size() && (havePlaces || wanted < kX)) {

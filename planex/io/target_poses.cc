@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -22,24 +23,16 @@ enum Column { kX, kZ, kAngle, kSx, kSz, kSangle, kScan, kColumnCount };
 constexpr std::array<std::string_view, kColumnCount> kNames = {"x",  "z",      "angle", "sx",
                                                                "sz", "sangle", "scan"};
 /// Where the columns stand; the number of columns for one that is not there.
-using Layout = std::array<std::size_t, kColumnCount>;
+using Layout = std::vector<std::size_t>;
 
 Layout layoutOf(TextTable& table) {
   table.takeHeading();
   const std::vector<std::string>& heading = table.heading();
-  Layout layout;
-  layout.fill(heading.size());
+  Layout layout = table.columnsNamed({kNames.begin(), kNames.end()});
   for (std::size_t column = 0; column < heading.size(); ++column) {
-    std::size_t i = 0;
-    while (i < layout.size() && !isSameName(heading[column], kNames[i])) ++i;
-    if (i == layout.size()) {
+    if (std::find(layout.begin(), layout.end(), column) == layout.end()) {
       table.refuseColumn(column, "is none of scan, x, z, angle, sx, sz, sangle; correct it");
     }
-    if (layout[i] < heading.size()) {
-      table.refuseColumn(column,
-                         fmt::format("names what column {} does; keep one of them", layout[i] + 1));
-    }
-    layout[i] = column;
   }
   if (layout[kScan] == heading.size()) {
     table.refuseLine(

@@ -143,6 +143,21 @@ void TextTable::takeHeading() {
   heading_.assign(fields_.begin(), fields_.end());
 }
 
+std::vector<std::size_t> TextTable::columnsNamed(const std::vector<std::string_view>& names) const {
+  std::vector<std::size_t> places(names.size(), heading_.size());
+  for (std::size_t column = 0; column < heading_.size(); ++column) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (!isSameName(heading_[column], names[i])) continue;
+      if (places[i] < heading_.size()) {
+        refuseColumn(column,
+                     fmt::format("names what column {} does; keep one of them", places[i] + 1));
+      }
+      places[i] = column;
+    }
+  }
+  return places;
+}
+
 double TextTable::number(std::size_t column) const {
   double value = 0;
   if (parseField(fields_[column], value) != std::errc()) {

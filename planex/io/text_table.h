@@ -37,6 +37,10 @@ class PLANEX_EXPORT TextTable {
   /// The names of the columns; empty without a heading.
   const std::vector<std::string>& heading() const { return heading_; }
 
+  /// Where columns of these names stand, in any case of their letters; the number of columns for
+  /// one that is not there. A Failure where two columns have one of the names.
+  std::vector<std::size_t> columnsNamed(const std::vector<std::string_view>& names) const;
+
   /// Takes a field for a number: written as in C, with a point whatever the locale, or nan or inf.
   /// A Failure where it is none.
   double number(std::size_t column) const;
