@@ -4,6 +4,8 @@
 #include <cstring>
 #include <map>
 
+#include "planex/io/pixel_packing.h"
+
 namespace planex::acquisition {
 
 std::optional<PixelFormat> PixelFormat::named(const std::string& name) {
@@ -21,17 +23,7 @@ void unpack(const PixelFormat& format, const void* packed, std::size_t count, vo
     std::memcpy(pixels, packed, format.bytes(count));
     return;
   }
-  const auto* from = static_cast<const std::uint8_t*>(packed);
-  auto* to = static_cast<std::uint16_t*>(pixels);
-  const auto bits = static_cast<unsigned>(format.bits);
-  std::uint32_t held = 0;
-  unsigned have = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    for (; have < bits; have += 8) held |= static_cast<std::uint32_t>(*from++) << have;
-    to[i] = static_cast<std::uint16_t>(held & ((1U << bits) - 1));
-    held >>= bits;
-    have -= bits;
-  }
+  io::unpackPixels(format.bits, packed, count, static_cast<std::uint16_t*>(pixels));
 }
 
 }  // namespace planex::acquisition

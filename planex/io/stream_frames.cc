@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 #include "planex/io/byte_stream.h"
 #include "planex/io/failure.h"
 #include "planex/io/frame_files.h"
 #include "planex/io/pgm_header.h"
+#include "planex/io/pixel_packing.h"
 
 namespace planex::io {
 namespace {
@@ -106,21 +106,6 @@ Bits bitsOf(RawFrames::Packing packing) {
   return {12, 12};
 }
 
-/// Takes packed pixels apart, four at a time.
-/// @param bytes  those of the pixels, and 8 more that may be read
-/// @param pixels has room for whole groups of four
-template <unsigned kBits>
-void unpack(const char* bytes, std::size_t count, std::uint16_t* pixels) {
-  constexpr std::uint64_t kMask = (1U << kBits) - 1;
-  for (std::size_t i = 0; i < count; i += 4, bytes += kBits / 2) {
-    std::uint64_t four;
-    std::memcpy(&four, bytes, sizeof four);
-    four = (four & kMask) | (four >> kBits & kMask) << 16 | (four >> 2 * kBits & kMask) << 32 |
-           (four >> 3 * kBits & kMask) << 48;
-    std::memcpy(pixels + i, &four, sizeof four);
-  }
-}
-
 /// Frames without headings.
 class RawFile final : public FrameFile {
  public:
@@ -181,22 +166,14 @@ class RawFile final : public FrameFile {
   }
 
   void readPacked(std::uint16_t* pixels) {
-    // Whole groups of four pixels, of 10 as of 12 bits.
-    static constexpr std::size_t kPiece = 7680, kMost = kPiece * 8 / 10;
-    std::array<char, kPiece + 8> piece{};
-    std::array<std::uint16_t, kMost> taken;
-    const std::size_t most = kPiece * 8 / bits_.stored;
+    std::array<char, 7680> piece;  // whole groups of four pixels, of 10 as of 12 bits
+    const std::size_t most = piece.size() * 8 / bits_.stored;
     std::size_t before = 0;
     for (std::size_t left = pixels_; left > 0;) {
       const std::size_t count = std::min(left, most);
       const std::size_t bytes = (count * bits_.stored + 7) / 8;
       readBytes(piece.data(), bytes, before);
-      if (bits_.stored == 10) {
-        unpack<10>(piece.data(), count, taken.data());
-      } else {
-        unpack<12>(piece.data(), count, taken.data());
-      }
-      std::copy_n(taken.begin(), count, pixels);
+      unpackPixels(static_cast<int>(bits_.stored), piece.data(), count, pixels);
       before += bytes;
       pixels += count;
       left -= count;

@@ -1,0 +1,41 @@
+#include "planex/io/pixel_packing.h"
+
+#include <cstring>
+
+namespace planex::io {
+namespace {
+
+template <unsigned kBits>
+void unpack(const unsigned char* bytes, std::size_t count, std::uint16_t* pixels) {
+  constexpr std::uint64_t kMask = (1U << kBits) - 1;
+  const unsigned char* const end = bytes + (count * kBits + 7) / 8;
+  // Four pixels lie in the first bytes of a word.
+  std::size_t i = 0;
+  for (; count - i >= 4 && end - bytes >= 8; i += 4, bytes += kBits / 2) {
+    std::uint64_t four;
+    std::memcpy(&four, bytes, sizeof four);
+    four = (four & kMask) | (four >> kBits & kMask) << 16 | (four >> 2 * kBits & kMask) << 32 |
+           (four >> 3 * kBits & kMask) << 48;
+    std::memcpy(pixels + i, &four, sizeof four);
+  }
+  std::uint64_t held = 0;
+  for (unsigned have = 0; i < count; ++i, held >>= kBits, have -= kBits) {
+    for (; have < kBits; have += 8) held |= std::uint64_t{*bytes++} << have;
+    pixels[i] = static_cast<std::uint16_t>(held & kMask);
+  }
+}
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are taken as they are");
+
+}  // namespace
+
+void unpackPixels(int bits, const void* packed, std::size_t count, std::uint16_t* pixels) {
+  const auto* const bytes = static_cast<const unsigned char*>(packed);
+  if (bits == 10) {
+    unpack<10>(bytes, count, pixels);
+  } else {
+    unpack<12>(bytes, count, pixels);
+  }
+}
+
+}  // namespace planex::io
