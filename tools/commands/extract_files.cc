@@ -1,27 +1,23 @@
 #include "tools/commands/extract_files.h"
 
-#include <planex/io/output_file.h>
+#include <planex/io/raster_writer.h>
 
 #include <CLI/CLI.hpp>
 #include <utility>
 
+#include "tools/cli/raster_file.h"
+
 namespace planex::tools {
 
-using Image = const cmnalg::Image& (*)(const scan::ExtractedFrames& block);
+using LayerImage = const cmnalg::Image& (*)(const scan::ExtractedFrames& block);
 
-/// A file with a value of every point.
 struct ExtractFiles::Layer {
-  Layer(const std::string& path, const char* name, Image from, const Context& context,
-        io::RasterDescription description, const io::RasterEncoding& encoding)
-      : content(name), image(from), file(path, context.force) {
-    description.layers = {name};
-    writer = io::RasterWriter::create(*io::rasterFormatOf(path), file, description, encoding);
-  }
+  template <typename... Arguments>
+  explicit Layer(LayerImage from, Arguments&&... ofFile)
+      : image(from), file(std::forward<Arguments>(ofFile)...) {}
 
-  const char* content;
-  Image image;
-  io::OutputFile file;
-  std::unique_ptr<io::RasterWriter> writer;
+  LayerImage image;
+  RasterFile file;
 };
 
 void ExtractNames::check() const {
@@ -46,27 +42,22 @@ void ExtractNames::check() const {
 ExtractFiles::ExtractFiles(const ExtractNames& names, const Context& context,
                            const io::ImageShape& frame, int rows,
                            const io::RasterEncoding& encoding) {
-  const bool bytes = frame.type == cmnalg::IMAGE_TYPE_UINT8;
-  const auto add = [&](const std::string& path, const char* name, io::SampleType sample,
-                       Image image) {
+  const auto add = [&](const std::string& path, const char* content, cmnalg::ImageType type,
+                       LayerImage image) {
     if (path.empty()) return;
-    io::RasterDescription description;
-    description.width = frame.width;
-    description.height = rows;
-    description.sample = sample;
-    description.missing = 0;
-    layers_.push_back(std::make_unique<Layer>(path, name, image, context, description, encoding));
+    layers_.push_back(
+        std::make_unique<Layer>(image, path, content, frame.width, rows, type, context, encoding));
   };
   using Block = scan::ExtractedFrames;
-  add(names.range, "range", io::SampleType::kUint16,
+  add(names.range, "range", cmnalg::IMAGE_TYPE_UINT16,
       [](const Block& block) -> const cmnalg::Image& { return block.range(); });
-  add(names.intensity, "intensity", bytes ? io::SampleType::kUint8 : io::SampleType::kUint16,
+  add(names.intensity, "intensity", frame.type,
       [](const Block& block) -> const cmnalg::Image& { return block.intensity(); });
-  add(names.widths, "line width", io::SampleType::kUint16,
+  add(names.widths, "line width", cmnalg::IMAGE_TYPE_UINT16,
       [](const Block& block) -> const cmnalg::Image& { return block.width(); });
-  add(names.quality, "quality", io::SampleType::kUint8,
+  add(names.quality, "quality", cmnalg::IMAGE_TYPE_UINT8,
       [](const Block& block) -> const cmnalg::Image& { return block.quality(); });
-  add(names.deviation, "standard deviation", io::SampleType::kUint16,
+  add(names.deviation, "standard deviation", cmnalg::IMAGE_TYPE_UINT16,
       [](const Block& block) -> const cmnalg::Image& { return block.deviation(); });
 }
 
@@ -74,15 +65,12 @@ ExtractFiles::~ExtractFiles() = default;
 
 void ExtractFiles::write(const scan::ExtractedFrames& block) {
   for (const auto& layer : layers_) {
-    layer->writer->writeRows(block.count(), {layer->image(block).GetData()});
+    layer->file.writeRows(block.count(), layer->image(block).GetData());
   }
 }
 
 void ExtractFiles::finish(OutputSidecar& sidecar) {
-  for (const auto& layer : layers_) {
-    layer->writer->finish();
-    sidecar.addOutput(layer->content, layer->file.path(), layer->file.size());
-  }
+  for (const auto& layer : layers_) layer->file.finish(sidecar);
 }
 
 void ExtractFiles::commit() {

@@ -3,7 +3,6 @@
 #include <planex/io/frame_writer.h>
 #include <planex/io/output_file.h>
 #include <planex/io/provenance.h>
-#include <planex/io/raster_writer.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "tools/cli/frame_record.h"
 #include "tools/cli/made.h"
 #include "tools/cli/progress.h"
+#include "tools/cli/raster_file.h"
 #include "tools/cli/stop_request.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/rectify_files.h"
@@ -72,15 +72,15 @@ class FrameRecording : public Recording {
 /// Rows of a range image, and of an image of intensities beside it.
 class RangeRecording : public Recording {
  public:
-  RangeRecording(io::RasterFormat format, const std::string& path, const Context& context,
-                 const CameraFrames& camera)
+  RangeRecording(const std::string& path, const Context& context, const CameraFrames& camera)
       : height_(camera.shape().height),
         rangeRow_(camera.shape().rowBytes()),
-        range_(format, path, "range", camera.shape(), context) {
+        range_(path, "range", camera.shape().width, 0, camera.shape().type, context) {
     if (camera.intensityType() == cmnalg::IMAGE_TYPE_INVALID) return;
     const io::ImageShape shape{camera.shape().width, height_, camera.intensityType()};
     intensityRow_ = shape.rowBytes();
-    intensity_.emplace(format, besidePath(path, "intensity"), "intensity", shape, context);
+    intensity_.emplace(besidePath(path, "intensity"), "intensity", shape.width, 0, shape.type,
+                       context);
   }
 
   void write(int count, const void* frames, const void* intensities) override {
@@ -88,46 +88,27 @@ class RangeRecording : public Recording {
     if (intensity_) writeRows(*intensity_, count, intensities, intensityRow_);
   }
   void finish(OutputSidecar& sidecar) override {
-    range_.writer->finish();
-    sidecar.addOutput("range image", range_.file.path(), range_.file.size());
-    if (!intensity_) return;
-    intensity_->writer->finish();
-    sidecar.addOutput("intensity", intensity_->file.path(), intensity_->file.size());
+    range_.finish(sidecar);
+    if (intensity_) intensity_->finish(sidecar);
   }
   void commit() override {
-    range_.file.commit();
-    if (intensity_) intensity_->file.commit();
+    range_.commit();
+    if (intensity_) intensity_->commit();
   }
 
  private:
-  struct Raster {
-    Raster(io::RasterFormat format, const std::string& path, const char* layer,
-           const io::ImageShape& shape, const Context& context)
-        : file(path, context.force) {
-      io::RasterDescription description;
-      description.width = shape.width;
-      description.sample =
-          shape.type == cmnalg::IMAGE_TYPE_UINT8 ? io::SampleType::kUint8 : io::SampleType::kUint16;
-      description.layers = {layer};
-      writer = io::RasterWriter::create(format, file, description);
-    }
-
-    io::OutputFile file;
-    std::unique_ptr<io::RasterWriter> writer;
-  };
-
   /// In parts, because rows are counted in int.
-  void writeRows(Raster& raster, int count, const void* frames, std::size_t rowBytes) const {
+  void writeRows(RasterFile& raster, int count, const void* frames, std::size_t rowBytes) const {
     const auto* at = static_cast<const std::byte*>(frames);
     for (int i = 0; i < count; ++i, at += rowBytes * static_cast<std::size_t>(height_)) {
-      raster.writer->writeRows(height_, {at});
+      raster.writeRows(height_, at);
     }
   }
 
   int height_;
   std::size_t rangeRow_, intensityRow_ = 0;
-  Raster range_;
-  std::optional<Raster> intensity_;
+  RasterFile range_;
+  std::optional<RasterFile> intensity_;
 };
 
 std::string describe(Recording& recording, FrameRecord& record, const GrabOptions& options,
@@ -153,12 +134,11 @@ std::unique_ptr<Recording> createRecording(const GrabOptions& options, const Cam
     if (!holds) throw CLI::ValidationError(option, complaint);
   };
   if (camera.hasRanges()) {
-    const auto format = io::rasterFormatOf(options.output);
-    require(format.has_value(), "--output",
+    require(io::rasterFormatOf(options.output).has_value(), "--output",
             "must end in .tif, .png or .npy for the ranges that this camera sends");
     require(options.camera.yFrom.empty() || camera.shape().height == 1, "--y-from",
             "needs frames of one profile; set Height=1");
-    return std::make_unique<RangeRecording>(*format, options.output, context, camera);
+    return std::make_unique<RangeRecording>(options.output, context, camera);
   }
   const auto format = io::frameFormatOf(options.output);
   require(format.has_value(), "--output",
