@@ -285,6 +285,18 @@ int linePlacesPerRow(int frameHeight) {
   return places;
 }
 
+SensorRegion lineRegion(const SensorRegion& frames, int columns, int rows) {
+  const auto extent = [](int given, double scale, int pixels) {
+    const double covered = std::ceil(std::fabs(scale) * pixels);
+    return given > 0 ? given : static_cast<int>(std::fmin(std::fmax(covered, 1.0), 65535.0));
+  };
+  SensorRegion region = frames;
+  region.width = extent(frames.width, frames.scaleX, columns);
+  region.height = extent(frames.height, frames.scaleZ, rows);
+  region.scaleZ /= linePlacesPerRow(rows);
+  return region;
+}
+
 bool createLineTarget(const Image& frame, int profiles, ImageOf<std::uint16_t>& range) {
   if (!areFrames(&frame, 1)) return false;
   if (profiles < 1) return refuse("There must be at least one profile.");

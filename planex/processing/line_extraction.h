@@ -9,6 +9,7 @@
 #include "planex/foundation/image.h"
 #include "planex/foundation/image_of.h"
 #include "planex/infra/export.h"
+#include "planex/model/sensor_region.h"
 #include "planex/processing/line_settings.h"
 
 namespace datafusion::planex {
@@ -35,6 +36,14 @@ struct LineLayers {
 /// @return values a row: 64 to 1024 rows, then the greatest power of two with which the last row
 ///         has a value of 16 bits
 PLANEX_EXPORT int linePlacesPerRow(int frameHeight);
+
+/// Where on the sensor the range image of frames lies.
+/// @param frames  scaleX and originX of the columns of the frames, scaleZ and originZ of their
+/// rows;
+///                a width or height of 0 stands for what the frames cover, at least 1
+/// @param columns, rows  of a frame
+/// @return the same with scaleZ / linePlacesPerRow(rows), and sizes of at most 65535
+PLANEX_EXPORT SensorRegion lineRegion(const SensorRegion& frames, int columns, int rows);
 
 /// Makes a range image of `profiles` rows for frames like this one: as wide, cleared, 0 being
 /// missing data, with

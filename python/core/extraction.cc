@@ -29,6 +29,7 @@ using cmnalg::ImageOf;
 using datafusion::planex::LineChoice;
 using datafusion::planex::LineMethod;
 using datafusion::planex::LineSettings;
+using datafusion::planex::SensorRegion;
 
 /// Between two checks for signals each thread looks at so many, a tenth of a second at worst.
 constexpr std::int64_t kPixelsPerThread = std::int64_t{32} << 20;
@@ -253,6 +254,12 @@ class FrameReader {
 void bindExtraction(py::module_& module) {
   module.def("extract_lines", &extractLines);
   module.def("line_places_per_row", &datafusion::planex::linePlacesPerRow);
+  module.def("line_region", [](const std::array<double, 4>& frames, int columns, int rows) {
+    const SensorRegion region =
+        datafusion::planex::lineRegion({frames[0], frames[1], frames[2], frames[3]}, columns, rows);
+    return py::make_tuple(region.width, region.height, region.scaleX, region.originX, region.scaleZ,
+                          region.originZ);
+  });
   py::class_<FrameReader>(module, "FrameReader")
       .def(py::init<const std::vector<std::string>&, const std::string&>())
       .def_property_readonly("frame_bytes", &FrameReader::FrameBytes)

@@ -138,18 +138,10 @@ def _wanted(layers: Sequence[str], out: Mapping[str, Any] | None) -> dict[str, A
     return wanted
 
 
-def _sensor(
-    shape: tuple[int, int], places: int, x: tuple[float, float], z: tuple[float, float]
-) -> SensorTraits:
-    for scale, origin in (x, z):
-        if not (math.isfinite(scale) and math.isfinite(origin) and scale):
-            raise ValueError("scales must be finite and not 0, origins finite")
-    rows, columns = shape
-    extents = [
-        int(min(max(math.ceil(abs(scale) * pixels), 1), 65535))
-        for scale, pixels in ((x[0], columns), (z[0], rows))
-    ]
-    return SensorTraits(extents[0], extents[1], x[0], x[1], z[0] / places, z[1])
+def _sensor(place: tuple[float, float, float, float], columns: int, rows: int) -> SensorTraits:
+    if not (all(math.isfinite(value) for value in place) and place[0] and place[2]):
+        raise ValueError("scales must be finite and not 0, origins finite")
+    return SensorTraits(*_core.line_region(place, columns, rows))
 
 
 def extract_lines(
@@ -259,13 +251,13 @@ def extract_lines(
     )
     shape = np.shape(frames)[-2:]
     height, width = (shape if not transpose else shape[::-1]) if len(shape) == 2 else (1, 1)
-    places = _core.line_places_per_row(min(height, 32767))
-    sensor = _sensor((height, width), places, (scale_x, origin_x), (scale_z, origin_z))
+    height, width = min(height, 32767), min(width, 2**31 - 1)
+    sensor = _sensor((scale_x, origin_x, scale_z, origin_z), width, height)
     made = _core.extract_lines(frames, settings, dark, bool(transpose), wanted, _threads(threads))
     return LineImage(
         made["range"],
         sensor,
-        places,
+        _core.line_places_per_row(height),
         made.get("intensity"),
         made.get("width"),
         made.get("quality"),

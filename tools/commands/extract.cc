@@ -77,14 +77,9 @@ SensorRegion regionOf(const ExtractOptions& options, const FrameOrigin& from,
   region.originX = options.originX.value_or(region.originX);
   region.scaleZ = options.scaleZ.value_or(region.scaleZ);
   region.originZ = options.originZ.value_or(region.originZ);
-  const auto extent = [](std::optional<double> given, double scale, int pixels) {
-    return static_cast<int>(
-        given.value_or(std::clamp(std::ceil(std::fabs(scale) * pixels), 1.0, 65535.0)));
-  };
-  region.width = extent(options.sensorWidth, region.scaleX, frame.width);
-  region.height = extent(options.sensorHeight, region.scaleZ, frame.height);
-  region.scaleZ /= datafusion::planex::linePlacesPerRow(frame.height);
-  return region;
+  region.width = static_cast<int>(options.sensorWidth.value_or(0));
+  region.height = static_cast<int>(options.sensorHeight.value_or(0));
+  return datafusion::planex::lineRegion(region, frame.width, frame.height);
 }
 
 void describeSettings(const io::JsonObject& parent, const ExtractOptions& options,
