@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -193,6 +194,17 @@ std::unique_ptr<io::FrameSource> open(const ExtractOptions& options, FrameOrigin
   return io::openFrames(options.frames, raw ? &*raw : nullptr);
 }
 
+/// What an output must not replace: the inputs, and of folders what has its name there.
+std::vector<std::string> inputsBeside(const ExtractOptions& options, const std::string& output) {
+  std::vector<std::string> inputs = options.frames;
+  inputs.insert(inputs.end(), {options.dark, options.frames.front() + ".json"});
+  const std::filesystem::path name = std::filesystem::path(output).filename();
+  for (const std::string& frames : options.frames) {
+    inputs.push_back((std::filesystem::path(frames) / name).string());
+  }
+  return inputs;
+}
+
 /// How many rows the range image will have; 0: nobody knows.
 int rowsOf(const ExtractOptions& options, const io::FrameSource& source, const Part& part) {
   const std::optional<std::int64_t> count = source.count();
@@ -236,12 +248,10 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
   const io::ImageShape frame = extraction.shapeOf(source->shape());
   const int rows = rowsOf(options, *source, part);
 
-  std::vector<std::string> inputs = options.frames;
-  inputs.insert(inputs.end(), {options.dark, options.frames.front() + ".json"});
   for (const std::string& output :
        {options.names.range, options.names.range + ".json", options.names.intensity,
         options.names.widths, options.names.quality, options.names.deviation, options.preview}) {
-    if (!output.empty()) io::requireNoInput(output, inputs);
+    if (!output.empty()) io::requireNoInput(output, inputsBeside(options, output));
   }
   io::WorkerPool pool(workerCount(context));
   io::OutputFile sidecar(options.names.range + ".json", context.force);
