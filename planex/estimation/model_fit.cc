@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "planex/estimation/initial_fit.h"
@@ -37,6 +38,42 @@ double sizeOf(const SensorResidual& residual) {
   double size = 0;
   for (int i = 0; i < residual.count; ++i) size = std::max(size, std::abs(residual.value[i]));
   return size;
+}
+
+/// Turns the homography and all targets in the plane.
+void turnPlane(Unknowns& unknowns, Place about, double by) {
+  const double c = std::cos(by), s = std::sin(by);
+  double* const h = unknowns.at(0);
+  for (int i = 0; i < 3; ++i) {
+    const double w = i == 2 ? 1 : h[6 + i];
+    const double x = h[i] - about.x * w, z = h[3 + i] - about.y * w;
+    h[i] = c * x - s * z + about.x * w;
+    h[3 + i] = s * x + c * z + about.y * w;
+  }
+  for (const Unknowns::Scan& scan : unknowns.scans) {
+    if (scan.target < 0) continue;
+    double* const placement = unknowns.at(scan.placement);
+    const double x = placement[kPlaceX] - about.x, z = placement[kPlaceZ] - about.y;
+    placement[kPlaceX] = c * x - s * z + about.x;
+    placement[kPlaceZ] = s * x + c * z + about.y;
+    placement[kPlaceAngle] += by;
+  }
+}
+
+/// The plane turned, and the sheet curve shifted, to what is expected of them: a curve whose middle
+/// lies off is as good as tilted, and the two can lead each other astray.
+/// @return nothing where no target says how the plane is turned
+std::optional<Unknowns> asExpected(const Unknowns& unknowns) {
+  for (const Unknowns::Scan& scan : unknowns.scans) {
+    if (!scan.isFound || !(unknowns.deviationOf(scan.placement + kPlaceAngle) > 0)) continue;
+    Unknowns turned = unknowns;
+    const double* const placement = unknowns.at(scan.placement);
+    turnPlane(turned, {placement[kPlaceX], placement[kPlaceZ]},
+              unknowns.meanOf(scan.placement + kPlaceAngle) - placement[kPlaceAngle]);
+    *turned.at(kCurveTerms) = unknowns.meanOf(kCurveTerms);
+    return turned;
+  }
+  return std::nullopt;
 }
 
 /// A fit on its way. What unknowns are tried are those of the fit.
@@ -131,14 +168,18 @@ class Search {
     if (options_.hasSheetCurve) {
       fitUnknowns(problem, some(), minima.front());
       const double width = halfWidth(fit_.unknowns);
-      for (const double s1 : {-0.15 / width, 0.15 / width}) {
-        for (const double sign : {-1.0, 1.0}) {
-          Unknowns start = fit_.unknowns;
-          double* const curve = start.at(kCurveTerms);
-          curve[1] = s1;
-          curve[2] = sign * std::max(std::abs(curve[2]), 0.001 / width);
-          fitUnknowns(problem, some(), start);
-          minima.push_back(std::move(start));
+      std::vector<Unknowns> places = {fit_.unknowns};
+      if (auto turned = asExpected(fit_.unknowns)) places.push_back(*std::move(turned));
+      for (const Unknowns& place : places) {
+        for (const double s1 : {-0.15 / width, 0.15 / width}) {
+          for (const double sign : {-1.0, 1.0}) {
+            Unknowns start = place;
+            double* const curve = start.at(kCurveTerms);
+            curve[1] = s1;
+            curve[2] = sign * std::max(std::abs(curve[2]), 0.001 / width);
+            fitUnknowns(problem, some(), start);
+            minima.push_back(std::move(start));
+          }
         }
       }
     }
