@@ -180,10 +180,11 @@ TEST_P(ScanCampaigns, AreAsGoodAsTheBoundAndSayHowGood) {
   const ScanCampaign& row = GetParam();
   const int trials = (trialCount() + 1) / 2;  // each is twelve scans
   constexpr double kNoise = 0.1;
+  constexpr unsigned kMisleading[] = {254, 368};  // a bent sheet that passes for a turned plane
   double squares = 0, claimed = 0, inside = 0, places = 0, outside = 0, placesOutside = 0;
   for (int trial = 0; trial < trials; ++trial) {
     SCOPED_TRACE(trial);
-    SawtoothScene scene(static_cast<unsigned>(trial) + 1);
+    SawtoothScene scene(trial < 2 ? kMisleading[trial] : static_cast<unsigned>(trial) + 1);
     const SimulatedCamera& camera = scene.camera;
     scene.tolerance = row.tolerance * camera.halfWidth;
     scene.correlation = row.correlation;
