@@ -110,6 +110,12 @@ LineSettings withChoice(LineChoice choice) {
   return settings;
 }
 
+LineSettings toldWidth(double rows) {
+  LineSettings settings;
+  settings.lineWidth = rows;
+  return settings;
+}
+
 LineSettings withGravity() {
   LineSettings settings;
   settings.method = LineMethod::CENTRE_OF_GRAVITY;
@@ -132,6 +138,10 @@ FRAMES(Avx2, 128);
 FRAMES(Baseline, 128);
 BENCHMARK_CAPTURE(extractBytes, gravity, InstructionSet::Avx512, 1024, withGravity(), false, false,
                   1);
+BENCHMARK_CAPTURE(extractBytes, told_half, InstructionSet::Avx512, 1024, toldWidth(2.5), false,
+                  false, 1);
+BENCHMARK_CAPTURE(extractBytes, told_twice, InstructionSet::Avx512, 1024, toldWidth(10), false,
+                  false, 1);
 BENCHMARK_CAPTURE(extractBytes, deviation, InstructionSet::Avx512, 1024, LineSettings{}, true, true,
                   1);
 BENCHMARK_CAPTURE(extractWide, sixteen_bits, InstructionSet::Avx512, 1024, LineSettings{}, false,

@@ -19,9 +19,10 @@ namespace datafusion::planex {
 struct LineLayers {
   /// The mean level over the line, round(0.64 lineWidth) rows to either side; of the frames' type.
   cmnalg::Image* intensity = nullptr;
-  /// Width at half height in 1/64 rows: half way from the lowest three rows beside the line, on the
-  /// side where they are brighter, to the brightest of the three rows around the place. A flank is
-  /// where two rows, one after the other, lie below that, interpolated linearly.
+  /// Width at half height in 1/64 rows, around the first place of DERIVATIVE: half way from the
+  /// lowest three rows beside the line, on the side where they are brighter, to the brightest of
+  /// the three rows around the place. A flank is where two rows, one after the other, lie below
+  /// that, interpolated linearly.
   cmnalg::ImageOf<std::uint16_t>* width = nullptr;
   /// kLeastConfidence to 255 for points, round(255 (1 - strongest other line / chosen line)); else
   /// a LineReason.
@@ -76,10 +77,17 @@ PLANEX_EXPORT bool createLineTarget(const cmnalg::Image& frame, int profiles,
 ///
 /// with K = round(1.7 lineWidth), h_k rounded to whole numbers that sum up to at most 128, sigma =
 /// lineWidth / 2.3548 and q = 1 / (2 (sigma^2 + K^2 / 9)), which takes off the error of the chord.
-/// Where d stays 0 behind a crossing, the middle of these rows is the place. CENTRE_OF_GRAVITY
-/// starts there and moves a window of round(2.5 sigma) rows to either side three times to the
-/// centre of gravity of the brightness in it, over the mean of three rows beyond each end; rows
-/// that lie in the window in part count by that part.
+/// Where d stays 0 behind a crossing, the middle of these rows is the place.
+///
+/// A line that is, at half height, less than 0.65 or more than 1.38 times as wide as told is
+/// located again by DERIVATIVE, with half or twice lineWidth (at most 60) in K, h, sigma and q, at
+/// the crossing nearest to its place and at most a + 1 rows away; as wide as that are lines that
+/// are clipped twofold. Narrower filters are not taken where lineWidth is below 4, nor where they
+/// move the place by more than lineWidth / 25, as grains of speckle do.
+///
+/// CENTRE_OF_GRAVITY starts at the first place and moves a window of round(2.5 sigma) rows to
+/// either side three times to the centre of gravity of the brightness in it, over the mean of three
+/// rows beyond each end; rows that lie in the window in part count by that part.
 ///
 /// A line whose place lies outside of the searched rows, or nearer to the border of the frame than
 /// its width, is cut. Rows outside of the searched ones serve the filters of lines inside.

@@ -8,30 +8,62 @@
 #include "planex/processing/line_detection_kernel.h"
 
 namespace datafusion::planex::kernel {
+namespace {
+
+// A told width that differs by less costs little; lines that are clipped twofold are 1.41 times as
+// wide. Filters for less than two rows fall between the pixels.
+constexpr double kNarrow = 0.65;
+constexpr double kWide = 1.38;
+constexpr double kLeastNarrowed = 4.0;
+// Shot noise moves a line by less where the narrow filter is right; grains of speckle, which make
+// lines look narrow, pull it further.
+constexpr double kMostMove = 1.0 / 25.0;
+
+FittingFilter narrowFilter(double lineWidth) {
+  const double mostMove = lineWidth * kMostMove;
+  const auto below = static_cast<std::int32_t>(std::ceil(lineWidth * kNarrow * 64.0));
+  return {LocationFilter(LineFilter(std::max(lineWidth / 2.0, 1.0)),
+                         static_cast<int>(std::ceil(mostMove)) + 1),
+          0, lineWidth >= kLeastNarrowed ? below - 1 : -1, mostMove};
+}
+
+FittingFilter wideFilter(double lineWidth, int searched) {
+  const auto above = static_cast<std::int32_t>(std::floor(lineWidth * kWide * 64.0));
+  return {LocationFilter(LineFilter(std::min(lineWidth * 2.0, 60.0)), searched), above + 1,
+          std::numeric_limits<std::int32_t>::max(), std::numeric_limits<double>::infinity()};
+}
+
+}  // namespace
+
+LocationFilter::LocationFilter(const LineFilter& filter, int searchedRows)
+    : taps((filter.taps.size() + 3) / 4 * 4),
+      squareSum(0),
+      chord(filter.chord),
+      searched(searchedRows),
+      reach(searchedRows + 1 + static_cast<int>(taps.size())) {
+  std::copy(filter.taps.begin(), filter.taps.end(), taps.begin());
+  for (const std::int32_t tap : taps) squareSum += 2 * tap * tap;
+}
 
 LocationConstants::LocationConstants(const LineSettings& settings, const LineFilter& lineFilter,
                                      int frameRows, double perRow)
     : filter(lineFilter),
-      taps((lineFilter.taps.size() + 3) / 4 * 4),
-      squareSum(0),
+      told(lineFilter, lineFilter.boxHalf + 1),
+      fitting{narrowFilter(settings.lineWidth), wideFilter(settings.lineWidth, told.searched)},
       rows(frameRows),
-      searched(lineFilter.boxHalf + 1),
       firstMiddle(settings.firstRow - 0.5),
       lastMiddle((settings.endRow == 0 ? frameRows : settings.endRow) - 0.5),
       placesPerRow(perRow),
       gain(settings.gain),
       floorVariance(settings.readNoise * settings.readNoise + 1.0 / 12.0),
       roundingVariance(1.0 / (12.0 * perRow * perRow)) {
-  std::copy(filter.taps.begin(), filter.taps.end(), taps.begin());
-  for (const std::int32_t tap : taps) squareSum += 2 * tap * tap;
   const double widest =
       settings.maximumWidth == 0.0 ? 4.0 * settings.lineWidth : settings.maximumWidth;
   minimumWidth = static_cast<std::int32_t>(std::ceil(settings.minimumWidth * 64.0));
   maximumWidth = static_cast<std::int32_t>(std::floor(widest * 64.0));
-  const int taken = static_cast<int>(taps.size());
-  reach = std::max(searched + 1 + taken, searched + static_cast<int>(widest / 2.0) + 2);
+  told.reach = std::max(told.reach, told.searched + static_cast<int>(widest / 2.0) + 2);
   if (settings.method == LineMethod::CENTRE_OF_GRAVITY) {
-    reach = std::max(reach, searched + 2 * filter.windowHalf + 5);
+    told.reach = std::max(told.reach, told.searched + 2 * filter.windowHalf + 5);
   }
 }
 
@@ -65,18 +97,18 @@ struct Block {
 
 /// Moves what lies around the places into the block, a lane a column; outside repeats the border.
 template <typename Pixel, typename Sum>
-PLANEX_ALWAYS_INLINE void gather(const LocationConstants& k, const Pixel* pixels,
+PLANEX_ALWAYS_INLINE void gather(const LocationFilter& filter, int frameRows, const Pixel* pixels,
                                  std::ptrdiff_t pitch, const Sum* place, int lanes,
                                  Sum* __restrict block) {
-  const int blockRows = k.blockRows();
-  const int top = *std::min_element(place, place + lanes) - k.reach;
-  const int apart = *std::max_element(place, place + lanes) - k.reach - top;
-  if (lanes == kLanes && apart < kLanes && top >= 0 && top + apart + blockRows <= k.rows) {
+  const int blockRows = filter.blockRows();
+  const int top = *std::min_element(place, place + lanes) - filter.reach;
+  const int apart = *std::max_element(place, place + lanes) - filter.reach - top;
+  if (lanes == kLanes && apart < kLanes && top >= 0 && top + apart + blockRows <= frameRows) {
     // All at the height of the uppermost, and then each lane upwards, by one bit of its way after
     // the other.
     Sum way[kLanes];
     for (int lane = 0; lane < kLanes; ++lane) {
-      way[lane] = static_cast<Sum>(place[lane] - top - k.reach);
+      way[lane] = static_cast<Sum>(place[lane] - top - filter.reach);
     }
     int rows = blockRows + apart;
     for (int r = 0; r < rows; ++r) {
@@ -101,7 +133,7 @@ PLANEX_ALWAYS_INLINE void gather(const LocationConstants& k, const Pixel* pixels
   for (int lane = 0; lane < kLanes; ++lane) {
     const int column = std::min(lane, lanes - 1);
     for (int r = 0; r < blockRows; ++r) {
-      const int row = std::clamp(place[column] - k.reach + r, 0, k.rows - 1);
+      const int row = std::clamp(place[column] - filter.reach + r, 0, frameRows - 1);
       block[r * kLanes + lane] = pixels[column + row * pitch];
     }
   }
@@ -109,13 +141,13 @@ PLANEX_ALWAYS_INLINE void gather(const LocationConstants& k, const Pixel* pixels
 
 /// d of all rows that are searched, four taps at a time.
 template <typename Sum>
-PLANEX_ALWAYS_INLINE void differentiate(const LocationConstants& k, const Sum* block,
+PLANEX_ALWAYS_INLINE void differentiate(const LocationFilter& filter, const Sum* block,
                                         Sum* __restrict d) {
-  const int count = (2 * k.searched + 2) * kLanes;
-  const Sum* const from = block + (k.reach - k.searched) * kLanes;
-  for (std::size_t t = 0; t < k.taps.size(); t += 4) {
-    const auto h0 = static_cast<Sum>(k.taps[t]), h1 = static_cast<Sum>(k.taps[t + 1]);
-    const auto h2 = static_cast<Sum>(k.taps[t + 2]), h3 = static_cast<Sum>(k.taps[t + 3]);
+  const int count = (2 * filter.searched + 2) * kLanes;
+  const Sum* const from = block + (filter.reach - filter.searched) * kLanes;
+  for (std::size_t t = 0; t < filter.taps.size(); t += 4) {
+    const auto h0 = static_cast<Sum>(filter.taps[t]), h1 = static_cast<Sum>(filter.taps[t + 1]);
+    const auto h2 = static_cast<Sum>(filter.taps[t + 2]), h3 = static_cast<Sum>(filter.taps[t + 3]);
     const int step = (static_cast<int>(t) + 1) * kLanes;
     const Sum* __restrict up = from + step;
     const Sum* __restrict down = from - step;
@@ -171,23 +203,23 @@ PLANEX_ALWAYS_INLINE void findCrossings(const Block<Sum>& block, Lines& lines) {
 
 /// The middle of the lines by their derivative.
 template <typename Sum>
-PLANEX_ALWAYS_INLINE void findMiddles(const LocationConstants& k, const Block<Sum>& block,
+PLANEX_ALWAYS_INLINE void findMiddles(const LocationFilter& filter, const Block<Sum>& block,
                                       Lines& lines) {
   double first[kLanes], second[kLanes], zeros[kLanes];
   for (int lane = 0; lane < kLanes; ++lane) {
     const int i = lines.crossing[lane] == kNone ? 0 : lines.crossing[lane];
-    const Sum* d = block.d + (k.searched + i) * kLanes + lane;
+    const Sum* d = block.d + (filter.searched + i) * kLanes + lane;
     first[lane] = d[0];
     second[lane] = d[kLanes];
     // Where d stays 0 for a while, as on lines that are clipped far, the middle is that of it.
     int flat = 0;
     if (d[kLanes] == 0) {
-      while (i + flat < k.searched && d[std::ptrdiff_t{flat + 2} * kLanes] == 0) ++flat;
+      while (i + flat < filter.searched && d[std::ptrdiff_t{flat + 2} * kLanes] == 0) ++flat;
     }
     zeros[lane] = 0.5 * flat;
     lines.nearest[lane] = (first[lane] < -second[lane] ? i : i + 1) + flat / 2;
   }
-  const double q = k.filter.chord;
+  const double q = filter.chord;
 #pragma omp simd
   for (int lane = 0; lane < kLanes; ++lane) {
     const double c = first[lane] / (first[lane] - second[lane]);
@@ -296,19 +328,19 @@ PLANEX_ALWAYS_INLINE void centre(const LocationConstants& k, const Block<Sum>& b
 
 /// The standard deviation of a zero crossing: that of d there over its slope.
 template <typename Sum>
-PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const Block<Sum>& block, int lane,
-                                  Lines& lines) {
+PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const LocationFilter& filter,
+                                  const Block<Sum>& block, int lane, Lines& lines) {
   const int i = lines.crossing[lane];
-  const Sum* const d = block.d + (k.searched + i) * kLanes + lane;
+  const Sum* const d = block.d + (filter.searched + i) * kLanes + lane;
   const double here = d[0];
   const double next = d[kLanes];
   const Sum* const at = block.row(lines.nearest[lane]) + lane;
   std::int64_t light = 0;
-  for (std::size_t t = 0; t < k.filter.taps.size(); ++t) {
+  for (std::size_t t = 0; t < filter.taps.size(); ++t) {
     const auto away = static_cast<std::ptrdiff_t>(t + 1) * kLanes;
-    light += std::int64_t{k.taps[t]} * k.taps[t] * (std::int64_t{at[away]} + at[-away]);
+    light += std::int64_t{filter.taps[t]} * filter.taps[t] * (std::int64_t{at[away]} + at[-away]);
   }
-  const double variance = k.squareSum * k.floorVariance + k.gain * static_cast<double>(light);
+  const double variance = filter.squareSum * k.floorVariance + k.gain * static_cast<double>(light);
   const double slope = here - next;
   lines.deviation[lane] = std::sqrt(variance / (slope * slope) + k.roundingVariance);
 }
@@ -330,9 +362,6 @@ struct LocateLinesKernel {
   static PLANEX_ALWAYS_INLINE void run(const LocationConstants& k, const LocationSource& source,
                                        void* scratch, const LocationTarget& target) {
     const auto* const strengths = static_cast<const Sum*>(source.strengths);
-    const auto* const places = static_cast<const Sum*>(source.places);
-    Sum* const pixels = static_cast<Sum*>(scratch);
-    Sum* const d = pixels + (k.blockRows() + kLanes) * kLanes;
     for (int u = 0; u < source.columns; u += kLanes) {
       const int lanes = std::min(kLanes, source.columns - u);
       const bool any = std::any_of(strengths + u, strengths + u + lanes,
@@ -341,11 +370,7 @@ struct LocateLinesKernel {
         leave(target, u, lanes);
         continue;
       }
-      gather(k, static_cast<const Pixel*>(source.pixels) + u, source.pitch, places + u, lanes,
-             pixels);
-      differentiate(k, pixels, d);
-      locate(k, Block<Sum>{pixels, d, k.reach, k.searched}, strengths + u, places + u, u, lanes,
-             target);
+      locate(k, source, u, lanes, static_cast<Sum*>(scratch), target);
     }
   }
 
@@ -365,13 +390,29 @@ struct LocateLinesKernel {
     }
   }
 
-  static PLANEX_ALWAYS_INLINE void locate(const LocationConstants& k, const Block<Sum>& block,
-                                          const Sum* strengths, const Sum* places, int u, int lanes,
+  /// Finds where a filter has the middle of lines that are near `starts`.
+  static PLANEX_ALWAYS_INLINE Block<Sum> cross(const LocationConstants& k,
+                                               const LocationFilter& filter,
+                                               const LocationSource& source, int u, int lanes,
+                                               const Sum* starts, Sum* scratch, Lines& lines) {
+    Sum* const d = scratch + (filter.blockRows() + kLanes) * kLanes;
+    gather(filter, k.rows, static_cast<const Pixel*>(source.pixels) + u, source.pitch, starts,
+           lanes, scratch);
+    differentiate(filter, scratch, d);
+    const Block<Sum> block{scratch, d, filter.reach, filter.searched};
+    findCrossings(block, lines);
+    findMiddles(filter, block, lines);
+    return block;
+  }
+
+  static PLANEX_ALWAYS_INLINE void locate(const LocationConstants& k, const LocationSource& source,
+                                          int u, int lanes, Sum* scratch,
                                           const LocationTarget& target) {
+    const Sum* const strengths = static_cast<const Sum*>(source.strengths) + u;
+    const Sum* const places = static_cast<const Sum*>(source.places) + u;
     Lines lines;
     Sum level[kLanes];
-    findCrossings(block, lines);
-    findMiddles(k, block, lines);
+    const Block<Sum> block = cross(k, k.told, source, u, lanes, places, scratch, lines);
     findFlanks(block, lines, level);
     const bool deviations = target.deviation != nullptr;
     if (kGravity || deviations) {
@@ -380,7 +421,7 @@ struct LocateLinesKernel {
         if constexpr (kGravity) {
           centre(k, block, lane, lines);
         } else {
-          deviate(k, block, lane, lines);
+          deviate(k, k.told, block, lane, lines);
         }
       }
     }
@@ -395,6 +436,24 @@ struct LocateLinesKernel {
       width[lane] =
           64 * (right - left) - static_cast<std::int32_t>(flank(height, l[0], l[kLanes]) +
                                                           flank(height, r[0], r[-kLanes]));
+    }
+    if constexpr (!kGravity) {
+      for (const FittingFilter& filter : k.fitting) {
+        int any = 0;
+        for (int lane = 0; lane < kLanes; ++lane) any |= filter.isFor(width[lane]);
+        if (any == 0) continue;
+        bool suits[kLanes];
+        for (int lane = 0; lane < lanes; ++lane) {
+          // Beyond the border lines are cut, whatever a filter says.
+          const int row = places[lane] + lines.nearest[lane];
+          suits[lane] = filter.isFor(width[lane]) != 0 && strengths[lane] > 0 &&
+                        lines.crossing[lane] != kNone && lines.left[lane] != kNone &&
+                        lines.right[lane] != kNone && row >= 0 && row < k.rows;
+        }
+        if (std::none_of(suits, suits + lanes, [](bool suit) { return suit; })) continue;
+        locateAgain(k, filter, source, u, lanes, suits, scratch + k.told.scratchSize(kLanes),
+                    deviations, lines);
+      }
     }
     for (int lane = 0; lane < lanes; ++lane) {
       const double row = places[lane] + lines.middle[lane];
@@ -428,6 +487,34 @@ struct LocateLinesKernel {
     }
   }
 
+  /// Locates lines by a filter that suits them, from where they are; they stay there where it finds
+  /// nothing near.
+  static PLANEX_ALWAYS_INLINE void locateAgain(const LocationConstants& k,
+                                               const FittingFilter& filter,
+                                               const LocationSource& source, int u, int lanes,
+                                               const bool* suits, Sum* scratch, bool deviations,
+                                               Lines& lines) {
+    const Sum* const places = static_cast<const Sum*>(source.places) + u;
+    const auto startOf = [&](std::ptrdiff_t lane) {
+      return static_cast<Sum>(places[lane] + lines.nearest[lane]);
+    };
+    // Others follow one of them, so that all lie close together.
+    const Sum start = startOf(std::find(suits, suits + lanes, true) - suits);
+    Sum starts[kLanes];
+    for (int lane = 0; lane < lanes; ++lane) starts[lane] = suits[lane] ? startOf(lane) : start;
+    Lines others;
+    const Block<Sum> block = cross(k, filter, source, u, lanes, starts, scratch, others);
+    for (int lane = 0; lane < lanes; ++lane) {
+      if (!suits[lane] || others.crossing[lane] == kNone) continue;
+      const double middle = lines.nearest[lane] + others.middle[lane];
+      if (std::fabs(middle - lines.middle[lane]) > filter.mostMove) continue;
+      lines.middle[lane] = middle;
+      if (!deviations) continue;
+      deviate(k, filter, block, lane, others);
+      lines.deviation[lane] = others.deviation[lane];
+    }
+  }
+
   static PLANEX_ALWAYS_INLINE int refusal(const LocationConstants& k, int place, double row,
                                           std::int32_t left, std::int32_t right,
                                           std::int32_t width) {
@@ -435,8 +522,8 @@ struct LocateLinesKernel {
       return static_cast<int>(cut ? LineReason::CUT : otherwise);
     };
     if (!(row >= k.firstMiddle && row <= k.lastMiddle)) return static_cast<int>(LineReason::CUT);
-    if (left == kNone) return cutIf(place < k.reach, LineReason::TOO_WIDE);
-    if (right == kNone) return cutIf(place + k.reach >= k.rows, LineReason::TOO_WIDE);
+    if (left == kNone) return cutIf(place < k.told.reach, LineReason::TOO_WIDE);
+    if (right == kNone) return cutIf(place + k.told.reach >= k.rows, LineReason::TOO_WIDE);
     if (width > k.maximumWidth) return static_cast<int>(LineReason::TOO_WIDE);
     if (width < k.minimumWidth) return static_cast<int>(LineReason::TOO_NARROW);
     const double space = width / 64.0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -12,17 +13,46 @@ namespace datafusion::planex::kernel {
 /// The part of a column around a line is this many columns wide, so that every step is a loop.
 constexpr int kLanes = 32;
 
+/// A derivative filter, and the rows that it takes.
+struct LocationFilter {
+  /// @param rows how far from where it begins the crossing may lie
+  LocationFilter(const LineFilter& filter, int rows);
+
+  etl::Vector<std::int32_t> taps;  ///< h_1 ..., with zeros up to a multiple of four
+  std::int32_t squareSum;          ///< 2 sum h_k^2
+  double chord;                    ///< LineFilter::chord
+  int searched;                    ///< how far from where it begins the crossing may lie, in rows
+  int reach;                       ///< rows to either side that are looked at
+
+  /// Rows that are looked at.
+  int blockRows() const { return 2 * reach + 1; }
+  /// Numbers of a block and its d.
+  std::size_t scratchSize(int lanes) const {
+    return static_cast<std::size_t>(blockRows() + lanes + 2 * searched + 2) *
+           static_cast<std::size_t>(lanes);
+  }
+};
+
+/// A filter for lines of another width than told.
+struct FittingFilter : LocationFilter {
+  std::int32_t leastWidth, mostWidth;  ///< of lines that it is for, in 1/64 rows
+  double mostMove;                     ///< rows by which it may move a line
+
+  /// 1 or 0: without a branch.
+  int isFor(std::int32_t width) const {
+    return static_cast<int>(width >= leastWidth) & static_cast<int>(width <= mostWidth);
+  }
+};
+
 /// What is the same for all frames of a call.
 struct LocationConstants {
   LocationConstants(const LineSettings& settings, const LineFilter& filter, int frameRows,
                     double placesPerRow);
 
   const LineFilter& filter;
-  etl::Vector<std::int32_t> taps;  ///< h_1 ..., with zeros up to a multiple of four
-  std::int32_t squareSum;          ///< 2 sum h_k^2
+  LocationFilter told;             ///< of the line width that is told; begins at the largest v
+  FittingFilter fitting[2];        ///< of half and twice that; begin where the line is
   int rows;                        ///< of a frame
-  int searched;                    ///< how far from the largest v the crossing may lie, in rows: K
-  int reach;                       ///< rows to either side of the largest v that are looked at
   double firstMiddle, lastMiddle;  ///< of the searched rows: lines lie between them
   double placesPerRow;
   std::int32_t minimumWidth, maximumWidth;
@@ -30,11 +60,10 @@ struct LocationConstants {
   double floorVariance;     ///< that of dark pixels, and of their rounding
   double roundingVariance;  ///< of places
 
-  /// Rows that are looked at.
-  int blockRows() const { return 2 * reach + 1; }
   /// Numbers of the type LineSum that locateLines() works with.
   std::size_t scratchSize() const {
-    return static_cast<std::size_t>(blockRows() + kLanes + 2 * searched + 2) * kLanes;
+    return told.scratchSize(kLanes) +
+           std::max(fitting[0].scratchSize(kLanes), fitting[1].scratchSize(kLanes));
   }
 };
 

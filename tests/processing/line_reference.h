@@ -76,6 +76,24 @@ inline bool crossesAt(const Column& f, const std::vector<int>& h, double lineWid
   return true;
 }
 
+/// The crossing nearest to a row, at most `within` away; false without one.
+inline bool crossesNear(const Column& f, const std::vector<int>& h, double lineWidth, int from,
+                        int within, int& crossing, double& row) {
+  for (int k = 0; k <= within; ++k) {
+    for (const int i : {from - k, from + k}) {
+      crossing = i;
+      if (crossesAt(f, h, lineWidth, i, from + within, row)) return true;
+    }
+  }
+  return false;
+}
+
+/// The line width of the filter for a line that is as wide as measured.
+inline double fittingWidth(double told, double measured) {
+  if (told >= 4 && measured < 0.65 * told) return told / 2;
+  return measured > 1.38 * told ? std::min(2 * told, 60.) : told;
+}
+
 /// The standard deviation of that place, in rows.
 inline double deviation(const Column& f, const std::vector<int>& h, int i, double gain,
                         double readVariance, double placesPerRow) {
