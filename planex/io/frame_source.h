@@ -73,6 +73,9 @@ struct RawFrames {
   int height = 0;                     ///< rows
   Packing packing = Packing::kMono8;  ///< of pixels
 
+  /// How many bits of a pixel carry its value.
+  PLANEX_EXPORT int bits() const;
+
   /// Reads "2560x1024:mono8". A Failure for other texts.
   PLANEX_EXPORT static RawFrames parse(const std::string& text);
 };

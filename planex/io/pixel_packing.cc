@@ -27,7 +27,21 @@ void unpack(const unsigned char* bytes, std::size_t count, std::uint16_t* pixels
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are taken as they are");
 
+struct FormatName {
+  const char* name;
+  int bits;
+};
+constexpr FormatName kFormats[] = {{"Mono8", 8},   {"Mono10", 10},  {"Mono12", 12},
+                                   {"Mono16", 16}, {"Mono10p", 10}, {"Mono12p", 12}};
+
 }  // namespace
+
+std::optional<int> usedBits(std::string_view pixelFormat) {
+  for (const FormatName& format : kFormats) {
+    if (pixelFormat == format.name) return format.bits;
+  }
+  return std::nullopt;
+}
 
 void unpackPixels(int bits, const void* packed, std::size_t count, std::uint16_t* pixels) {
   const auto* const bytes = static_cast<const unsigned char*>(packed);

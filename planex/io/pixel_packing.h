@@ -2,10 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 #include "planex/infra/export.h"
 
 namespace planex::io {
+
+/// How many bits of a pixel carry its value, by the name of its format in the Pixel Format Naming
+/// Convention: Mono8, Mono10, Mono12, Mono16, Mono10p or Mono12p; nothing for others.
+PLANEX_EXPORT std::optional<int> usedBits(std::string_view pixelFormat);
 
 /// Takes pixels apart that follow each other without gaps, the lower bits first, as Mono10p and
 /// Mono12p of the Pixel Format Naming Convention.

@@ -200,6 +200,8 @@ class RawFile final : public FrameFile {
 
 }  // namespace
 
+int RawFrames::bits() const { return static_cast<int>(bitsOf(packing).used); }
+
 std::unique_ptr<FrameFile> openPgmFrames(const std::string& path) {
   return std::make_unique<PgmFrames>(path);
 }

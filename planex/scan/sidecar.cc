@@ -14,6 +14,7 @@
 #include "planex/io/json_member.h"
 #include "planex/io/json_value.h"
 #include "planex/io/model_file.h"
+#include "planex/io/pixel_packing.h"
 
 namespace planex::scan {
 namespace {
@@ -83,6 +84,11 @@ ScanSidecar readScanSidecar(const std::string& named, const std::string& image) 
   if (rows) readRows(rows, sidecar);
   if (const JsonMember extraction = root.at("extraction"); isScan && extraction) {
     if (const JsonMember noise = extraction.at("rowNoise")) sidecar.rowNoise = noise.number();
+  }
+  if (const JsonMember camera = root.at("camera"); isScan && camera) {
+    if (const JsonMember format = camera.at("pixelFormat")) {
+      sidecar.bits = io::usedBits(format.text());
+    }
   }
   return sidecar;
 }

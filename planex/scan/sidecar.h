@@ -29,6 +29,8 @@ struct ScanSidecar {
   std::string positions;          ///< the file of positions, as seen from here; empty without
   /// Standard deviation of a place in sensor rows, as the extraction of the lines tells it.
   std::optional<double> rowNoise;
+  /// How many bits of a pixel carry its value, as the pixel format of the camera tells.
+  std::optional<int> bits;
 };
 
 /// Reads a sidecar.

@@ -177,6 +177,10 @@ class Camera(unittest.TestCase):
         self.assertGreater((found["files"][:, :64] > 0).mean(), 0.9)
         self.assertTrue(any(np.array_equal(found["files"][k:k + 60], found["live"])
                             for k in range(60)))
+        subprocess.check_call(map(str, [
+            PLANEX, "extract", "-q", CAMERA, "-n", 2, *SMALL, "--set", "PixelFormat=Mono12p", "-o",
+            self.folder / "deep.npy"]))
+        self.assertEqual(self.sidecar("deep.npy")["extraction"]["threshold"], 4095 / 25)
 
     def test_sidecar_tells_where_frames_lie(self):
         self.grab("a.raw", "-n", 1, "--set", "BinningHorizontal=2", "--set", "DecimationVertical=3",

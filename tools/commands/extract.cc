@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <planex/io/failure.h>
 #include <planex/io/frame_source.h>
+#include <planex/io/pixel_packing.h>
 #include <planex/io/provenance.h>
 #include <planex/scan/line_figures.h>
 #include <planex/scan/row_stream.h>
@@ -58,6 +59,7 @@ cmnalg::Image readDark(const std::string& path, const io::ImageShape& shape) {
 struct FrameOrigin {
   const acquisition::CameraFrames* camera = nullptr;  // null: files
   scan::ScanSidecar beside;                           // of a file that planex grab has written
+  std::optional<int> bits;                            // of a pixel, where the format tells
 };
 
 /// Where the range image lies on the sensor.
@@ -182,6 +184,7 @@ std::unique_ptr<io::FrameSource> open(const ExtractOptions& options, FrameOrigin
     }
     auto opened = openCamera(options.camera, options.frames.front());
     from.camera = opened.get();
+    from.bits = io::usedBits(opened->pixelFormat());
     if (opened->hasRanges()) {
       throw io::Failure(options.frames.front(),
                         "finds the laser line itself; record its ranges with planex grab");
@@ -191,6 +194,8 @@ std::unique_ptr<io::FrameSource> open(const ExtractOptions& options, FrameOrigin
   if (options.frames.size() == 1) from.beside = scan::readScanSidecar({}, options.frames.front());
   std::optional<io::RawFrames> raw;
   if (!options.raw.empty()) raw = io::RawFrames::parse(options.raw);
+  from.bits = from.beside.bits;
+  if (raw && !from.bits) from.bits = raw->bits();
   return io::openFrames(options.frames, raw ? &*raw : nullptr);
 }
 
@@ -239,7 +244,7 @@ void runExtract(const ExtractOptions& options, const CLI::App& command, const Co
   applyThreads(context);
   FrameOrigin from;
   const std::unique_ptr<io::FrameSource> source = open(options, from);
-  scan::FrameExtraction extraction = extractionOf(options, source->shape());
+  scan::FrameExtraction extraction = extractionOf(options, source->shape(), from.bits);
   cmnalg::Image dark;
   if (!options.dark.empty()) {
     dark = readDark(options.dark, source->shape());

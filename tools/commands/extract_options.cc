@@ -38,9 +38,10 @@ void choose(const std::string& text, LineSettings& settings) {
 }
 
 /// The greatest level of frames with so many bits.
-double fullScale(const ExtractOptions& options, const io::ImageShape& shape) {
+double fullScale(const ExtractOptions& options, const io::ImageShape& shape,
+                 std::optional<int> formatBits) {
   const int type = shape.type == cmnalg::IMAGE_TYPE_UINT8 ? 8 : 16;
-  const double bits = options.bits.value_or(type);
+  const double bits = options.bits.value_or(std::min(formatBits.value_or(type), type));
   if (bits > type) {
     throw io::Failure(options.frames.front(),
                       fmt::format("has {} bits a pixel; give no more with --bits", type));
@@ -112,7 +113,8 @@ void addFrameOptions(CLI::App& command, ExtractOptions& options) {
                   "mono12p")
       ->type_name("WxH:FORMAT")
       ->group(kGroup);
-  addNumberOption(command, "--bits", options.bits, "Used bits of a pixel [8, or 16]",
+  addNumberOption(command, "--bits", options.bits,
+                  "Used bits of a pixel [those of the camera's format, of --raw, or all]",
                   {[](double bits) { return bits >= 1 && bits <= 16 && std::floor(bits) == bits; },
                    "must be 1 to 16"})
       ->type_name("N")
@@ -164,13 +166,14 @@ Part partOf(const std::string& option, const std::string& text) {
   return part;
 }
 
-scan::FrameExtraction extractionOf(const ExtractOptions& options, const io::ImageShape& shape) {
+scan::FrameExtraction extractionOf(const ExtractOptions& options, const io::ImageShape& shape,
+                                   std::optional<int> formatBits) {
   scan::FrameExtraction extraction;
   extraction.transpose = options.transpose;
   LineSettings& settings = extraction.settings;
   settings.method = options.method;
   settings.lineWidth = options.lineWidth.value_or(settings.lineWidth);
-  settings.fullScale = fullScale(options, shape);
+  settings.fullScale = fullScale(options, shape, formatBits);
   settings.threshold = options.threshold.value_or(0);
   settings.minimumWidth = options.leastWidth.value_or(settings.minimumWidth);
   settings.maximumWidth = options.mostWidth.value_or(0);

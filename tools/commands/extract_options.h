@@ -45,6 +45,8 @@ Part partOf(const std::string& option, const std::string& text);
 
 /// How lines are looked for in frames of this size and type, without the frame of --dark. Throws
 /// CLI::ValidationError for a rule that is none, and a Failure for what the frames do not have.
-scan::FrameExtraction extractionOf(const ExtractOptions& options, const io::ImageShape& shape);
+/// @param formatBits of a pixel that carry its value, where the format of the frames tells
+scan::FrameExtraction extractionOf(const ExtractOptions& options, const io::ImageShape& shape,
+                                   std::optional<int> formatBits);
 
 }  // namespace planex::tools
