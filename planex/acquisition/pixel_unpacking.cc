@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/pixel_packing.h"
 
 namespace planex::acquisition {
@@ -19,8 +20,9 @@ std::optional<PixelFormat> PixelFormat::named(const std::string& name) {
 }
 
 void unpack(const PixelFormat& format, const void* packed, std::size_t count, void* pixels) {
-  if (format.bits % 8 == 0) {  // x86-64 and aarch64 have the byte order of cameras
+  if (format.bits % 8 == 0) {
     std::memcpy(pixels, packed, format.bytes(count));
+    base::swapLittle(pixels, count, static_cast<std::size_t>(format.bits) / 8);
     return;
   }
   io::unpackPixels(format.bits, packed, count, static_cast<std::uint16_t*>(pixels));

@@ -4,11 +4,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "planex/infra/byte_order.h"
+
 namespace etl::base64 {
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "groups are stored as 32-bit words");
 
 constexpr std::uint32_t kInvalid = 0xff000000U;  // no three bytes reach these bits
 
@@ -33,8 +34,7 @@ constexpr PlacedValues kThird = placedValues(6);
 constexpr PlacedValues kFourth = placedValues(0);
 
 [[gnu::always_inline]] inline std::uint32_t group(const char* text) {
-  std::uint32_t c = 0;
-  std::memcpy(&c, text, sizeof c);
+  const auto c = base::loadLittle<std::uint32_t>(text);
   return kFirst[c & 0xff] | kSecond[c >> 8 & 0xff] | kThird[c >> 16 & 0xff] | kFourth[c >> 24];
 }
 
@@ -45,7 +45,9 @@ bool decodeLast(const char* text, std::size_t size, unsigned char* bytes) {
   for (std::size_t i = size + 1; i < 4; ++i) filled[i] = kAlphabet[0];  // in place of the padding
   const std::uint32_t bits = group(filled);
   if (bits >> (8 * size) != 0) return false;  // a bad character, or unused bits that are set
-  std::memcpy(bytes, &bits, size);
+  unsigned char word[4];
+  base::storeLittle(bits, word);
+  std::memcpy(bytes, word, size);
   return true;
 }
 
@@ -102,7 +104,7 @@ bool decode(std::string_view text, unsigned char* bytes) {
   for (; in != last; in += 4, bytes += 3) {
     const std::uint32_t bits = group(in);
     seen |= bits;
-    std::memcpy(bytes, &bits, sizeof bits);  // the fourth byte is the next group's first
+    base::storeLittle(bits, bytes);  // the fourth byte is the next group's first
   }
   return (seen & kInvalid) == 0 && decodeLast(in, size - (text.size() / 4 - 1) * 3, bytes);
 }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "planex/infra/base64.h"
+#include "planex/infra/byte_order.h"
 #include "planex/infra/class_repository.h"
 #include "planex/infra/float_environment.h"
 #include "planex/infra/fork_safety.h"
@@ -522,7 +523,8 @@ void JsonVisitingDeSerializer::FillBigData(const etl::BigDataArray& array, const
       static_cast<unsigned char*>(array.allocate == nullptr ? nullptr : array.allocate());
   if (size == 0) return;
   if (memory == nullptr) return FailInClass("No memory for big data array");
-  if (!etl::base64::decode(encoded, memory)) FailBase64(name);
+  if (!etl::base64::decode(encoded, memory)) return FailBase64(name);
+  base::swapLittle(memory, bytes / array.elemSize, array.elemSize);
 }
 
 }  // namespace base

@@ -4,8 +4,10 @@
 #include <charconv>
 #include <cmath>
 #include <type_traits>
+#include <vector>
 
 #include "planex/infra/base64.h"
+#include "planex/infra/byte_order.h"
 #include "planex/infra/float_environment.h"
 #include "planex/infra/forwarding_visitor-inl.h"
 
@@ -136,8 +138,17 @@ void JsonVisitingSerializer::PutBase64Rows(const etl::BigDataArray& array) {
   const auto* const bytes = static_cast<const unsigned char*>(array.data);
   pending_ += '"';
   etl::base64::Encoder encoder(pending_);
+  std::vector<unsigned char> little;
   for (std::size_t row = 0; row < array.rows && !HasError(); ++row) {
-    encoder.Append(bytes + row * array.rowPitchBytes, array.rowElems * array.elemSize);
+    const unsigned char* const elems = bytes + row * array.rowPitchBytes;
+    const std::size_t size = array.rowElems * array.elemSize;
+    if (base::kIsBigEndian) {
+      little.assign(elems, elems + size);
+      base::swapLittle(little.data(), array.rowElems, array.elemSize);
+      encoder.Append(little.data(), size);
+    } else {
+      encoder.Append(elems, size);
+    }
     if (pending_.size() >= kFlushSize) Flush();
   }
   encoder.Finish();

@@ -84,7 +84,7 @@ class CloudWriter : public RecordWriter {
  private:
   void fill(const PointRows& rows, std::vector<char>& bytes) const override {
     if (!points_.intensity) {
-      interleave(rows.x, rows.y, rows.z, bytes.size() / 12, reinterpret_cast<float*>(bytes.data()));
+      interleave(rows.x, rows.y, rows.z, bytes.size() / 12, bytes.data());
       return;
     }
     place<float>(rows.x, 0, bytes);
@@ -202,9 +202,8 @@ class MeshWriter final : public CloudWriter {
     char* to = bytes_.data();
     for (std::size_t i = 0; i < corners.size(); ++i) {
       if (i % 3 == 0) *to++ = 3;  // corners follow
-      const std::uint32_t corner = corners[i] + first;
-      std::memcpy(to, &corner, sizeof corner);
-      to += sizeof corner;
+      base::storeLittle(corners[i] + first, to);
+      to += sizeof corners[i];
     }
     triangles_.write(bytes_.data(), bytes_.size());
     written_.triangles += static_cast<std::int64_t>(corners.size() / 3);

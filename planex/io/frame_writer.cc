@@ -5,13 +5,35 @@
 #include <string_view>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/failure.h"
 #include "planex/io/raster.h"
 
 namespace planex::io {
 namespace {
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "raw values are written as they are");
+/// Frames as files have them: values of two bytes with the lower first, or the higher.
+class FileOrder {
+ public:
+  FileOrder(const ImageShape& shape, bool highFirst)
+      : isOther_(highFirst != base::kIsBigEndian && shape.type == cmnalg::IMAGE_TYPE_UINT16) {}
+
+  /// @return the bytes, until the next call or as long as they are those of the frames
+  const char* of(const void* frames, std::size_t bytes) {
+    const char* const source = static_cast<const char*>(frames);
+    if (!isOther_) return source;
+    swapped_.resize(bytes);
+    for (std::size_t at = 0; at < bytes; at += 2) {
+      swapped_[at] = source[at + 1];
+      swapped_[at + 1] = source[at];
+    }
+    return swapped_.data();
+  }
+
+ private:
+  const bool isOther_;
+  std::vector<char> swapped_;
+};
 
 void requireFrames(const OutputFile& file, bool any) {
   if (!any) throw Failure(file.path(), "would hold no frames; check where they come from");
@@ -21,10 +43,13 @@ void requireFrames(const OutputFile& file, bool any) {
 class RawWriter final : public FrameWriter {
  public:
   RawWriter(OutputFile& file, const ImageShape& shape)
-      : file_(file), frameBytes_(shape.rowBytes() * static_cast<std::size_t>(shape.height)) {}
+      : file_(file),
+        frameBytes_(shape.rowBytes() * static_cast<std::size_t>(shape.height)),
+        order_(shape, false) {}
 
   void write(int count, const void* frames) override {
-    file_.write(frames, static_cast<std::size_t>(count) * frameBytes_);
+    const std::size_t bytes = static_cast<std::size_t>(count) * frameBytes_;
+    file_.write(order_.of(frames, bytes), bytes);
     any_ |= count > 0;
   }
   void finish() override { requireFrames(file_, any_); }
@@ -32,6 +57,7 @@ class RawWriter final : public FrameWriter {
  private:
   OutputFile& file_;
   const std::size_t frameBytes_;
+  FileOrder order_;
   bool any_ = false;
 };
 
@@ -40,22 +66,16 @@ class PgmWriter final : public FrameWriter {
  public:
   PgmWriter(OutputFile& file, const ImageShape& shape)
       : file_(file),
-        isWide_(shape.type == cmnalg::IMAGE_TYPE_UINT16),
         heading_("P5\n" + std::to_string(shape.width) + " " + std::to_string(shape.height) +
-                 (isWide_ ? "\n65535\n" : "\n255\n")),
-        frame_(shape.rowBytes() * static_cast<std::size_t>(shape.height)) {}
+                 (shape.type == cmnalg::IMAGE_TYPE_UINT16 ? "\n65535\n" : "\n255\n")),
+        frameBytes_(shape.rowBytes() * static_cast<std::size_t>(shape.height)),
+        order_(shape, true) {}
 
   void write(int count, const void* frames) override {
     const char* source = static_cast<const char*>(frames);
-    for (int i = 0; i < count; ++i, source += frame_.size()) {
+    for (int i = 0; i < count; ++i, source += frameBytes_) {
       file_.write(heading_);
-      if (isWide_) {
-        for (std::size_t at = 0; at < frame_.size(); at += 2) {  // the high byte comes first
-          frame_[at] = source[at + 1];
-          frame_[at + 1] = source[at];
-        }
-      }
-      file_.write(isWide_ ? frame_.data() : source, frame_.size());
+      file_.write(order_.of(source, frameBytes_), frameBytes_);
       any_ = true;
     }
   }
@@ -63,9 +83,9 @@ class PgmWriter final : public FrameWriter {
 
  private:
   OutputFile& file_;
-  const bool isWide_;
   const std::string heading_;
-  std::vector<char> frame_;
+  const std::size_t frameBytes_;
+  FileOrder order_;
   bool any_ = false;
 };
 
@@ -76,7 +96,8 @@ class TiffPages final : public FrameWriter {
   TiffPages(OutputFile& file, const ImageShape& shape)
       : file_(file),
         shape_(shape),
-        frameBytes_(shape.rowBytes() * static_cast<std::size_t>(shape.height)) {
+        frameBytes_(shape.rowBytes() * static_cast<std::size_t>(shape.height)),
+        order_(shape, false) {
     std::string header("II\x2B\0\x08\0\0\0", 8);  // little endian, places of 8 bytes
     append(header, kHeader, 8);
     file_.write(header);
@@ -87,7 +108,7 @@ class TiffPages final : public FrameWriter {
     for (int i = 0; i < count; ++i, source += frameBytes_) {
       const std::string tags = describe();
       file_.write(tags);
-      file_.write(source, frameBytes_);
+      file_.write(order_.of(source, frameBytes_), frameBytes_);
       file_.write(std::string_view("\0\0\0\0\0\0\0", padding()));
       page_ += tags.size() + frameBytes_ + padding();
     }
@@ -141,6 +162,7 @@ class TiffPages final : public FrameWriter {
   OutputFile& file_;
   const ImageShape shape_;
   const std::size_t frameBytes_;
+  FileOrder order_;
   std::uint64_t page_ = kHeader;  // where the next one is to begin
 };
 

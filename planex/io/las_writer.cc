@@ -46,7 +46,8 @@ struct LasAxis {
 
 template <typename T>
 void append(std::string& bytes, T value) {
-  bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+  bytes.resize(bytes.size() + sizeof value);
+  base::storeLittle(value, bytes.data() + bytes.size() - sizeof value);
 }
 
 void append(std::string& bytes, std::string text, std::size_t size) {
@@ -66,9 +67,10 @@ class LasWriter final : public RecordWriter {
   void writeRows(const PointRows& rows, const PreparedRows& prepared) override {
     requireCountable(prepared.points);
     for (std::size_t i = 0; i < prepared.bytes.size(); i += kRecordBytes) {
-      std::array<float, 3> point;
-      std::memcpy(point.data(), prepared.bytes.data() + i, sizeof point);
-      for (std::size_t k = 0; k < 3; ++k) axes_[k].include(double{point[k]});
+      const char* const point = prepared.bytes.data() + i;
+      for (std::size_t k = 0; k < 3; ++k) {
+        axes_[k].include(double{base::loadLittle<float>(point + 4 * k)});
+      }
     }
     RecordWriter::writeRows(rows, prepared);
   }
@@ -104,10 +106,7 @@ class LasWriter final : public RecordWriter {
 
   void store(char* record) const {
     for (std::size_t k = 0; k < 3; ++k, record += 4) {
-      float value;
-      std::memcpy(&value, record, sizeof value);
-      const std::int32_t stored = axes_[k].stored(double{value});
-      std::memcpy(record, &stored, sizeof stored);
+      base::storeLittle(axes_[k].stored(double{base::loadLittle<float>(record)}), record);
     }
   }
 

@@ -6,14 +6,13 @@
 #include <cstring>
 #include <utility>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/failure.h"
 
 namespace planex::io {
 namespace {
 
 constexpr std::size_t kMaximumHeader = 65536;
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "values are swapped");
 
 /// The Python dictionary that describes an array: three members, in any order.
 class NpyDictionary {
@@ -96,7 +95,7 @@ NpyHeader readNpyHeader(const InputFile& file, const std::string& path) {
   const NpyDictionary dictionary(std::move(text));
   NpyHeader header;
   header.typeName = dictionary.quoted("descr");
-  header.isSwapped = !header.typeName.empty() && header.typeName[0] == '>';
+  header.isSwapped = header.typeName.compare(0, 1, base::kIsBigEndian ? "<" : ">") == 0;
   if (header.typeName.size() == 3) header.type = header.typeName.substr(1);
   header.isRowMajor = dictionary.isFalse("fortran_order");
   header.shape = dictionary.numbers("shape");

@@ -1,10 +1,10 @@
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/image_formats.h"
 #include "planex/io/input_file.h"
 #include "planex/io/npy_header.h"
@@ -84,10 +84,7 @@ class NpyReader final : public ImageReader {
   /// Brings values into the order of the host.
   void swap(char* rows, std::size_t count) const {
     const std::size_t bytes = cmnalg::bytesPerPixel(shape().type);
-    if (bytes == 1) return;
-    for (char* value = rows; value < rows + count * shape().rowBytes(); value += bytes) {
-      std::reverse(value, value + bytes);
-    }
+    base::reverseBytes(rows, count * static_cast<std::size_t>(shape().width), bytes);
   }
 
   void rewind() override { row_ = 0; }

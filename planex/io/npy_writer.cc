@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/raster_formats.h"
 
 namespace planex::io {
@@ -34,6 +35,7 @@ class NpyWriter final : public RasterWriter {
         out += bytes;
       }
     }
+    base::swapLittle(cells_.data(), cells * layers.size(), bytes);
     file_.write(cells_.data(), cells_.size());
   }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "planex/infra/byte_order.h"
+
 namespace planex::io {
 namespace {
 
@@ -66,8 +68,6 @@ PgmHeader readPgmHeader(const std::function<int()>& next) {
   return header;
 }
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "values are swapped");
-
 bool takePgmValues(const PgmHeader& header, std::size_t count, void* values) {
   int largest = 0;
   if (header.type() == cmnalg::IMAGE_TYPE_UINT8) {
@@ -78,7 +78,7 @@ bool takePgmValues(const PgmHeader& header, std::size_t count, void* values) {
     auto* const words = static_cast<std::uint16_t*>(values);
 #pragma omp simd reduction(max : largest)
     for (std::size_t i = 0; i < count; ++i) {
-      words[i] = static_cast<std::uint16_t>(words[i] >> 8 | words[i] << 8);
+      if (!base::kIsBigEndian) words[i] = static_cast<std::uint16_t>(words[i] >> 8 | words[i] << 8);
       largest = std::max<int>(largest, words[i]);
     }
   }

@@ -2,8 +2,14 @@
 
 #include <cstring>
 
+#include "planex/infra/byte_order.h"
+
 namespace planex::io {
 namespace {
+
+/// How far up the pixels of a word lie, in the order of their addresses.
+constexpr unsigned kPlace[] = {base::kIsBigEndian ? 48 : 0, base::kIsBigEndian ? 32 : 16,
+                               base::kIsBigEndian ? 16 : 32, base::kIsBigEndian ? 0 : 48};
 
 template <unsigned kBits>
 void unpack(const unsigned char* bytes, std::size_t count, std::uint16_t* pixels) {
@@ -12,10 +18,10 @@ void unpack(const unsigned char* bytes, std::size_t count, std::uint16_t* pixels
   // Four pixels lie in the first bytes of a word.
   std::size_t i = 0;
   for (; count - i >= 4 && end - bytes >= 8; i += 4, bytes += kBits / 2) {
-    std::uint64_t four;
-    std::memcpy(&four, bytes, sizeof four);
-    four = (four & kMask) | (four >> kBits & kMask) << 16 | (four >> 2 * kBits & kMask) << 32 |
-           (four >> 3 * kBits & kMask) << 48;
+    const auto packed = base::loadLittle<std::uint64_t>(bytes);
+    const std::uint64_t four =
+        (packed & kMask) << kPlace[0] | (packed >> kBits & kMask) << kPlace[1] |
+        (packed >> 2 * kBits & kMask) << kPlace[2] | (packed >> 3 * kBits & kMask) << kPlace[3];
     std::memcpy(pixels + i, &four, sizeof four);
   }
   std::uint64_t held = 0;
@@ -24,8 +30,6 @@ void unpack(const unsigned char* bytes, std::size_t count, std::uint16_t* pixels
     pixels[i] = static_cast<std::uint16_t>(held & kMask);
   }
 }
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are taken as they are");
 
 struct FormatName {
   const char* name;

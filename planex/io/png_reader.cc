@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/image_formats.h"
 #include "planex/io/input_file.h"
 
@@ -47,7 +48,8 @@ class PngPass {
     png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
     png_set_chunk_malloc_max(png_, kMaximumChunk);
     png_read_info(png_, info_);
-    if (png_get_bit_depth(png_, info_) == 16) png_set_swap(png_);  // PNG has the high byte first
+    // PNG has the high byte first.
+    if (!base::kIsBigEndian && png_get_bit_depth(png_, info_) == 16) png_set_swap(png_);
     return true;
   }
 

@@ -20,14 +20,15 @@ void replaceHeading(OutputFile& file, std::string_view heading) {
   file.write(heading);
 }
 
-void interleave(const float* a, const float* b, const float* c, std::size_t count, float* out) {
+void interleave(const float* a, const float* b, const float* c, std::size_t count, char* bytes) {
+  auto* const out = reinterpret_cast<float*>(bytes);
   if (c == nullptr) {
 #pragma omp simd
     for (std::size_t i = 0; i < count; ++i) {
       out[2 * i] = a[i];
       out[2 * i + 1] = b[i];
     }
-    return;
+    return base::swapLittle(bytes, 2 * count, sizeof(float));
   }
 #pragma omp simd
   for (std::size_t i = 0; i < count; ++i) {
@@ -35,6 +36,7 @@ void interleave(const float* a, const float* b, const float* c, std::size_t coun
     out[3 * i + 1] = b[i];
     out[3 * i + 2] = c[i];
   }
+  base::swapLittle(bytes, 3 * count, sizeof(float));
 }
 
 void RecordWriter::prepare(const PointRows& rows, PreparedRows& prepared) const {

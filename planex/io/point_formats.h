@@ -9,13 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/output_file.h"
 #include "planex/io/point_writer.h"
 
 namespace planex::io {
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
-              "numbers are written as they lie in memory");
 
 /// @{
 /// As PointWriter::create.
@@ -38,8 +36,9 @@ inline bool isThere(const PointRows& rows, std::size_t i) {
 /// Puts what is known at the end of a file, a heading of the same size, in the place of the first.
 void replaceHeading(OutputFile& file, std::string_view heading);
 
-/// out = a0 b0 a1 b1 ... or, with c, a0 b0 c0 a1 ...
-void interleave(const float* a, const float* b, const float* c, std::size_t count, float* out);
+/// bytes = a0 b0 a1 b1 ... or, with c, a0 b0 c0 a1 ..., as files have them
+/// @param bytes of `count` points, at an address of floats
+void interleave(const float* a, const float* b, const float* c, std::size_t count, char* bytes);
 
 /// Points one behind the other, each with its numbers together.
 class RecordWriter : public PointWriter {
@@ -55,8 +54,7 @@ class RecordWriter : public PointWriter {
   template <typename Stored, typename T>
   void place(const T* values, std::size_t position, std::vector<char>& bytes) const {
     for (std::size_t i = position; i < bytes.size(); i += recordBytes_, ++values) {
-      const auto stored = static_cast<Stored>(*values);
-      std::memcpy(bytes.data() + i, &stored, sizeof stored);
+      base::storeLittle(static_cast<Stored>(*values), bytes.data() + i);
     }
   }
   /// The same for intensities, whose type the description tells.

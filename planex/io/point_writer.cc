@@ -27,11 +27,10 @@ class NpyWriter final : public RecordWriter {
  private:
   void fill(const PointRows& rows, std::vector<char>& bytes) const override {
     const std::size_t count = bytes.size() / (points_.aligned ? 12 : 8);
-    auto* out = reinterpret_cast<float*>(bytes.data());
     if (points_.aligned) {
-      interleave(rows.x, rows.y, rows.z, count, out);
+      interleave(rows.x, rows.y, rows.z, count, bytes.data());
     } else {
-      interleave(rows.x, rows.z, nullptr, count, out);
+      interleave(rows.x, rows.z, nullptr, count, bytes.data());
     }
   }
 };

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/byte_stream.h"
 #include "planex/io/failure.h"
 #include "planex/io/frame_files.h"
@@ -9,8 +10,6 @@
 
 namespace planex::io {
 namespace {
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "raw values are taken as they are");
 
 [[noreturn]] void refuseCut(const std::string& path, std::uint64_t present, std::uint64_t needed) {
   throw Failure(path, "is cut off after " + std::to_string(present) + " of " +
@@ -142,6 +141,7 @@ class RawFile final : public FrameFile {
   void read(void* frame) override {
     if (bits_.stored % 8 != 0) return readPacked(static_cast<std::uint16_t*>(frame));
     readBytes(frame, bytes_, 0);
+    base::swapLittle(frame, pixels_, bits_.stored / 8);
     if (bits_.used % 8 != 0) checkValues(static_cast<const std::uint16_t*>(frame));
   }
 

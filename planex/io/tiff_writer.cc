@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/deflater.h"
 #include "planex/io/failure.h"
 #include "planex/io/raster_formats.h"
@@ -72,7 +73,9 @@ void subtractLeft(char* row, std::size_t count) {
 void splitFloats(char* row, std::size_t count, std::vector<char>& scratch) {
   scratch.assign(row, row + 4 * count);
   for (std::size_t i = 0; i < count; ++i) {
-    for (std::size_t b = 0; b < 4; ++b) row[b * count + i] = scratch[4 * i + 3 - b];
+    for (std::size_t b = 0; b < 4; ++b) {
+      row[b * count + i] = scratch[4 * i + (base::kIsBigEndian ? b : 3 - b)];
+    }
   }
   subtractLeft<std::uint8_t>(row, 4 * count);
 }
@@ -94,14 +97,23 @@ struct Strip {
     }
   }
 
+  /// Brings samples into the order of the file.
+  static void order(std::vector<char>& rows, SampleType type) {
+    base::swapLittle(rows.data(), rows.size() / bytesOf(type), bytesOf(type));
+  }
+
   void compress(Compression compression, std::size_t width, SampleType type) {
-    if (compression == Compression::kNone) return compressed.swap(layers);
+    if (compression == Compression::kNone) {
+      for (std::vector<char>& rows : layers) order(rows, type);
+      return compressed.swap(layers);
+    }
     for (std::size_t i = 0; i < layers.size(); ++i) {
       std::vector<char>& rows = layers[i];
       std::vector<char>& out = compressed[i];
       for (std::size_t row = 0; row < rows.size(); row += width * bytesOf(type)) {
         predict(rows.data() + row, width, type);
       }
+      if (type != SampleType::kFloat32) order(rows, type);  // those are bytes by then
       out.clear();
       if (compression == Compression::kDeflate) {
         deflater.append(rows, true, out);
@@ -191,7 +203,7 @@ class TiffWriter final : public RasterWriter {
     const std::uint64_t layers = raster_.layers.size();
     const bool isBig = needsBigTiff(layers * static_cast<std::uint64_t>(raster_.height) * rowBytes_,
                                     layers * static_cast<std::uint64_t>(stripsPerLayer_));
-    file_.emplace(output_.temporaryPath(), isBig ? "w8" : "w");
+    file_.emplace(output_.temporaryPath(), isBig ? "wl8" : "wl");
     if (tiff() == nullptr) fail();
     declareTags(tiff());
     describeSamples(raster_);

@@ -2,12 +2,12 @@
 
 #include <cfenv>
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
 #include "planex/infra/out_stream.h"
@@ -33,7 +33,7 @@ class Checksum {
   template <typename T>
   Checksum& Add(T value) {
     unsigned char bytes[sizeof(T)] = {0xFF};
-    if (value == value) std::memcpy(bytes, &value, sizeof(T));
+    if (value == value) base::storeLittle(value, bytes);
     for (const unsigned char byte : bytes) sum_ = (sum_ ^ byte) * 1099511628211u;
     return *this;
   }
