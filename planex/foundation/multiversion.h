@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "planex/foundation/instruction_set.h"
+
 /// One kernel text, several instruction sets.
 ///
 /// A kernel is a struct with a static member function template
@@ -38,15 +40,7 @@
 
 namespace cmnalg {
 
-/// What a kernel may be compiled for, from the poorest.
-enum class InstructionSet : int { Baseline = 0, Avx2 = 1, Avx512 = 2 };
 constexpr int kInstructionSetCount = PLANEX_MULTIVERSION ? 3 : 1;
-
-/// The best set that this build has and this processor can run, at most the limit that a test
-/// has set. Constant unless a test changes the limit.
-InstructionSet currentInstructionSet();
-/// For tests and benchmarks: no kernel is chosen beyond `limit`.
-void limitInstructionSet(InstructionSet limit);
 
 #ifdef __FMA__
 constexpr bool kBaselineHasFma = true;
