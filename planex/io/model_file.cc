@@ -1,17 +1,14 @@
 #include "planex/io/model_file.h"
 
-#include <fmt/format.h>
-#include <nettle/sha2.h>
-
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
 #include "planex/infra/json_deserializer.h"
 #include "planex/io/failure.h"
+#include "planex/io/sha256.h"
 
 namespace planex::io {
 namespace {
@@ -25,12 +22,9 @@ struct CloseFile {
 };
 
 std::string sha256Of(const std::string& text) {
-  sha256_ctx context;
-  sha256_init(&context);
-  sha256_update(&context, text.size(), reinterpret_cast<const std::uint8_t*>(text.data()));
-  std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest;
-  sha256_digest(&context, digest.size(), digest.data());
-  return fmt::format("{:02x}", fmt::join(digest, ""));
+  Sha256 sum;
+  sum.add(text.data(), text.size());
+  return sum.take();
 }
 
 }  // namespace
