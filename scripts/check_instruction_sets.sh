@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The tests of the numbers once more, built for one instruction set at a time and with another
-# compiler. The checksums among them are the same everywhere.
+# compiler. The checksums among them, and those of planex selftest, are the same everywhere.
 # Usage: scripts/check_instruction_sets.sh [BUILD...], all of those below by default
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,9 +21,11 @@ for name in "$@"; do
   fi
   cmake -S . -B "build/sets/$name" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_CXX_COMPILER="${compiler[$name]:-g++}" -DCMAKE_CXX_FLAGS="${flags[$name]}" \
-    -DPLANEX_BUILD_BENCH=OFF -DPLANEX_BUILD_EXAMPLES=OFF -DPLANEX_BUILD_TOOLS=OFF >/dev/null
-  cmake --build "build/sets/$name" --target planex_{model,processing,api}_test
+    -DPLANEX_BUILD_BENCH=OFF -DPLANEX_BUILD_EXAMPLES=OFF -DPLANEX_BUILD_TOOLS=OFF \
+    -DPLANEX_BUILD_IO=ON -DPLANEX_BUILD_ESTIMATION=OFF -DPLANEX_BUILD_ACQUISITION=OFF >/dev/null
+  cmake --build "build/sets/$name" --target planex_{model,processing,api,io}_test
   for layer in model processing api; do
     "build/sets/$name/tests/planex_${layer}_test" --gtest_brief=1
   done
+  "build/sets/$name/tests/planex_io_test" --gtest_brief=1 --gtest_filter='Selftest.*'
 done

@@ -17,6 +17,8 @@ declare -A packages=(
   [abi]="abigail-tools"
   [check]="git valgrind locales-all gcovr python3-gdal python3-opencv python3-open3d time"
   [docs]="doxygen graphviz"
+  [aarch64]="g++-aarch64-linux-gnu qemu-user"
+  [s390x]="g++-s390x-linux-gnu qemu-user"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
 
