@@ -89,32 +89,31 @@ void addDocumentOfImage(SceneSum& sum) {
 }
 
 void addDocuments(std::vector<Scene>& scenes) {
-  scenes.push_back({"document of a model", [](int, SceneSum& sum) {
-                      auto model = referenceModel();
-                      etl::Vector<cmnalg::Vec<2, double>> points, residuals;
-                      for (int i = 0; i < 500; ++i) {
-                        points.push_back({i % 31 * 0.3, i * 0.1});
-                        residuals.push_back({i % 7 * 1e-3, i % 11 * -1e-4});
-                      }
-                      SceneSum::require(model.CalibratedRegion.Resize(7, 5) &&
-                                        model.CalibratedRegion.Update(points, residuals));
-                      sum.add(documentOf(model, true));
-                      const std::string text = documentOf(model, false);
-                      datafusion::planex::CalibrationModel found;
-                      readDocument(text, found);
-                      sum.add(text);
-                      sum.add(documentOf(found, false));
-                      sum.add(found.toString());
-                      for (const double value : found.LensCoefficients) sum.add(value);
-                    }});
-  scenes.push_back({"documents of images", [](int, SceneSum& sum) {
-                      forEachMeasuredType([&sum](const std::string&, auto pixel) {
-                        addDocumentOfImage<decltype(pixel)>(sum);
-                      });
-                      addDocumentOfImage<std::int16_t>(sum);
-                      addDocumentOfImage<std::int32_t>(sum);
-                      addDocumentOfImage<std::int64_t>(sum);
-                    }});
+  addScene(scenes, "document of a model", [](int, SceneSum& sum) {
+    auto model = referenceModel();
+    etl::Vector<cmnalg::Vec<2, double>> points, residuals;
+    for (int i = 0; i < 500; ++i) {
+      points.push_back({i % 31 * 0.3, i * 0.1});
+      residuals.push_back({i % 7 * 1e-3, i % 11 * -1e-4});
+    }
+    SceneSum::require(model.CalibratedRegion.Resize(7, 5) &&
+                      model.CalibratedRegion.Update(points, residuals));
+    sum.add(documentOf(model, true));
+    const std::string text = documentOf(model, false);
+    datafusion::planex::CalibrationModel found;
+    readDocument(text, found);
+    sum.add(text);
+    sum.add(documentOf(found, false));
+    sum.add(found.toString());
+    for (const double value : found.LensCoefficients) sum.add(value);
+  });
+  addScene(scenes, "documents of images", [](int, SceneSum& sum) {
+    forEachMeasuredType(
+        [&sum](const std::string&, auto pixel) { addDocumentOfImage<decltype(pixel)>(sum); });
+    addDocumentOfImage<std::int16_t>(sum);
+    addDocumentOfImage<std::int32_t>(sum);
+    addDocumentOfImage<std::int64_t>(sum);
+  });
 }
 
 /// Points of a few heights, of which one in eight is missing.
@@ -178,20 +177,20 @@ void addPointFiles(std::vector<Scene>& scenes) {
       {"PLY", PointFormat::kPly}, {"PCD", PointFormat::kPcd}, {"NPY", PointFormat::kNpy},
       {"LAS", PointFormat::kLas}, {"CSV", PointFormat::kCsv}, {"XYZ", PointFormat::kXyz}};
   for (const auto& [name, format] : kFormats) {
-    scenes.push_back(
-        {std::string("points in a file ") + name, [format = format](int rows, SceneSum& sum) {
-           writePoints(format, {}, rows, sum);
-           io::PointDescription more;
-           more.intensity = io::SampleType::kUint16;
-           more.withoutMissing = true;
-           writePoints(format, more, rows, sum);
-         }});
+    addScene(scenes, std::string("points in a file ") + name,
+             [format = format](int rows, SceneSum& sum) {
+               writePoints(format, {}, rows, sum);
+               io::PointDescription more;
+               more.intensity = io::SampleType::kUint16;
+               more.withoutMissing = true;
+               writePoints(format, more, rows, sum);
+             });
   }
-  scenes.push_back({"mesh in a file PLY", [](int rows, SceneSum& sum) {
-                      io::PointDescription mesh;
-                      mesh.meshEdge = 1.25;
-                      writePoints(PointFormat::kPly, mesh, rows, sum);
-                    }});
+  addScene(scenes, "mesh in a file PLY", [](int rows, SceneSum& sum) {
+    io::PointDescription mesh;
+    mesh.meshEdge = 1.25;
+    writePoints(PointFormat::kPly, mesh, rows, sum);
+  });
 }
 
 void addSamples(const io::ImageShape& shape, const std::vector<char>& bytes, SceneSum& sum) {
@@ -251,37 +250,35 @@ void addRasterFiles(std::vector<Scene>& scenes) {
       {"TIFF with deflate", io::RasterFormat::kTiff, io::Compression::kDeflate},
       {"TIFF with ZSTD", io::RasterFormat::kTiff, io::Compression::kZstd}};
   for (const Kind& kind : kKinds) {
-    scenes.push_back(
-        {std::string("map in a file ") + kind.name, [&kind](int rows, SceneSum& sum) {
-           using io::SampleType;
-           writeRaster<std::uint8_t>(kind.format, kind.compression, SampleType::kUint8, rows, sum);
-           writeRaster<std::uint16_t>(kind.format, kind.compression, SampleType::kUint16, rows,
-                                      sum);
-           if (kind.format == io::RasterFormat::kPng) return;
-           writeRaster<float>(kind.format, kind.compression, SampleType::kFloat32, rows, sum);
-         }});
+    addScene(scenes, std::string("map in a file ") + kind.name, [&kind](int rows, SceneSum& sum) {
+      using io::SampleType;
+      writeRaster<std::uint8_t>(kind.format, kind.compression, SampleType::kUint8, rows, sum);
+      writeRaster<std::uint16_t>(kind.format, kind.compression, SampleType::kUint16, rows, sum);
+      if (kind.format == io::RasterFormat::kPng) return;
+      writeRaster<float>(kind.format, kind.compression, SampleType::kFloat32, rows, sum);
+    });
   }
-  scenes.push_back({"arrays of both byte orders", [](int rows, SceneSum& sum) {
-                      for (const char* const type : {"<u2", ">u2", "<f4", ">f4"}) {
-                        NamelessFile file;
-                        file.output().write(io::npyHeader(type, "(3, 2)"));
-                        file.output().write(
-                            std::string_view("A\x02"
-                                             "B\x04"
-                                             "C\x08"
-                                             "D\x10"
-                                             "E\x20"
-                                             "F\x40"
-                                             "G\x03"
-                                             "H\x05"
-                                             "I\x07"
-                                             "J\x09"
-                                             "K\x0B"
-                                             "L\x0D",
-                                             type[2] == '2' ? 12 : 24));
-                        readImage(file.path(), rows, sum);
-                      }
-                    }});
+  addScene(scenes, "arrays of both byte orders", [](int rows, SceneSum& sum) {
+    for (const char* const type : {"<u2", ">u2", "<f4", ">f4"}) {
+      NamelessFile file;
+      file.output().write(io::npyHeader(type, "(3, 2)"));
+      file.output().write(
+          std::string_view("A\x02"
+                           "B\x04"
+                           "C\x08"
+                           "D\x10"
+                           "E\x20"
+                           "F\x40"
+                           "G\x03"
+                           "H\x05"
+                           "I\x07"
+                           "J\x09"
+                           "K\x0B"
+                           "L\x0D",
+                           type[2] == '2' ? 12 : 24));
+      readImage(file.path(), rows, sum);
+    }
+  });
 }
 
 void readFrames(const std::string& path, const io::RawFrames* raw, SceneSum& sum) {
@@ -306,36 +303,36 @@ void writeFrames(io::FrameFormat format, const io::RawFrames* raw, SceneSum& sum
 
 void addFrameFiles(std::vector<Scene>& scenes) {
   using Packing = io::RawFrames::Packing;
-  scenes.push_back({"frames in a file PGM", [](int, SceneSum& sum) {
-                      writeFrames<std::uint8_t>(io::FrameFormat::kPgm, nullptr, sum);
-                      writeFrames<std::uint16_t>(io::FrameFormat::kPgm, nullptr, sum);
-                    }});
-  scenes.push_back({"frames in a file TIFF", [](int, SceneSum& sum) {
-                      writeFrames<std::uint8_t>(io::FrameFormat::kTiffPages, nullptr, sum);
-                      writeFrames<std::uint16_t>(io::FrameFormat::kTiffPages, nullptr, sum);
-                    }});
-  scenes.push_back({"frames without headings", [](int, SceneSum& sum) {
-                      for (const auto packing : {Packing::kMono8, Packing::kMono16}) {
-                        const io::RawFrames raw{kWidth, kHeight, packing};
-                        if (packing == Packing::kMono8) {
-                          writeFrames<std::uint8_t>(io::FrameFormat::kRaw, &raw, sum);
-                        } else {
-                          writeFrames<std::uint16_t>(io::FrameFormat::kRaw, &raw, sum);
-                        }
-                      }
-                    }});
-  scenes.push_back({"frames of packed pixels", [](int, SceneSum& sum) {
-                      for (const auto packing : {Packing::kMono10p, Packing::kMono12p}) {
-                        const io::RawFrames raw{kWidth, kHeight, packing};
-                        const std::size_t bits = packing == Packing::kMono10p ? 10 : 12;
-                        std::string packed((std::size_t{kWidth} * kHeight * bits + 7) / 8, '\0');
-                        std::mt19937 noise(11);
-                        for (char& byte : packed) byte = static_cast<char>(noise() & 0xFF);
-                        NamelessFile file;
-                        file.output().write(packed);
-                        readFrames(file.path(), &raw, sum);
-                      }
-                    }});
+  addScene(scenes, "frames in a file PGM", [](int, SceneSum& sum) {
+    writeFrames<std::uint8_t>(io::FrameFormat::kPgm, nullptr, sum);
+    writeFrames<std::uint16_t>(io::FrameFormat::kPgm, nullptr, sum);
+  });
+  addScene(scenes, "frames in a file TIFF", [](int, SceneSum& sum) {
+    writeFrames<std::uint8_t>(io::FrameFormat::kTiffPages, nullptr, sum);
+    writeFrames<std::uint16_t>(io::FrameFormat::kTiffPages, nullptr, sum);
+  });
+  addScene(scenes, "frames without headings", [](int, SceneSum& sum) {
+    for (const auto packing : {Packing::kMono8, Packing::kMono16}) {
+      const io::RawFrames raw{kWidth, kHeight, packing};
+      if (packing == Packing::kMono8) {
+        writeFrames<std::uint8_t>(io::FrameFormat::kRaw, &raw, sum);
+      } else {
+        writeFrames<std::uint16_t>(io::FrameFormat::kRaw, &raw, sum);
+      }
+    }
+  });
+  addScene(scenes, "frames of packed pixels", [](int, SceneSum& sum) {
+    for (const auto packing : {Packing::kMono10p, Packing::kMono12p}) {
+      const io::RawFrames raw{kWidth, kHeight, packing};
+      const std::size_t bits = packing == Packing::kMono10p ? 10 : 12;
+      std::string packed((std::size_t{kWidth} * kHeight * bits + 7) / 8, '\0');
+      std::mt19937 noise(11);
+      for (char& byte : packed) byte = static_cast<char>(noise() & 0xFF);
+      NamelessFile file;
+      file.output().write(packed);
+      readFrames(file.path(), &raw, sum);
+    }
+  });
 }
 
 }  // namespace

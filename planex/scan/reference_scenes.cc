@@ -138,53 +138,50 @@ void addCalibration(std::vector<Scene>& scenes) {
   forEachMeasuredType([&scenes](const std::string& type, auto pixel) {
     for (const RunMode mode : {RunMode::SinglePrecision, RunMode::DoublePrecision}) {
       const char* const precision = mode == RunMode::SinglePrecision ? "single" : "double";
-      scenes.push_back({"calibration " + type + " " + precision, [mode](int rows, SceneSum& sum) {
-                          const auto& range = rangeImage<decltype(pixel)>();
-                          ImageOf<float> x = blankImage<float>(kWidth, kHeight), z = x;
-                          for (const ModelParts& part : kParts) {
-                            CalibrationModel model = referenceModel();
-                            for (std::size_t i = static_cast<std::size_t>(part.lensTerms); i < 7;
-                                 ++i) {
-                              model.LensCoefficients[i] = 0;
-                            }
-                            if (!part.sheet) model.SheetCurve.clear();
-                            forEachBlock(rows, kHeight, [&](int first, int count) {
-                              RowsOf<float> someX(x, first, count), someZ(z, first, count);
-                              SceneSum::require(applyCalibration(model, part.aligned,
-                                                                 RowsOf(range, first, count).image,
-                                                                 someX.image, someZ.image, mode));
-                            });
-                            sum.add(x);
-                            sum.add(z);
-                          }
-                        }});
+      addScene(scenes, "calibration " + type + " " + precision, [mode](int rows, SceneSum& sum) {
+        const auto& range = rangeImage<decltype(pixel)>();
+        ImageOf<float> x = blankImage<float>(kWidth, kHeight);
+        ImageOf<float> z = blankImage<float>(kWidth, kHeight);
+        for (const ModelParts& part : kParts) {
+          CalibrationModel model = referenceModel();
+          for (std::size_t i = static_cast<std::size_t>(part.lensTerms); i < 7; ++i) {
+            model.LensCoefficients[i] = 0;
+          }
+          if (!part.sheet) model.SheetCurve.clear();
+          forEachBlock(rows, kHeight, [&](int first, int count) {
+            RowsOf<float> someX(x, first, count), someZ(z, first, count);
+            SceneSum::require(applyCalibration(model, part.aligned,
+                                               RowsOf(range, first, count).image, someX.image,
+                                               someZ.image, mode));
+          });
+          sum.add(x);
+          sum.add(z);
+        }
+      });
     }
   });
 }
 
 void addAlignment(std::vector<Scene>& scenes) {
   forEachMeasuredType([&scenes](const std::string& type, auto pixel) {
-    scenes.push_back(
-        {"alignment " + type, [](int rows, SceneSum& sum) {
-           const auto& from = CalibratedScene<decltype(pixel)>::get();
-           CalibrationModel model = referenceModel();
-           std::array<ImageOf<float>, 3> to;
-           to.fill(blankImage<float>(kWidth, kHeight));
-           for (const bool aligned : {false, true}) {
-             model.SkewMode =
-                 aligned ? SkewMode::XZ_NOT_IN_LIGHT_PLANE : SkewMode::XZ_IN_LIGHT_PLANE;
-             forEachBlock(rows, kHeight, [&](int first, int count) {
-               etl::Vector<double> y;
-               for (int row = first; row < first + count; ++row) y.push_back(0.1 * row);
-               RowsOf<float> x(to[0], first, count), yOut(to[1], first, count),
-                   z(to[2], first, count);
-               SceneSum::require(applyAlignment(model, aligned, RowsOf(from.x, first, count).image,
-                                                y, RowsOf(from.z, first, count).image, x.image,
-                                                yOut.image, z.image, RunMode::Default));
-             });
-             for (const auto& image : to) sum.add(image);
-           }
-         }});
+    addScene(scenes, "alignment " + type, [](int rows, SceneSum& sum) {
+      const auto& from = CalibratedScene<decltype(pixel)>::get();
+      CalibrationModel model = referenceModel();
+      std::array<ImageOf<float>, 3> to;
+      to.fill(blankImage<float>(kWidth, kHeight));
+      for (const bool aligned : {false, true}) {
+        model.SkewMode = aligned ? SkewMode::XZ_NOT_IN_LIGHT_PLANE : SkewMode::XZ_IN_LIGHT_PLANE;
+        forEachBlock(rows, kHeight, [&](int first, int count) {
+          etl::Vector<double> y;
+          for (int row = first; row < first + count; ++row) y.push_back(0.1 * row);
+          RowsOf<float> x(to[0], first, count), yOut(to[1], first, count), z(to[2], first, count);
+          SceneSum::require(applyAlignment(model, aligned, RowsOf(from.x, first, count).image, y,
+                                           RowsOf(from.z, first, count).image, x.image, yOut.image,
+                                           z.image, RunMode::Default));
+        });
+        for (const auto& image : to) sum.add(image);
+      }
+    });
   });
 }
 
@@ -219,86 +216,83 @@ void addRectification(std::vector<Scene>& scenes) {
   for (const auto& [name, mode] : kModes) {
     forEachMeasuredType([&scenes, name = name, mode = mode](const std::string& type, auto pixel) {
       const std::string title = std::string("rectification ") + name + " " + type;
-      scenes.push_back({title, [mode](int rows, SceneSum& sum) {
-                          const auto& from = CalibratedScene<decltype(pixel)>::get();
-                          rectify(from.x, from.z, mode, true, {1, 3.5, 0}, rows, sum);
-                          if (!needsIntensity(mode))
-                            rectify(from.x, from.z, mode, false, {2, 1}, rows, sum);
-                        }});
+      addScene(scenes, title, [mode](int rows, SceneSum& sum) {
+        const auto& from = CalibratedScene<decltype(pixel)>::get();
+        rectify(from.x, from.z, mode, true, {1, 3.5, 0}, rows, sum);
+        if (!needsIntensity(mode)) rectify(from.x, from.z, mode, false, {2, 1}, rows, sum);
+      });
     });
-    scenes.push_back({std::string("rectification ") + name + " to world heights",
-                      [mode = mode](int rows, SceneSum& sum) {
-                        const auto& from = CalibratedScene<float>::get();
-                        ImageOf<float> heights = blankImage<float>(kCells, kHeight);
-                        auto intensities = blankImage<std::uint8_t>(kCells, kHeight);
-                        forEachBlock(rows, kHeight, [&](int first, int count) {
-                          const RowsOf x(from.x, first, count), z(from.z, first, count);
-                          RowsOf target(heights, first, count);
-                          RowsOf targetIntensity(intensities, first, count);
-                          SceneSum::require(toRectifiedWorld(
-                              x.image, z.image, RowsOf(intensityImage(), first, count).image,
-                              {{0.01, 0.75}, 1.5}, mode,
-                              {kCells, count, {1.75, -20}, {0.001, -2.5}}, -1.0F, &target.image,
-                              targetIntensity.image));
-                        });
-                        sum.add(heights);
-                        sum.add(intensities);
-                      }});
+    addScene(scenes, std::string("rectification ") + name + " to world heights",
+             [mode = mode](int rows, SceneSum& sum) {
+               const auto& from = CalibratedScene<float>::get();
+               ImageOf<float> heights = blankImage<float>(kCells, kHeight);
+               auto intensities = blankImage<std::uint8_t>(kCells, kHeight);
+               forEachBlock(rows, kHeight, [&](int first, int count) {
+                 const RowsOf x(from.x, first, count), z(from.z, first, count);
+                 RowsOf target(heights, first, count);
+                 RowsOf targetIntensity(intensities, first, count);
+                 SceneSum::require(toRectifiedWorld(
+                     x.image, z.image, RowsOf(intensityImage(), first, count).image,
+                     {{0.01, 0.75}, 1.5}, mode, {kCells, count, {1.75, -20}, {0.001, -2.5}}, -1.0F,
+                     &target.image, targetIntensity.image));
+               });
+               sum.add(heights);
+               sum.add(intensities);
+             });
   }
-  scenes.push_back({"rectification HIGHEST all pairs of types", [](int rows, SceneSum& sum) {
-                      forEachMeasuredType([&](const std::string&, auto pixelX) {
-                        forEachMeasuredType([&](const std::string&, auto pixelZ) {
-                          const RowsOf x(CalibratedScene<decltype(pixelX)>::get().x, 0, 4);
-                          const RowsOf z(CalibratedScene<decltype(pixelZ)>::get().z, 0, 4);
-                          rectify(x.image, z.image, RectificationMode::HIGHEST, false, {1}, rows,
-                                  sum);
-                        });
-                      });
-                    }});
+  addScene(scenes, "rectification HIGHEST all pairs of types", [](int rows, SceneSum& sum) {
+    forEachMeasuredType([&](const std::string&, auto pixelX) {
+      forEachMeasuredType([&](const std::string&, auto pixelZ) {
+        const RowsOf x(CalibratedScene<decltype(pixelX)>::get().x, 0, 4);
+        const RowsOf z(CalibratedScene<decltype(pixelZ)>::get().z, 0, 4);
+        rectify(x.image, z.image, RectificationMode::HIGHEST, false, {1}, rows, sum);
+      });
+    });
+  });
 }
 
 /// Points that fall wherever they fall, added in blocks.
 void addPointGrids(std::vector<Scene>& scenes) {
   for (const auto& [name, mode] : kModes) {
-    scenes.push_back(
-        {std::string("grid of points ") + name, [mode = mode](int rows, SceneSum& sum) {
-           const auto& from = CalibratedScene<float>::get();
-           const ImageOf<float> carried = drawnImage<float>(
-               kWidth, kHeight, [](unsigned, unsigned, unsigned noise) { return noise % 1024; });
-           const ImageOf<float> y =
-               drawnImage<float>(kWidth, kHeight, [](unsigned u, unsigned v, unsigned noise) {
-                 return static_cast<float>(4 * v + u / 100 + noise % 8) / 16;
-               });
-           datafusion::planex::PointPlacement place;
-           place.width = 200;
-           place.height = 40;
-           place.x = {2.5, 1};
-           place.y = {0.75, 0.5};
-           place.splat = {{0.01, 0.75}, 1.5};
-           datafusion::planex::PointGrid grid(place.width, place.height, mode, 1);
-           datafusion::planex::PlacedGridPoints placed;
-           forEachBlock(rows, kHeight, [&](int first, int count) {
-             const float* const z = from.z.GetRowPtr(first);
-             placePoints(place, count * kWidth, from.x.GetRowPtr(first), y.GetRowPtr(first), z, z,
-                         placed);
-             grid.Add(placed, 0, static_cast<std::size_t>(count) * kWidth, z,
-                      {carried.GetRowPtr(first)}, 1);
-           });
-           std::array<std::vector<float>, 5> cells;
-           cells.fill(std::vector<float>(200));
-           std::vector<std::uint8_t> mask(200);
-           for (int row = 0; row < place.height; ++row) {
-             grid.TakeRow(row, {cells[0].data(),
-                                cells[1].data(),
-                                cells[2].data(),
-                                cells[3].data(),
-                                {cells[4].data()}});
-             for (const auto& figures : cells) sum.add(figures.data(), figures.size());
-             datafusion::planex::fillHoles(place.width, 5, cells[0].data(), mask.data());
-             sum.add(cells[0].data(), cells[0].size());
-             sum.add(mask.data(), mask.size());
-           }
-         }});
+    addScene(scenes, std::string("grid of points ") + name, [mode = mode](int rows, SceneSum& sum) {
+      const auto& from = CalibratedScene<float>::get();
+      const ImageOf<float> carried = drawnImage<float>(
+          kWidth, kHeight, [](unsigned, unsigned, unsigned noise) { return noise % 1024; });
+      const ImageOf<float> y =
+          drawnImage<float>(kWidth, kHeight, [](unsigned u, unsigned v, unsigned noise) {
+            const unsigned sixteenths = 4 * v + u / 100 + noise % 8;
+            return static_cast<float>(sixteenths) / 16;
+          });
+      datafusion::planex::PointPlacement place;
+      place.width = 200;
+      place.height = 40;
+      place.x = {2.5, 1};
+      place.y = {0.75, 0.5};
+      place.splat = {{0.01, 0.75}, 1.5};
+      datafusion::planex::PointGrid grid(place.width, place.height, mode, 1);
+      datafusion::planex::PlacedGridPoints placed;
+      forEachBlock(rows, kHeight, [&](int first, int count) {
+        const float* const z = from.z.GetRowPtr(first);
+        placePoints(place, count * kWidth, from.x.GetRowPtr(first), y.GetRowPtr(first), z, z,
+                    placed);
+        grid.Add(placed, 0, static_cast<std::size_t>(count) * kWidth, z, {carried.GetRowPtr(first)},
+                 1);
+      });
+      std::array<std::vector<float>, 5> cells;
+      cells.fill(std::vector<float>(200));
+      std::vector<std::uint8_t> mask(200);
+      for (int row = 0; row < place.height; ++row) {
+        grid.TakeRow(row, {cells[0].data(),
+                           cells[1].data(),
+                           cells[2].data(),
+                           cells[3].data(),
+                           {cells[4].data()}});
+        for (const auto& figures : cells) sum.add(figures.data(), figures.size());
+        datafusion::planex::fillHoles(place.width, 5, cells[0].data(), mask.data());
+        sum.add(cells[0].data(), cells[0].size());
+        sum.add(mask.data(), mask.size());
+      }
+    });
   }
 }
 
@@ -378,98 +372,91 @@ void addMapping(std::vector<Scene>& scenes) {
       if (from == to) continue;
       const Direction way{from.second, to.second};
       const std::string title = std::string(" from ") + from.first + " to " + to.first;
-      scenes.push_back({"points" + title, [way](int rows, SceneSum& sum) {
-                          CalibrationModel model = referenceModel();
-                          for (const SkewMode mode :
-                               {SkewMode::XZ_IN_LIGHT_PLANE, SkewMode::Z_NOT_IN_LIGHT_PLANE,
-                                SkewMode::XZ_NOT_IN_LIGHT_PLANE}) {
-                            model.SkewMode = mode;
-                            mapSomePoints<2, float>(model, way, rows, sum);
-                            mapSomePoints<2, double>(model, way, rows, sum);
-                            mapSomePoints<3, float>(model, way, rows, sum);
-                            mapSomePoints<3, double>(model, way, rows, sum);
-                            model.SheetCurve.clear();
-                          }
-                        }});
-      scenes.push_back({"boxes" + title,
-                        [way](int, SceneSum& sum) { mapSomeBoxes(referenceModel(), way, sum); }});
-      scenes.push_back({"rectangles" + title, [way](int, SceneSum& sum) {
-                          mapSomeRectangles(referenceModel(), way, sum);
-                        }});
+      addScene(scenes, "points" + title, [way](int rows, SceneSum& sum) {
+        CalibrationModel model = referenceModel();
+        for (const SkewMode mode : {SkewMode::XZ_IN_LIGHT_PLANE, SkewMode::Z_NOT_IN_LIGHT_PLANE,
+                                    SkewMode::XZ_NOT_IN_LIGHT_PLANE}) {
+          model.SkewMode = mode;
+          mapSomePoints<2, float>(model, way, rows, sum);
+          mapSomePoints<2, double>(model, way, rows, sum);
+          mapSomePoints<3, float>(model, way, rows, sum);
+          mapSomePoints<3, double>(model, way, rows, sum);
+          model.SheetCurve.clear();
+        }
+      });
+      addScene(scenes, "boxes" + title,
+               [way](int, SceneSum& sum) { mapSomeBoxes(referenceModel(), way, sum); });
+      addScene(scenes, "rectangles" + title,
+               [way](int, SceneSum& sum) { mapSomeRectangles(referenceModel(), way, sum); });
     }
   }
 }
 
 void addBounds(std::vector<Scene>& scenes) {
-  scenes.push_back(
-      {"bounds of sensor regions", [](int, SceneSum& sum) {
-         for (const double scale : {1.0, 1.0 / 16, -0.5}) {
-           datafusion::planex::WorldBounds bounds;
-           SceneSum::require(calculateWorldBounds(referenceModel(),
-                                                  {1, 0, scale, scale < 0 ? 400.0 : 20.0, 640, 300},
-                                                  640, bounds) ==
-                             datafusion::planex::WorldBoundsResult::Calculated);
-           for (const double value : {bounds.x.min, bounds.x.max, bounds.z.min, bounds.z.max}) {
-             sum.add(value);
-           }
-           add(sum, bounds.lateralSpacing);
-         }
-       }});
-  scenes.push_back({"bounds of the sensor", [](int, SceneSum& sum) {
-                      for (const bool aligned : {false, true}) {
-                        Vec<2, double> min, max, spacing;
-                        SceneSum::require(calculateCalibratedBounds(referenceModel(), aligned, min,
-                                                                    max, spacing.x, spacing.y));
-                        for (const auto& value : {min, max, spacing}) add(sum, value);
-                      }
-                    }});
-  scenes.push_back({"bounds of images", [](int, SceneSum& sum) {
-                      Vec<3, double> min, max;
-                      SceneSum::require(calculateImageBounds(
-                          referenceModel(), rangeImage<std::uint16_t>(), 10, 400, min, max,
-                          CoordinateSystem::Pixel, CoordinateSystem::Aligned, 4));
-                      add(sum, min);
-                      add(sum, max);
-                    }});
+  addScene(scenes, "bounds of sensor regions", [](int, SceneSum& sum) {
+    for (const double scale : {1.0, 1.0 / 16, -0.5}) {
+      datafusion::planex::WorldBounds bounds;
+      SceneSum::require(
+          calculateWorldBounds(referenceModel(), {1, 0, scale, scale < 0 ? 400.0 : 20.0, 640, 300},
+                               640, bounds) == datafusion::planex::WorldBoundsResult::Calculated);
+      for (const double value : {bounds.x.min, bounds.x.max, bounds.z.min, bounds.z.max}) {
+        sum.add(value);
+      }
+      add(sum, bounds.lateralSpacing);
+    }
+  });
+  addScene(scenes, "bounds of the sensor", [](int, SceneSum& sum) {
+    for (const bool aligned : {false, true}) {
+      Vec<2, double> min, max, spacing;
+      SceneSum::require(
+          calculateCalibratedBounds(referenceModel(), aligned, min, max, spacing.x, spacing.y));
+      for (const auto& value : {min, max, spacing}) add(sum, value);
+    }
+  });
+  addScene(scenes, "bounds of images", [](int, SceneSum& sum) {
+    Vec<3, double> min, max;
+    SceneSum::require(calculateImageBounds(referenceModel(), rangeImage<std::uint16_t>(), 10, 400,
+                                           min, max, CoordinateSystem::Pixel,
+                                           CoordinateSystem::Aligned, 4));
+    add(sum, min);
+    add(sum, max);
+  });
 }
 
 void addGrids(std::vector<Scene>& scenes) {
-  scenes.push_back(
-      {"height maps laid out", [](int, SceneSum& sum) {
-         ImageOf<std::uint16_t> target;
-         SceneSum::require(datafusion::planex::createRectificationTarget(
-             300, -20.7, 31.9, 17, 0, 3.3, 65535, 250, 391.1, target, cmnalg::IMAGE_TYPE_UINT16,
-             1));
-         sum.add(target);
-         SceneSum::require(datafusion::planex::createRectificationTarget(
-             0.3, -20.7, 31.9, 0.7, 0, 3.3, 0.0, 250, 391.1, target, cmnalg::IMAGE_TYPE_UINT16, 1));
-         sum.add(target);
-         for (const auto& axis : {datafusion::planex::sampleAxis(-20.7, 31.9, 300),
-                                  datafusion::planex::levelAxis(250, 391.1, 65536)}) {
-           sum.add(axis.scale);
-           sum.add(axis.origin);
-         }
-       }});
-  scenes.push_back(
-      {"levels and intensities", [](int rows, SceneSum& sum) {
-         const auto& levels = rangeImage<std::uint16_t>();
-         ImageOf<float> heights = blankImage<float>(kWidth, kHeight);
-         auto reduced = blankImage<std::uint8_t>(kWidth, kHeight);
-         datafusion::planex::IntensityLimits limits;
-         const auto pixels = [](int count) { return static_cast<std::size_t>(count) * kWidth; };
-         forEachBlock(rows, kHeight, [&](int first, int count) {
-           limits.Include(
-               datafusion::planex::findIntensityLimits(levels.GetRowPtr(first), pixels(count)));
-           datafusion::planex::toWorldHeights(levels.GetRowPtr(first), pixels(count),
-                                              {0.0013, 250.1}, -9999.0F, heights.GetRowPtr(first));
-         });
-         forEachBlock(rows, kHeight, [&](int first, int count) {
-           datafusion::planex::reduceIntensities(levels.GetRowPtr(first), pixels(count), limits,
-                                                 reduced.GetRowPtr(first));
-         });
-         sum.add(heights);
-         sum.add(reduced);
-       }});
+  addScene(scenes, "height maps laid out", [](int, SceneSum& sum) {
+    ImageOf<std::uint16_t> target;
+    SceneSum::require(datafusion::planex::createRectificationTarget(
+        300, -20.7, 31.9, 17, 0, 3.3, 65535, 250, 391.1, target, cmnalg::IMAGE_TYPE_UINT16, 1));
+    sum.add(target);
+    SceneSum::require(datafusion::planex::createRectificationTarget(
+        0.3, -20.7, 31.9, 0.7, 0, 3.3, 0.0, 250, 391.1, target, cmnalg::IMAGE_TYPE_UINT16, 1));
+    sum.add(target);
+    for (const auto& axis : {datafusion::planex::sampleAxis(-20.7, 31.9, 300),
+                             datafusion::planex::levelAxis(250, 391.1, 65536)}) {
+      sum.add(axis.scale);
+      sum.add(axis.origin);
+    }
+  });
+  addScene(scenes, "levels and intensities", [](int rows, SceneSum& sum) {
+    const auto& levels = rangeImage<std::uint16_t>();
+    ImageOf<float> heights = blankImage<float>(kWidth, kHeight);
+    auto reduced = blankImage<std::uint8_t>(kWidth, kHeight);
+    datafusion::planex::IntensityLimits limits;
+    const auto pixels = [](int count) { return static_cast<std::size_t>(count) * kWidth; };
+    forEachBlock(rows, kHeight, [&](int first, int count) {
+      limits.Include(
+          datafusion::planex::findIntensityLimits(levels.GetRowPtr(first), pixels(count)));
+      datafusion::planex::toWorldHeights(levels.GetRowPtr(first), pixels(count), {0.0013, 250.1},
+                                         -9999.0F, heights.GetRowPtr(first));
+    });
+    forEachBlock(rows, kHeight, [&](int first, int count) {
+      datafusion::planex::reduceIntensities(levels.GetRowPtr(first), pixels(count), limits,
+                                            reduced.GetRowPtr(first));
+    });
+    sum.add(heights);
+    sum.add(reduced);
+  });
 }
 
 /// Frames with a line, a second one where `second` does not mask it, and noise.
@@ -536,25 +523,24 @@ void addLines(std::vector<Scene>& scenes) {
     const std::string title =
         std::string("lines ") +
         (method == LineMethod::DERIVATIVE ? "DERIVATIVE" : "CENTRE_OF_GRAVITY");
-    scenes.push_back({title + " uint8", [method](int rows, SceneSum& sum) {
-                        extractSomeLines<std::uint8_t>(method, rows, sum);
-                      }});
-    scenes.push_back({title + " uint16", [method](int rows, SceneSum& sum) {
-                        extractSomeLines<std::uint16_t>(method, rows, sum);
-                      }});
+    addScene(scenes, title + " uint8", [method](int rows, SceneSum& sum) {
+      extractSomeLines<std::uint8_t>(method, rows, sum);
+    });
+    addScene(scenes, title + " uint16", [method](int rows, SceneSum& sum) {
+      extractSomeLines<std::uint16_t>(method, rows, sum);
+    });
   }
-  scenes.push_back(
-      {"frames without their dark one, transposed", [](int, SceneSum& sum) {
-         const auto frame = drawnImage<std::uint16_t>(
-             161, 90, [](unsigned, unsigned, unsigned noise) { return noise & 0xFFFF; });
-         const auto dark = drawnImage<std::uint16_t>(
-             161, 90,
-             [](unsigned u, unsigned, unsigned noise) { return (noise >> 8 & 0xFFFF) / (1 + u); });
-         ImageOf<std::uint16_t> left = frame, transposed;
-         SceneSum::require(subtractDark(dark, left) && transpose(left, transposed));
-         sum.add(left);
-         sum.add(transposed);
-       }});
+  addScene(scenes, "frames without their dark one, transposed", [](int, SceneSum& sum) {
+    const auto frame = drawnImage<std::uint16_t>(
+        161, 90, [](unsigned, unsigned, unsigned noise) { return noise & 0xFFFF; });
+    const auto dark = drawnImage<std::uint16_t>(161, 90, [](unsigned u, unsigned, unsigned noise) {
+      return (noise >> 8 & 0xFFFF) / (1 + u);
+    });
+    ImageOf<std::uint16_t> left = frame, transposed;
+    SceneSum::require(subtractDark(dark, left) && transpose(left, transposed));
+    sum.add(left);
+    sum.add(transposed);
+  });
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "planex/foundation/image.h"
@@ -75,6 +76,12 @@ struct Scene {
   /// @param rows of images that go through a call at a time; 0: all
   std::function<void(int rows, SceneSum& sum)> compute;
 };
+
+/// Appends a scene; its name and what computes it stand side by side.
+inline void addScene(std::vector<Scene>& scenes, std::string name,
+                     std::function<void(int rows, SceneSum& sum)> compute) {
+  scenes.push_back({std::move(name), std::move(compute)});
+}
 
 /// Calls body(first, count) for blocks of that many rows, the last one with what is left.
 template <typename Body>

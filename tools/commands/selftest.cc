@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,16 +46,16 @@ std::string nameOf(const ComputingWay& way) {
 
 std::vector<std::string> namesOf(const std::vector<ComputingWay>& ways) {
   std::vector<std::string> names;
+  names.reserve(ways.size());
   for (const ComputingWay& way : ways) names.push_back(nameOf(way));
   return names;
 }
 
 /// A scene that differs in several ways is one.
 std::size_t scenesIn(const std::vector<SceneDifference>& differences) {
-  std::vector<std::string> names;
-  for (const SceneDifference& difference : differences) names.push_back(difference.name);
-  std::sort(names.begin(), names.end());
-  return static_cast<std::size_t>(std::unique(names.begin(), names.end()) - names.begin());
+  std::set<std::string> names;
+  for (const SceneDifference& difference : differences) names.insert(difference.name);
+  return names.size();
 }
 
 std::string plainText(const std::vector<ComputingWay>& ways,
