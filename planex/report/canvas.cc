@@ -1,5 +1,6 @@
 #include "planex/report/canvas.h"
 
+#include <cairo-pdf.h>
 #include <cairo-svg.h>
 #include <cairo.h>
 
@@ -94,7 +95,11 @@ struct Canvas::Surface {
     if (!(width >= 1 && height >= 1 && width <= kMostPixels && height <= kMostPixels)) {
       throw std::length_error("a picture has 1 to 16384 pixels in each direction");
     }
-    if (format == PictureFormat::kSvg) {
+    if (format == PictureFormat::kPdf) {
+      handle.reset(cairo_pdf_surface_create_for_stream(append, &bytes, width, height));
+      // Which is no date, so that none is written.
+      cairo_pdf_surface_set_metadata(handle.get(), CAIRO_PDF_METADATA_CREATE_DATE, "none");
+    } else if (format == PictureFormat::kSvg) {
       handle.reset(cairo_svg_surface_create_for_stream(append, &bytes, width, height));
       cairo_svg_surface_set_document_unit(handle.get(), CAIRO_SVG_UNIT_PX);
     } else {
@@ -115,8 +120,10 @@ struct Canvas::Surface {
 };
 
 Canvas::Canvas(double width, double height, PictureFormat format)
-    : surface_(std::make_unique<Surface>(std::round(width), std::round(height), format)) {
-  fill(surface_->paper, kPaper);
+    : surface_(format == PictureFormat::kPdf
+                   ? std::make_unique<Surface>(width, height, format)
+                   : std::make_unique<Surface>(std::round(width), std::round(height), format)) {
+  if (format != PictureFormat::kPdf) fill(surface_->paper, kPaper);
 }
 
 Canvas::~Canvas() = default;
@@ -238,6 +245,36 @@ Canvas::Clip::Clip(Canvas& canvas, const Box& box) : canvas_(canvas) {
 }
 
 Canvas::Clip::~Clip() { cairo_restore(canvas_.surface_->context.get()); }
+
+void Canvas::nextPage() { cairo_show_page(surface_->context.get()); }
+
+void Canvas::setTitle(std::string_view title) {
+  if (surface_->format != PictureFormat::kPdf) return;
+  cairo_pdf_surface_set_metadata(surface_->handle.get(), CAIRO_PDF_METADATA_TITLE,
+                                 plainText(title).c_str());
+}
+
+Canvas::Placed::Placed(Canvas& canvas, Point at, double scale, double width, double height)
+    : canvas_(canvas), paper_(canvas.surface_->paper) {
+  cairo_t* context = canvas_.surface_->context.get();
+  cairo_save(context);
+  cairo_translate(context, at.x, at.y);
+  cairo_scale(context, scale, scale);
+  cairo_rectangle(context, 0, 0, width, height);
+  cairo_clip(context);
+  canvas_.surface_->paper = {0, 0, width, height};
+}
+
+Canvas::Placed::~Placed() {
+  canvas_.surface_->paper = paper_;
+  cairo_restore(canvas_.surface_->context.get());
+}
+
+std::string Drawing::file(PictureFormat format) const {
+  Canvas canvas(width, height, format);
+  draw(canvas);
+  return canvas.finish();
+}
 
 std::string Canvas::finish() {
   check(cairo_status(surface_->context.get()));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,10 +27,10 @@ struct Box {
   double bottom() const { return top + height; }
 };
 
-enum class PictureFormat { kPng, kSvg };
+enum class PictureFormat { kPng, kSvg, kPdf };
 
-/// The format that the ending of a file name asks for, .png or .svg in any case; nothing for
-/// others.
+/// The format that the ending of the name of a picture asks for, .png or .svg in any case; nothing
+/// for others.
 std::optional<PictureFormat> pictureFormatOf(std::string_view path);
 
 /// How a text stands at its point: from there to the right, around it, or up to it.
@@ -49,7 +50,8 @@ struct TextStyle {
 /// outside of the picture is not drawn. The same calls give the same bytes on one machine.
 class Canvas {
  public:
-  /// White paper. Throws std::length_error for sizes that no picture has.
+  /// White paper, of points in a PDF and of pixels else. Throws std::length_error for sizes that no
+  /// picture has.
   Canvas(double width, double height, PictureFormat format);
   ~Canvas();
   Canvas(const Canvas&) = delete;
@@ -72,6 +74,11 @@ class Canvas {
   /// The width of a text in pixels.
   static double textWidth(std::string_view text, const TextStyle& style = {});
 
+  /// Begins another page of a PDF.
+  void nextPage();
+  /// What a PDF is called. It tells no date, since the same calls give the same bytes.
+  void setTitle(std::string_view title);
+
   /// While it lives, only the inside of the box is drawn on.
   class Clip {
    public:
@@ -84,6 +91,20 @@ class Canvas {
     Canvas& canvas_;
   };
 
+  /// While it lives, a picture of that width and height is drawn with its upper left corner at a
+  /// point, `scale` times as large.
+  class Placed {
+   public:
+    Placed(Canvas& canvas, Point at, double scale, double width, double height);
+    ~Placed();
+    Placed(const Placed&) = delete;
+    Placed& operator=(const Placed&) = delete;
+
+   private:
+    Canvas& canvas_;
+    Box paper_;
+  };
+
   /// Ends the picture. Throws std::bad_alloc for memory that is used up, and std::runtime_error for
   /// what else kept it from being drawn.
   std::string finish();
@@ -91,6 +112,15 @@ class Canvas {
  private:
   struct Surface;
   std::unique_ptr<Surface> surface_;
+};
+
+/// A picture that is drawn as often as needed: as a file of its own, or placed on a page.
+struct Drawing {
+  double width = 1, height = 1;  ///< pixels
+  std::function<void(Canvas& canvas)> draw;
+
+  /// The bytes of its file.
+  std::string file(PictureFormat format) const;
 };
 
 }  // namespace planex::report

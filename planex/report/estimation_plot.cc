@@ -208,13 +208,8 @@ void drawNumbers(Canvas& canvas, const Surface& surface, const Box& area) {
   }
 }
 
-}  // namespace
-
-std::string drawSensorMap(const SensorMap& map, PictureFormat format) {
-  const Layout layout({-0.5, map.width - 0.5, "column (pixels)"},
-                      {map.height - 0.5, -0.5, "row (pixels)"});
+void drawOn(Canvas& canvas, const SensorMap& map, const Layout& layout) {
   const Box& area = layout.axes.area();
-  Canvas canvas(kEstimationWidth, layout.height, format);
   const ColorScale scale = scaleOf(map);
   const Surface surface(map);
   const int width = static_cast<int>(area.width), height = static_cast<int>(area.height);
@@ -240,13 +235,10 @@ std::string drawSensorMap(const SensorMap& map, PictureFormat format) {
   if (below > 0) {
     drawOutlineName(canvas, {layout.legend.x, area.bottom() - 8}, map.measured);
   }
-  return canvas.finish();
 }
 
-std::string drawArrows(const ArrowFigure& figure, PictureFormat format) {
-  const Layout layout(figure.x, figure.y);
+void drawOn(Canvas& canvas, const ArrowFigure& figure, const Layout& layout) {
   const Axes& axes = layout.axes;
-  Canvas canvas(kEstimationWidth, layout.height, format);
   axes.drawGrid(canvas);
   for (const Outline& outline : figure.outlines) drawOutline(canvas, axes, outline);
   const double scale = enlargement(figure.arrows, axes);
@@ -288,7 +280,21 @@ std::string drawArrows(const ArrowFigure& figure, PictureFormat format) {
     drawOutlineName(canvas, at, outline);
     at.y += kLine;
   }
-  return canvas.finish();
+}
+
+}  // namespace
+
+Drawing drawSensorMap(const SensorMap& map) {
+  const Layout layout({-0.5, map.width - 0.5, "column (pixels)"},
+                      {map.height - 0.5, -0.5, "row (pixels)"});
+  return {kEstimationWidth, layout.height,
+          [map, layout](Canvas& canvas) { drawOn(canvas, map, layout); }};
+}
+
+Drawing drawArrows(const ArrowFigure& figure) {
+  const Layout layout(figure.x, figure.y);
+  return {kEstimationWidth, layout.height,
+          [figure, layout](Canvas& canvas) { drawOn(canvas, figure, layout); }};
 }
 
 EvenChoice::EvenChoice(double width, double height, std::size_t most)

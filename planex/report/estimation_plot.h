@@ -26,9 +26,9 @@ struct SensorMap {
   Outline measured;              ///< the part that counts
 };
 
-/// The bytes of a picture of kEstimationWidth pixels width: colours, some of the numbers, and a bar
-/// of the colours.
-std::string drawSensorMap(const SensorMap& map, PictureFormat format);
+/// A picture of kEstimationWidth pixels width: colours, some of the numbers, and a bar of the
+/// colours.
+Drawing drawSensorMap(const SensorMap& map);
 
 /// A displacement at a place of a figure.
 struct Arrow {
@@ -46,8 +46,8 @@ struct ArrowFigure {
   std::vector<Outline> outlines;
 };
 
-/// The bytes of a picture of kEstimationWidth pixels width, with an arrow that tells the scale.
-std::string drawArrows(const ArrowFigure& figure, PictureFormat format);
+/// A picture of kEstimationWidth pixels width, with an arrow that tells the scale.
+Drawing drawArrows(const ArrowFigure& figure);
 
 /// Pixels.
 inline constexpr double kEstimationWidth = 900;

@@ -49,13 +49,19 @@ std::vector<std::vector<Point>> sensorLines(const CalibrationModel& model) {
   return lines;
 }
 
-CellMap cellMap(const scan::RegionSummary& region, const char* title, const cmnalg::Image& image) {
+CellMap cellMap(const scan::RegionSummary& region, const char* title, const cmnalg::Image& image,
+                const std::string& unit) {
   const auto& area = region.area;
   CellMap map{title,
               region.columns,
               region.rows,
               {area.Center.x - area.Width / 2, area.Center.y - area.Height / 2},
               {area.Center.x + area.Width / 2, area.Center.y + area.Height / 2},
+              {},
+              titleWithUnit("X", unit),
+              titleWithUnit("Z", unit),
+              unit,
+              "no points",
               {}};
   for (int row = 0; row < region.rows; ++row) {
     for (int column = 0; column < region.columns; ++column) {
@@ -87,10 +93,10 @@ ModelFigure figureOf(const CalibrationModel& model, const scan::FieldOfView& vie
   }
   if (!region) return figure;
   figure.region = pointsOf(region->area.GetCorners(), true);
-  figure.residuals = {cellMap(*region, "Average residual in X", region->averageX),
-                      cellMap(*region, "Average residual in Z", region->averageZ),
-                      cellMap(*region, "Maximum residual in X", region->maximumX),
-                      cellMap(*region, "Maximum residual in Z", region->maximumZ)};
+  figure.residuals = {cellMap(*region, "Average residual in X", region->averageX, unit),
+                      cellMap(*region, "Average residual in Z", region->averageZ, unit),
+                      cellMap(*region, "Maximum residual in X", region->maximumX, unit),
+                      cellMap(*region, "Maximum residual in Z", region->maximumZ, unit)};
   return figure;
 }
 

@@ -8,10 +8,14 @@
 namespace planex::report {
 namespace {
 
-constexpr double kWidth = 1200, kViewHeight = 800, kMapHeight = 330, kMargin = 24;
+constexpr double kWidth = 1200, kMargin = 24;
+
+double viewHeightOf(double width) { return std::round(width / 1.5); }
+/// Of a row of maps.
+double mapHeightOf(double width) { return std::round(150 + 0.15 * width); }
 
 ColorScale scaleOf(const CellMap& map, const ColorMap& colors) {
-  const auto [low, high] = endsOf(map.values);
+  const auto [low, high] = map.range ? *map.range : endsOf(map.values);
   return ColorScale::of(low < 0 && high > 0 ? *ColorMap::find("diverging") : colors, low, high);
 }
 
@@ -30,22 +34,23 @@ std::vector<Color> pixelsOf(const CellMap& map, const ColorScale& scale, int wid
   return pixels;
 }
 
-void drawMap(Canvas& canvas, const Box& box, const CellMap& map, const std::string& unit,
-             const ColorMap& colors) {
-  constexpr double kHeading = 30, kLegend = 150;
+void drawMap(Canvas& canvas, const Box& box, const CellMap& map, const ColorMap& colors) {
+  constexpr double kHeading = 30;
+  const double legendWidth = box.width > 450 ? 150 : 110;
   canvas.text({box.left, box.top + 10}, map.title, {14, kInk, Anchor::kStart, true});
-  const Range x{map.least.x, map.most.x, titleWithUnit("X", unit)};
-  const Range z{map.least.y, map.most.y, titleWithUnit("Z", unit)};
+  const Range x{map.least.x, map.most.x, map.xTitle};
+  const Range z{map.least.y, map.most.y, map.yTitle};
   const double top = box.top + kHeading + Axes::kAbove;
   const double height = box.bottom() - top - Axes::kBelow;
   const double left = std::ceil(box.left + Axes({0, 0, 100, height}, x, z).left());
-  const double width = box.right() - kLegend - left;
+  const double width = box.right() - legendWidth - left;
   // As large as fits, true to scale where that leaves something to look at.
   const double scale =
       std::min(width / (map.most.x - map.least.x), height / (map.most.y - map.least.y));
-  const auto fit = [scale](double from, double to, double most) {
+  const auto fit = [&](double from, double to, double most) {
     const double size = std::round((to - from) * scale);
-    return std::isfinite(size) ? std::clamp(size, 1.0, std::floor(most)) : std::floor(most);
+    return map.trueToScale && std::isfinite(size) ? std::clamp(size, 1.0, std::floor(most))
+                                                  : std::floor(most);
   };
   const Box area{left, top, fit(map.least.x, map.most.x, width),
                  fit(map.least.y, map.most.y, height)};
@@ -57,9 +62,10 @@ void drawMap(Canvas& canvas, const Box& box, const CellMap& map, const std::stri
   const bool missing = !std::all_of(map.values.begin(), map.values.end(),
                                     [](double value) { return std::isfinite(value); });
   const Box bar{legend, top + 6, ColorBar::kThickness, height - (missing ? 24 : 6)};
-  if (std::isfinite(shown.low)) ColorBar(shown, fitted(unit, 110)).drawUpright(canvas, bar);
+  if (std::isfinite(shown.low))
+    ColorBar(shown, fitted(map.unit, legendWidth - 40)).drawUpright(canvas, bar);
   if (missing) {
-    drawSwatch(canvas, {legend, bar.bottom() + 24}, shown.colors->missing(), "no points");
+    drawSwatch(canvas, {legend, bar.bottom() + 24}, shown.colors->missing(), map.missing);
   }
 }
 
@@ -77,29 +83,53 @@ Plot planeOf(const ModelFigure& figure) {
   if (!figure.region.empty()) {
     plot.series.push_back({"calibrated region", kVermilion, {figure.region}, 2});
   }
+  if (!figure.scan.empty()) plot.series.push_back({"scan", kGreen, {figure.scan}, 2});
   return plot;
+}
+
+void drawViewOn(Canvas& canvas, const ModelFigure& figure, const Box& view) {
+  const Axes axes = planeOf(figure).draw(canvas, view);
+  const double unitsPerPixel =
+      (figure.most.x - figure.least.x) / (axes.column(figure.most.x) - axes.column(figure.least.x));
+  drawScaleBar(canvas, {axes.area().right() - 200, view.top + 40}, 200, unitsPerPixel, figure.unit);
+}
+
+/// @param top  of the first row
+void drawCellsOn(Canvas& canvas, const std::vector<CellMap>& maps, const ColorMap& colors,
+                 double width, double top) {
+  const double height = mapHeightOf(width);
+  for (std::size_t i = 0; i < maps.size(); ++i) {
+    const auto column = static_cast<double>(i % 2), row = static_cast<double>(i / 2);
+    const Box box{kMargin + column * (width / 2 - kMargin / 2 + 6), top + height * row,
+                  width / 2 - 1.5 * kMargin, height - kMargin};
+    drawMap(canvas, box, maps[i], colors);
+  }
+}
+
+double heightOf(const std::vector<CellMap>& maps, double width) {
+  return mapHeightOf(width) * static_cast<double>((maps.size() + 1) / 2);
 }
 
 }  // namespace
 
-std::string drawModel(const ModelFigure& figure, const ColorMap& colors, PictureFormat format) {
-  const std::size_t mapRows = (figure.residuals.size() + 1) / 2;
-  Canvas canvas(kWidth, kViewHeight + kMapHeight * static_cast<double>(mapRows), format);
-  const Box view{kMargin, kMargin, kWidth - 2 * kMargin, kViewHeight - 2 * kMargin};
-  const Axes axes = planeOf(figure).draw(canvas, view);
-  const Box& area = axes.area();
-  const double unitsPerPixel =
-      (figure.most.x - figure.least.x) / (axes.column(figure.most.x) - axes.column(figure.least.x));
-  drawScaleBar(canvas, {area.right() - 200, view.top + 40}, 200, unitsPerPixel, figure.unit);
-  for (std::size_t i = 0; i < figure.residuals.size(); ++i) {
-    const std::size_t column = i % 2;
-    const std::size_t row = i / 2;
-    const Box box{kMargin + static_cast<double>(column) * (kWidth / 2 - kMargin / 2 + 6),
-                  kViewHeight + kMapHeight * static_cast<double>(row), kWidth / 2 - 1.5 * kMargin,
-                  kMapHeight - kMargin};
-    drawMap(canvas, box, figure.residuals[i], figure.unit, colors);
-  }
-  return canvas.finish();
+Drawing drawView(const ModelFigure& figure, double width) {
+  const double height = viewHeightOf(width);
+  return {width, height, [figure, width, height](Canvas& canvas) {
+            drawViewOn(canvas, figure, {kMargin, 0, width - 2 * kMargin, height});
+          }};
+}
+
+Drawing drawCells(const std::vector<CellMap>& maps, const ColorMap& colors, double width) {
+  return {width, heightOf(maps, width),
+          [maps, colors, width](Canvas& canvas) { drawCellsOn(canvas, maps, colors, width, 0); }};
+}
+
+Drawing drawModel(const ModelFigure& figure, const ColorMap& colors) {
+  const double top = viewHeightOf(kWidth);
+  return {kWidth, top + heightOf(figure.residuals, kWidth), [figure, colors, top](Canvas& canvas) {
+            drawViewOn(canvas, figure, {kMargin, kMargin, kWidth - 2 * kMargin, top - 2 * kMargin});
+            drawCellsOn(canvas, figure.residuals, colors, kWidth, top);
+          }};
 }
 
 }  // namespace planex::report

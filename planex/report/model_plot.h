@@ -1,18 +1,25 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "planex/report/plot.h"
 
 namespace planex::report {
 
-/// A number for each cell of a rectangle of the laser plane, such as residuals.
+/// A number for each cell of a rectangle, such as residuals in the laser plane.
 struct CellMap {
   std::string title;
   int columns = 0, rows = 0;
   Point least, most;           ///< the corners of the rectangle
   std::vector<double> values;  ///< row by row, the lowest first; NaN for cells without one
+  std::string xTitle, yTitle;  ///< of the sides of the rectangle
+  std::string unit;            ///< of the values
+  std::string missing;         ///< what is said of cells without a value
+  std::optional<std::pair<double, double>> range;  ///< of the colours; else that of the values
+  bool trueToScale = true;                         ///< a unit is as long in both directions
 };
 
 /// What is drawn of a model. X is to the right, Z up.
@@ -25,11 +32,17 @@ struct ModelFigure {
   std::vector<Note> corners;                    ///< names of corners of the border
   std::vector<Point> region;                    ///< the border of the calibrated region, closed
   std::vector<CellMap> residuals;               ///< in that region
+  std::vector<Point> scan;                      ///< around what a scan measured, closed
 };
 
-/// The bytes of a picture of 1200 pixels width: the field of view, and below it the residuals, two
-/// beside each other, all true to scale.
-/// @param colors  of residuals of one sign; others are shown diverging from 0
-std::string drawModel(const ModelFigure& figure, const ColorMap& colors, PictureFormat format);
+/// The field of view, true to scale. @param width  pixels
+Drawing drawView(const ModelFigure& figure, double width);
+
+/// Maps, two beside each other.
+/// @param colors  of values of one sign; others are shown diverging from 0
+Drawing drawCells(const std::vector<CellMap>& maps, const ColorMap& colors, double width);
+
+/// A picture of 1200 pixels width: the field of view, and below it the residuals.
+Drawing drawModel(const ModelFigure& figure, const ColorMap& colors);
 
 }  // namespace planex::report

@@ -105,4 +105,12 @@ std::string numberText(double value) {
   return std::isfinite(value) ? tidied(fmt::format("{:.6g}", value)) : "?";
 }
 
+std::string figureText(double value, int digits) {
+  if (!std::isfinite(value) || value == 0) return numberText(value);
+  const int exponent = static_cast<int>(std::floor(std::log10(std::abs(value)))) - digits + 1;
+  const double power = std::pow(10.0, std::abs(exponent));
+  return numberText(exponent < 0 ? std::round(value * power) / power
+                                 : std::round(value / power) * power);
+}
+
 }  // namespace planex::report

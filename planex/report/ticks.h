@@ -27,4 +27,7 @@ double roundStep(double span);
 /// A number for people: six digits, a minus sign of its own, and exponents as 2e9.
 std::string numberText(double value);
 
+/// A number of so many digits, at most 6, as people write it.
+std::string figureText(double value, int digits);
+
 }  // namespace planex::report

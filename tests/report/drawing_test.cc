@@ -125,10 +125,10 @@ TEST(Drawing, BearsEverything) {
     const CellMap cells{hostile, 2, 1, line[0], line[1], {kNan, scale}};
     const ModelFigure figure = {
         hostile, hostile, line[0], line[1], line, {line}, {{line[1], hostile}}, line, {cells}};
-    expectSound([&](auto format) { return drawModel(figure, *colors, format); });
+    expectSound([&](auto format) { return drawModel(figure, *colors).file(format); });
     const Outline outline{hostile, line};
     const SensorMap map{3, 9, 2, 2, {kNan, scale, 1, -scale}, hostile, 5, outline};
-    expectSound([&](auto format) { return drawSensorMap(map, format); });
+    expectSound([&](auto format) { return drawSensorMap(map).file(format); });
     const ArrowFigure arrows = {{0, scale, hostile},
                                 {scale, 0, hostile},
                                 hostile,
@@ -136,7 +136,7 @@ TEST(Drawing, BearsEverything) {
                                 line,
                                 hostile,
                                 {outline}};
-    expectSound([&](auto format) { return drawArrows(arrows, format); });
+    expectSound([&](auto format) { return drawArrows(arrows).file(format); });
   }
 }
 

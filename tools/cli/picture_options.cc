@@ -19,4 +19,10 @@ report::PictureFormat pictureFormat(const char* option, const std::string& path)
   return *format;
 }
 
+std::string (*pageWriter(const char* option, const std::string& path))(const report::Document&) {
+  const auto writer = report::writerOf(path);
+  if (writer == nullptr) throw CLI::ValidationError(option, "must end in .html, .htm or .pdf");
+  return writer;
+}
+
 }  // namespace planex::tools

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "tools/cli/made.h"
+#include "tools/cli/picture_options.h"
 #include "tools/cli/scan_options.h"
 #include "tools/cli/warnings.h"
 #include "tools/commands/commands.h"
@@ -375,12 +376,8 @@ void write(UncertaintyFile& file, const MapUncertainty& uncertainty, const Senso
 /// The page for people.
 class ReportFile {
  public:
-  ReportFile(const std::string& path, const Context& context) : file_(path, context.force) {
-    const std::string ending = io::endingOf(path);
-    if (ending != ".html" && ending != ".htm") {
-      throw CLI::ValidationError("--report", "must end in .html or .htm");
-    }
-  }
+  ReportFile(const std::string& path, const Context& context)
+      : write_(pageWriter("--report", path)), file_(path, context.force) {}
 
   void write(const Estimation& result, const Measurements& measurements,
              const EstimateOptions& options, const Context& context) {
@@ -390,12 +387,14 @@ class ReportFile {
     source.pointTolerance = options.pointTolerance.value_or(0);
     source.isNoiseGiven = options.noise.has_value();
     source.isPlane = options.isPlane;
-    file_.write(estimationReport(result, shownResiduals(result, measurements.scans), source));
+    file_.write(
+        write_(estimationReport(result, shownResiduals(result, measurements.scans), source)));
   }
 
   void commit() { file_.commit(); }
 
  private:
+  std::string (*write_)(const report::Document& page);
   io::OutputFile file_;
 };
 
@@ -564,7 +563,7 @@ void addEstimateCommand(CLI::App& app, Context& context) {
           "Page for people: verdict, pictures of uncertainty and residuals, which scan of a "
           "target to take next, tables of scans and terms; also written when the model is "
           "bad")
-      ->type_name("FILE.html");
+      ->type_name("FILE.html|FILE.pdf");
   command->add_flag("--even-if-bad", options->evenIfBad, "Write the model also when it is bad");
   command->add_flag("--json", options->json, "Print JSON");
   addUnitOption(*command, context);

@@ -7,23 +7,16 @@
 #include <cstddef>
 #include <limits>
 
-#include "planex/report/estimation_plot.h"
 #include "planex/report/plot.h"
 
 namespace planex::tools {
 namespace {
 
 using estimation::Estimation;
+using estimation::MapUncertainty;
 using report::ArrowFigure;
-using report::PictureFormat;
 using report::Point;
 using Place = cmnalg::Vec<2, double>;
-
-std::string figureHtml(const std::string& picture, const std::string& alt,
-                       const std::string& caption) {
-  return "<figure>\n" + htmlPicture(picture, alt) + "<figcaption>" + caption +
-         "</figcaption>\n</figure>\n";
-}
 
 std::vector<Point> pointsOf(const std::vector<Place>& places) {
   std::vector<Point> points;
@@ -33,9 +26,9 @@ std::vector<Point> pointsOf(const std::vector<Place>& places) {
 }
 
 /// Corners of the area of the sensor that was measured, so many that a picture shows no more.
-std::vector<Point> measuredArea(const Estimation& result) {
+std::vector<Point> measuredArea(const MapUncertainty& uncertainty) {
   constexpr std::size_t kMost = 200;
-  const std::vector<Place>& corners = result.uncertainty.parts().measured;
+  const std::vector<Place>& corners = uncertainty.parts().measured;
   const std::size_t step = corners.size() / kMost + 1;
   std::vector<Place> some;
   for (std::size_t i = 0; i < corners.size(); i += step) some.push_back(corners[i]);
@@ -43,18 +36,19 @@ std::vector<Point> measuredArea(const Estimation& result) {
 }
 
 /// The edge of the sensor, and the area of it that was measured.
-std::vector<report::Outline> outlinesOf(const Estimation& result) {
-  const double right = result.model.SensorSize.x - 0.5, bottom = result.model.SensorSize.y - 0.5;
+std::vector<report::Outline> outlinesOf(const MapUncertainty& uncertainty) {
+  const cmnalg::Vec<2, int>& size = uncertainty.parts().sensorSize;
+  const double right = size.x - 0.5, bottom = size.y - 0.5;
   return {{"edge of the sensor",
            {{-0.5, -0.5}, {right, -0.5}, {right, bottom}, {-0.5, bottom}},
            report::kGrey},
-          {"measured area", measuredArea(result), report::kInk}};
+          {"measured area", measuredArea(uncertainty), report::kInk}};
 }
 
 /// The same in the laser plane.
 std::vector<report::Outline> mappedOutlinesOf(const Estimation& result) {
   constexpr int kPieces = 24;
-  std::vector<report::Outline> outlines = outlinesOf(result);
+  std::vector<report::Outline> outlines = outlinesOf(result.uncertainty);
   for (report::Outline& outline : outlines) {
     if (outline.corners.size() < 3) continue;
     std::vector<Place> line;
@@ -79,7 +73,7 @@ ArrowFigure sensorFigure(const Estimation& result, const std::vector<PlaceResidu
   figure.x = {-0.04 * width, 1.04 * width, "column (pixels)"};
   figure.y = {1.04 * height, -0.04 * height, "row (pixels)"};
   figure.unit = "pixels";
-  figure.outlines = outlinesOf(result);
+  figure.outlines = outlinesOf(result.uncertainty);
   std::vector<Place> around;
   for (const PlaceResidual& residual : residuals) {
     for (const Place& place : PixelSlopes::around(residual.pixel)) around.push_back(place);
@@ -153,40 +147,40 @@ ArrowFigure planeFigure(const Estimation& result, const std::vector<PlaceResidua
 
 }  // namespace
 
-std::string uncertaintyFigure(const Estimation& result, const std::string& unit) {
+report::Picture uncertaintyPicture(const MapUncertainty& uncertainty, double largest95,
+                                   const std::string& unit) {
   constexpr int kColumns = 97;
   const SmallUnit small(unit);
   report::SensorMap map;
-  map.width = result.model.SensorSize.x;
-  map.height = result.model.SensorSize.y;
+  map.width = uncertainty.parts().sensorSize.x;
+  map.height = uncertainty.parts().sensorSize.y;
   map.columns = kColumns;
   map.rows = std::clamp(static_cast<int>(kColumns * map.height / map.width), 17, kColumns);
   for (int row = 0; row < map.rows; ++row) {
     for (int column = 0; column < map.columns; ++column) {
       const Place pixel{(map.width - 1) * column / (map.columns - 1),
                         (map.height - 1) * row / (map.rows - 1)};
-      map.values.push_back(small.factor * result.uncertainty.at(pixel).radius95());
+      map.values.push_back(small.factor * uncertainty.at(pixel).radius95());
     }
   }
   map.title = report::titleWithUnit("95 % radius", small.name);
-  map.most = 100 * small.factor * result.largest95;
-  map.measured = outlinesOf(result).back();
+  map.most = 100 * small.factor * largest95;
+  map.measured = outlinesOf(uncertainty).back();
   const std::string inside =
       map.measured.corners.size() < 3
           ? "No area of the sensor was measured;"
           : fmt::format("Inside of the measured area it is {} at most; outside,",
-                        small.withName(result.largest95));
-  return "<h2>How well each place of the sensor is known</h2>\n" +
-         figureHtml(drawSensorMap(map, PictureFormat::kSvg),
-                    "Map of the 95 % uncertainty over the sensor in " + small.name,
-                    fmt::format("For each pixel, the radius around its place in the laser plane "
-                                "that holds the true place in 95 of 100 cases, in {}. {} the model "
-                                "relies on what is expected of cameras.",
-                                htmlText(small.name), inside));
+                        small.withName(largest95));
+  return {drawSensorMap(map), "Map of the 95 % uncertainty over the sensor in " + small.name,
+          fmt::format("For each pixel, the radius around its place in the laser plane that holds "
+                      "the true place in 95 of 100 cases, in {}. {} the model relies on what is "
+                      "expected of cameras.",
+                      small.name, inside)};
 }
 
-std::string residualFigures(const Estimation& result, const std::vector<PlaceResidual>& residuals,
-                            const std::string& unit) {
+std::vector<report::Picture> residualPictures(const Estimation& result,
+                                              const std::vector<PlaceResidual>& residuals,
+                                              const std::string& unit) {
   std::string about =
       "Arrows lead from where points were measured to where the model expects them. ";
   about += result.stretches.empty()
@@ -203,13 +197,10 @@ std::string residualFigures(const Estimation& result, const std::vector<PlaceRes
   ArrowFigure onSensor = sensorFigure(result, residuals);
   ArrowFigure inPlane = planeFigure(result, residuals, unit);
   onSensor.crossName = inPlane.crossName = "left out";
-  return "<h2>Residuals</h2>\n" +
-         figureHtml(drawArrows(onSensor, PictureFormat::kSvg),
-                    "Residuals over the sensor, as arrows", about) +
-         figureHtml(drawArrows(inPlane, PictureFormat::kSvg),
-                    "Residuals over the laser plane, as arrows",
-                    "The same points in the laser plane: arrows lead from where the model puts "
-                    "them to where they were measured.");
+  return {{drawArrows(onSensor), "Residuals over the sensor, as arrows", about},
+          {drawArrows(inPlane), "Residuals over the laser plane, as arrows",
+           "The same points in the laser plane: arrows lead from where the model puts them to "
+           "where they were measured."}};
 }
 
 }  // namespace planex::tools

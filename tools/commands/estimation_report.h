@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/report/document.h"
 #include "tools/commands/estimation_residuals.h"
 
 namespace planex::tools {
@@ -15,11 +16,11 @@ struct ReportSource {
   bool isNoiseGiven = false, isPlane = false;
 };
 
-/// A page in HTML that needs nothing beside itself: verdict, reasons, what was used, pictures of
+/// A page: verdict, reasons, what was used, pictures of
 /// the uncertainty and of residuals, and tables of scans and terms. The same estimation gives the
 /// same bytes. Its length is bounded, however much was measured.
-std::string estimationReport(const estimation::Estimation& result,
-                             const std::vector<PlaceResidual>& residuals,
-                             const ReportSource& source);
+report::Document estimationReport(const estimation::Estimation& result,
+                                  const std::vector<PlaceResidual>& residuals,
+                                  const ReportSource& source);
 
 }  // namespace planex::tools

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <cstddef>
 
-#include "tools/cli/html.h"
+#include "planex/report/ticks.h"
 #include "tools/commands/estimation_residuals.h"
 
 namespace planex::tools {
@@ -16,6 +16,7 @@ namespace {
 
 using datafusion::planex::CalibrationModel;
 using datafusion::planex::CoordinateSystem;
+using report::figureText;
 using Place = cmnalg::Vec<2, double>;
 using Terms = std::array<double, 21>;
 using Corners = std::array<Place, 4>;
@@ -121,11 +122,11 @@ std::string unitOf(const Term& term, const std::string& unit) {
     case 2:
       return "pixels";
     case 1:
-      return htmlText(unit);
+      return unit;
     case -1:
-      return "1/" + htmlText(unit);
+      return "1/" + unit;
     case -2:
-      return "1/" + htmlText(unit) + "\xC2\xB2";
+      return "1/" + unit + "\xC2\xB2";
     default:
       return "";
   }
@@ -133,19 +134,26 @@ std::string unitOf(const Term& term, const std::string& unit) {
 
 }  // namespace
 
-std::string termTable(const estimation::MapUncertainty::Parts& parts,
-                      cmnalg::Vec<2, int> sensorSize, const std::string& unit, bool isPlane) {
+report::Table termTable(const estimation::MapUncertainty::Parts& parts,
+                        cmnalg::Vec<2, int> sensorSize, const std::string& unit, bool isPlane) {
   const std::string none = "\xE2\x80\x93";
-  HtmlTable table({"Term", "", "Value", "Standard uncertainty", "Unit", "At the corner (pixels)",
-                   "Standard uncertainty (pixels)", ""},
-                  2, "terms");
+  report::Table table;
+  table.heading = {"Term",
+                   "",
+                   "Value",
+                   "Standard uncertainty",
+                   "Unit",
+                   "At the corner (pixels)",
+                   "Standard uncertainty (pixels)",
+                   ""};
+  table.isDense = true;
   const Corner corner(parts, sensorSize);
   for (std::size_t i = 0; i < std::size(kTerms); ++i) {
     const Term& term = kTerms[i];
-    if (i == 0) table.addGroup("Projection from the sensor to the laser plane");
-    if (i == kLens) table.addGroup("Lens");
+    if (i == 0) table.add({"Projection from the sensor to the laser plane"});
+    if (i == kLens) table.add({"Lens"});
     if (i == kCurve && isPlane) break;
-    if (i == kCurve) table.addGroup("Bend of the laser sheet");
+    if (i == kCurve) table.add({"Bend of the laser sheet"});
     const double value = parts.terms[i];
     const double deviation = std::sqrt(parts.covariance[i * std::size(kTerms) + i]);
     const bool hasEffect = term.kind == Kind::kLens || term.kind == Kind::kSheet;
@@ -153,13 +161,12 @@ std::string termTable(const estimation::MapUncertainty::Parts& parts,
     const double effect = hasEffect ? corner.moved(i, 0, value) : 0;
     const double ofEffect =
         hasEffect ? corner.moved(i, value - deviation, value + deviation) / 2 : 0;
-    table.addRow({std::string("<b>") + term.name + "</b>", term.what,
-                  figureBeside(value, deviation), figureText(deviation, 2), unitOf(term, unit),
-                  hasEffect ? figureBeside(effect, ofEffect) : none,
-                  hasEffect ? figureText(ofEffect, 2) : none,
-                  isOpen ? "not told apart from zero" : ""});
+    table.add({term.name, term.what, figureBeside(value, deviation), figureText(deviation, 2),
+               unitOf(term, unit), hasEffect ? figureBeside(effect, ofEffect) : none,
+               hasEffect ? figureText(ofEffect, 2) : none,
+               isOpen ? "not told apart from zero" : ""});
   }
-  return table.print();
+  return table;
 }
 
 }  // namespace planex::tools

@@ -4,12 +4,14 @@
 
 #include <string>
 
+#include "planex/report/document.h"
+
 namespace planex::tools {
 
-/// A table of all terms in HTML: their values, how well they are known, and what those of the lens
+/// A table of all terms: their values, how well they are known, and what those of the lens
 /// and of the sheet do at the corners of the sensor, in pixels.
 /// @param isPlane  whether the sheet was taken for a plane; then it has no terms
-std::string termTable(const estimation::MapUncertainty::Parts& parts,
-                      cmnalg::Vec<2, int> sensorSize, const std::string& unit, bool isPlane);
+report::Table termTable(const estimation::MapUncertainty::Parts& parts,
+                        cmnalg::Vec<2, int> sensorSize, const std::string& unit, bool isPlane);
 
 }  // namespace planex::tools

@@ -266,7 +266,8 @@ void runInfo(const InfoOptions& options, const Context& context) {
     io::requireNoInput(options.plot, {options.model});
     io::OutputFile file(options.plot, context.force);
     file.write(drawModel(report::figureOf(model, *facts.view, facts.region, context.unit),
-                         *ColorMap::find(options.colors), pictureFormat("--plot", options.plot)));
+                         *ColorMap::find(options.colors))
+                   .file(pictureFormat("--plot", options.plot)));
     file.commit();
   }
   std::fputs((options.json ? jsonText(facts) : plainText(facts)).c_str(), stdout);
