@@ -8,7 +8,7 @@
 
 #include "planex/infra/json_deserializer.h"
 #include "planex/io/failure.h"
-#include "planex/io/sha256.h"
+#include "planex/io/file_identity.h"
 
 namespace planex::io {
 namespace {
@@ -20,12 +20,6 @@ struct CloseFile {
     if (file != stdin) std::fclose(file);
   }
 };
-
-std::string sha256Of(const std::string& text) {
-  Sha256 sum;
-  sum.add(text.data(), text.size());
-  return sum.take();
-}
 
 }  // namespace
 
