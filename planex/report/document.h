@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -77,8 +76,5 @@ std::string pdfOf(const Document& document);
 /// htmlOf() or pdfOf(), as the ending of a file name asks for: .html, .htm or .pdf; null for
 /// others.
 std::string (*writerOf(std::string_view path))(const Document& document);
-
-/// A number of bytes for people: "34.5 kB".
-std::string bytesText(std::uint64_t bytes);
 
 }  // namespace planex::report

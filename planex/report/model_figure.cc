@@ -1,5 +1,6 @@
 #include "planex/report/model_figure.h"
 
+#include <cmath>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -98,6 +99,12 @@ ModelFigure figureOf(const CalibrationModel& model, const scan::FieldOfView& vie
                       cellMap(*region, "Maximum residual in X", region->maximumX, unit),
                       cellMap(*region, "Maximum residual in Z", region->maximumZ, unit)};
   return figure;
+}
+
+bool hasArea(const scan::FieldOfView& view) {
+  const double width = view.xMax - view.xMin;
+  const double height = view.zMax - view.zMin;
+  return width > 0 && height > 0 && std::isfinite(width) && std::isfinite(height);
 }
 
 }  // namespace planex::report

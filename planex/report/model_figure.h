@@ -14,4 +14,7 @@ ModelFigure figureOf(const datafusion::planex::CalibrationModel& model,
                      const scan::FieldOfView& view,
                      const std::optional<scan::RegionSummary>& region, const std::string& unit);
 
+/// Whether there is anything to draw: a view that is finite and neither a line nor a point.
+bool hasArea(const scan::FieldOfView& view);
+
 }  // namespace planex::report

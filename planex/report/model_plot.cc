@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "planex/report/plain_text.h"
 
@@ -87,11 +88,12 @@ Plot planeOf(const ModelFigure& figure) {
   return plot;
 }
 
-void drawViewOn(Canvas& canvas, const ModelFigure& figure, const Box& view) {
+/// @param barRow  of the scale bar
+void drawViewOn(Canvas& canvas, const ModelFigure& figure, const Box& view, double barRow) {
   const Axes axes = planeOf(figure).draw(canvas, view);
   const double unitsPerPixel =
       (figure.most.x - figure.least.x) / (axes.column(figure.most.x) - axes.column(figure.least.x));
-  drawScaleBar(canvas, {axes.area().right() - 200, view.top + 40}, 200, unitsPerPixel, figure.unit);
+  drawScaleBar(canvas, {axes.area().right() - 200, barRow}, 200, unitsPerPixel, figure.unit);
 }
 
 /// @param top  of the first row
@@ -101,7 +103,8 @@ void drawCellsOn(Canvas& canvas, const std::vector<CellMap>& maps, const ColorMa
   for (std::size_t i = 0; i < maps.size(); ++i) {
     const auto column = static_cast<double>(i % 2), row = static_cast<double>(i / 2);
     const Box box{kMargin + column * (width / 2 - kMargin / 2 + 6), top + height * row,
-                  width / 2 - 1.5 * kMargin, height - kMargin};
+                  maps.size() == 1 ? width - 2 * kMargin : width / 2 - 1.5 * kMargin,
+                  height - kMargin};
     drawMap(canvas, box, maps[i], colors);
   }
 }
@@ -114,8 +117,10 @@ double heightOf(const std::vector<CellMap>& maps, double width) {
 
 Drawing drawView(const ModelFigure& figure, double width) {
   const double height = viewHeightOf(width);
-  return {width, height, [figure, width, height](Canvas& canvas) {
-            drawViewOn(canvas, figure, {kMargin, 0, width - 2 * kMargin, height});
+  ModelFigure untitled = figure;
+  untitled.title.clear();
+  return {width, height, [figure = std::move(untitled), width, height](Canvas& canvas) {
+            drawViewOn(canvas, figure, {kMargin, 0, width - 2 * kMargin, height}, 20);
           }};
 }
 
@@ -127,7 +132,8 @@ Drawing drawCells(const std::vector<CellMap>& maps, const ColorMap& colors, doub
 Drawing drawModel(const ModelFigure& figure, const ColorMap& colors) {
   const double top = viewHeightOf(kWidth);
   return {kWidth, top + heightOf(figure.residuals, kWidth), [figure, colors, top](Canvas& canvas) {
-            drawViewOn(canvas, figure, {kMargin, kMargin, kWidth - 2 * kMargin, top - 2 * kMargin});
+            drawViewOn(canvas, figure, {kMargin, kMargin, kWidth - 2 * kMargin, top - 2 * kMargin},
+                       kMargin + 40);
             drawCellsOn(canvas, figure.residuals, colors, kWidth, top);
           }};
 }

@@ -35,10 +35,10 @@ struct ModelFigure {
   std::vector<Point> scan;                      ///< around what a scan measured, closed
 };
 
-/// The field of view, true to scale. @param width  pixels
+/// The field of view, true to scale, without the title. @param width  pixels
 Drawing drawView(const ModelFigure& figure, double width);
 
-/// Maps, two beside each other.
+/// One map, or several, two beside each other.
 /// @param colors  of values of one sign; others are shown diverging from 0
 Drawing drawCells(const std::vector<CellMap>& maps, const ColorMap& colors, double width);
 

@@ -127,7 +127,11 @@ Column columnOf(const Verdict& verdict) {
     add(line.height, line.draw);
   };
   const TextStyle sentence{12, kInk, Anchor::kStart, true};
-  const std::vector<std::string> lines = wrapped(verdict.sentence, width, sentence);
+  constexpr std::ptrdiff_t kBeside = 3;  // lines beside the sign
+  std::vector<std::string> lines = wrapped(verdict.sentence, width, sentence);
+  const auto below = lines.begin() + std::min(kBeside, lines.end() - lines.begin());
+  const std::vector<std::string> further(below, lines.end());
+  lines.erase(below, lines.end());
   const double lineHeight = sentence.size * kLeading;
   const double block = std::max(kSign, static_cast<double>(lines.size()) * lineHeight);
   add(block + 2 * kPad, [=](Canvas& canvas, double top) {
@@ -138,6 +142,7 @@ Column columnOf(const Verdict& verdict) {
       y += lineHeight;
     }
   });
+  for (const std::string& line : further) addLine(line, sentence, kLeft);
   constexpr double kBullet = 10;
   for (const auto& [about, reason] : verdict.reasons) {
     const std::string name = fitted(plainLine(about), width / 2, bold(kTextStyle)) + ": ";
@@ -206,13 +211,15 @@ class TableLayout {
     }
   }
 
-  Part rowOf(const std::vector<Table::Cell>& cells, bool isHeading) const {
+  /// One part, or several of a row that no page holds.
+  std::vector<Part> rowOf(const std::vector<Table::Cell>& cells, bool isHeading) const {
+    constexpr std::size_t kMostLines = 45;
     const bool isGroup = cells.size() == 1;
-    std::vector<std::vector<std::string>> columns;
+    std::vector<Lines> columns;
     std::size_t most = 1;
     for (std::size_t i = 0; i < cells.size(); ++i) {
       const double width = (isGroup ? kWidth : widths_[i]) - 2 * pad_;
-      std::vector<std::string>& lines = columns.emplace_back();
+      Lines& lines = columns.emplace_back();
       for (const std::string& text : cells[i]) {
         for (std::string& line : wrapped(text, width, styleOf(i, isHeading || isGroup))) {
           lines.push_back(std::move(line));
@@ -220,15 +227,35 @@ class TableLayout {
       }
       most = std::max(most, lines.size());
     }
+    if (isHeading) {  // which stands at the bottom
+      for (Lines& lines : columns) lines.insert(lines.begin(), most - lines.size(), "");
+    }
+    std::vector<Part> parts;
+    for (std::size_t first = 0; first < most; first += kMostLines) {
+      std::vector<Lines> some;
+      for (const Lines& lines : columns) {
+        const auto at = [&](std::size_t line) {
+          return lines.begin() + static_cast<std::ptrdiff_t>(std::min(line, lines.size()));
+        };
+        some.emplace_back(at(first), at(first + kMostLines));
+      }
+      parts.push_back(partOf(std::move(some), std::min(kMostLines, most - first), isHeading));
+    }
+    return parts;
+  }
+
+ private:
+  using Lines = std::vector<std::string>;
+
+  Part partOf(std::vector<Lines> columns, std::size_t most, bool isHeading) const {
+    const bool isGroup = columns.size() == 1;
     const double line = style_.size * kLeading, above = isGroup ? 8 : 2;
     const double height = above + static_cast<double>(most) * line + 3;
     return {
-        height, [=, layout = *this](Canvas& canvas, double top) {
+        height, [=, columns = std::move(columns), layout = *this](Canvas& canvas, double top) {
           double left = kMargin;
           for (std::size_t i = 0; i < columns.size(); ++i) {
-            // Headings stand at the bottom.
-            const std::size_t skipped = isHeading ? most - columns[i].size() : 0;
-            double y = top + above + line * (0.5 + static_cast<double>(skipped));
+            double y = top + above + line / 2;
             TextStyle style = layout.styleOf(i, isHeading || isGroup);
             const bool isFigure = i >= layout.texts_;
             style.anchor = isFigure ? Anchor::kEnd : Anchor::kStart;
@@ -244,7 +271,6 @@ class TableLayout {
         }};
   }
 
- private:
   TextStyle styleOf(std::size_t column, bool isHeading) const {
     return column == 0 || isHeading ? bold(style_) : style_;
   }
@@ -293,13 +319,16 @@ class TableLayout {
 Column columnOf(const Table& table) {
   const TableLayout layout(table);
   Column column{8, {}};
+  const auto add = [&](const std::vector<Table::Cell>& row, bool isHeading) {
+    for (Part& part : layout.rowOf(row, isHeading)) column.parts.push_back(std::move(part));
+  };
   if (!table.heading.empty()) {
     std::vector<Table::Cell> heading;
     for (const std::string& text : table.heading) heading.push_back({text});
-    column.parts.push_back(layout.rowOf(heading, true));
-    column.repeated = 1;
+    add(heading, true);
+    column.repeated = column.height() < kRoom / 4 ? 1 : 0;
   }
-  for (const auto& row : table.rows) column.parts.push_back(layout.rowOf(row, false));
+  for (const auto& row : table.rows) add(row, false);
   return column;
 }
 
@@ -402,6 +431,8 @@ class Pages {
 std::string pdfOf(const Document& document) {
   std::vector<Column> columns = {{0, linesOf(document.title, kTitleStyle), true}};
   for (const auto& block : document.blocks) {
+    // Nobody signs an empty page.
+    if (std::holds_alternative<Signature>(block)) columns.back().leads = true;
     columns.push_back(std::visit([](const auto& one) { return columnOf(one); }, block));
   }
   Pages pages;

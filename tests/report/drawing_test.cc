@@ -4,6 +4,7 @@
 #include <cmath>
 #include <tuple>
 
+#include "planex/report/document.h"
 #include "planex/report/estimation_plot.h"
 #include "planex/report/height_picture.h"
 #include "planex/report/model_plot.h"
@@ -122,9 +123,11 @@ TEST(Drawing, BearsEverything) {
       expectSound([&](auto format) { return picture.draw({colors, true}, format); });
     }
     const std::vector<Point> line = {{0, 1}, {scale * 1e8, -scale}, {kNan, 0}, {scale, 1}};
-    const CellMap cells{hostile, 2, 1, line[0], line[1], {kNan, scale}};
+    const CellMap cells{hostile, 2,       1,       line[0], line[1], {kNan, scale},
+                        hostile, hostile, hostile, hostile, {}};
     const ModelFigure figure = {
-        hostile, hostile, line[0], line[1], line, {line}, {{line[1], hostile}}, line, {cells}};
+        hostile, hostile, line[0], line[1], line, {line}, {{line[1], hostile}},
+        line,    {cells}, line};
     expectSound([&](auto format) { return drawModel(figure, *colors).file(format); });
     const Outline outline{hostile, line};
     const SensorMap map{3, 9, 2, 2, {kNan, scale, 1, -scale}, hostile, 5, outline};
@@ -138,6 +141,37 @@ TEST(Drawing, BearsEverything) {
                                 {outline}};
     expectSound([&](auto format) { return drawArrows(arrows).file(format); });
   }
+}
+
+/// How often a text stands in another.
+std::size_t countOf(const std::string& part, const std::string& text) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+TEST(Document, HoldsEveryTextAndNoMarkupOfIt) {
+  const std::string hostile = "\xFF\"'</title><script>&\n\xE2\x80\xAE" + std::string(5000, 'W');
+  Table table;
+  table.heading = {hostile, hostile, hostile};
+  for (int i = 0; i < 120; ++i) table.add({hostile.substr(0, 60), "1", ""});
+  table.add({hostile});
+  Table facts;
+  facts.rows = {{{hostile}, {hostile, hostile}}, {{hostile}, {}}};
+  const Drawing huge{1, 5000, [](Canvas& canvas) { canvas.text({0, 9}, "in the picture"); }};
+  const Verdict verdict{Verdict::Level::kBad, hostile, {30, {hostile, hostile}}, hostile};
+  const Document page{hostile,
+                      {verdict, Heading{hostile}, Paragraph{hostile, true}, facts, table,
+                       Picture{huge, hostile, hostile}, Signature{{hostile, hostile}}},
+                      hostile};
+  const std::string html = htmlOf(page), pdf = pdfOf(page);
+  EXPECT_EQ(countOf("<script", html) + countOf("onerror", html), 0U);
+  EXPECT_EQ(countOf("?&quot;&#39;&lt;/title&gt;&lt;script&gt;&amp;??", html), 199U);
+  EXPECT_EQ(countOf("Content-Security-Policy", html), 1U);
+  EXPECT_EQ(countOf("/Type /Page %", pdf), 57U);
+  EXPECT_EQ(pdf.substr(0, 5) + pdf.substr(pdf.size() - 6), "%PDF-%%EOF\n");
+  EXPECT_EQ(countOf("CreationDate", pdf), 0U);
+  EXPECT_EQ(pdfOf({"", {}, ""}), pdfOf({"", {}, ""}));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ void addCommands(CLI::App& app, Context& context) {
   for (const auto addCommand :
        {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addProfileCommand,
         addStatsCommand, addMapCommand, addBoundsCommand, addConvertCommand, addDiffCommand,
-        addEstimateCommand, addExtractCommand, addGrabCommand, addCamerasCommand,
+        addEstimateCommand, addReportCommand, addExtractCommand, addGrabCommand, addCamerasCommand,
         addSelftestCommand}) {
     addCommand(app, context);
   }

@@ -26,6 +26,7 @@ void addInfoCommand(CLI::App& app, Context& context);
 void addMapCommand(CLI::App& app, Context& context);
 void addProfileCommand(CLI::App& app, Context& context);
 void addRectifyCommand(CLI::App& app, Context& context);
+void addReportCommand(CLI::App& app, Context& context);
 void addSelftestCommand(CLI::App& app, Context& context);
 void addStatsCommand(CLI::App& app, Context& context);
 /// @}

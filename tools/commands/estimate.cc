@@ -377,7 +377,7 @@ void write(UncertaintyFile& file, const MapUncertainty& uncertainty, const Senso
 class ReportFile {
  public:
   ReportFile(const std::string& path, const Context& context)
-      : write_(pageWriter("--report", path)), file_(path, context.force) {}
+      : file_(path, context.force), write_(pageWriter("--report", path)) {}
 
   void write(const Estimation& result, const Measurements& measurements,
              const EstimateOptions& options, const Context& context) {
@@ -394,8 +394,8 @@ class ReportFile {
   void commit() { file_.commit(); }
 
  private:
-  std::string (*write_)(const report::Document& page);
   io::OutputFile file_;
+  std::string (*write_)(const report::Document& page);
 };
 
 /// What scans of the target would tell of a camera such as that of the model.

@@ -8,7 +8,6 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -107,11 +106,8 @@ std::string regionText(const Facts& facts) {
 std::string uncertaintyText(const Facts& facts) {
   if (!facts.uncertainty) return {};
   const StatedUncertainty& stated = *facts.uncertainty;
-  return fmt::format(
-      "{:<19}{:.2g} {} (95 %) at most over the {:.0f} % of the sensor that were measured\n"
-      "{:<19}frame {}, noise {:.3g} pixels\n",
-      "uncertainty", stated.largest95, facts.unit, 100 * stated.measured, "", stated.frame,
-      stated.noise);
+  return fmt::format("{:<19}{}\n{:<19}{}\n", "uncertainty", stated.summary(facts.unit), "",
+                     stated.basis());
 }
 
 std::string plainText(const Facts& facts) {
@@ -223,12 +219,6 @@ std::string jsonText(const Facts& facts) {
   return root.print();
 }
 
-bool hasArea(const scan::FieldOfView& view) {
-  const double width = view.xMax - view.xMin;
-  const double height = view.zMax - view.zMin;
-  return width > 0 && height > 0 && std::isfinite(width) && std::isfinite(height);
-}
-
 /// What the sidecar of an output tells; a Failure behind it where it tells of another file.
 void printProvenance(const InfoOptions& options, const io::Provenance& provenance) {
   if (!options.plot.empty()) throw CLI::ValidationError("--plot", "needs a model document");
@@ -259,7 +249,7 @@ void runInfo(const InfoOptions& options, const Context& context) {
       throw io::Failure(options.model,
                         "has nothing to plot (" + facts.noView + "); see planex check");
     }
-    if (!hasArea(*facts.view)) {
+    if (!report::hasArea(*facts.view)) {
       throw io::Failure(options.model,
                         "has no finite field of view to plot; see: planex check " + options.model);
     }

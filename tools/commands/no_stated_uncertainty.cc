@@ -11,6 +11,12 @@ std::optional<StatedUncertainty> statedUncertainty(const std::string& /*document
   return std::nullopt;
 }
 
+std::optional<report::UncertaintyPart> uncertaintyPart(const std::string& /*document*/,
+                                                       const std::string& /*name*/,
+                                                       const std::string& /*unit*/) {
+  return std::nullopt;
+}
+
 std::string faultOfUncertainty(const std::string& /*document*/) { return {}; }
 
 std::optional<std::string> withStatedUncertainty(

@@ -7,11 +7,29 @@
 #include <utility>
 
 #include "tools/cli/warnings.h"
+#include "tools/commands/estimation_figures.h"
 
 namespace planex::tools {
 namespace {
 
 using estimation::MapUncertainty;
+
+/// Nothing where there is none; of one of no use it tells as a warning.
+std::optional<MapUncertainty> usableUncertainty(const std::string& document,
+                                                const std::string& name) {
+  try {
+    return estimation::uncertaintyIn(document);
+  } catch (const estimation::UncertaintyFault& fault) {
+    warn(name, fault.what());
+    return std::nullopt;
+  }
+}
+
+StatedUncertainty toldOf(const MapUncertainty& uncertainty) {
+  const MapUncertainty::Parts& parts = uncertainty.parts();
+  return {uncertainty.largestRadius95(), uncertainty.measuredShare(parts.sensorSize), parts.noise,
+          uncertainty.frameName()};
+}
 
 class TabulatedUncertainty final : public PlaneUncertainty {
  public:
@@ -30,17 +48,19 @@ class TabulatedUncertainty final : public PlaneUncertainty {
 
 std::optional<StatedUncertainty> statedUncertainty(const std::string& document,
                                                    const std::string& name) {
-  try {
-    const auto uncertainty = estimation::uncertaintyIn(document);
-    if (!uncertainty) return std::nullopt;
-    const MapUncertainty::Parts& parts = uncertainty->parts();
-    return StatedUncertainty{uncertainty->largestRadius95(),
-                             uncertainty->measuredShare(parts.sensorSize), parts.noise,
-                             uncertainty->frameName()};
-  } catch (const estimation::UncertaintyFault& fault) {
-    warn(name, fault.what());
-    return std::nullopt;
-  }
+  const auto uncertainty = usableUncertainty(document, name);
+  if (!uncertainty) return std::nullopt;
+  return toldOf(*uncertainty);
+}
+
+std::optional<report::UncertaintyPart> uncertaintyPart(const std::string& document,
+                                                       const std::string& name,
+                                                       const std::string& unit) {
+  const auto uncertainty = usableUncertainty(document, name);
+  if (!uncertainty) return std::nullopt;
+  const StatedUncertainty told = toldOf(*uncertainty);
+  return report::UncertaintyPart{told.summary(unit), told.basis(),
+                                 uncertaintyPicture(*uncertainty, told.largest95, unit)};
 }
 
 std::string faultOfUncertainty(const std::string& document) {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <fmt/format.h>
 #include <planex/model/calibration_model.h>
 
 #include <memory>
 #include <optional>
 #include <string>
+
+#include "planex/report/model_page.h"
 
 namespace planex::tools {
 
@@ -16,6 +19,15 @@ struct StatedUncertainty {
   double measured;    ///< that part
   double noise;       ///< of a pixel, in pixels
   const char* frame;  ///< "fixed" or "rigid"
+
+  /// How large it is.
+  std::string summary(const std::string& unit) const {
+    return fmt::format(
+        "{:.2g} {} (95 %) at most over the {:.0f} % of the sensor that were measured", largest95,
+        unit, 100 * measured);
+  }
+  /// What it rests on.
+  std::string basis() const { return fmt::format("frame {}, noise {:.3g} pixels", frame, noise); }
 };
 
 /// Nothing for a document without, and in a planex without estimation. A statement of no use is
@@ -23,6 +35,11 @@ struct StatedUncertainty {
 /// @param name  of the file
 std::optional<StatedUncertainty> statedUncertainty(const std::string& document,
                                                    const std::string& name);
+
+/// The same for a page, with a map.
+std::optional<report::UncertaintyPart> uncertaintyPart(const std::string& document,
+                                                       const std::string& name,
+                                                       const std::string& unit);
 
 /// Why the statement of a document is of no use; empty where it is of use, or not there, and in a
 /// planex without estimation.
