@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "planex/infra/export.h"
 
 namespace cmnalg {
@@ -19,5 +21,11 @@ PLANEX_EXPORT InstructionSet currentInstructionSet();
 /// Has kernels of no set beyond `limit` chosen from now on, by all threads. No result depends on
 /// it: it is for tests, benchmarks and self-tests.
 PLANEX_EXPORT void limitInstructionSet(InstructionSet limit);
+
+/// Those that this build has kernels for, from the poorest, whatever the processor can run.
+PLANEX_EXPORT std::vector<InstructionSet> builtInstructionSets();
+
+/// "baseline", "AVX2" or "AVX-512".
+PLANEX_EXPORT const char* nameOf(InstructionSet set);
 
 }  // namespace cmnalg

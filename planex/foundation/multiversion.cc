@@ -30,4 +30,24 @@ InstructionSet currentInstructionSet() {
 
 void limitInstructionSet(InstructionSet limit) { setLimit = limit; }
 
+std::vector<InstructionSet> builtInstructionSets() {
+  std::vector<InstructionSet> sets;
+  for (int set = 0; set < kInstructionSetCount; ++set) {
+    sets.push_back(static_cast<InstructionSet>(set));
+  }
+  return sets;
+}
+
+const char* nameOf(InstructionSet set) {
+  switch (set) {
+    case InstructionSet::Avx512:
+      return "AVX-512";
+    case InstructionSet::Avx2:
+      return "AVX2";
+    case InstructionSet::Baseline:
+      break;
+  }
+  return "baseline";
+}
+
 }  // namespace cmnalg

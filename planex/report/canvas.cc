@@ -246,6 +246,8 @@ Canvas::Clip::Clip(Canvas& canvas, const Box& box) : canvas_(canvas) {
 
 Canvas::Clip::~Clip() { cairo_restore(canvas_.surface_->context.get()); }
 
+std::string Canvas::libraryVersion() { return cairo_version_string(); }
+
 void Canvas::nextPage() { cairo_show_page(surface_->context.get()); }
 
 void Canvas::setTitle(std::string_view title) {

@@ -105,6 +105,9 @@ class Canvas {
     Box paper_;
   };
 
+  /// That of Cairo, as it is loaded.
+  static std::string libraryVersion();
+
   /// Ends the picture. Throws std::bad_alloc for memory that is used up, and std::runtime_error for
   /// what else kept it from being drawn.
   std::string finish();

@@ -1,6 +1,8 @@
 #include "tools/commands/commands.h"
 
-#include <planex/version.h>
+#include <memory>
+
+#include "tools/cli/version_text.h"
 
 namespace planex::tools {
 
@@ -9,7 +11,12 @@ void addCommands(CLI::App& app, Context& context) {
   app.description(
       "From range images of laser-line cameras to height maps and point clouds.\n"
       "The option --help of a command tells its options and gives examples.");
-  app.set_version_flag("--version", "planex " PLANEX_VERSION_STRING);
+  // Found before --version ends the parsing, wherever it stands.
+  const auto verbose = std::make_shared<bool>(false);
+  CLI::Option* more = app.add_flag("--verbose", *verbose,
+                                   "With --version: libraries, instruction sets and threads, too");
+  more->needs(app.set_version_flag("--version",
+                                   [verbose, &context] { return versionText(*verbose, context); }));
   app.require_subcommand(1);
   app.footer("Exit status: 0 success, 1 an input is faulty, 2 the command line is.");
   for (const auto addCommand :

@@ -152,7 +152,7 @@ void addReportCommand(CLI::App& app, Context& context) {
       "where the document has them, which part of the scan was measured and lies where the model "
       "was calibrated, and size, SHA-256 and origin of every file. An HTML page needs no other "
       "file and loads nothing; a PDF has the same pictures as vectors. The same files give the "
-      "same page, byte by byte.\n"
+      "same page, byte by byte.\n\n"
       "Exit status: 0 also for a page whose verdict is bad; planex check tells by its status.\n\n"
       "Examples:\n"
       "  planex report model.json -o report.pdf\n"

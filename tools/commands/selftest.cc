@@ -26,20 +26,8 @@ using scan::SceneDifference;
 
 constexpr int kLeastThreads = 2;  // also on one processor
 
-const char* nameOf(cmnalg::InstructionSet set) {
-  switch (set) {
-    case cmnalg::InstructionSet::Avx512:
-      return "AVX-512";
-    case cmnalg::InstructionSet::Avx2:
-      return "AVX2";
-    case cmnalg::InstructionSet::Baseline:
-      break;
-  }
-  return "baseline";
-}
-
 std::string nameOf(const ComputingWay& way) {
-  return fmt::format("{}, {} thread{}, {}", nameOf(way.set), way.threads,
+  return fmt::format("{}, {} thread{}, {}", cmnalg::nameOf(way.set), way.threads,
                      way.threads == 1 ? "" : "s",
                      way.rows == 0 ? "whole images" : fmt::format("blocks of {} rows", way.rows));
 }
