@@ -44,6 +44,7 @@ echo
 "$programs/simulate_target" "$scan"
 shown estimate "$scan"/saw?.pgm --target "$scan/saw.json" --sensor 2560x1024 --up with-rows \
   --right with-columns -o "$scan/own.json" --report "$scan/own.html" --force
+shown report "$scan/own.json" "$scan/range.pgm" -o "$scan/report.pdf" --force
 echo
 echo "\$ python3 examples/measure_with_own_model.py"
 PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_with_own_model.py "$scan" \
@@ -63,4 +64,4 @@ echo "\$ python3 examples/measure_lines.py"
 PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_lines.py "$scan" \
   "$scan/lines.png" "$scan/lines_map.tif"
 echo
-echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png, python.png and lines_map.png, and own.html in a browser; $PWD/$scan/points.ply opens in any viewer of point clouds"
+echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png, python.png and lines_map.png, own.html in a browser, and report.pdf; $PWD/$scan/points.ply opens in any viewer of point clouds"

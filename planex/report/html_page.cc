@@ -16,7 +16,8 @@ const char* const kHead = R"(<!DOCTYPE html>
 <head>
 <meta charset="utf-8">
 <meta http-equiv="Content-Security-Policy"
- content="default-src 'none'; style-src 'unsafe-inline'; img-src data:; base-uri 'none'; form-action 'none'">
+ content="default-src 'none'; style-src 'unsafe-inline'; img-src data:; base-uri 'none';
+ form-action 'none'">
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <style>
 @page { size: A4; margin: 16mm; }

@@ -56,6 +56,10 @@ void addView(const ModelPart& part, const ModelFigure& figure, Document& page) {
     return;
   }
   const scan::FieldOfView& view = *part.view;
+  if (!hasArea(view)) {
+    page.blocks.emplace_back(Paragraph{"The model has no finite field of view."});
+    return;
+  }
   Table field;
   field.add({"Field of view", "X " + rangeText(view.xMin, view.xMax, part.unit) + ", Z " +
                                   rangeText(view.zMin, view.zMax, part.unit)});
@@ -69,7 +73,6 @@ void addView(const ModelPart& part, const ModelFigure& figure, Document& page) {
     table.add({name, figureText(end.z, 6), figureText(end.lateral, 4), figureText(end.height, 4)});
   }
   page.blocks.emplace_back(std::move(table));
-  if (!hasArea(view)) return;
   page.blocks.emplace_back(Picture{
       drawView(figure, kWidth), "The field of view in X and Z, and the calibrated region", {}});
 }
