@@ -30,8 +30,9 @@ ul { padding-left: 22px; }
 .verdict { display: flex; gap: 18px; align-items: flex-start; padding: 16px 18px;
  border: 1px solid; border-left-width: 10px; border-radius: 4px; }
 .verdict svg { flex: none; width: 52px; height: 52px; }
+.verdict div { align-self: center; }
 .verdict p, .verdict ul { margin: 8px 0 0; }
-.verdict p:first-child { margin: 4px 0 0; font-size: 18px; font-weight: bold; }
+.verdict p:first-child { margin: 0; font-size: 18px; font-weight: bold; }
 .good { border-color: #00875f; background: #f1f9f6; }
 .doubtful { border-color: #b35c00; background: #fdf6ec; }
 .bad { border-color: #b3261e; background: #fdf1f0; }

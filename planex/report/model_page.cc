@@ -26,7 +26,7 @@ std::string rangeText(double from, double to, const std::string& unit) {
 
 std::string errorText(double error, double maximum, const std::string& unit) {
   if (error == CalibrationModel::kNeverSet) return "never set";
-  const std::string text = lengthText(error, 4, unit);
+  std::string text = lengthText(error, 4, unit);
   if (maximum == CalibrationModel::kNeverSet) return text;
   return text + ", at most " + lengthText(maximum, 4, unit);
 }

@@ -101,8 +101,10 @@ void drawCellsOn(Canvas& canvas, const std::vector<CellMap>& maps, const ColorMa
                  double width, double top) {
   const double height = mapHeightOf(width);
   for (std::size_t i = 0; i < maps.size(); ++i) {
-    const auto column = static_cast<double>(i % 2), row = static_cast<double>(i / 2);
-    const Box box{kMargin + column * (width / 2 - kMargin / 2 + 6), top + height * row,
+    const std::size_t column = i % 2;
+    const std::size_t row = i / 2;
+    const Box box{kMargin + static_cast<double>(column) * (width / 2 - kMargin / 2 + 6),
+                  top + height * static_cast<double>(row),
                   maps.size() == 1 ? width - 2 * kMargin : width / 2 - 1.5 * kMargin,
                   height - kMargin};
     drawMap(canvas, box, maps[i], colors);
@@ -110,7 +112,8 @@ void drawCellsOn(Canvas& canvas, const std::vector<CellMap>& maps, const ColorMa
 }
 
 double heightOf(const std::vector<CellMap>& maps, double width) {
-  return mapHeightOf(width) * static_cast<double>((maps.size() + 1) / 2);
+  const std::size_t rows = (maps.size() + 1) / 2;
+  return mapHeightOf(width) * static_cast<double>(rows);
 }
 
 }  // namespace

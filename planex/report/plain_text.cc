@@ -86,9 +86,11 @@ std::vector<std::string> wrapped(std::string_view text, double width, const Text
     if (plain.compare(end, 2, " %") == 0) end = std::min(plain.find(' ', end + 1), plain.size());
     const std::string word = plain.substr(begin, end - begin);
     begin = end + 1;
-    const std::string gap = lines.back().empty() ? "" : " ";
-    if (fits(lines.back() + gap + word)) {
-      lines.back() += gap + word;
+    std::string longer = lines.back();
+    if (!longer.empty()) longer += ' ';
+    longer += word;
+    if (fits(longer)) {
+      lines.back() = longer;
       continue;
     }
     if (!lines.back().empty() || room < width) nextLine();

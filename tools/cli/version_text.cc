@@ -35,7 +35,7 @@ Versions builtWith() {
 std::string listOf(const Versions& versions) {
   std::string text;
   for (const auto& [name, version] : versions) {
-    text += (text.empty() ? "" : ", ") + name + " " + version;
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", name, version);
   }
   return text;
 }
