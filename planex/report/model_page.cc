@@ -112,17 +112,17 @@ void addResiduals(const ModelPart& part, const ModelFigure& figure, Document& pa
                                    {}});
 }
 
-void addUncertainty(const std::optional<UncertaintyPart>& part, Document& page) {
+void addUncertainty(const UncertaintyPart& part, Document& page) {
   page.blocks.emplace_back(Heading{"Uncertainty"});
-  if (!part) {
-    page.blocks.emplace_back(Paragraph{"The document states no uncertainty of the model."});
+  if (!part.missing.empty()) {
+    page.blocks.emplace_back(Paragraph{part.missing});
     return;
   }
   Table table;
-  table.add({"Stated uncertainty", part->size});
-  table.add({"Basis", part->basis});
+  table.add({"Stated uncertainty", part.size});
+  table.add({"Basis", part.basis});
   page.blocks.emplace_back(std::move(table));
-  page.blocks.emplace_back(part->map);
+  if (part.map) page.blocks.emplace_back(*part.map);
 }
 
 std::string shareText(std::int64_t part, std::int64_t all) {
@@ -205,8 +205,8 @@ std::vector<Point> outlineOf(const scan::ScanCoverage& coverage) {
 }  // namespace
 
 Document modelPage(const ModelPart& part, const Verdict& verdict,
-                   const std::optional<UncertaintyPart>& uncertainty,
-                   const std::optional<ScanPart>& scan, const std::vector<FileRecord>& files) {
+                   const UncertaintyPart& uncertainty, const std::optional<ScanPart>& scan,
+                   const std::vector<FileRecord>& files) {
   const FileRecord& document = files.front();
   Document page{"Report on a camera model",
                 {},

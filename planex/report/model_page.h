@@ -25,8 +25,9 @@ struct FileRecord {
 
 /// What a model document states of its uncertainty.
 struct UncertaintyPart {
+  std::string missing;      ///< why there is none to be shown; empty where there is
   std::string size, basis;  ///< how large it is, and what that rests on
-  Picture map;
+  std::optional<Picture> map;
 };
 
 /// What a scan covers.
@@ -51,7 +52,7 @@ struct ModelPart {
 /// over the calibrated region, uncertainty, what a scan covers, and the files all this comes from.
 /// @param files  the document of the model first
 Document modelPage(const ModelPart& part, const Verdict& verdict,
-                   const std::optional<UncertaintyPart>& uncertainty,
-                   const std::optional<ScanPart>& scan, const std::vector<FileRecord>& files);
+                   const UncertaintyPart& uncertainty, const std::optional<ScanPart>& scan,
+                   const std::vector<FileRecord>& files);
 
 }  // namespace planex::report

@@ -11,10 +11,10 @@ std::optional<StatedUncertainty> statedUncertainty(const std::string& /*document
   return std::nullopt;
 }
 
-std::optional<report::UncertaintyPart> uncertaintyPart(const std::string& /*document*/,
-                                                       const std::string& /*name*/,
-                                                       const std::string& /*unit*/) {
-  return std::nullopt;
+report::UncertaintyPart uncertaintyPart(const std::string& /*document*/,
+                                        const std::string& /*unit*/) {
+  return {
+      "Not told: this planex was built without estimation, and reads no uncertainty.", {}, {}, {}};
 }
 
 std::string faultOfUncertainty(const std::string& /*document*/) { return {}; }

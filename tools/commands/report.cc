@@ -117,7 +117,7 @@ void runReport(const ReportOptions& options, const Context& context) {
   if (files.front().identity.sha256 != sha256) {
     throw io::Failure(options.model, "changed while it was read; keep it as it is, and try again");
   }
-  const auto uncertainty = uncertaintyPart(document, options.model, context.unit);
+  const auto uncertainty = uncertaintyPart(document, context.unit);
   std::optional<report::ScanPart> scan;
   if (!options.range.empty()) scan = scanOf(options, context, model, part.region, files);
   std::vector<std::string> inputs;

@@ -14,17 +14,6 @@ namespace {
 
 using estimation::MapUncertainty;
 
-/// Nothing where there is none; of one of no use it tells as a warning.
-std::optional<MapUncertainty> usableUncertainty(const std::string& document,
-                                                const std::string& name) {
-  try {
-    return estimation::uncertaintyIn(document);
-  } catch (const estimation::UncertaintyFault& fault) {
-    warn(name, fault.what());
-    return std::nullopt;
-  }
-}
-
 StatedUncertainty toldOf(const MapUncertainty& uncertainty) {
   const MapUncertainty::Parts& parts = uncertainty.parts();
   return {uncertainty.largestRadius95(), uncertainty.measuredShare(parts.sensorSize), parts.noise,
@@ -48,19 +37,28 @@ class TabulatedUncertainty final : public PlaneUncertainty {
 
 std::optional<StatedUncertainty> statedUncertainty(const std::string& document,
                                                    const std::string& name) {
-  const auto uncertainty = usableUncertainty(document, name);
-  if (!uncertainty) return std::nullopt;
-  return toldOf(*uncertainty);
+  try {
+    const auto uncertainty = estimation::uncertaintyIn(document);
+    if (!uncertainty) return std::nullopt;
+    return toldOf(*uncertainty);
+  } catch (const estimation::UncertaintyFault& fault) {
+    warn(name, fault.what());
+    return std::nullopt;
+  }
 }
 
-std::optional<report::UncertaintyPart> uncertaintyPart(const std::string& document,
-                                                       const std::string& name,
-                                                       const std::string& unit) {
-  const auto uncertainty = usableUncertainty(document, name);
-  if (!uncertainty) return std::nullopt;
-  const StatedUncertainty told = toldOf(*uncertainty);
-  return report::UncertaintyPart{told.summary(unit), told.basis(),
-                                 uncertaintyPicture(*uncertainty, told.largest95, unit)};
+report::UncertaintyPart uncertaintyPart(const std::string& document, const std::string& unit) {
+  try {
+    const auto uncertainty = estimation::uncertaintyIn(document);
+    if (!uncertainty) return {"The document states no uncertainty of the model.", {}, {}, {}};
+    const StatedUncertainty told = toldOf(*uncertainty);
+    return {{},
+            told.summary(unit),
+            told.basis(),
+            uncertaintyPicture(*uncertainty, told.largest95, unit)};
+  } catch (const estimation::UncertaintyFault& fault) {
+    return {std::string("What the document states is of no use: ") + fault.what(), {}, {}, {}};
+  }
 }
 
 std::string faultOfUncertainty(const std::string& document) {

@@ -36,10 +36,8 @@ struct StatedUncertainty {
 std::optional<StatedUncertainty> statedUncertainty(const std::string& document,
                                                    const std::string& name);
 
-/// The same for a page, with a map.
-std::optional<report::UncertaintyPart> uncertaintyPart(const std::string& document,
-                                                       const std::string& name,
-                                                       const std::string& unit);
+/// The same for a page, with a map; or why there is none.
+report::UncertaintyPart uncertaintyPart(const std::string& document, const std::string& unit);
 
 /// Why the statement of a document is of no use; empty where it is of use, or not there, and in a
 /// planex without estimation.
