@@ -121,6 +121,7 @@ void runReport(const ReportOptions& options, const Context& context) {
   std::optional<report::ScanPart> scan;
   if (!options.range.empty()) scan = scanOf(options, context, model, part.region, files);
   std::vector<std::string> inputs;
+  inputs.reserve(files.size());
   for (const FileRecord& file : files) inputs.push_back(file.path);
   io::requireNoInput(options.output, inputs);
   io::OutputFile file(options.output, context.force);
