@@ -23,10 +23,11 @@ class PagedImage : public ImageReader {
 
 /// @{
 /// Open a file whose first bytes say that it is of that kind.
+/// @param layer of several, counted from 0
 std::unique_ptr<ImageReader> openPng(const std::string& path);
-std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples);
+std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples, std::size_t layer);
 std::unique_ptr<ImageReader> openPgm(const std::string& path);
-std::unique_ptr<ImageReader> openNpy(const std::string& path, Samples samples);
+std::unique_ptr<ImageReader> openNpy(const std::string& path, Samples samples, std::size_t layer);
 /// @}
 
 /// The pages of a TIFF that are images of their own, not smaller copies or masks of others. None is

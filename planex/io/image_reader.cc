@@ -12,11 +12,14 @@
 namespace planex::io {
 namespace {
 
-using Opener = std::unique_ptr<ImageReader> (*)(const std::string& path, Samples samples);
+using Opener = std::unique_ptr<ImageReader> (*)(const std::string& path, Samples samples,
+                                                std::size_t layer);
 
 /// A kind of file that holds integers only.
 template <std::unique_ptr<ImageReader> (*kOpen)(const std::string& path)>
-std::unique_ptr<ImageReader> integersOf(const std::string& path, Samples /*samples*/) {
+std::unique_ptr<ImageReader> integersOf(const std::string& path, Samples /*samples*/,
+                                        std::size_t layer) {
+  if (layer > 0) throw Failure(path, "has one layer; save all of them in a TIFF or NPY");
   return kOpen(path);
 }
 
@@ -36,18 +39,26 @@ constexpr Signature kSignatures[] = {
     {{0x93, 'N', 'U', 'M', 'P', 'Y'}, 6, openNpy},
 };
 
-}  // namespace
-
-std::unique_ptr<ImageReader> ImageReader::open(const std::string& path, Samples samples) {
+std::unique_ptr<ImageReader> openAny(const std::string& path, Samples samples, std::size_t layer) {
   std::array<unsigned char, 8> bytes{};
   const std::size_t count = InputFile(path).readAt(0, bytes.data(), bytes.size());
   for (const Signature& signature : kSignatures) {
     if (count >= signature.count &&
         std::equal(bytes.begin(), bytes.begin() + signature.count, signature.bytes.begin())) {
-      return signature.open(path, samples);
+      return signature.open(path, samples, layer);
     }
   }
   throw Failure(path, "is not a PNG, TIFF, binary PGM or NPY image; convert it to one of these");
+}
+
+}  // namespace
+
+std::unique_ptr<ImageReader> ImageReader::open(const std::string& path, Samples samples) {
+  return openAny(path, samples, 0);
+}
+
+std::unique_ptr<ImageReader> ImageReader::openLayer(const std::string& path, std::size_t layer) {
+  return openAny(path, Samples::kHeights, layer);
 }
 
 void ImageReader::announce(std::uint64_t width, std::uint64_t height, cmnalg::ImageType type) {

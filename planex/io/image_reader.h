@@ -46,6 +46,9 @@ class PLANEX_EXPORT ImageReader {
   static std::unique_ptr<ImageReader> open(const std::string& path,
                                            Samples samples = Samples::kIntensities);
 
+  /// Opens one of the layers of a file of heights, counted from 0. A Failure where it has no such.
+  static std::unique_ptr<ImageReader> openLayer(const std::string& path, std::size_t layer);
+
   virtual ~ImageReader() = default;
   ImageReader(const ImageReader&) = delete;
   ImageReader& operator=(const ImageReader&) = delete;

@@ -15,8 +15,8 @@ namespace {
 /// A NumPy array of two axes, rows and columns, or of three whose last one is layers.
 class NpyReader final : public ImageReader {
  public:
-  NpyReader(const std::string& path, Samples samples)
-      : ImageReader(path), file_(path), header_(readNpyHeader(file_, path)) {
+  NpyReader(const std::string& path, Samples samples, std::size_t layer)
+      : ImageReader(path), layer_(layer), file_(path), header_(readNpyHeader(file_, path)) {
     const cmnalg::ImageType type = typeOf(samples);
     const std::vector<std::uint64_t>& shape = header_.shape;
     if (!header_.isRowMajor) {
@@ -30,6 +30,7 @@ class NpyReader final : public ImageReader {
     if (layers_ < 1 || storedRowBytes() > kMaximumRow) {
       refuse("has " + std::to_string(layers_) + " layers, none or too many; save fewer");
     }
+    if (layer_ >= layers_) refuse("has no layer " + std::to_string(layer_) + "; name another one");
     // Less than 2^31 rows of at most 2^27 bytes.
     const auto rows = static_cast<std::uint64_t>(this->shape().height);
     requireNpyBytes(file_, path, header_, storedRowBytes() * rows);
@@ -59,7 +60,7 @@ class NpyReader final : public ImageReader {
       stored_.resize(storedRowBytes());
       for (int i = 0; i < count; ++i) {
         readStored(row_ + i, 1, stored_.data());
-        takeFirst(static_cast<char*>(rows) + static_cast<std::size_t>(i) * shape().rowBytes());
+        takeLayer(static_cast<char*>(rows) + static_cast<std::size_t>(i) * shape().rowBytes());
       }
     }
     row_ += count;
@@ -74,10 +75,10 @@ class NpyReader final : public ImageReader {
     if (got != wanted) refuseRow(first + static_cast<std::int64_t>(got / bytes), "end of file");
   }
 
-  void takeFirst(char* row) const {
+  void takeLayer(char* row) const {
     const std::size_t bytes = cmnalg::bytesPerPixel(shape().type);
     for (std::size_t i = 0; i < static_cast<std::size_t>(shape().width); ++i) {
-      std::memcpy(row + i * bytes, stored_.data() + i * layers_ * bytes, bytes);
+      std::memcpy(row + i * bytes, stored_.data() + (i * layers_ + layer_) * bytes, bytes);
     }
   }
 
@@ -90,6 +91,7 @@ class NpyReader final : public ImageReader {
   void rewind() override { row_ = 0; }
   void skipRows(int count) override { row_ += count; }
 
+  const std::size_t layer_;  // that is read
   InputFile file_;
   NpyHeader header_;
   std::uint64_t layers_ = 1;
@@ -99,8 +101,8 @@ class NpyReader final : public ImageReader {
 
 }  // namespace
 
-std::unique_ptr<ImageReader> openNpy(const std::string& path, Samples samples) {
-  return std::make_unique<NpyReader>(path, samples);
+std::unique_ptr<ImageReader> openNpy(const std::string& path, Samples samples, std::size_t layer) {
+  return std::make_unique<NpyReader>(path, samples, layer);
 }
 
 }  // namespace planex::io

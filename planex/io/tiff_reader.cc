@@ -59,15 +59,16 @@ const char* meaningOf(const Meaning (&table)[kSize], std::uint16_t value) {
   return found != std::end(table) ? found->text : nullptr;
 }
 
-/// The only sample of each pixel, or the first, in strips or tiles. Uncompressed strips are read
-/// row by row where they stand in the file, so that a file of one large strip needs no more memory
-/// than others; of tiles, those of one row of tiles are held.
+/// The only sample of each pixel, or one of several, in strips or tiles. Uncompressed strips are
+/// read row by row where they stand in the file, so that a file of one large strip needs no more
+/// memory than others; of tiles, those of one row of tiles are held.
 class TiffReader final : public PagedImage {
  public:
   /// @param isOneImage the pages are one image, which is shown
-  TiffReader(const std::string& path, Samples samples, bool isOneImage)
+  TiffReader(const std::string& path, Samples samples, bool isOneImage, std::size_t layer = 0)
       : PagedImage(path),
         samples_(samples),
+        layer_(layer),
         file_(path),
         tiff_(path == "-" ? "/proc/self/fd/" + std::to_string(file_.descriptor()) : path,
               "rm") {  // m: not mapped into memory
@@ -302,6 +303,7 @@ class TiffReader final : public PagedImage {
   void takeLayers() {
     layers_ = tag(TIFFTAG_SAMPLESPERPIXEL);
     together_ = tag(TIFFTAG_PLANARCONFIG) == PLANARCONFIG_CONTIG ? layers_ : 1;
+    if (layer_ >= layers_) refuse("has no layer " + std::to_string(layer_) + "; name another one");
     if (storedRowBytes() > kMaximumStrip) refuse("has very large rows; save fewer layers");
     if (together_ > 1) stored_.resize(storedRowBytes());
   }
@@ -309,15 +311,15 @@ class TiffReader final : public PagedImage {
   /// Of one row in the file.
   std::size_t storedRowBytes() const { return together_ * shape().rowBytes(); }
 
-  /// Takes the first sample of every pixel.
-  void takeFirst(const char* pixels, std::size_t count, char* first) const {
+  /// Takes the sample of every pixel that is read.
+  void takeLayer(const char* pixels, std::size_t count, char* samples) const {
     const std::size_t bytes = cmnalg::bytesPerPixel(shape().type);
     if (together_ == 1) {
-      std::memcpy(first, pixels, count * bytes);
+      std::memcpy(samples, pixels, count * bytes);
       return;
     }
     for (std::size_t i = 0; i < count; ++i) {
-      std::memcpy(first + i * bytes, pixels + i * together_ * bytes, bytes);
+      std::memcpy(samples + i * bytes, pixels + (i * together_ + layer_) * bytes, bytes);
     }
   }
 
@@ -344,6 +346,7 @@ class TiffReader final : public PagedImage {
         parts * (layers_ / together_)) {
       refuseDamaged(tiled_ ? "number of tiles" : "number of strips");
     }
+    firstPart_ = together_ == 1 ? static_cast<std::uint32_t>(parts * layer_) : 0;
     for (std::uint32_t part = 0; part < parts; ++part) checkPart(part);
   }
 
@@ -358,8 +361,10 @@ class TiffReader final : public PagedImage {
 
   void checkPart(std::uint32_t part) const {
     int failed = 0;
-    const std::uint64_t offset = TIFFGetStrileOffsetWithErr(tiff_.get(), part, &failed);
-    const std::uint64_t count = TIFFGetStrileByteCountWithErr(tiff_.get(), part, &failed);
+    const std::uint64_t offset =
+        TIFFGetStrileOffsetWithErr(tiff_.get(), firstPart_ + part, &failed);
+    const std::uint64_t count =
+        TIFFGetStrileByteCountWithErr(tiff_.get(), firstPart_ + part, &failed);
     const int first = static_cast<int>(part / partsAcross_) * rowsPerPart_;
     const int rows = std::min(rowsPerPart_, rowsOfPage_ - first);
     const std::uint64_t pixels =
@@ -386,7 +391,7 @@ class TiffReader final : public PagedImage {
         readCompressedRow(stored);
       }
       if (together_ > 1) {
-        takeFirst(stored_.data(), static_cast<std::size_t>(shape().width), static_cast<char*>(row));
+        takeLayer(stored_.data(), static_cast<std::size_t>(shape().width), static_cast<char*>(row));
       }
     }
     ++row_;
@@ -396,7 +401,8 @@ class TiffReader final : public PagedImage {
   void readCompressedRow(void* row) {
     std::memset(row, 0, storedRowBytes());
     tiff_.forgetWarning();
-    if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(rowInPage()), 0) != 1) {
+    const auto plane = static_cast<std::uint16_t>(together_ == 1 ? layer_ : 0);
+    if (TIFFReadScanline(tiff_.get(), row, static_cast<std::uint32_t>(rowInPage()), plane) != 1) {
       refuseRow(row_, tiff_.error());
     }
     if (!tiff_.warning().empty()) refuseRow(row_, tiff_.warning());
@@ -420,7 +426,7 @@ class TiffReader final : public PagedImage {
       const std::size_t bytes = std::min(tileRowBytes_ / together_, rowBytes - begin);
       const std::size_t pixels = bytes / cmnalg::bytesPerPixel(shape().type);
       for (std::size_t line = 0; line < static_cast<std::size_t>(rowsPerPart_); ++line) {
-        takeFirst(tile_.data() + line * tileRowBytes_, pixels,
+        takeLayer(tile_.data() + line * tileRowBytes_, pixels,
                   band_.data() + line * rowBytes + begin);
       }
     }
@@ -431,7 +437,7 @@ class TiffReader final : public PagedImage {
     std::fill(tile_.begin(), tile_.end(), '\0');
     tiff_.forgetWarning();
     const auto size = static_cast<tmsize_t>(tile_.size());
-    if (TIFFReadEncodedTile(tiff_.get(), number, tile_.data(), size) != size) {
+    if (TIFFReadEncodedTile(tiff_.get(), firstPart_ + number, tile_.data(), size) != size) {
       refuseRow(row, tiff_.error());
     }
     if (!tiff_.warning().empty()) refuseRow(row, tiff_.warning());
@@ -454,8 +460,8 @@ class TiffReader final : public PagedImage {
   void readPlainRows(int count, void* rows) const {
     const std::size_t rowBytes = storedRowBytes();
     const std::size_t bytes = static_cast<std::size_t>(count) * rowBytes;
-    const std::uint64_t strip =
-        TIFFGetStrileOffset(tiff_.get(), static_cast<std::uint32_t>(rowInPage() / rowsPerPart_));
+    const std::uint64_t strip = TIFFGetStrileOffset(
+        tiff_.get(), firstPart_ + static_cast<std::uint32_t>(rowInPage() / rowsPerPart_));
     const std::uint64_t offset =
         strip + static_cast<std::uint64_t>(rowInPage() % rowsPerPart_) * rowBytes;
     const std::size_t got = file_.readAt(offset, rows, bytes);
@@ -481,6 +487,7 @@ class TiffReader final : public PagedImage {
   }
 
   const Samples samples_;
+  const std::size_t layer_;  // that is read
   InputFile file_;
   TiffFile tiff_;
   std::vector<std::uint64_t> images_;  // where the tags of those stand that are no parts of one
@@ -490,6 +497,7 @@ class TiffReader final : public PagedImage {
   bool plain_ = false, tiled_ = false;
   int rowsPerPart_ = 1;            // of a strip or tile
   std::uint32_t partsAcross_ = 1;  // side by side
+  std::uint32_t firstPart_ = 0;    // of the layer, where layers have parts of their own
   std::size_t tileRowBytes_ = 0;
   std::size_t layers_ = 1, together_ = 1;  // in the file, and of them in each of its rows
   std::vector<char> stored_;               // a row of several layers
@@ -500,8 +508,8 @@ class TiffReader final : public PagedImage {
 
 }  // namespace
 
-std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples) {
-  return std::make_unique<TiffReader>(path, samples, true);
+std::unique_ptr<ImageReader> openTiff(const std::string& path, Samples samples, std::size_t layer) {
+  return std::make_unique<TiffReader>(path, samples, true, layer);
 }
 
 std::unique_ptr<PagedImage> openTiffPages(const std::string& path) {

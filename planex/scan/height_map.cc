@@ -22,7 +22,7 @@ using io::Failure;
 /// The JSON file beside a map.
 class Description {
  public:
-  explicit Description(const std::string& map) : path_(map + ".json") {
+  explicit Description(const std::string& map, bool isHeights = true) : path_(map + ".json") {
     if (access(path_.c_str(), F_OK) != 0) {
       throw Failure(map, "has no " + io::inOneLine(path_) +
                              " beside it, which says what its numbers mean; copy it, too");
@@ -30,7 +30,7 @@ class Description {
     const io::InputFile file(path_);  // not a pipe to wait for
     json_.reset(cJSON_Parse(io::readTextFile(path_).c_str()));
     if (json_ == nullptr) refuse("is not JSON; write the map again");
-    if (text(json_.get(), "content") != "height map") {
+    if (isHeights && text(json_.get(), "content") != "height map") {
       refuse("describes no height map; give one that planex rectify wrote");
     }
   }
@@ -54,6 +54,15 @@ class Description {
       return;
     }
     refuse("describes a map of another size; write the map again");
+  }
+
+  std::vector<std::string> layers() const {
+    std::vector<std::string> names;
+    const cJSON* item = nullptr;
+    cJSON_ArrayForEach(item, cJSON_GetObjectItemCaseSensitive(json_.get(), "layers")) {
+      names.push_back(cJSON_IsString(item) != 0 ? io::inOneLine(item->valuestring) : "");
+    }
+    return names;
   }
 
   /// The stored value of cells without height.
@@ -133,8 +142,8 @@ std::pair<int, int> indicesIn(const io::Axis& axis, int count, double least, dou
 
 }  // namespace
 
-HeightMap::HeightMap(const std::string& path)
-    : image_(io::ImageReader::open(path, io::Samples::kHeights)) {
+HeightMap::HeightMap(const std::string& path, std::size_t layer)
+    : image_(io::ImageReader::openLayer(path, layer)) {
   const Description description(path);
   description.requireSize(image_->shape());
   x_ = description.axis('X');
@@ -151,6 +160,23 @@ HeightMap::HeightMap(const std::string& path)
   }
   unit_ = description.unit();
   yUnit_ = description.yUnit();
+  layers_ = description.layers();
+}
+
+std::unique_ptr<io::ImageReader> HeightMap::openCompanion(const std::string& suffix) const {
+  const std::size_t name = path().find_last_of('/') + 1, dot = path().find_last_of('.');
+  if (dot == std::string::npos || dot < name) return nullptr;
+  const std::string path = this->path().substr(0, dot) + '_' + suffix + this->path().substr(dot);
+  if (access(path.c_str(), F_OK) != 0 || access((path + ".json").c_str(), F_OK) != 0)
+    return nullptr;
+  const Description description(path, false);
+  const auto isSame = [](const io::Axis& a, const io::Axis& b) {
+    return a.scale == b.scale && a.origin == b.origin;
+  };
+  if (!isSame(description.axis('X'), x_) || !isSame(description.axis('Y'), y_)) return nullptr;
+  auto image = io::ImageReader::open(path);
+  if (image->shape().width != columns() || image->shape().height != rows()) return nullptr;
+  return image;
 }
 
 std::optional<CellRange> HeightMap::cellsIn(const WorldRectangle& rectangle) const {

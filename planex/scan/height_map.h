@@ -48,7 +48,8 @@ struct CellRange {
 class PLANEX_EXPORT HeightMap {
  public:
   /// Opens a map, and reads the file beside it.
-  explicit HeightMap(const std::string& path);
+  /// @param layer  whose numbers are read, counted from 0; the first has the heights
+  explicit HeightMap(const std::string& path, std::size_t layer = 0);
 
   /// The name of the file, as it was given.
   const std::string& path() const { return image_->path(); }
@@ -83,6 +84,13 @@ class PLANEX_EXPORT HeightMap {
   const std::optional<io::Axis>& levels() const { return levels_; }
   /// @}
 
+  /// The names of the layers of the file, printable; none where the file beside it has no list.
+  const std::vector<std::string>& layers() const { return layers_; }
+
+  /// Opens the image of the same cells that has such a suffix, MAP_mask; null where there is none,
+  /// or its own file beside it tells of other cells.
+  std::unique_ptr<io::ImageReader> openCompanion(const std::string& suffix) const;
+
   /// All cells.
   CellRange allCells() const { return {0, columns(), 0, rows()}; }
   /// The cells whose centres lie in the rectangle, or on its border; nothing where there is none.
@@ -107,6 +115,7 @@ class PLANEX_EXPORT HeightMap {
   std::optional<std::array<double, 3>> splat_;
   std::optional<io::Axis> levels_;
   std::string unit_, yUnit_;
+  std::vector<std::string> layers_;
   std::vector<char> samples_;
 };
 
