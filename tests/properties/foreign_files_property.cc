@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "planex/io/cloud_reader.h"
 #include "planex/io/failure.h"
 #include "planex/io/frame_source.h"
 #include "planex/io/image_reader.h"
@@ -57,7 +58,10 @@ std::vector<char> rowsOf(io::ImageReader& image, int first, int end, int step, c
 }
 
 void readImage(const std::string& path, io::Samples samples, test::ByteSource& choices) {
-  const auto image = io::ImageReader::open(path, samples);
+  const auto image =
+      samples == io::Samples::kHeights
+          ? io::ImageReader::openLayer(path, static_cast<std::size_t>(choices.Between(0, 2)))
+          : io::ImageReader::open(path, samples);
   const io::ImageShape& shape = image->shape();
   CHECK_HOLDS(shape.width > 0 && shape.width <= io::ImageReader::kMaximumColumns);
   CHECK_HOLDS(shape.height > 0);
@@ -119,6 +123,24 @@ void readPoints(const std::string& path, test::ByteSource& choices) {
   CHECK_HOLDS(pointsOf(path, step) == pointsOf(path, 1000));
 }
 
+/// All points of a cloud as bits, `step` at a time.
+std::string cloudOf(const std::string& path, std::size_t step) {
+  std::string all;
+  std::vector<io::CloudPoint> some;
+  io::CloudReader reader(path);
+  while (reader.read(step, some)) {
+    CHECK_HOLDS(some.size() <= step);
+    for (const io::CloudPoint& p : some) all += test::bytesOf(p);
+  }
+  CHECK_HOLDS(all.size() == static_cast<std::size_t>(reader.count()) * sizeof(io::CloudPoint));
+  return all;
+}
+
+void readCloud(const std::string& path, test::ByteSource& choices) {
+  CHECK_HOLDS(cloudOf(path, static_cast<std::size_t>(choices.Between(1, 4))) ==
+              cloudOf(path, 1000));
+}
+
 void readSidecar(const std::string& path) {
   datafusion::planex::CalibrationModel model;
   model.SensorSize = {2560, 1024};
@@ -134,7 +156,7 @@ void readSidecar(const std::string& path) {
 }
 
 PLANEX_PROPERTY(foreign_files) {
-  const int number = source.Between(0, 13), kind = number < 12 ? number % 4 : number;
+  const int number = source.Between(0, 14), kind = number < 12 ? number % 4 : number;
   const std::string choice = source.Text(2);
   const MemoryFile file(source.Rest());
   test::ByteSource choices(reinterpret_cast<const std::uint8_t*>(choice.data()), choice.size());
@@ -143,7 +165,8 @@ PLANEX_PROPERTY(foreign_files) {
     if (kind == 0) readImage(file.path(), static_cast<io::Samples>(number / 4), choices);
     if (kind == 1) readPoints(file.path(), choices);
     if (kind == 2) readSidecar(file.path());
-    if (kind >= 12) readFrames(file.path(), kind == 13, choices);
+    if (kind == 14) readCloud(file.path(), choices);
+    if (kind == 12 || kind == 13) readFrames(file.path(), kind == 13, choices);
     if (kind == 3) CHECK_HOLDS(scan::YPositions(file.path(), 3).at(2) <= 1e308 * 10);
   } catch (const io::Failure& failure) {
     const std::string text = failure.what();
