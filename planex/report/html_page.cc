@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
 
+#include "planex/report/base64.h"
 #include "planex/report/document.h"
 #include "planex/report/plain_text.h"
 
@@ -80,24 +80,6 @@ const Sign kSigns[] = {
     {"bad", "bad",
      R"(<path d="M16 2h20l14 14v20L36 50H16L2 36V16z" fill="#b3261e"/>)"
      R"(<path d="M16 16l20 20M36 16L16 36" stroke="#fff" stroke-width="5"/>)"}};
-
-/// RFC 4648, section 4.
-std::string base64(std::string_view bytes) {
-  const char* const digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
-    std::uint32_t group = 0;
-    for (std::size_t k = 0; k < 3; ++k) {
-      group = group << 8 | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0U);
-    }
-    for (std::size_t k = 0; k < 4; ++k) {
-      text += k <= count ? digits[group >> (18 - 6 * k) & 63] : '=';
-    }
-  }
-  return text;
-}
 
 /// A text as it stands between tags and in quotes.
 std::string htmlText(std::string_view text) {
