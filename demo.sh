@@ -31,6 +31,7 @@ shown rectify "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.
 shown rectify "$scan/model.json" "$scan/range.pgm" --aligned --float --layers count,sigma --fill 4 \
   -o "$scan/aligned.tif" --preview "$scan/aligned.png" --shade --force
 shown stats "$scan/map.tif" --rect -47,18,-19,28 # the highest step of the gauge
+shown view "$scan/map.tif" -o "$scan/map.html" --force
 shown profile "$scan/map.tif" --at 50 -o "$scan/profile.png" --force
 shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensity.pgm" \
   --aligned -o "$scan/points.ply" --force
@@ -64,4 +65,4 @@ echo "\$ python3 examples/measure_lines.py"
 PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_lines.py "$scan" \
   "$scan/lines.png" "$scan/lines_map.tif"
 echo
-echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png, python.png and lines_map.png, own.html in a browser, and report.pdf; $PWD/$scan/points.ply opens in any viewer of point clouds"
+echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png, python.png and lines_map.png, map.html and own.html in a browser, and report.pdf; $PWD/$scan/points.ply opens in any viewer of point clouds"

@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-steps=(ci asan lint tsan valgrind sets fuzz locales tools docs coverage trials aarch64 s390x wheel stubs dask clone)
+steps=(ci asan lint tsan valgrind sets fuzz locales tools browser docs coverage trials aarch64 s390x wheel stubs dask clone)
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -47,6 +47,13 @@ step_tools() { # what the command writes, in Open3D
   build release
   /usr/bin/python3 tests/tools/read_back_test.py open3d build/release/tools/planex \
     build/release/tests/tools/whole_scan
+}
+step_browser() { # pages of planex view, in Chromium; screenshots and axe-core are in build/browser
+  scripts/setup.sh browser
+  command -v npm >/dev/null || scripts/setup.sh npm # other builds of Node bring one along
+  build release --target planex_command simulate_scan
+  timeout 900 /usr/bin/python3 -B tests/tools/view_page_test.py browser \
+    build/release/tools/planex build/release/examples/simulate_scan build/browser
 }
 step_trials() { # what estimates are worth, over 400 simulated cameras; scans take half of the trials
   build release --target planex_estimation_test

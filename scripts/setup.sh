@@ -6,7 +6,7 @@ set -euo pipefail
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libcjson-dev libeigen3-dev libpng-dev
     libtiff-dev zlib1g-dev libzstd-dev nettle-dev libcli11-dev libfmt-dev libcairo2-dev
-    fonts-dejavu-core libceres-dev libaravis-dev libusb-1.0-0-dev"
+    fonts-dejavu-core libceres-dev libaravis-dev libusb-1.0-0-dev libjs-three"
   [test]="libgtest-dev libgmock-dev libbenchmark-dev groff-base python3 python3-numpy
     python3-tifffile python3-pil"
   [python]="python3-dev python3-numpy pybind11-dev python3-pytest python3-hypothesis
@@ -19,6 +19,8 @@ declare -A packages=(
   [docs]="doxygen graphviz"
   [aarch64]="g++-aarch64-linux-gnu qemu-user"
   [s390x]="g++-s390x-linux-gnu qemu-user"
+  [browser]="chromium chromium-driver python3-selenium python3-numpy python3-tifffile python3-pil"
+  [npm]="npm"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
 

@@ -23,7 +23,7 @@ void addCommands(CLI::App& app, Context& context) {
        {addInfoCommand, addCheckCommand, addCalibrateCommand, addRectifyCommand, addProfileCommand,
         addStatsCommand, addMapCommand, addBoundsCommand, addConvertCommand, addDiffCommand,
         addEstimateCommand, addReportCommand, addExtractCommand, addGrabCommand, addCamerasCommand,
-        addSelftestCommand}) {
+        addSelftestCommand, addViewCommand}) {
     addCommand(app, context);
   }
 }

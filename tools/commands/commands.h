@@ -29,6 +29,7 @@ void addRectifyCommand(CLI::App& app, Context& context);
 void addReportCommand(CLI::App& app, Context& context);
 void addSelftestCommand(CLI::App& app, Context& context);
 void addStatsCommand(CLI::App& app, Context& context);
+void addViewCommand(CLI::App& app, Context& context);
 /// @}
 
 }  // namespace planex::tools

@@ -311,6 +311,7 @@ const std::map<std::string, std::string> kCompletions = {
     {"IMAGE", "*.pgm *.png *.tif *.tiff"},
     {"MODEL", "*.json"},
     {"OUT", "*.csv *.las *.npy *.pcd *.ply *.tif *.tiff *.txt *.xyz"},
+    {"PAGE", "*.html"},
     {"PICTURE", "*.png *.svg"},
     {"POINTS", "*"},
     {"PROFILE", "*.csv *.png *.svg"},
