@@ -55,11 +55,7 @@ step_browser() { # pages of planex view, in Chromium; screenshots and axe-core a
   timeout 900 /usr/bin/python3 -B tests/tools/view_page_test.py browser \
     build/release/tools/planex build/release/examples/simulate_scan build/browser
 }
-step_trials() { # what estimates are worth, over 400 simulated cameras; scans take half of the trials
-  build release --target planex_estimation_test
-  PLANEX_TEST_TRIALS=400 build/release/tests/planex_estimation_test --gtest_filter='Campaigns.*'
-  PLANEX_TEST_TRIALS=800 build/release/tests/planex_estimation_test --gtest_filter='ScanCampaigns.*'
-}
+step_trials() { scripts/trials.sh; }
 step_stubs() { # the stub of the extension beside what it is
   cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null
   cmake --build --preset release --target planex_python

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
