@@ -2,16 +2,24 @@
 # Builds planex, simulates a scan, measures it, turns it into a height map and a point cloud with the
 # command planex, and into a labelled array with Python. Then estimates a model of the camera from
 # scans of a target, and measures with that; and starts from frames of a plain camera. Installs what
-# is missing.
+# is missing. --installed: with planex as it is installed; only what simulates the scans is built.
 set -euo pipefail
 cd "$(dirname "$0")"
 
-scripts/setup.sh build python
-cmake --preset demo
-cmake --build --preset demo --target simulate_scan simulate_target simulate_frames \
-  height_map planex_command planex_python
-
-programs=build/release/examples
+examples=(simulate_scan simulate_target simulate_frames height_map)
+if [ "${1:-}" = --installed ]; then
+  cmake -S examples -B build/examples
+  cmake --build build/examples --target "${examples[@]}"
+  programs=build/examples
+  planex=planex
+else
+  scripts/setup.sh build python
+  cmake --preset demo
+  cmake --build --preset demo --target "${examples[@]}" planex_command planex_python
+  programs=build/release/examples
+  planex=build/release/tools/planex
+  export PYTHONPATH=build/release/python
+fi
 scan=build/demo
 mkdir -p "$scan"
 echo
@@ -19,7 +27,6 @@ echo
 "$programs/height_map" "$scan" "$scan"
 echo "raw data: $PWD/$scan/height.pgm, $PWD/$scan/intensity_map.pgm"
 
-planex=build/release/tools/planex
 shown() { # an earlier demo's files may stand there
   echo
   echo "\$ planex ${*//$scan\//}"
@@ -37,8 +44,7 @@ shown calibrate "$scan/model.json" "$scan/range.pgm" --intensity "$scan/intensit
   --aligned -o "$scan/points.ply" --force
 echo
 echo "\$ python3 examples/measure_step.py"
-PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_step.py "$scan" \
-  "$scan/python.png"
+/usr/bin/python3 -B examples/measure_step.py "$scan" "$scan/python.png"
 
 # The same camera, if nobody had its model.
 echo
@@ -48,8 +54,7 @@ shown estimate "$scan"/saw?.pgm --target "$scan/saw.json" --sensor 2560x1024 --u
 shown report "$scan/own.json" "$scan/range.pgm" -o "$scan/report.pdf" --force
 echo
 echo "\$ python3 examples/measure_with_own_model.py"
-PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_with_own_model.py "$scan" \
-  "$scan/own.json"
+/usr/bin/python3 -B examples/measure_with_own_model.py "$scan" "$scan/own.json"
 
 # The same scene, if the camera delivered frames, and nothing had found the laser line in them.
 echo
@@ -62,7 +67,6 @@ shown rectify "$scan/model.json" "$scan/lines.png" --float --fill 4 -o "$scan/li
   --preview "$scan/lines_map.png" --shade --force
 echo
 echo "\$ python3 examples/measure_lines.py"
-PYTHONPATH=build/release/python /usr/bin/python3 -B examples/measure_lines.py "$scan" \
-  "$scan/lines.png" "$scan/lines_map.tif"
+/usr/bin/python3 -B examples/measure_lines.py "$scan" "$scan/lines.png" "$scan/lines_map.tif"
 echo
 echo "look at: $PWD/$scan/preview.png, aligned.png, profile.png, view.png, python.png and lines_map.png, map.html and own.html in a browser, and report.pdf; $PWD/$scan/points.ply opens in any viewer of point clouds"

@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-steps=(ci asan lint tsan valgrind sets fuzz locales tools browser docs coverage trials aarch64 s390x wheel stubs dask clone)
+steps=(ci asan lint tsan valgrind sets fuzz locales tools browser docs coverage trials aarch64 s390x wheel packages stubs dask clone)
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -32,6 +32,7 @@ step_coverage() { scripts/coverage.sh; }
 step_aarch64() { scripts/check_architecture.sh aarch64; }
 step_s390x() { scripts/check_architecture.sh s390x; }
 step_wheel() { scripts/check_wheel.sh; }
+step_packages() { scripts/build_packages.sh; }
 step_tsan() { # logging only
   build tsan --target planex_infra_test
   ctest --preset tsan

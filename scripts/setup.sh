@@ -21,6 +21,7 @@ declare -A packages=(
   [s390x]="g++-s390x-linux-gnu qemu-user"
   [browser]="chromium chromium-driver python3-selenium python3-numpy python3-tifffile python3-pil"
   [npm]="npm"
+  [packages]="mmdebstrap"
   [bench]="python3-numpy python3-scipy python3-opencv gmt"
 )
 

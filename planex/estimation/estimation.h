@@ -19,7 +19,8 @@ namespace planex::estimation {
 
 /// Where a target stands as far as that is known, from a stage or gauge blocks; NaN: it is not.
 struct TargetPose {
-  static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();  ///< NaN
+  /// Stands for a number that is not known.
+  static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
   /// @{
   /// Of the target's origin, and its angle in radians.
   double x = kUnknown, z = kUnknown, angle = kUnknown;
@@ -117,7 +118,7 @@ struct PlannedScan {
 
 /// The scan that would tell most beside those that there are.
 struct NextScan {
-  PlannedScan scan;            ///< and what largest95 is with it
+  PlannedScan scan;            ///< where its target stands
   std::size_t target = 0;      ///< which, as scans name them first
   double largest95Before = 0;  ///< what its largest95 is without it
 };

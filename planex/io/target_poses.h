@@ -10,7 +10,7 @@ namespace planex::io {
 
 /// Where the target of a scan stands, as a file tells it.
 struct TargetPoseLine {
-  std::string scan;  ///< its name
+  std::string scan;  ///< the name of its file
   /// @{
   /// Of its origin, and its angle in degrees; NaN: not known.
   double x, z, angle;
