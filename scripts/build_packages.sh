@@ -80,17 +80,17 @@ run_tests() {
   sed -n 's/^Tests: //p' debian/tests/control | while read -r test; do
     mkdir "$scratch/$1/tmp/test"
     echo "--- $test"
-    inside "$1" env --chdir=/tmp/source "${@:2}" AUTOPKGTEST_TMP=/tmp/test "debian/tests/$test" \
-      >"$output/$1-$test.log" 2>&1 || { tail -40 "$output/$1-$test.log" && false; }
+    inside "$1" env --chdir=/tmp/source "${@:2}" HOME=/tmp/test AUTOPKGTEST_TMP=/tmp/test \
+      "debian/tests/$test"       >"$output/$1-$test.log" 2>&1 || { tail -40 "$output/$1-$test.log" && false; }
     rm -r --one-file-system "$scratch/$1/tmp/test"
   done
   rm -r --one-file-system "$scratch/$1/tmp/source"
 }
 
-# What is there, but for logs, the state of apt, and what fontconfig keeps when it draws for root.
+# What is there, but for logs, the state of apt, and the caches of others (fontconfig, man-db).
 files_of() {
   find "$scratch/$1" -xdev -printf '%P %y %m %u:%g %l\n' | sort |
-    grep -vE '^var/(log|cache/apt|lib/apt|cache/fontconfig)[/ ]|^var/lib/dpkg/status-old '
+    grep -vE '^var/(log|cache|lib/apt)[/ ]|^var/lib/dpkg/status-old '
 }
 # install_and_purge COMMAND...: the packages are installed while it runs, and leave no trace.
 install_and_purge() {
