@@ -81,7 +81,7 @@ run_tests() {
     mkdir "$scratch/$1/tmp/test"
     echo "--- $test"
     inside "$1" env --chdir=/tmp/source "${@:2}" HOME=/tmp/test AUTOPKGTEST_TMP=/tmp/test \
-      "debian/tests/$test"       >"$output/$1-$test.log" 2>&1 || { tail -40 "$output/$1-$test.log" && false; }
+      "debian/tests/$test" >"$output/$1-$test.log" 2>&1 || { tail -40 "$output/$1-$test.log" && false; }
     rm -r --one-file-system "$scratch/$1/tmp/test"
   done
   rm -r --one-file-system "$scratch/$1/tmp/source"
