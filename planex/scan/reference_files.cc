@@ -176,9 +176,10 @@ void addPointFiles(std::vector<Scene>& scenes) {
   static constexpr std::pair<const char*, PointFormat> kFormats[] = {
       {"PLY", PointFormat::kPly}, {"PCD", PointFormat::kPcd}, {"NPY", PointFormat::kNpy},
       {"LAS", PointFormat::kLas}, {"CSV", PointFormat::kCsv}, {"XYZ", PointFormat::kXyz}};
-  for (const auto& [name, format] : kFormats) {
-    addScene(scenes, std::string("points in a file ") + name,
-             [format = format](int rows, SceneSum& sum) {
+  for (const auto& named : kFormats) {
+    const PointFormat format = named.second;
+    addScene(scenes, std::string("points in a file ") + named.first,
+             [format](int rows, SceneSum& sum) {
                writePoints(format, {}, rows, sum);
                io::PointDescription more;
                more.intensity = io::SampleType::kUint16;

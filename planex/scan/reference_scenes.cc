@@ -197,7 +197,8 @@ void rectify(const ImageOf<X>& x, const ImageOf<Z>& z, RectificationMode mode, b
   for (const double& splat : splats) {
     const bool clear = &splat == &splats.front();
     forEachBlock(rows, x.GetHeight(), [&](int first, int count) {
-      const RowsOf someX(x, first, count), someZ(z, first, count);
+      const RowsOf someX(x, first, count);
+      const RowsOf someZ(z, first, count);
       const RowsOf someIntensities(intensityImage(), first, count);
       RowsOf target(heights, first, count);
       RowsOf targetIntensity(intensities, first, count);
@@ -212,33 +213,36 @@ void rectify(const ImageOf<X>& x, const ImageOf<Z>& z, RectificationMode mode, b
   }
 }
 
+void rectifyToWorld(RectificationMode mode, int rows, SceneSum& sum) {
+  const auto& from = CalibratedScene<float>::get();
+  ImageOf<float> heights = blankImage<float>(kCells, kHeight);
+  auto intensities = blankImage<std::uint8_t>(kCells, kHeight);
+  forEachBlock(rows, kHeight, [&](int first, int count) {
+    const RowsOf x(from.x, first, count), z(from.z, first, count);
+    RowsOf target(heights, first, count);
+    RowsOf targetIntensity(intensities, first, count);
+    SceneSum::require(toRectifiedWorld(
+        x.image, z.image, RowsOf(intensityImage(), first, count).image, {{0.01, 0.75}, 1.5}, mode,
+        {kCells, count, {1.75, -20}, {0.001, -2.5}}, -1.0F, &target.image, targetIntensity.image));
+  });
+  sum.add(heights);
+  sum.add(intensities);
+}
+
 void addRectification(std::vector<Scene>& scenes) {
-  for (const auto& [name, mode] : kModes) {
-    forEachMeasuredType([&scenes, name = name, mode = mode](const std::string& type, auto pixel) {
-      const std::string title = std::string("rectification ") + name + " " + type;
+  for (const auto& named : kModes) {
+    const std::string name = named.first;
+    const RectificationMode mode = named.second;
+    forEachMeasuredType([&scenes, name, mode](const std::string& type, auto pixel) {
+      const std::string title = "rectification " + name + " " + type;
       addScene(scenes, title, [mode](int rows, SceneSum& sum) {
         const auto& from = CalibratedScene<decltype(pixel)>::get();
         rectify(from.x, from.z, mode, true, {1, 3.5, 0}, rows, sum);
         if (!needsIntensity(mode)) rectify(from.x, from.z, mode, false, {2, 1}, rows, sum);
       });
     });
-    addScene(scenes, std::string("rectification ") + name + " to world heights",
-             [mode = mode](int rows, SceneSum& sum) {
-               const auto& from = CalibratedScene<float>::get();
-               ImageOf<float> heights = blankImage<float>(kCells, kHeight);
-               auto intensities = blankImage<std::uint8_t>(kCells, kHeight);
-               forEachBlock(rows, kHeight, [&](int first, int count) {
-                 const RowsOf x(from.x, first, count), z(from.z, first, count);
-                 RowsOf target(heights, first, count);
-                 RowsOf targetIntensity(intensities, first, count);
-                 SceneSum::require(toRectifiedWorld(
-                     x.image, z.image, RowsOf(intensityImage(), first, count).image,
-                     {{0.01, 0.75}, 1.5}, mode, {kCells, count, {1.75, -20}, {0.001, -2.5}}, -1.0F,
-                     &target.image, targetIntensity.image));
-               });
-               sum.add(heights);
-               sum.add(intensities);
-             });
+    addScene(scenes, "rectification " + name + " to world heights",
+             [mode](int rows, SceneSum& sum) { rectifyToWorld(mode, rows, sum); });
   }
   addScene(scenes, "rectification HIGHEST all pairs of types", [](int rows, SceneSum& sum) {
     forEachMeasuredType([&](const std::string&, auto pixelX) {
@@ -252,47 +256,47 @@ void addRectification(std::vector<Scene>& scenes) {
 }
 
 /// Points that fall wherever they fall, added in blocks.
-void addPointGrids(std::vector<Scene>& scenes) {
-  for (const auto& [name, mode] : kModes) {
-    addScene(scenes, std::string("grid of points ") + name, [mode = mode](int rows, SceneSum& sum) {
-      const auto& from = CalibratedScene<float>::get();
-      const ImageOf<float> carried = drawnImage<float>(
-          kWidth, kHeight, [](unsigned, unsigned, unsigned noise) { return noise % 1024; });
-      const ImageOf<float> y =
-          drawnImage<float>(kWidth, kHeight, [](unsigned u, unsigned v, unsigned noise) {
-            const unsigned sixteenths = 4 * v + u / 100 + noise % 8;
-            return static_cast<float>(sixteenths) / 16;
-          });
-      datafusion::planex::PointPlacement place;
-      place.width = 200;
-      place.height = 40;
-      place.x = {2.5, 1};
-      place.y = {0.75, 0.5};
-      place.splat = {{0.01, 0.75}, 1.5};
-      datafusion::planex::PointGrid grid(place.width, place.height, mode, 1);
-      datafusion::planex::PlacedGridPoints placed;
-      forEachBlock(rows, kHeight, [&](int first, int count) {
-        const float* const z = from.z.GetRowPtr(first);
-        placePoints(place, count * kWidth, from.x.GetRowPtr(first), y.GetRowPtr(first), z, z,
-                    placed);
-        grid.Add(placed, 0, static_cast<std::size_t>(count) * kWidth, z, {carried.GetRowPtr(first)},
-                 1);
+void gridPoints(RectificationMode mode, int rows, SceneSum& sum) {
+  const auto& from = CalibratedScene<float>::get();
+  const ImageOf<float> carried = drawnImage<float>(
+      kWidth, kHeight, [](unsigned, unsigned, unsigned noise) { return noise % 1024; });
+  const ImageOf<float> y =
+      drawnImage<float>(kWidth, kHeight, [](unsigned u, unsigned v, unsigned noise) {
+        const unsigned sixteenths = 4 * v + u / 100 + noise % 8;
+        return static_cast<float>(sixteenths) / 16;
       });
-      std::array<std::vector<float>, 5> cells;
-      cells.fill(std::vector<float>(200));
-      std::vector<std::uint8_t> mask(200);
-      for (int row = 0; row < place.height; ++row) {
-        grid.TakeRow(row, {cells[0].data(),
-                           cells[1].data(),
-                           cells[2].data(),
-                           cells[3].data(),
-                           {cells[4].data()}});
-        for (const auto& figures : cells) sum.add(figures.data(), figures.size());
-        datafusion::planex::fillHoles(place.width, 5, cells[0].data(), mask.data());
-        sum.add(cells[0].data(), cells[0].size());
-        sum.add(mask.data(), mask.size());
-      }
-    });
+  datafusion::planex::PointPlacement place;
+  place.width = 200;
+  place.height = 40;
+  place.x = {2.5, 1};
+  place.y = {0.75, 0.5};
+  place.splat = {{0.01, 0.75}, 1.5};
+  datafusion::planex::PointGrid grid(place.width, place.height, mode, 1);
+  datafusion::planex::PlacedGridPoints placed;
+  forEachBlock(rows, kHeight, [&](int first, int count) {
+    const float* const z = from.z.GetRowPtr(first);
+    placePoints(place, count * kWidth, from.x.GetRowPtr(first), y.GetRowPtr(first), z, z, placed);
+    grid.Add(placed, 0, static_cast<std::size_t>(count) * kWidth, z, {carried.GetRowPtr(first)}, 1);
+  });
+  std::array<std::vector<float>, 5> cells;
+  cells.fill(std::vector<float>(200));
+  std::vector<std::uint8_t> mask(200);
+  for (int row = 0; row < place.height; ++row) {
+    grid.TakeRow(
+        row,
+        {cells[0].data(), cells[1].data(), cells[2].data(), cells[3].data(), {cells[4].data()}});
+    for (const auto& figures : cells) sum.add(figures.data(), figures.size());
+    datafusion::planex::fillHoles(place.width, 5, cells[0].data(), mask.data());
+    sum.add(cells[0].data(), cells[0].size());
+    sum.add(mask.data(), mask.size());
+  }
+}
+
+void addPointGrids(std::vector<Scene>& scenes) {
+  for (const auto& named : kModes) {
+    const RectificationMode mode = named.second;
+    addScene(scenes, std::string("grid of points ") + named.first,
+             [mode](int rows, SceneSum& sum) { gridPoints(mode, rows, sum); });
   }
 }
 

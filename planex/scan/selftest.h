@@ -5,6 +5,7 @@
 /// same on every processor, with every instruction set, any number of threads and any blocks of
 /// rows; whoever runs them knows that this holds for the machine and the build at hand.
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
