@@ -231,17 +231,16 @@ void rectifyToWorld(RectificationMode mode, int rows, SceneSum& sum) {
 
 void addRectification(std::vector<Scene>& scenes) {
   for (const auto& named : kModes) {
-    const std::string name = named.first;
+    const std::string title = std::string("rectification ") + named.first + " ";
     const RectificationMode mode = named.second;
-    forEachMeasuredType([&scenes, name, mode](const std::string& type, auto pixel) {
-      const std::string title = "rectification " + name + " " + type;
-      addScene(scenes, title, [mode](int rows, SceneSum& sum) {
+    forEachMeasuredType([&scenes, title, mode](const std::string& type, auto pixel) {
+      addScene(scenes, title + type, [mode](int rows, SceneSum& sum) {
         const auto& from = CalibratedScene<decltype(pixel)>::get();
         rectify(from.x, from.z, mode, true, {1, 3.5, 0}, rows, sum);
         if (!needsIntensity(mode)) rectify(from.x, from.z, mode, false, {2, 1}, rows, sum);
       });
     });
-    addScene(scenes, "rectification " + name + " to world heights",
+    addScene(scenes, title + "to world heights",
              [mode](int rows, SceneSum& sum) { rectifyToWorld(mode, rows, sum); });
   }
   addScene(scenes, "rectification HIGHEST all pairs of types", [](int rows, SceneSum& sum) {
@@ -498,6 +497,7 @@ void extractSomeLines(LineMethod method, int rows, SceneSum& sum) {
   ImageOf<std::uint16_t> width = range, deviation = range;
   auto quality = blankImage<std::uint8_t>(range.GetWidth(), count);
   std::vector<cmnalg::Image> views;
+  views.reserve(frames.size());
   for (const auto& frame : frames) views.emplace_back(frame, true);
   datafusion::planex::LineSettings settings;
   settings.method = method;
