@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/failure.h"
 #include "planex/io/frame_source.h"
 #include "planex/io/frame_writer.h"
@@ -88,7 +89,7 @@ void writeImage(const test::TemporaryFolder& folder, const std::string& name, in
   raster.sample = bits == 8 ? io::SampleType::kUint8 : io::SampleType::kUint16;
   raster.layers = {"frame"};
   const auto writer = io::RasterWriter::create(*io::rasterFormatOf(name), file, raster);
-  const std::string pixels = bytesOf(bits, false, frame);
+  const std::string pixels = bytesOf(bits, base::kIsBigEndian, frame);
   writer->writeRows(height, {pixels.data()});
   writer->finish();
   file.commit();
@@ -114,7 +115,8 @@ std::string written(const test::TemporaryFolder& folder, const std::string& name
   const auto type = bits == 8 ? cmnalg::IMAGE_TYPE_UINT8 : cmnalg::IMAGE_TYPE_UINT16;
   const auto writer =
       io::FrameWriter::create(*io::frameFormatOf(name), file, {kWidth, kHeight, type});
-  const std::string first = bytesOf(bits, false, 0, 2), last = bytesOf(bits, false, 2);
+  const std::string first = bytesOf(bits, base::kIsBigEndian, 0, 2);
+  const std::string last = bytesOf(bits, base::kIsBigEndian, 2);
   writer->write(2, first.data());
   writer->write(1, last.data());
   writer->finish();
@@ -136,7 +138,7 @@ std::string pagesOf(const test::TemporaryFolder& folder, const char* mode, int b
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 2);
-    std::string rows = bytesOf(bits, false, page / 2);
+    std::string rows = bytesOf(bits, base::kIsBigEndian, page / 2);
     for (int row = 0; row < height; ++row) {
       TIFFWriteScanline(tiff, rows.data() + row * kWidth * bits / 8,
                         static_cast<std::uint32_t>(row), 0);
@@ -189,13 +191,11 @@ Pixels read(io::FrameSource& frames, int first, int most) {
   Pixels pixels;
   while (const int count = frames.read(most, block.data(), notes.data())) {
     const bool isWide = frames.shape().type == cmnalg::IMAGE_TYPE_UINT16;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count) * frames.frameBytes(); ++i) {
-      const auto byte = static_cast<std::uint8_t>(block[i]);
-      if (isWide && i % 2 != 0) {
-        pixels.back() = static_cast<std::uint16_t>(pixels.back() | byte << 8);
-      } else {
-        pixels.push_back(byte);
-      }
+    const std::size_t size = static_cast<std::size_t>(count) * frames.frameBytes();
+    for (std::size_t i = 0; i < size; i += isWide ? 2 : 1) {
+      std::uint16_t value = static_cast<std::uint8_t>(block[i]);
+      if (isWide) std::memcpy(&value, &block[i], sizeof value);
+      pixels.push_back(value);
     }
   }
   return pixels;
@@ -386,7 +386,7 @@ TEST(Frames, SayWhatIsWrong) {
        "@empty: holds no file that ends in .png, .pgm, .tif, .tiff or .npy; give the folder of the "
        "frames"},
       {[](Folder folder) {
-         pagesOf(folder, "w", 16);
+         pagesOf(folder, "wl", 16);
          std::string bytes = folder.Read("pages.tif");
          for (std::size_t at = 0; (at = bytes.find(std::string("\x06\x01\x03\0\x01\0\0\0\x01", 9),
                                                    at)) != std::string::npos;
