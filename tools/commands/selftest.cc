@@ -97,9 +97,9 @@ void runSelftest(bool json, const Context& context) {
   std::fputs(text.c_str(), stdout);
   if (differences.empty()) return;
   throw io::Failure(fmt::format(
-      "{} scenes give other numbers than were published; do not measure with this build, and "
-      "report what planex selftest --json prints",
-      scenesIn(differences)));
+      "other numbers than were published come out of {} of {} scenes; do not measure with this "
+      "build, and report what planex selftest --json prints",
+      scenesIn(differences), scan::referenceScenes().size()));
 }
 
 }  // namespace
