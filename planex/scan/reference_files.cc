@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <system_error>
 
 #include "planex/infra/json_deserializer.h"
 #include "planex/infra/json_serializer.h"
@@ -28,11 +30,17 @@ using cmnalg::ImageOf;
 constexpr int kWidth = 97;  // with odd sizes, packed pixels end within a byte
 constexpr int kHeight = 33;
 
+std::string temporaryName() {
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+  if (error) throw io::Failure("there is no folder for temporary files; let TMPDIR name one");
+  return (folder / "planex-selftest").string();
+}
+
 /// A file that never gets its name.
 class NamelessFile {
  public:
-  NamelessFile()
-      : file_((std::filesystem::temp_directory_path() / "planex-selftest").string(), true) {}
+  NamelessFile() : file_(temporaryName(), true) {}
 
   io::OutputFile& output() { return file_; }
 
