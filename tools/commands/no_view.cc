@@ -9,6 +9,7 @@ namespace planex::tools {
 void addViewCommand(CLI::App& app, Context& /*context*/) {
   CLI::App* command = app.add_subcommand("view", "Not in this planex: built without three.js");
   command->allow_extras();
+  command->footer("");
   command->callback([] {
     throw io::Failure("planex was built without pages; build it with libjs-three installed");
   });

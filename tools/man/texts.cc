@@ -123,6 +123,13 @@ class Prose {
     return found;
   }
 
+  /// Takes texts of the options of a command as used.
+  void passOver(const std::string& command) {
+    for (const auto& text : texts_) {
+      if (text.first.rfind(command + " ", 0) == 0) used_.insert(text.first);
+    }
+  }
+
   void requireAllUsed() const {
     for (const auto& text : texts_) {
       if (used_.count(text.first) == 0) {
@@ -249,9 +256,10 @@ std::string proseSections(const std::string& page, Prose& prose) {
   return text;
 }
 
-/// Help of a command before and after the word "Examples:".
+/// Help of a command before and after the word "Examples:". One that was not built has none.
 std::pair<std::string, std::string> footerOf(const CLI::App& command) {
   const std::string footer = command.get_footer();
+  if (footer.empty()) return {};
   const std::size_t examples = footer.find(kExamples);
   if (examples == std::string::npos) {
     throw std::runtime_error(command.get_name() + ": its help gives no examples");
@@ -262,6 +270,7 @@ std::pair<std::string, std::string> footerOf(const CLI::App& command) {
 std::string commandPage(const CLI::App& command, Prose& prose) {
   const std::string& name = command.get_name();
   const auto [remarks, examples] = footerOf(command);
+  if (examples.empty()) prose.passOver(name);
   std::string synopsis = bold("planex " + name), arguments;
   for (const CLI::Option* option : positionals(command)) {
     const std::string argument =
@@ -278,7 +287,8 @@ std::string commandPage(const CLI::App& command, Prose& prose) {
          section("SYNOPSIS", synopsis + " [" + italic("OPTIONS") + "]\n") +
          section("DESCRIPTION", formatted(description + "\n" + remarks)) +
          section("ARGUMENTS", arguments) + optionSections(command, name, prose) +
-         proseSections(name, prose) + section("EXAMPLES", formatted(examples)) +
+         proseSections(name, prose) +
+         (examples.empty() ? "" : section("EXAMPLES", formatted(examples))) +
          section("SEE ALSO", bold("planex") + "(1)\n");
 }
 
@@ -289,7 +299,8 @@ std::string mainPage(const CLI::App& app, const std::vector<const CLI::App*>& co
   for (const CLI::App* command : commands) {
     pages.push_back(bold("planex-" + command->get_name()) + "(1)");
     list += ".TP\n" + pages.back() + "\n" + escaped(sentence(command->get_description())) + "\n";
-    examples += split(footerOf(*command).second, '\n').front() + "\n";
+    const std::string ofCommand = footerOf(*command).second;
+    if (!ofCommand.empty()) examples += split(ofCommand, '\n').front() + "\n";
   }
   return header("planex", app.get_description(), prose) +
          section("SYNOPSIS", bold("planex") + " " + italic("COMMAND") + " [" + italic("ARGUMENTS") +
