@@ -32,6 +32,7 @@ void limitInstructionSet(InstructionSet limit) { setLimit = limit; }
 
 std::vector<InstructionSet> builtInstructionSets() {
   std::vector<InstructionSet> sets;
+  sets.reserve(kInstructionSetCount);
   for (int set = 0; set < kInstructionSetCount; ++set) {
     sets.push_back(static_cast<InstructionSet>(set));
   }
