@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <string_view>
 
+#include "planex/infra/byte_order.h"
 #include "planex/io/failure.h"
 #include "planex/io/input_file.h"
 #include "planex/io/json_value.h"
@@ -19,8 +19,6 @@
 
 namespace planex::io {
 namespace {
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "numbers are read as they lie");
 
 constexpr std::size_t kMostHeading = 65536;
 constexpr std::size_t kMostRecord = 65536;
@@ -37,9 +35,7 @@ std::size_t bytesOf(Kind kind) {
 
 template <typename Stored>
 double numberAs(const char* bytes) {
-  Stored stored{};
-  std::memcpy(&stored, bytes, sizeof stored);
-  return static_cast<double>(stored);
+  return static_cast<double>(base::loadLittle<Stored>(bytes));
 }
 
 double numberAt(const char* bytes, Kind kind) {
