@@ -56,7 +56,7 @@ step_browser() { # pages of planex view, in Chromium; screenshots and axe-core a
   timeout 900 /usr/bin/python3 -B tests/tools/view_page_test.py browser \
     build/release/tools/planex build/release/examples/simulate_scan build/browser
 }
-step_trials() { scripts/trials.sh; }
+step_trials() { scripts/trials.sh 100; }
 step_stubs() { # the stub of the extension beside what it is
   cmake --preset release -DPLANEX_BUILD_PYTHON=ON >/dev/null
   cmake --build --preset release --target planex_python
