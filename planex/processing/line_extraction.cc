@@ -52,9 +52,12 @@ double levelsOf(const Image& frame) {
   return frame.GetType() == cmnalg::IMAGE_TYPE_UINT8 ? 255.0 : 65535.0;
 }
 
+double fullScaleOf(const LineSettings& settings, const Image& frame) {
+  return settings.fullScale != 0.0 ? settings.fullScale : levelsOf(frame);
+}
+
 double thresholdOf(const LineSettings& settings, const Image& frame) {
-  if (settings.threshold != 0.0) return settings.threshold;
-  return 0.04 * (settings.fullScale != 0.0 ? settings.fullScale : levelsOf(frame));
+  return settings.threshold != 0.0 ? settings.threshold : 0.04 * fullScaleOf(settings, frame);
 }
 
 bool areSettings(const LineSettings& s, const Image& frame) {
@@ -135,7 +138,8 @@ void* addressOf(Image* image, int row) {
 struct Extraction {
   Extraction(const LineSettings& settings, const Image& frame, const Targets& wanted)
       : filter(settings.lineWidth),
-        location(settings, filter, frame.GetHeight(), linePlacesPerRow(frame.GetHeight())),
+        location(settings, filter, frame.GetHeight(), linePlacesPerRow(frame.GetHeight()),
+                 fullScaleOf(settings, frame)),
         targets(wanted),
         firstRow(settings.firstRow),
         endRow(settings.endRow == 0 ? frame.GetHeight() : settings.endRow) {

@@ -81,9 +81,17 @@ PLANEX_EXPORT bool createLineTarget(const cmnalg::Image& frame, int profiles,
 ///
 /// A line that is, at half height, less than 0.65 or more than 1.38 times as wide as told is
 /// located again by DERIVATIVE, with half or twice lineWidth (at most 60) in K, h, sigma and q, at
-/// the crossing nearest to its place and at most a + 1 rows away; as wide as that are lines that
-/// are clipped twofold. Narrower filters are not taken where lineWidth is below 4, nor where they
-/// move the place by more than lineWidth / 25, as grains of speckle do.
+/// the crossing nearest to its place and at most a + 1 rows away. Narrower filters are not taken
+/// where lineWidth is below 4, nor where they move the place by more than lineWidth / 25, as grains
+/// of speckle do.
+///
+/// A line that is clipped, one of the three rows around its place being at 15/16 of fullScale or
+/// higher, is located again by DERIVATIVE, with the filter that its width asks for, in the levels
+///
+///     round(f (2 - f / fullScale)),   f at most fullScale
+///
+/// which reach the greatest one smoothly: the kink of a clipped profile, sampled by pixels, pulls at
+/// the zero crossing, by up to 0.1 rows on lines of three rows.
 ///
 /// CENTRE_OF_GRAVITY starts at the first place and moves a window of round(2.5 sigma) rows to
 /// either side three times to the centre of gravity of the brightness in it, over the mean of three

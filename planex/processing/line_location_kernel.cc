@@ -1,6 +1,7 @@
 #include "planex/processing/line_location_kernel.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -10,27 +11,31 @@
 namespace datafusion::planex::kernel {
 namespace {
 
-// A told width that differs by less costs little; lines that are clipped twofold are 1.41 times as
-// wide. Filters for less than two rows fall between the pixels.
+// A told width that differs by less costs little. Filters for less than two rows fall between the
+// pixels.
 constexpr double kNarrow = 0.65;
 constexpr double kWide = 1.38;
 constexpr double kLeastNarrowed = 4.0;
 // Shot noise moves a line by less where the narrow filter is right; grains of speckle, which make
 // lines look narrow, pull it further.
 constexpr double kMostMove = 1.0 / 25.0;
+// Of the full scale: what is clipped may lie lower where a dark frame was taken off.
+constexpr double kClipped = 15.0 / 16.0;
 
-FittingFilter narrowFilter(double lineWidth) {
+std::array<FittingFilter, 3> fittingFilters(double lineWidth, const LocationFilter& told) {
+  const int searched = told.searched;
   const double mostMove = lineWidth * kMostMove;
   const auto below = static_cast<std::int32_t>(std::ceil(lineWidth * kNarrow * 64.0));
-  return {LocationFilter(LineFilter(std::max(lineWidth / 2.0, 1.0)),
-                         static_cast<int>(std::ceil(mostMove)) + 1),
-          0, lineWidth >= kLeastNarrowed ? below - 1 : -1, mostMove};
-}
-
-FittingFilter wideFilter(double lineWidth, int searched) {
   const auto above = static_cast<std::int32_t>(std::floor(lineWidth * kWide * 64.0));
-  return {LocationFilter(LineFilter(std::min(lineWidth * 2.0, 60.0)), searched), above + 1,
-          std::numeric_limits<std::int32_t>::max(), std::numeric_limits<double>::infinity()};
+  const std::int32_t narrowest = lineWidth >= kLeastNarrowed ? below : 0;
+  constexpr std::int32_t kWidest = std::numeric_limits<std::int32_t>::max();
+  constexpr double kAnyMove = std::numeric_limits<double>::infinity();
+  const LocationFilter half(LineFilter(std::max(lineWidth / 2.0, 1.0)),
+                            static_cast<int>(std::ceil(mostMove)) + 1);
+  const LocationFilter twice(LineFilter(std::min(lineWidth * 2.0, 60.0)), searched);
+  return {{{half, 0, narrowest - 1, mostMove, 1},
+           {told, narrowest, above, kAnyMove, 0},
+           {twice, above + 1, kWidest, kAnyMove, 1}}};
 }
 
 }  // namespace
@@ -46,14 +51,15 @@ LocationFilter::LocationFilter(const LineFilter& filter, int searchedRows)
 }
 
 LocationConstants::LocationConstants(const LineSettings& settings, const LineFilter& lineFilter,
-                                     int frameRows, double perRow)
+                                     int frameRows, double perRow, double greatest)
     : filter(lineFilter),
       told(lineFilter, lineFilter.boxHalf + 1),
-      fitting{narrowFilter(settings.lineWidth), wideFilter(settings.lineWidth, told.searched)},
+      fitting(fittingFilters(settings.lineWidth, told)),
       rows(frameRows),
       firstMiddle(settings.firstRow - 0.5),
       lastMiddle((settings.endRow == 0 ? frameRows : settings.endRow) - 0.5),
       placesPerRow(perRow),
+      fullScale(greatest),
       gain(settings.gain),
       floorVariance(settings.readNoise * settings.readNoise + 1.0 / 12.0),
       roundingVariance(1.0 / (12.0 * perRow * perRow)) {
@@ -80,6 +86,7 @@ struct Lines {
   std::int32_t nearest[kLanes];   // row to the crossing
   double middle[kLanes];
   std::int32_t left[kLanes], right[kLanes];  // beyond the flanks; kNone without
+  int clipped[kLanes];                       // 1 or 0
   double deviation[kLanes];
 };
 
@@ -201,6 +208,23 @@ PLANEX_ALWAYS_INLINE void findCrossings(const Block<Sum>& block, Lines& lines) {
   for (int lane = 0; lane < kLanes; ++lane) lines.crossing[lane] = nearest[lane];
 }
 
+/// Bends the levels of clipped lines, f (2 - f / fullScale): they reach the greatest one without
+/// the kink that, sampled by pixels, pulls at the middle.
+template <typename Sum>
+PLANEX_ALWAYS_INLINE void bend(double fullScale, const int* clipped, int blockRows,
+                               Sum* __restrict block) {
+  if (std::none_of(clipped, clipped + kLanes, [](int is) { return is != 0; })) return;
+  for (int r = 0; r < blockRows; ++r) {
+    Sum* const row = block + r * kLanes;
+#pragma omp simd
+    for (int lane = 0; lane < kLanes; ++lane) {
+      const double level = std::min(static_cast<double>(row[lane]), fullScale);
+      const double bent = std::floor(level * (2.0 - level / fullScale) + 0.5);
+      row[lane] = clipped[lane] != 0 ? static_cast<Sum>(bent) : row[lane];
+    }
+  }
+}
+
 /// The middle of the lines by their derivative.
 template <typename Sum>
 PLANEX_ALWAYS_INLINE void findMiddles(const LocationFilter& filter, const Block<Sum>& block,
@@ -232,14 +256,17 @@ PLANEX_ALWAYS_INLINE void findMiddles(const LocationFilter& filter, const Block<
 /// the height over the background. So a dark grain of speckle does not end a line.
 /// @param level six times the level of half height
 template <typename Sum>
-PLANEX_ALWAYS_INLINE void findFlanks(const Block<Sum>& block, Lines& lines, Sum* level) {
+PLANEX_ALWAYS_INLINE void findFlanks(double fullScale, const Block<Sum>& block, Lines& lines,
+                                     Sum* level) {
   constexpr Sum kMost = std::numeric_limits<Sum>::max();
   Sum middle[kLanes], lowLeft[kLanes], lowRight[kLanes], left[kLanes], right[kLanes];
   for (int lane = 0; lane < kLanes; ++lane) {
     const int i = lines.crossing[lane] == kNone ? 0 : lines.nearest[lane];
     middle[lane] = static_cast<Sum>(i);
     const Sum* const at = block.row(i) + lane;
-    level[lane] = static_cast<Sum>(3 * std::max({at[-kLanes], at[0], at[kLanes]}));
+    const Sum peak = std::max({at[-kLanes], at[0], at[kLanes]});
+    lines.clipped[lane] = static_cast<double>(peak) >= kClipped * fullScale ? 1 : 0;
+    level[lane] = static_cast<Sum>(3 * peak);
     lowLeft[lane] = lowRight[lane] = kMost;
     left[lane] = right[lane] = static_cast<Sum>(kNone);
   }
@@ -326,21 +353,34 @@ PLANEX_ALWAYS_INLINE void centre(const LocationConstants& k, const Block<Sum>& b
   lines.deviation[lane] = std::sqrt(spread / (slope * slope) + k.roundingVariance);
 }
 
+/// The variance of a bent level: that of the level, times the square of the slope of the bend.
+PLANEX_ALWAYS_INLINE double bentVariance(const LocationConstants& k, double bent) {
+  const double rest = std::max(1.0 - bent / k.fullScale, 0.0);  // (1 - f / fullScale)^2
+  return 4.0 * rest * (k.floorVariance + k.gain * k.fullScale * (1.0 - std::sqrt(rest)));
+}
+
 /// The standard deviation of a zero crossing: that of d there over its slope.
 template <typename Sum>
 PLANEX_ALWAYS_INLINE void deviate(const LocationConstants& k, const LocationFilter& filter,
-                                  const Block<Sum>& block, int lane, Lines& lines) {
+                                  const Block<Sum>& block, int lane, bool bent, Lines& lines) {
   const int i = lines.crossing[lane];
   const Sum* const d = block.d + (filter.searched + i) * kLanes + lane;
   const double here = d[0];
   const double next = d[kLanes];
   const Sum* const at = block.row(lines.nearest[lane]) + lane;
   std::int64_t light = 0;
+  double variance = 0.0;
   for (std::size_t t = 0; t < filter.taps.size(); ++t) {
     const auto away = static_cast<std::ptrdiff_t>(t + 1) * kLanes;
-    light += std::int64_t{filter.taps[t]} * filter.taps[t] * (std::int64_t{at[away]} + at[-away]);
+    const std::int64_t square = std::int64_t{filter.taps[t]} * filter.taps[t];
+    if (bent) {
+      variance +=
+          static_cast<double>(square) * (bentVariance(k, at[away]) + bentVariance(k, at[-away]));
+    } else {
+      light += square * (std::int64_t{at[away]} + at[-away]);
+    }
   }
-  const double variance = filter.squareSum * k.floorVariance + k.gain * static_cast<double>(light);
+  if (!bent) variance = filter.squareSum * k.floorVariance + k.gain * static_cast<double>(light);
   const double slope = here - next;
   lines.deviation[lane] = std::sqrt(variance / (slope * slope) + k.roundingVariance);
 }
@@ -394,10 +434,12 @@ struct LocateLinesKernel {
   static PLANEX_ALWAYS_INLINE Block<Sum> cross(const LocationConstants& k,
                                                const LocationFilter& filter,
                                                const LocationSource& source, int u, int lanes,
-                                               const Sum* starts, Sum* scratch, Lines& lines) {
+                                               const Sum* starts, const int* clipped, Sum* scratch,
+                                               Lines& lines) {
     Sum* const d = scratch + (filter.blockRows() + kLanes) * kLanes;
     gather(filter, k.rows, static_cast<const Pixel*>(source.pixels) + u, source.pitch, starts,
            lanes, scratch);
+    if (clipped != nullptr) bend(k.fullScale, clipped, filter.blockRows(), scratch);
     differentiate(filter, scratch, d);
     const Block<Sum> block{scratch, d, filter.reach, filter.searched};
     findCrossings(block, lines);
@@ -412,8 +454,8 @@ struct LocateLinesKernel {
     const Sum* const places = static_cast<const Sum*>(source.places) + u;
     Lines lines;
     Sum level[kLanes];
-    const Block<Sum> block = cross(k, k.told, source, u, lanes, places, scratch, lines);
-    findFlanks(block, lines, level);
+    const Block<Sum> block = cross(k, k.told, source, u, lanes, places, nullptr, scratch, lines);
+    findFlanks(k.fullScale, block, lines, level);
     const bool deviations = target.deviation != nullptr;
     if (kGravity || deviations) {
       for (int lane = 0; lane < lanes; ++lane) {
@@ -421,7 +463,7 @@ struct LocateLinesKernel {
         if constexpr (kGravity) {
           centre(k, block, lane, lines);
         } else {
-          deviate(k, k.told, block, lane, lines);
+          deviate(k, k.told, block, lane, false, lines);
         }
       }
     }
@@ -440,15 +482,18 @@ struct LocateLinesKernel {
     if constexpr (!kGravity) {
       for (const FittingFilter& filter : k.fitting) {
         int any = 0;
-        for (int lane = 0; lane < kLanes; ++lane) any |= filter.isFor(width[lane]);
+        for (int lane = 0; lane < kLanes; ++lane) {
+          any |= filter.isFor(width[lane], lines.clipped[lane]);
+        }
         if (any == 0) continue;
         bool suits[kLanes];
         for (int lane = 0; lane < lanes; ++lane) {
           // Beyond the border lines are cut, whatever a filter says.
           const int row = places[lane] + lines.nearest[lane];
-          suits[lane] = filter.isFor(width[lane]) != 0 && strengths[lane] > 0 &&
-                        lines.crossing[lane] != kNone && lines.left[lane] != kNone &&
-                        lines.right[lane] != kNone && row >= 0 && row < k.rows;
+          suits[lane] = filter.isFor(width[lane], lines.clipped[lane]) != 0 &&
+                        strengths[lane] > 0 && lines.crossing[lane] != kNone &&
+                        lines.left[lane] != kNone && lines.right[lane] != kNone && row >= 0 &&
+                        row < k.rows;
         }
         if (std::none_of(suits, suits + lanes, [](bool suit) { return suit; })) continue;
         locateAgain(k, filter, source, u, lanes, suits, scratch + k.told.scratchSize(kLanes),
@@ -503,14 +548,15 @@ struct LocateLinesKernel {
     Sum starts[kLanes];
     for (int lane = 0; lane < lanes; ++lane) starts[lane] = suits[lane] ? startOf(lane) : start;
     Lines others;
-    const Block<Sum> block = cross(k, filter, source, u, lanes, starts, scratch, others);
+    const Block<Sum> block =
+        cross(k, filter, source, u, lanes, starts, lines.clipped, scratch, others);
     for (int lane = 0; lane < lanes; ++lane) {
       if (!suits[lane] || others.crossing[lane] == kNone) continue;
       const double middle = lines.nearest[lane] + others.middle[lane];
       if (std::fabs(middle - lines.middle[lane]) > filter.mostMove) continue;
       lines.middle[lane] = middle;
       if (!deviations) continue;
-      deviate(k, filter, block, lane, others);
+      deviate(k, filter, block, lane, lines.clipped[lane] != 0, others);
       lines.deviation[lane] = others.deviation[lane];
     }
   }

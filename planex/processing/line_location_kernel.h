@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -33,28 +34,31 @@ struct LocationFilter {
   }
 };
 
-/// A filter for lines of another width than told.
+/// A filter for lines that are not as told.
 struct FittingFilter : LocationFilter {
   std::int32_t leastWidth, mostWidth;  ///< of lines that it is for, in 1/64 rows
   double mostMove;                     ///< rows by which it may move a line
+  int unclipped;                       ///< 1 for all lines, 0 for clipped ones alone
 
   /// 1 or 0: without a branch.
-  int isFor(std::int32_t width) const {
-    return static_cast<int>(width >= leastWidth) & static_cast<int>(width <= mostWidth);
+  int isFor(std::int32_t width, int clipped) const {
+    return static_cast<int>(width >= leastWidth) & static_cast<int>(width <= mostWidth) &
+           (clipped | unclipped);
   }
 };
 
 /// What is the same for all frames of a call.
 struct LocationConstants {
   LocationConstants(const LineSettings& settings, const LineFilter& filter, int frameRows,
-                    double placesPerRow);
+                    double placesPerRow, double fullScale);
 
   const LineFilter& filter;
-  LocationFilter told;             ///< of the line width that is told; begins at the largest v
-  FittingFilter fitting[2];        ///< of half and twice that; begin where the line is
-  int rows;                        ///< of a frame
-  double firstMiddle, lastMiddle;  ///< of the searched rows: lines lie between them
+  LocationFilter told;  ///< of the line width that is told; begins at the largest v
+  std::array<FittingFilter, 3> fitting;  ///< of half, once and twice that; begin where the line is
+  int rows;                              ///< of a frame
+  double firstMiddle, lastMiddle;        ///< of the searched rows: lines lie between them
   double placesPerRow;
+  double fullScale;  ///< lines that reach it are clipped
   std::int32_t minimumWidth, maximumWidth;
   double gain;
   double floorVariance;     ///< that of dark pixels, and of their rounding
@@ -62,8 +66,9 @@ struct LocationConstants {
 
   /// Numbers of the type LineSum that locateLines() works with.
   std::size_t scratchSize() const {
-    return told.scratchSize(kLanes) +
-           std::max(fitting[0].scratchSize(kLanes), fitting[1].scratchSize(kLanes));
+    std::size_t most = 0;
+    for (const FittingFilter& other : fitting) most = std::max(most, other.scratchSize(kLanes));
+    return told.scratchSize(kLanes) + most;
   }
 };
 

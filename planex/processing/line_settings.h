@@ -35,7 +35,7 @@ struct LineSettings {
   LineMethod method = LineMethod::DERIVATIVE;  ///< how the place is found
   double lineWidth = 5;                        ///< of the line at half height, in rows: 1 to 60
   double threshold = 0;                        ///< levels; 0: 4 % of fullScale
-  double fullScale = 0;                        ///< the greatest level; 0: that of the pixel type
+  double fullScale = 0;                        ///< greatest level, of clipped lines; 0: of the type
   LineChoice choice = LineChoice::STRONGEST;   ///< among several lines
   int nearestRow = 0;                          ///< for NEAREST
   int firstRow = 0;                            ///< of those that are searched

@@ -62,27 +62,35 @@ inline std::int64_t slope(const Column& f, const std::vector<int>& h, int i) {
   return d;
 }
 
-/// Whether d(i) > 0 >= d(i + 1); then `row` is the place: where d stays 0, as on lines that are
-/// clipped far, the middle of that, up to row `last`.
+/// Where d crosses zero.
+struct Crossing {
+  int before = 0;   ///< the row in front of it
+  int nearest = 0;  ///< row to it
+  double row = 0;   ///< its place
+};
+
+/// Whether d(i) > 0 >= d(i + 1); where d stays 0 then, as on lines that are clipped far, the place
+/// is the middle of that, up to row `last`.
 inline bool crossesAt(const Column& f, const std::vector<int>& h, double lineWidth, int i, int last,
-                      double& row) {
+                      Crossing& found) {
   const std::int64_t d = slope(f, h, i), next = slope(f, h, i + 1);
   if (!(d > 0 && next <= 0)) return false;
   const double sigma = lineWidth / kWidthOfSigma, K = static_cast<double>(h.size()) + 1;
   const double c = static_cast<double>(d) / static_cast<double>(d - next),
                q = 1 / (2 * (sigma * sigma + K * K / 9));
-  row = i + c - q * c * (1 - c) * (1 - 2 * c);
-  for (int k = i + 1; next == 0 && k <= last && slope(f, h, k + 1) == 0; ++k) row += 0.5;
+  int flat = 0;
+  while (next == 0 && i + flat < last && slope(f, h, i + flat + 2) == 0) ++flat;
+  found = {i, (d < -next ? i : i + 1) + flat / 2,
+           i + c - q * c * (1 - c) * (1 - 2 * c) + 0.5 * flat};
   return true;
 }
 
 /// The crossing nearest to a row, at most `within` away; false without one.
 inline bool crossesNear(const Column& f, const std::vector<int>& h, double lineWidth, int from,
-                        int within, int& crossing, double& row) {
+                        int within, Crossing& found) {
   for (int k = 0; k <= within; ++k) {
     for (const int i : {from - k, from + k}) {
-      crossing = i;
-      if (crossesAt(f, h, lineWidth, i, from + within, row)) return true;
+      if (crossesAt(f, h, lineWidth, i, from + within, found)) return true;
     }
   }
   return false;
@@ -94,19 +102,38 @@ inline double fittingWidth(double told, double measured) {
   return measured > 1.38 * told ? std::min(2 * told, 60.) : told;
 }
 
-/// The standard deviation of that place, in rows.
-inline double deviation(const Column& f, const std::vector<int>& h, int i, double gain,
+/// Whether a line is clipped whose crossing is nearest to row i.
+inline bool isClipped(const Column& f, int i, double fullScale) {
+  const auto peak = std::max({levelAt(f, i - 1), levelAt(f, i), levelAt(f, i + 1)});
+  return static_cast<double>(peak) >= fullScale * 15 / 16;
+}
+
+/// The levels that clipped lines are located in.
+inline Column bent(Column f, double fullScale) {
+  for (std::int64_t& level : f) {
+    const double t = std::min(static_cast<double>(level) / fullScale, 1.);
+    level = rounded(fullScale * t * (2 - t));
+  }
+  return f;
+}
+
+/// The standard deviation of a place, in rows.
+/// @param located the levels in which it was found: f, or bent
+inline double deviation(const Column& f, const Column& located, double fullScale,
+                        const std::vector<int>& h, const Crossing& at, double gain,
                         double readVariance, double placesPerRow) {
-  const auto d = static_cast<double>(slope(f, h, i)),
-             next = static_cast<double>(slope(f, h, i + 1));
-  const int nearest = d < -next ? i : i + 1;
+  const auto d =
+      static_cast<double>(slope(located, h, at.before) - slope(located, h, at.before + 1));
   double variance = 0;
   for (int k = 1; k <= static_cast<int>(h.size()); ++k) {
-    const auto light = static_cast<double>(levelAt(f, nearest + k) + levelAt(f, nearest - k));
-    const double tap = h[static_cast<std::size_t>(k - 1)];
-    variance += tap * tap * (2 * (readVariance + 1. / 12) + gain * light);
+    for (const int i : {at.nearest + k, at.nearest - k}) {
+      const auto level = static_cast<double>(levelAt(f, i));
+      const double bend = f == located ? 1 : 2 - 2 * std::min(level / fullScale, 1.);
+      const double tap = bend * h[static_cast<std::size_t>(k - 1)];
+      variance += tap * tap * (readVariance + 1. / 12 + gain * level);
+    }
   }
-  return std::sqrt(variance / ((d - next) * (d - next)) + 1 / (12 * placesPerRow * placesPerRow));
+  return std::sqrt(variance / (d * d) + 1 / (12 * placesPerRow * placesPerRow));
 }
 
 /// The centre of gravity that a window moves to from `row`; NaN where it loses the line.
