@@ -1,5 +1,6 @@
 """Usage: camera_test.py PLANEX SERVER [TEST...]. Frames of cameras on the loopback of a network of
 our own, where that may be made."""
+import contextlib
 import ctypes
 import fcntl
 import json
@@ -87,8 +88,9 @@ class Camera(unittest.TestCase):
             self.assertIsNone(child.poll())
             self.assertLess(time.monotonic(), end)
             for file in pathlib.Path(f"/proc/{child.pid}/fd").iterdir():
-                if "deleted" in os.readlink(file) and file.stat().st_size > size:
-                    return
+                with contextlib.suppress(FileNotFoundError):  # closed in between
+                    if "deleted" in os.readlink(file) and file.stat().st_size > size:
+                        return
             time.sleep(0.01)
 
     def check_frames(self, frames, lost=()):
