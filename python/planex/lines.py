@@ -183,7 +183,8 @@ def extract_lines(
         Levels by which a line outshines what is above and below it, on the mean of 1.3 line widths;
         without it 4 % of ``full_scale``.
     full_scale : float, optional
-        The greatest level; 4095 for 12 bits in uint16. Without it that of the type.
+        The greatest level; 4095 for 12 bits in uint16. Without it that of the type. Lines that
+        reach it are clipped, and located by their flanks.
     choice : {"strongest", "first", "last"} or ("nearest", row)
         Which line of several in a column; the first has the smallest row.
     rows : tuple of two ints, optional
