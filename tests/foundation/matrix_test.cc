@@ -76,11 +76,14 @@ TEST(Matrix, ReusesCopiesMovesAndMultiplies) {
   EXPECT_THAT(elementsOf(target), ElementsAre(1, 0, 0, 0, 1, 0));
   matrix = std::move(target);
   EXPECT_EQ(matrix.Width(), 3);
-  EXPECT_TRUE(target.IsEmpty());  // NOLINT(*-use-after-move,*Move): the state promised
+  // NOLINTNEXTLINE(*-use-after-move,*Move): the state promised
+  EXPECT_TRUE(target.IsEmpty() && target.Pitch() == 0);
   EXPECT_EQ(memory.live, 0);
 
   double elements[] = {1, 2, -1, 3, 4, -1};
-  ASSERT_TRUE(matrix.CreateExternal(elements, 2, 2, 3));
+  Matrix<double> lent;
+  ASSERT_TRUE(lent.CreateExternal(elements, 2, 2, 3));
+  matrix = std::move(lent);
   const Matrix<double> copy = matrix;
   EXPECT_EQ(copy.Pitch(), 2) << "copies have no padding";
   elements[3] = 9;

@@ -36,7 +36,9 @@ void expectClass(Type want, const std::vector<double>& values) {
   test::LogCapture log;
   EXPECT_TRUE(transform.Create(matrix, want));
   EXPECT_FALSE(transform.Create(matrix, static_cast<Type>(static_cast<int>(want) - 1)));
-  EXPECT_EQ(transform.GetType(), want);
+  math::Transform<N, double> assigned;
+  assigned = transform;
+  EXPECT_EQ(assigned.GetType(), want);
   EXPECT_EQ(log.TakeOne(),
             "WARNING: The matrix represents a transform more general than the desired "
             "transform type, check transform matrix or adjust the desired type.");

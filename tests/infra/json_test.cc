@@ -72,6 +72,11 @@ TEST(Json, ChecksTheDocument) {
   const std::string elements =
       "There need to be exact two elements for objects: 'class' and 'data'";
   const std::string noData = "Could not find 'data' field on object";
+  const auto nested = [](std::size_t arrays) {
+    return R"({"class":"Probe","data":{"y":[],"z":)" + std::string(arrays, '[') +
+           std::string(arrays, ']') + R"(,"x":2}})";
+  };
+  const std::string deepest = nested(98), tooDeep = nested(99);
   const struct {
     const char* text;
     std::string error;
@@ -79,6 +84,8 @@ TEST(Json, ChecksTheDocument) {
   } kCases[] = {
       {"{\"class\":\"Probe\",", parse},
       {"", parse},
+      {tooDeep.c_str(), parse},
+      {deepest.c_str(), ""},
       {"[]", "JSON sequence is not of 'object' type"},
       {R"({"class":"Probe"})", elements},
       {R"({"class":7,"data":{}})", "Could not find JSON 'class' field for object"},
@@ -150,6 +157,7 @@ void expectRefused(void (IVisitor::*visit)(T&, const char*),
 
 TEST(Json, KeepsNumbersWithinTheirType) {
   expectRefused(&IVisitor::VisitMemberI8, {"-129", "128", "1.5", "true"});
+  expectRefused(&IVisitor::VisitMemberC, {"-129", "128"});
   expectRefused(&IVisitor::VisitMemberI16, {"-32769", "32768"});
   expectRefused(&IVisitor::VisitMemberUI8, {"-1", "256"});
   expectRefused(&IVisitor::VisitMemberUI16, {"-1", "65536"});
@@ -262,6 +270,7 @@ TEST(Json, ReadsWhatIsVisitedOrGivesTheFirstError) {
       {"p", "{}", kArrays},
       {"[", R"({"a":[]})", kNesting},
       {"<[p],[p]>", R"({"a":[1,2]})", noArray},
+      {"<[p][p]>", R"({"a":[[1]]})", beyond},
       {"}x", R"({"x":1})", kNesting},
 
       {"g", pixels("\"data\"", "\"date\""), "No 'data' field found for big data array" + inClass},
@@ -286,14 +295,14 @@ TEST(Json, WritesNothingOfWhatIsVisitedUnevenly) {
   constexpr char kBigData[] = "Big data array of invalid size";
   const struct {
     const char *calls, *error;
-  } kCases[] = {{"]", kArrays},       {"[p>", kArrays},
-                {"[]", kArrays},      {"[[", kArrays},
-                {"<p", kArrays},      {"p", kArrays},
-                {"[", kNesting},      {"[x", kNesting},
-                {"<o", kNesting},     {"{", kNesting},
-                {"Bss", kNesting},    {"}x", kNesting},
-                {"!x[p]o]", "first"}, {"m", "Serialized array size mismatch"},
-                {"n", kBigData},      {"r", kBigData},
+  } kCases[] = {{"]", kArrays},        {"[p>", kArrays},
+                {"[]", kArrays},       {"[[", kArrays},
+                {"<p", kArrays},       {"p", kArrays},
+                {"[", kNesting},       {"[x", kNesting},
+                {"<o", kNesting},      {"{", kNesting},
+                {"Bss", kNesting},     {"}x", kNesting},
+                {"!xw[p]o]", "first"}, {"m", "Serialized array size mismatch"},
+                {"n", kBigData},       {"r", kBigData},
                 {"e", kBigData}};
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.calls);
