@@ -2,8 +2,8 @@
 # What estimates are worth: simulated cameras of each kind, their errors beside the Cramer-Rao
 # bound, and the share of places that the stated 95 % ellipses hold.
 # Usage: scripts/trials.sh [--update] [CAMERAS]
-# CAMERAS of each kind, 400 by default: some two hours, nearly all of them for whole scans. --update
-# writes the table into docs/design/testing.md.
+# CAMERAS of each kind, 400 by default: three quarters of an hour, nearly all of it for whole scans.
+# --update writes the table into docs/design/testing.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

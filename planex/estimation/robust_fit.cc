@@ -1,11 +1,13 @@
 #include "planex/estimation/robust_fit.h"
 
 #include <ceres/ceres.h>
+#include <glog/logging.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -159,6 +161,15 @@ void addPriors(ceres::Problem& solver, const Unknowns& unknowns, ceres::LossFunc
   }
 }
 
+/// Ceres warns of steps that it takes back by glog, which prints to standard error where no host
+/// has set it up.
+void keepQuiet() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    if (!google::IsGoogleLoggingInitialized()) FLAGS_minloglevel = google::GLOG_ERROR;
+  });
+}
+
 }  // namespace
 
 void fitUnknowns(const FitProblem& problem, const std::vector<const Observation*>& observations,
@@ -185,6 +196,7 @@ void fitUnknowns(const FitProblem& problem, const std::vector<const Observation*
   options.max_num_iterations = 60;
   options.num_threads = 1;
   options.logging_type = ceres::SILENT;
+  keepQuiet();
   ceres::Solver::Summary summary;
   ceres::Solve(options, &solver, &summary);
   if (summary.IsSolutionUsable()) unknowns.values = tried.values;
