@@ -39,6 +39,11 @@ void expectClass(Type want, const std::vector<double>& values) {
   math::Transform<N, double> assigned;
   assigned = transform;
   EXPECT_EQ(assigned.GetType(), want);
+  EXPECT_EQ(assigned.IsIdentity(), want == Type::IDENTITY);
+  EXPECT_EQ(assigned.IsTranslation(), want == Type::TRANSLATION);
+  EXPECT_EQ(assigned.IsRigid(), want == Type::RIGID);
+  EXPECT_EQ(assigned.IsSimilarity(), want == Type::SIMILARITY);
+  EXPECT_EQ(assigned.IsHomography(), want == Type::HOMOGRAPHY);
   EXPECT_EQ(log.TakeOne(),
             "WARNING: The matrix represents a transform more general than the desired "
             "transform type, check transform matrix or adjust the desired type.");
