@@ -307,6 +307,18 @@ TEST(LineExtraction, JudgesLinesByTheirWidth) {
   EXPECT_EQ(band.quality.Pix(7, 0), int(LineReason::NOTHING));
 }
 
+TEST(LineExtraction, TellsWhereFramesLie) {
+  const SensorRegion covered = lineRegion({-2, 639, 0.5, 10, 0, 0}, 320, 1021);
+  EXPECT_EQ(covered.width, 640);
+  EXPECT_EQ(covered.height, 511);
+  EXPECT_EQ(covered.scaleZ, 0.5 / 64);
+  EXPECT_EQ(covered.originZ, 10);
+  const SensorRegion given = lineRegion({1, 0, 1, 0, 7, 9}, 320, 2000);
+  EXPECT_EQ(given.width, 7);
+  EXPECT_EQ(given.height, 9);
+  EXPECT_EQ(given.scaleZ, 1. / 32);
+}
+
 /// Frames of which everything but the wanted difference is equal.
 TYPED_TEST(LineExtractionOf, MovesWithTheFrame) {
   const int columns = 211, rows = 120, levels = std::numeric_limits<TypeParam>::max();
