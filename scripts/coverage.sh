@@ -22,13 +22,14 @@ gcovr --root . --object-directory build/coverage --filter planex/ --exclude-thro
   --exclude-unreachable-branches --json "$output/coverage.json" \
   --html-details "$output/index.html" >/dev/null
 
-python3 - "$output/coverage.json" "${1:-}" <<'PY'
+python3 - "$output" <<'PY'
 import collections
 import json
 import pathlib
 import sys
 
-files = json.load(open(sys.argv[1], encoding="utf-8"))["files"]
+output = pathlib.Path(sys.argv[1])
+files = json.loads((output / "coverage.json").read_text(encoding="utf-8"))["files"]
 totals = collections.defaultdict(lambda: [0, 0, 0, 0])
 missing = []
 for entry in files:
@@ -53,13 +54,10 @@ table = ["| folder | lines | branches |", "|---|---|---|"]
 for folder, (hit, lines, taken, branches) in sorted(totals.items()):
     table.append(f"| `{folder}` | {share(hit, lines)} | {share(taken, branches)} |")
 print("\n".join(table))
-if sys.argv[2] == "--update":
-    page = pathlib.Path("docs/design/testing.md")
-    begin, end = "<!-- scripts/coverage.sh -->\n", "\n<!-- end -->"
-    before, rest = page.read_text(encoding="utf-8").split(begin)
-    page.write_text(before + begin + "\n".join(table) + end + rest.partition(end)[2],
-                    encoding="utf-8")
+(output / "table.md").write_text("\n".join(table), encoding="utf-8")
 print("\nlines not reached:")
 for name, numbers in sorted(missing):
     print(f"  {name}: {', '.join(map(str, numbers))}")
 PY
+[ "${1:-}" != --update ] ||
+  scripts/write_table.py docs/design/testing.md scripts/coverage.sh <"$output/table.md"

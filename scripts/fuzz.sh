@@ -55,4 +55,5 @@ for target in "$@"; do
   fi
   grep -E 'DONE|number_of_executed|average_exec' "$log"
 done
-[ "$what" != campaign ] || fuzz/campaign_table.py "$seconds" "${logs[@]}"
+[ "$what" != campaign ] || fuzz/campaign_table.py "$seconds" "${logs[@]}" |
+  scripts/write_table.py docs/design/fuzzing.md "scripts/fuzz.sh campaign"

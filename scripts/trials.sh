@@ -2,8 +2,8 @@
 # What estimates are worth: simulated cameras of each kind, their errors beside the Cramer-Rao
 # bound, and the share of places that the stated 95 % ellipses hold.
 # Usage: scripts/trials.sh [--update] [CAMERAS]
-# CAMERAS of each kind, 400 by default: three quarters of an hour, nearly all of it for whole scans.
-# --update writes the table into docs/design/testing.md.
+# CAMERAS of each kind, 400 by default; 100 took twelve minutes on two busy cores, eleven of them for
+# whole scans. --update writes the table into docs/design/testing.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,7 +26,7 @@ run() { # FILTER TRIALS
 run Campaigns "$cameras"
 run ScanCampaigns $((2 * cameras)) # takes half of them
 
-python3 - "$output" "$update" <<'PY'
+python3 - "$output" <<'PY' | tee "$output/table.md"
 import json
 import pathlib
 import sys
@@ -52,10 +52,5 @@ for suite in "Campaigns", "ScanCampaigns":
         table.append(f"| {name} | {float(test['ratio']):.2f} | {float(test['inside']):.1%} | "
                      f"{f'{outside:.1%}' if outside else 'none there'} |")
 print("\n".join(table))
-if sys.argv[2]:
-    page = pathlib.Path("docs/design/testing.md")
-    begin, end = "<!-- scripts/trials.sh -->\n", "\n<!-- end -->"
-    before, rest = page.read_text(encoding="utf-8").split(begin)
-    page.write_text(before + begin + "\n".join(table) + end + rest.partition(end)[2],
-                    encoding="utf-8")
 PY
+[ -z "$update" ] || scripts/write_table.py docs/design/testing.md scripts/trials.sh <"$output/table.md"

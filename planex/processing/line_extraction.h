@@ -91,7 +91,7 @@ PLANEX_EXPORT bool createLineTarget(const cmnalg::Image& frame, int profiles,
 ///     round(f (2 - f / fullScale)),   f at most fullScale
 ///
 /// which reach the greatest one smoothly: the kink of a clipped profile, sampled by pixels, pulls
-/// at the zero crossing, by up to 0.1 rows on lines of three rows.
+/// at the zero crossing, by up to 0.08 rows on lines of 2.4 rows.
 ///
 /// CENTRE_OF_GRAVITY starts at the first place and moves a window of round(2.5 sigma) rows to
 /// either side three times to the centre of gravity of the brightness in it, over the mean of three
