@@ -191,6 +191,8 @@ TEST(ToMatrix, WritesOneColumnAPoint) {
   ASSERT_TRUE(math::toMatrix(points, matrix, false));
   EXPECT_EQ(matrix.Width(), 3);
   EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 3, 5, 2, 4, 6));
+  ASSERT_TRUE(math::toMatrix(points, matrix, true));
+  EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 3, 5, 2, 4, 6, 1, 1, 1));
 }
 
 TEST(LineFit, AsksForSpreadInZ) {
