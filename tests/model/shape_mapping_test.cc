@@ -60,6 +60,8 @@ TEST(MapBox, PointsAreTheGridOfTheSurfaceEachOnce) {
   ASSERT_TRUE(mapBox(test::plainModel(), box, box, kPixel, kCalibrated, 100, 0.5, 0));
   EXPECT_EQ(box.Size, (Vec<3, double>{4, 1, 6}));
   EXPECT_EQ(cmnalg::math::ApplyTransform(box.Pose, {0, 0, 0}), (Vec<3, double>{10, 110, 30}));
+  EXPECT_FALSE(mapBox(CalibrationModel(), box, box, kPixel, kCalibrated, 100, 0.5, 0));
+  EXPECT_EQ(box.Size, (Vec<3, double>{4, 1, 6}));
 }
 
 TEST(ImageBounds, AreThoseOfTheFirstAndTheLastPixel) {

@@ -76,6 +76,9 @@ TEST(ImageAlignment, RefusesSignedIntegersAndSmallTransforms) {
   EXPECT_TRUE(run(x, 3, 4));
   EXPECT_FALSE(run(x, 2, 4) || run(x, 4, 3));
   EXPECT_FALSE(run(Image(cmnalg::IMAGE_TYPE_INT32, 2, 1, kAllocator), 3, 4));
+  const Image narrow(cmnalg::IMAGE_TYPE_FLOAT32, 1, 1, kAllocator);
+  EXPECT_FALSE(basic::applyAlignmentBlock(0, 2, 0, 1, narrow, {0.0}, x,
+                                          Matrix<double>::Identity(3, 4), out[0], out[1], out[2]));
 }
 
 }  // namespace

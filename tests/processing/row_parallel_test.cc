@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -46,6 +48,16 @@ TEST(RowParallel, GivesTheFirstThreadsOneRowMore) {
     std::thread([] { EXPECT_EQ(blocksOf(0, 3, 3).size(), 3U); }).join();
   }
   EXPECT_EQ(blocksOf(0, 9, 4).size(), 2U);
+}
+
+TEST(RowParallel, MakesNoTeamInAChildOfOne) {
+  test::useThreads(3);
+  ASSERT_EQ(blocksOf(0, 9, 3).size(), 3U);
+  const auto worksAlone = [] {
+    alarm(60);
+    std::_Exit(getThreadCount() == 1 && blocksOf(0, 9, 3).size() == 1 ? 0 : 1);
+  };
+  EXPECT_EXIT(worksAlone(), testing::ExitedWithCode(0), "");
 }
 
 TEST(RowParallel, CarriesAnExceptionOutOfTheTeam) {
