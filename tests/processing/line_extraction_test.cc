@@ -731,7 +731,8 @@ TEST(LineExtraction, RefusesWhatItCannotDo) {
 }
 
 TEST(FramePreparation, TakesOffTheDarkAndExchangesAxes) {
-  ImageOf<std::uint16_t> frame(40, 33, 48, kAllocator), dark(40, 33, kAllocator), turned;
+  ImageOf<std::uint16_t> frame(40, 33, 48, kAllocator), dark(40, 33, kAllocator);
+  ImageOf<std::uint16_t> turned(33, 7, kAllocator);
   for (int v = 0; v < 33; ++v) {
     for (int u = 0; u < 40; ++u) {
       frame.Pix(u, v) = static_cast<std::uint16_t>(1000 * v + u);
@@ -742,6 +743,7 @@ TEST(FramePreparation, TakesOffTheDarkAndExchangesAxes) {
   frame.Origin = {5, 6, 7};
   EXPECT_TRUE(subtractDark(dark, frame));
   EXPECT_TRUE(transpose(frame, turned));
+  ASSERT_EQ(turned.GetHeight(), 40);
   for (int v = 0; v < 33; ++v) {
     for (int u = 0; u < 40; ++u) ASSERT_EQ(turned.Pix(v, u), std::max(1000 * v - 19 * u, 0));
   }

@@ -137,6 +137,7 @@ TEST(Rectification, WorldTargetsMayBePadded) {
   a.world.Create(1, 2, kAllocator);
   a.grid.width = 1;
   a.grid.x.origin = 1;
+  EXPECT_TRUE(a.grid.IsConsistent());
   EXPECT_TRUE(toRectifiedWorld(a.x, a.z, {{0, 0}, 1}, Mode::HIGHEST, a.grid, -1, a.world));
   EXPECT_EQ(a.world.Pix(0, 1), 1);
 }
