@@ -58,6 +58,7 @@ TEST(Matrix, IsRefusedWithOneWarningAndKept) {
     EXPECT_THAT(elementsOf(matrix), ElementsAre(1, 0, 0, 1));
     EXPECT_EQ(none.requests, c.rows == 3 && c.cols == 2 ? 1 : 0);
   }
+  EXPECT_TRUE(Matrix<double>().Create(0, 3, 0, none)) << "without elements there is no memory";
 }
 
 TEST(Matrix, ReusesCopiesMovesAndMultiplies) {

@@ -73,7 +73,7 @@ TEST(Json, ChecksTheDocument) {
       "There need to be exact two elements for objects: 'class' and 'data'";
   const std::string noData = "Could not find 'data' field on object";
   const auto nested = [](std::size_t arrays) {
-    return R"({"class":"Probe","data":{"y":[],"z":)" + std::string(arrays, '[') +
+    return R"({"class":"Probe","data":{"y":[],"w":"","z":)" + std::string(arrays, '[') +
            std::string(arrays, ']') + R"(,"x":2}})";
   };
   const std::string deepest = nested(98), tooDeep = nested(99);
@@ -442,6 +442,7 @@ TEST(CountMembersVisitor, CountsTheOutermostAndKeepsTheFirstError) {
 
 TEST(Classes, KeepsTheFirstFactoryOfAName) {
   EXPECT_EQ(etl::Classes::New("Whole"), nullptr);
+  EXPECT_TRUE(etl::Classes::IsRegistered("Probe") && !etl::Classes::IsRegistered("Whole"));
   EXPECT_TRUE(etl::Classes::Register("Probe", [] { return std::unique_ptr<etl::IVisitable>(); }));
   EXPECT_STREQ(etl::Classes::New("Probe")->GetClassName(), "Probe");
 }

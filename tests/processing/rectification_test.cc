@@ -30,7 +30,7 @@ struct Arguments {
   Image intensity{cmnalg::IMAGE_TYPE_UINT8, 4, 2, kAllocator};
   ImageOf<std::uint16_t> target{6, 2, kAllocator};
   ImageOf<std::uint8_t> targetIntensity{6, 2, kAllocator};
-  HeightGrid grid{6, 2, {1, 0}, {1, 0}};
+  HeightGrid grid{6, 2, {}, {}};
   ImageOf<float> world{6, 2, kAllocator};
   double splatSize = 1;
   RectificationMode mode = RectificationMode::LOWEST;
@@ -143,7 +143,9 @@ TEST(Rectification, WorldTargetsMayBePadded) {
 }
 
 TEST(IntensityReduction, TakesTheNearestLimits) {
-  const std::uint16_t values[] = {5, 15, 30};
+  const std::uint16_t values[] = {5, 15, 30, 0, 0};
+  EXPECT_TRUE(findIntensityLimits(values, 3).max == 30 && findIntensityLimits(values, 3).min == 5);
+  EXPECT_EQ(findIntensityLimits(values + 3, 2).max, 0);
   std::uint8_t reduced[3];
   reduceIntensities(values, 3, {10, 20}, reduced);
   EXPECT_TRUE(reduced[0] == 0 && reduced[1] == 128 && reduced[2] == 255);
