@@ -66,7 +66,7 @@ TEST(ImageAlignment, RefusesInOrder) {
   });
 }
 
-TEST(ImageAlignment, RefusesSignedIntegersAndSmallTransforms) {
+TEST(ImageAlignment, RefusesSignedIntegersSmallTransformsAndNarrowX) {
   const Image x(cmnalg::IMAGE_TYPE_FLOAT32, 2, 1, kAllocator);
   ImageOf<float> out[3] = {{2, 1, kAllocator}, {2, 1, kAllocator}, {2, 1, kAllocator}};
   const auto run = [&](const Image& z, int rows, int columns) {
